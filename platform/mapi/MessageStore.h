@@ -1,0 +1,106 @@
+#pragma once
+// A message store: the analogue of a MAPI store. Folders, a contents query
+// that takes one restriction and a column set, items by identifier, moves
+// and flag changes. Matching is the store's job.
+//
+// Identifiers are binary; each backend puts its own magic and version first
+// so identifiers of different backends never collide. A message's identifier
+// changes when it moves.
+//
+// Every call returns Result/Status: ErrorKind::Temporary when the same call
+// may work later (connection dropped, lock held), NotFound when the folder or
+// message is gone, Permanent otherwise. Calls never throw. All calls are made
+// on the UI thread; a backend may use worker threads inside, but emits its
+// signals on the thread the store lives in.
+
+#include "PropTags.h"
+#include "PropertySource.h"
+#include "Restriction.h"
+#include "platform/common/Error.h"
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <vector>
+
+namespace mv::mapi {
+
+struct FolderInfo {
+    QByteArray entryId;
+    QByteArray parentId;    // empty for top-level folders
+    QString name;           // display name of this level ("Inbox", "Projects")
+    QString path;           // full display path, levels joined by "/" ("Inbox/Projects")
+    QString specialUse;     // "\\Inbox", "\\Sent", "\\Drafts", "\\Trash", "\\Archive", "\\Junk" or empty
+    int total = -1;         // -1 when not known cheaply
+    int unread = -1;
+};
+
+// Message state as stores keep it: IMAP system flags and keywords, Maildir
+// letters and Dovecot keywords.
+struct MessageFlags {
+    bool seen = false;
+    bool answered = false;
+    bool flagged = false;
+    bool draft = false;
+    bool deleted = false;
+    QStringList keywords;   // "$Forwarded", "$Completed", "$MailFlagBit0", ...
+};
+
+struct NewMessage {
+    QByteArray rfc822;
+    MessageFlags flags;
+    QDateTime internalDate;  // UTC; invalid = now
+};
+
+using Row = std::vector<QVariant>;  // one value per requested column; invalid QVariant when absent
+
+class MessageStore : public QObject {
+    Q_OBJECT
+public:
+    using QObject::QObject;
+    ~MessageStore() override = default;
+
+    virtual QByteArray StoreId() const = 0;
+    virtual QString DisplayName() const = 0;
+
+    virtual Result<std::vector<FolderInfo>> Folders() = 0;
+    virtual Result<FolderInfo> Folder(const QByteArray& folderId) = 0;
+    virtual Result<QByteArray> CreateFolder(const QByteArray& parentId, const QString& name) = 0;
+
+    // The matching messages of one folder, one Row per message with the
+    // values of `columns` in order. `restriction` null = every message.
+    // Messages being delivered (Maildir tmp/) and messages marked \Deleted are
+    // never returned.
+    virtual Result<std::vector<Row>> Query(const QByteArray& folderId, const Restriction* restriction,
+                                           const std::vector<PropTag>& columns) = 0;
+
+    // Every property of one message (PR_BODY included) and its recipient rows.
+    virtual Result<MessageRecord> Item(const QByteArray& messageId) = 0;
+    // The message as RFC 5322 bytes, for display.
+    virtual Result<QByteArray> RawMessage(const QByteArray& messageId) = 0;
+
+    // Moves one message; returns its identifier in the destination. A move
+    // is atomic: afterwards the message is in exactly one of the two folders.
+    virtual Result<QByteArray> Move(const QByteArray& messageId, const QByteArray& destFolderId) = 0;
+    // Moves several messages of one source folder, in as few round trips as
+    // the backend allows. Returns the new identifiers in order; on error, the
+    // messages not yet moved are still in the source.
+    virtual Result<std::vector<QByteArray>> MoveMany(const std::vector<QByteArray>& messageIds,
+                                                     const QByteArray& destFolderId);
+
+    // Follow-up flag as PR_FLAG_STATUS: 0 none (clears \Flagged and
+    // $Completed), 1 complete ($Completed, not \Flagged), 2 flagged.
+    virtual Status SetFlagStatus(const QByteArray& messageId, int flagStatus) = 0;
+
+    virtual Result<QByteArray> Append(const QByteArray& folderId, const NewMessage& message) = 0;
+
+Q_SIGNALS:
+    // New messages appeared in a folder (INBOX arrivals, Sent appends).
+    void MessagesArrived(const QByteArray& folderId);
+};
+
+}  // namespace mv::mapi
