@@ -8,7 +8,7 @@ packages=(
   qt6-base-dev libsqlite3-dev sqlite3
   libetpan-dev libgmime-3.0-dev
   libgtest-dev libgmock-dev
-  dovecot-imapd imapfilter xvfb xauth
+  dovecot-imapd imapfilter openssl ca-certificates xvfb xauth
 )
 
 missing=()
