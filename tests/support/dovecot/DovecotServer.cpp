@@ -1,0 +1,225 @@
+#include "DovecotServer.h"
+
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QHostAddress>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace mv::test {
+
+namespace {
+
+// Dovecot 2.3's post-login capabilities; a hidden capability is removed from
+// this list because imap_capability replaces rather than edits it.
+const char* const kCapabilities =
+    "IMAP4rev1 SASL-IR LOGIN-REFERRALS ID ENABLE IDLE SORT SORT=DISPLAY THREAD=REFERENCES "
+    "THREAD=REFS THREAD=ORDEREDSUBJECT MULTIAPPEND URL-PARTIAL CATENATE UNSELECT CHILDREN "
+    "NAMESPACE UIDPLUS LIST-EXTENDED I18NLEVEL=1 CONDSTORE QRESYNC ESEARCH ESORT SEARCHRES "
+    "WITHIN CONTEXT=SEARCH LIST-STATUS BINARY MOVE SNIPPET=FUZZY PREVIEW=FUZZY PREVIEW "
+    "STATUS=SIZE SAVEDATE LITERAL+ NOTIFY SPECIAL-USE";
+
+bool WriteFile(const QString& path, const QByteArray& data, QString* error)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(data) != data.size()) {
+        *error = QStringLiteral("cannot write %1: %2").arg(path, f.errorString());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+quint16 FreeLocalPort()
+{
+    QTcpServer server;
+    if (!server.listen(QHostAddress::LocalHost, 0)) return 0;
+    return server.serverPort();
+}
+
+DovecotServer::DovecotServer(DovecotOptions options) : m_options(std::move(options))
+{
+    // The mail user ("nobody") must be able to reach its home below the
+    // temporary folder, which is created 0700.
+    ::chmod(QFile::encodeName(m_dir.path()).constData(), 0755);
+    QDir root(m_dir.path());
+    for (const char* sub : {"run", "state", "home/test/Maildir/cur", "home/test/Maildir/new", "home/test/Maildir/tmp"})
+        root.mkpath(QString::fromLatin1(sub));
+}
+
+DovecotServer::~DovecotServer() { Stop(); }
+
+QString DovecotServer::BinaryPath() { return QStringLiteral("/usr/sbin/dovecot"); }
+bool DovecotServer::Available() { return QFileInfo(BinaryPath()).isExecutable(); }
+
+QString DovecotServer::MaildirPath() const { return m_dir.filePath(QStringLiteral("home/test/Maildir")); }
+
+QString DovecotServer::CertificatePath() const
+{
+    return m_options.tls ? m_dir.filePath(QStringLiteral("cert.pem")) : QString();
+}
+
+QByteArray DovecotServer::CertificatePem() const
+{
+    QFile f(CertificatePath());
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+QString DovecotServer::LogText() const
+{
+    QFile f(m_dir.filePath(QStringLiteral("dovecot.log")));
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+bool DovecotServer::MakeCertificate(QString* error)
+{
+    QProcess openssl;
+    openssl.start(QStringLiteral("openssl"),
+                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
+                   QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
+                   QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=localhost"),
+                   QStringLiteral("-addext"), QStringLiteral("subjectAltName=DNS:localhost,IP:127.0.0.1"),
+                   QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("key.pem")), QStringLiteral("-out"),
+                   m_dir.filePath(QStringLiteral("cert.pem"))});
+    if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0) {
+        *error = QStringLiteral("openssl could not make a test certificate: ") +
+                 QString::fromLocal8Bit(openssl.readAllStandardError()) + openssl.errorString();
+        return false;
+    }
+    return true;
+}
+
+bool DovecotServer::WriteConfig(QString* error)
+{
+    const QString root = m_dir.path();
+    if (!WriteFile(m_dir.filePath(QStringLiteral("passwd")), QByteArrayLiteral("test:{PLAIN}secret::::\n"), error))
+        return false;
+
+    QString capability;
+    if (!m_options.hideCapabilities.isEmpty()) {
+        QStringList caps = QString::fromLatin1(kCapabilities).split(QLatin1Char(' '));
+        for (const QString& hidden : m_options.hideCapabilities) caps.removeAll(hidden);
+        capability = QStringLiteral("imap_capability = %1\n").arg(caps.join(QLatin1Char(' ')));
+    }
+    QString ssl = QStringLiteral("ssl = no\n");
+    if (m_options.tls)
+        ssl = QStringLiteral("ssl = yes\nssl_cert = <%1/cert.pem\nssl_key = <%1/key.pem\n").arg(root);
+
+    const QString conf = QStringLiteral(
+        "base_dir = %1/run\n"
+        "state_dir = %1/state\n"
+        "log_path = %1/dovecot.log\n"
+        "protocols = imap\n"
+        "listen = 127.0.0.1\n"
+        "disable_plaintext_auth = no\n"
+        "auth_mechanisms = plain login\n"
+        "%2"
+        "%3"
+        "passdb {\n  driver = passwd-file\n  args = %1/passwd\n}\n"
+        "userdb {\n  driver = passwd-file\n  args = %1/passwd\n"
+        "  default_fields = uid=nobody gid=nogroup home=%1/home/%u\n}\n"
+        "mail_location = maildir:~/Maildir\n"
+        "namespace inbox {\n  inbox = yes\n"
+        "  mailbox Sent {\n    special_use = \\Sent\n    auto = subscribe\n  }\n"
+        "  mailbox Drafts {\n    special_use = \\Drafts\n    auto = subscribe\n  }\n"
+        "  mailbox Trash {\n    special_use = \\Trash\n    auto = subscribe\n  }\n"
+        "  mailbox Archive {\n    special_use = \\Archive\n    auto = subscribe\n  }\n"
+        "}\n"
+        "service imap-login {\n"
+        "  inet_listener imap {\n    address = 127.0.0.1\n    port = %4\n  }\n"
+        "  inet_listener imaps {\n    address = 127.0.0.1\n    port = %5\n    ssl = yes\n  }\n"
+        "}\n"
+        "service stats {\n  inet_listener http {\n    port = 0\n  }\n}\n")
+        .arg(root, ssl, capability)
+        .arg(m_port)
+        .arg(m_tlsPort);
+    return WriteFile(m_dir.filePath(QStringLiteral("dovecot.conf")), conf.toUtf8(), error);
+}
+
+void DovecotServer::HandMailToMailUser() const
+{
+    const passwd* pw = ::getpwnam("nobody");
+    const group* gr = ::getgrnam("nogroup");
+    if (!pw || !gr) return;
+    const QString home = m_dir.filePath(QStringLiteral("home"));
+    auto give = [&](const QString& path) {
+        if (::chown(QFile::encodeName(path).constData(), pw->pw_uid, gr->gr_gid) != 0) return;
+    };
+    give(home);
+    QDirIterator it(home, QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (it.hasNext()) give(it.next());
+}
+
+bool DovecotServer::WaitForPort(quint16 port, int timeoutMs) const
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (!deadline.hasExpired()) {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress::LocalHost, port);
+        if (socket.waitForConnected(200)) return true;
+        if (m_process->state() == QProcess::NotRunning) return false;
+        QThread::msleep(20);  // the master is still binding its listeners
+    }
+    return false;
+}
+
+bool DovecotServer::Start(QString* error)
+{
+    QString dummy;
+    if (!error) error = &dummy;
+    if (!Available()) {
+        *error = QStringLiteral("%1 is not installed").arg(BinaryPath());
+        return false;
+    }
+    if (!m_dir.isValid()) {
+        *error = QStringLiteral("no temporary folder");
+        return false;
+    }
+    m_port = FreeLocalPort();
+    m_tlsPort = FreeLocalPort();
+    if (m_port == 0 || m_tlsPort == 0) {
+        *error = QStringLiteral("no free port on 127.0.0.1");
+        return false;
+    }
+    if (m_options.tls && !QFileInfo::exists(CertificatePath()) && !MakeCertificate(error)) return false;
+    if (!WriteConfig(error)) return false;
+    HandMailToMailUser();
+
+    m_process = std::make_unique<QProcess>();
+    m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_process->start(BinaryPath(), {QStringLiteral("-F"), QStringLiteral("-c"), m_dir.filePath(QStringLiteral("dovecot.conf"))});
+    if (!m_process->waitForStarted(5000) || !WaitForPort(m_port, 10000) ||
+        (m_options.tls && !WaitForPort(m_tlsPort, 5000))) {
+        *error = QStringLiteral("dovecot did not start: %1\n%2").arg(m_process->errorString(), LogText().right(2000));
+        Stop();
+        return false;
+    }
+    return true;
+}
+
+bool DovecotServer::IsRunning() const { return m_process && m_process->state() == QProcess::Running; }
+
+void DovecotServer::Stop()
+{
+    if (!m_process) return;
+    if (m_process->state() != QProcess::NotRunning) {
+        m_process->terminate();  // SIGTERM: the master stops its children and removes master.pid
+        if (!m_process->waitForFinished(10000)) {
+            m_process->kill();
+            m_process->waitForFinished(3000);
+        }
+    }
+    m_process.reset();
+}
+
+}  // namespace mv::test
