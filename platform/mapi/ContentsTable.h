@@ -2,8 +2,9 @@
 // A folder's contents table as the rule engine drives it: set the columns,
 // build the restriction through Filter(), go to the first row, read rows
 // until an empty one comes back. The store is queried once, at the first
-// read after the restriction or columns change; moving messages meanwhile
-// does not disturb the rows already fetched.
+// read after GoToFirstRow or SetColumns (a changed filter takes effect
+// there); moving messages meanwhile does not disturb the rows already
+// fetched, so every matching row is handed out exactly once.
 
 #include "MessageStore.h"
 

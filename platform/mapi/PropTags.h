@@ -3,6 +3,8 @@
 // travel as QVariant: PT_LONG/PT_I2 as int, PT_BOOLEAN as bool, string types
 // as QString, PT_SYSTIME as a UTC QDateTime, PT_BINARY as QByteArray.
 
+#include <QString>
+
 #include <cstdint>
 
 namespace mv::mapi {
@@ -76,5 +78,9 @@ inline constexpr int EXCHIVERB_FORWARD = 104;
 inline constexpr int IMPORTANCE_LOW = 0;
 inline constexpr int IMPORTANCE_NORMAL = 1;
 inline constexpr int IMPORTANCE_HIGH = 2;
+
+// The tag's MAPI name ("PR_SUBJECT"), or "0x0037001E" for a tag not listed
+// above; for logs and test output.
+QString PropTagName(PropTag tag);
 
 }  // namespace mv::mapi
