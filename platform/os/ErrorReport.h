@@ -26,12 +26,15 @@ public:
     void ShowProcedureError(long number, const QString& description, const QString& label) noexcept;
 
     static QString Title();  // from the project version
+    static QString TitleFor(int major, int minor, int revision);
     static QString ProcedureErrorText(long number, const QString& description, const QString& label);
 
     MessageBoxAnswerer& answerer() { return m_answerer; }
     void SetLog(logging::Logger* log) { m_log = log; }
 
 private:
+    void ShowAndLog(const QString& message, const QString& source) noexcept;
+
     MessageBoxAnswerer& m_answerer;
     logging::Logger* m_log;
 };

@@ -7,8 +7,13 @@
 #include <QString>
 #include <QStringList>
 
+#include <cstdio>
 #include <deque>
 #include <vector>
+
+namespace mv::logging {
+class Logger;
+}
 
 namespace mv::os {
 
@@ -25,6 +30,10 @@ enum MsgBoxStyle : int {
     vbInformation = 64,
 };
 
+// The button set is the low nibble of a style; icons and default-button
+// flags sit above it.
+inline constexpr int kMsgBoxButtonsMask = 0x0F;
+
 enum MsgBoxResult : int { vbOK = 1, vbCancel = 2, vbAbort = 3, vbRetry = 4, vbIgnore = 5, vbYes = 6, vbNo = 7 };
 
 class MessageBoxAnswerer {
@@ -34,8 +43,10 @@ public:
     virtual int Show(const QString& text, int style, const QString& title) = 0;
 };
 
-// For tests: answers from a queue (then the default answer of the box's
-// buttons: OK, or the first button), and remembers every box shown.
+// For tests: answers from a queue, and remembers every box shown. With the
+// queue empty an OK or OK/Cancel box gets OK; any other box is a question
+// nobody scripted: it gets its first button and is recorded in
+// unanswered(), so a fixture can fail the test.
 class ScriptedAnswerer : public MessageBoxAnswerer {
 public:
     struct Shown {
@@ -49,23 +60,42 @@ public:
 
     const std::vector<Shown>& shown() const { return m_shown; }
     QStringList texts() const;
-    void clear() { m_shown.clear(); m_answers.clear(); }
+    const std::vector<Shown>& unanswered() const { return m_unanswered; }
+    std::size_t pending() const { return m_answers.size(); }
+    void clear()
+    {
+        m_shown.clear();
+        m_answers.clear();
+        m_unanswered.clear();
+    }
 
 private:
     std::deque<int> m_answers;
     std::vector<Shown> m_shown;
+    std::vector<Shown> m_unanswered;
 };
 
-// For the command line: prints the box on stderr; a question takes the
-// answer given at construction (--yes / --no), else the box's default
-// (Yes for Yes/No boxes is never assumed: the default is No / Cancel).
+// For the command line: prints "title: text" on `out` (stderr); a question
+// takes the answer given at construction (--yes / --no), else the box's
+// default (Yes is never assumed: No for Yes/No, Cancel for Yes/No/Cancel
+// and OK/Cancel). Questions and their answers also go to `log` (level 3)
+// when one is given. Neither the stream nor the log is owned.
 class ConsoleAnswerer : public MessageBoxAnswerer {
 public:
-    explicit ConsoleAnswerer(int answerToQuestions = 0) : m_answer(answerToQuestions) {}
+    explicit ConsoleAnswerer(int answerToQuestions = 0, logging::Logger* log = nullptr,
+                             std::FILE* out = stderr)
+        : m_answer(answerToQuestions), m_log(log), m_out(out) {}
     int Show(const QString& text, int style, const QString& title) override;
+
+    // The answer a box of `style` gets when the user gave `given` (vbYes,
+    // vbNo or 0); a pure function so the table of defaults is testable.
+    static int AnswerFor(int style, int given);
+    static QString AnswerName(int answer);
 
 private:
     int m_answer;  // vbYes, vbNo, or 0 for the default
+    logging::Logger* m_log;
+    std::FILE* m_out;
 };
 
 }  // namespace mv::os
