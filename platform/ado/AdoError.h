@@ -35,6 +35,19 @@ inline constexpr long kErrNotADatabase = static_cast<long>(0x80004005);
 inline constexpr long kErrItemNotFound = static_cast<long>(0x800A0CC1);      // adErrItemNotFound
 inline constexpr long kErrNoCurrentRecord = static_cast<long>(0x800A0BCD);   // adErrNoCurrentRecord
 inline constexpr long kErrObjectClosed = static_cast<long>(0x800A0E78);      // adErrObjectClosed
+inline constexpr long kErrInvalidConnection = static_cast<long>(0x800A0E7D); // adErrInvalidConnection
+inline constexpr long kErrObjectOpen = static_cast<long>(0x800A0E79);        // adErrObjectOpen
 inline constexpr long kErrInvalidArgument = static_cast<long>(0x800A0BB9);   // adErrInvalidArgument
+inline constexpr long kErrBookmarkInvalid = static_cast<long>(0x800A0BB9);
+inline constexpr long kErrSyntax = static_cast<long>(0x80040E14);            // DB_E_ERRORSINCOMMAND
+inline constexpr long kErrParameterCount = static_cast<long>(0x80040E10);    // DB_E_PARAMNOTOPTIONAL
+inline constexpr long kErrTypeMismatch = static_cast<long>(0x80020005);      // DISP_E_TYPEMISMATCH
+inline constexpr long kErrIntegrity = static_cast<long>(0x80040E2F);         // DB_E_INTEGRITYVIOLATION
+inline constexpr long kErrReadOnly = static_cast<long>(0x80040E09);          // DB_SEC_E_PERMISSIONDENIED
+inline constexpr long kErrFileNotFound = static_cast<long>(0x80004005);
+inline constexpr long kErrLocked = static_cast<long>(0x80004005);            // temporary
+
+// The source every provider error carries.
+inline const QString kProviderSource = QStringLiteral("Mailvane SQLite provider");
 
 }  // namespace mv::ado

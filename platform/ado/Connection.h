@@ -4,16 +4,21 @@
 // for true) and translates it through JetSql before SQLite sees it.
 //
 // Opening never creates a file: a missing file, a file that is not SQLite,
-// or one that cannot be written fails with an AdoError and the file is left
-// exactly as it was. A lock held by another process is reported as a
-// temporary AdoError after a short busy wait.
+// or one that cannot be written (read-only file or folder) fails at Open
+// with an AdoError and the file is left exactly as it was. A lock held by
+// another process is reported as a temporary AdoError after the busy wait.
+//
+// Recordsets keep a pointer to the connection that made them for Resync;
+// the connection must outlive them.
 
 #include "AdoConstants.h"
 #include "AdoError.h"
+#include "Parameter.h"
 
 #include <QString>
 
 #include <memory>
+#include <vector>
 
 struct sqlite3;
 
@@ -41,6 +46,10 @@ public:
     // Runs one statement. A row-returning statement gives an open client-side
     // Recordset; any other gives a closed one. Throws AdoError.
     std::unique_ptr<Recordset> Execute(const QString& sql, int options = adOptionUnspecified);
+    // The same with one Parameter per "?" mark, in order (what Command runs).
+    // With adExecuteNoRecords in `options` both return nullptr.
+    std::unique_ptr<Recordset> Execute(const QString& sql, const std::vector<Parameter>& parameters,
+                                       int options = adOptionUnspecified);
 
     // The row id of the last insert on this connection ("SELECT @@Identity").
     long long LastInsertId() const;
@@ -54,6 +63,16 @@ public:
     // Milliseconds a statement waits for another process's lock before it
     // fails as temporary. Default 2000.
     void SetBusyTimeout(int ms);
+    int BusyTimeout() const;
+
+    // The file named by "Data Source" (or "DBQ") in a connection string,
+    // trimmed and unquoted; empty when there is none.
+    static QString DataSourceOf(const QString& connectionString);
+
+    // Creates a new, empty database file for Open to use (the template
+    // builder and tests need one). Refuses to touch an existing file.
+    // Throws AdoError.
+    static void CreateDatabase(const QString& path);
 
 private:
     struct Impl;

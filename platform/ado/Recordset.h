@@ -1,7 +1,10 @@
 #pragma once
 // A client-side ADO Recordset: the query's rows are read into a RowsetData
 // when it opens, and the cursor, bookmarks, Find and Move* work on that copy.
-// Resync re-reads the current row from its base table by key.
+// Resync re-reads rows from the database: a single-table recordset by the
+// table's primary key, anything else (joins, computed columns, tables
+// without a key in the result) by running the query again and matching rows
+// by key where there is one, by position otherwise.
 //
 // Positions: BOF before the first row, EOF after the last; an empty
 // recordset is both. Reading a field at BOF/EOF throws AdoError
@@ -9,12 +12,14 @@
 
 #include "AdoConstants.h"
 #include "AdoError.h"
+#include "Parameter.h"
 #include "RowsetData.h"
 
 #include <QString>
 #include <QVariant>
 
 #include <memory>
+#include <vector>
 
 namespace mv::ado {
 
@@ -67,7 +72,7 @@ public:
     // Takes rows already in memory (used by Connection::Execute).
     void OpenData(RowsetData data, Connection* source = nullptr, const QString& sql = {});
 
-    void Close();
+    void Close();  // harmless when closed
     int State() const { return m_open ? adStateOpen : adStateClosed; }
 
     int FieldCount() const;
@@ -106,6 +111,12 @@ public:
 private:
     friend class Field;
     const QVariant& CurrentValue(int index) const;
+    void RequireOpen() const;
+    void RequireCurrent() const;
+    void Take(Recordset& other, Connection* source, const QString& sql);
+    std::vector<int> KeyColumns() const;
+    bool ResyncByKey(const std::vector<long>& rows);
+    void ResyncByRequery(const std::vector<long>& rows);
 
     RowsetData m_data;
     long m_pos = 0;  // 0 = BOF, 1..n rows, n+1 = EOF
@@ -115,6 +126,7 @@ private:
     int m_cacheSize = 1;
     Connection* m_source = nullptr;
     QString m_sql;
+    std::vector<Parameter> m_parameters;  // to run the query again
 };
 
 }  // namespace mv::ado
