@@ -1,0 +1,189 @@
+#include "ImapConnection.h"
+
+#include "TlsVerifier.h"
+
+#include <libetpan/libetpan.h>
+
+#include <QList>
+
+namespace mv::stores {
+
+namespace {
+
+bool StreamFailure(int r)
+{
+    switch (r) {
+    case MAILIMAP_ERROR_STREAM:
+    case MAILIMAP_ERROR_PARSE:
+    case MAILIMAP_ERROR_CONNECTION_REFUSED:
+    case MAILIMAP_ERROR_FATAL:
+    case MAILIMAP_ERROR_BAD_STATE:
+    case MAILIMAP_ERROR_MEMORY:
+    case MAILIMAP_ERROR_SSL:
+        return true;
+    default:
+        return false;
+    }
+}
+
+QList<QByteArray> CertificateChain(mailstream* stream)
+{
+    QList<QByteArray> out;
+    carray* chain = mailstream_get_certificate_chain(stream);
+    if (!chain) return out;
+    for (unsigned i = 0; i < carray_count(chain); ++i) {
+        auto* der = static_cast<MMAPString*>(carray_get(chain, i));
+        out << QByteArray(der->str, static_cast<qsizetype>(der->len));
+    }
+    mailstream_certificate_chain_free(chain);
+    return out;
+}
+
+}  // namespace
+
+ImapConnection::~ImapConnection()
+{
+    if (!m_session) return;
+    if (!m_broken && m_session->imap_stream) mailimap_logout(m_session);
+    mailimap_free(m_session);
+}
+
+bool ImapConnection::Has(const char* capability) const
+{
+    return m_session && mailimap_has_extension(m_session, capability);
+}
+
+Status ImapConnection::Check(int r, const char* what)
+{
+    if (r == MAILIMAP_NO_ERROR || r == MAILIMAP_NO_ERROR_AUTHENTICATED || r == MAILIMAP_NO_ERROR_NON_AUTHENTICATED)
+        return Status::success();
+    if (StreamFailure(r)) {
+        m_broken = true;
+        m_selected.clear();
+        return Error::temporary(QStringLiteral("IMAP connection lost during %1 (libetpan error %2)").arg(QLatin1String(what)).arg(r), r);
+    }
+    const QString server = m_session && m_session->imap_response ? QString::fromUtf8(m_session->imap_response) : QString();
+    return Error::permanent(QStringLiteral("IMAP server refused %1: %2").arg(QLatin1String(what), server), r);
+}
+
+Status ImapConnection::Login(const ImapSettings& settings, const QString& password)
+{
+    const QByteArray user = settings.user.toUtf8();
+    const QByteArray pass = password.toUtf8();
+    if (!m_session->imap_connection_info || !m_session->imap_connection_info->imap_capability) {
+        mailimap_capability_data* caps = nullptr;
+        ++m_commands;
+        if (Status s = Check(mailimap_capability(m_session, &caps), "CAPABILITY"); !s) return s;
+        mailimap_capability_data_free(caps);
+    }
+    int r;
+    ++m_commands;
+    if (settings.preferAuthenticate || Has("LOGINDISABLED"))
+        r = mailimap_authenticate(m_session, "PLAIN", settings.host.toUtf8().constData(), nullptr, nullptr,
+                                  user.constData(), user.constData(), pass.constData(), nullptr);
+    else
+        r = mailimap_login(m_session, user.constData(), pass.constData());
+    if (r != MAILIMAP_NO_ERROR) {
+        if (StreamFailure(r)) return Check(r, "LOGIN");
+        const QString server = m_session->imap_response ? QString::fromUtf8(m_session->imap_response) : QString();
+        return Error::permanent(QStringLiteral("IMAP login as %1 at %2 refused: %3").arg(settings.user, settings.host, server), r);
+    }
+    // Capabilities change with authentication (MOVE, UIDPLUS, WITHIN ...).
+    mailimap_capability_data* caps = nullptr;
+    ++m_commands;
+    if (Status s = Check(mailimap_capability(m_session, &caps), "CAPABILITY"); !s) return s;
+    mailimap_capability_data_free(caps);
+    return Status::success();
+}
+
+Result<std::unique_ptr<ImapConnection>> ImapConnection::Open(const ImapSettings& settings, const QString& password)
+{
+    mailimap* session = mailimap_new(0, nullptr);
+    if (!session) return Error::temporary(QStringLiteral("out of memory"));
+    std::unique_ptr<ImapConnection> conn(new ImapConnection(session));
+    conn->m_broken = true;  // until logged in: no LOGOUT on a half-open session
+    mailimap_set_timeout(session, settings.timeoutSeconds);
+    const QByteArray host = settings.host.toUtf8();
+    int r = settings.tls == TlsMode::Implicit ? mailimap_ssl_connect(session, host.constData(), settings.port)
+                                              : mailimap_socket_connect(session, host.constData(), settings.port);
+    if (r != MAILIMAP_NO_ERROR_NON_AUTHENTICATED && r != MAILIMAP_NO_ERROR_AUTHENTICATED)
+        return Error::temporary(QStringLiteral("cannot connect to IMAP server %1:%2 (libetpan error %3)")
+                                    .arg(settings.host).arg(settings.port).arg(r), r);
+    if (settings.tls == TlsMode::StartTls) {
+        r = mailimap_socket_starttls(session);
+        if (r != MAILIMAP_NO_ERROR)
+            return Error::permanent(QStringLiteral("IMAP server %1 did not start TLS (libetpan error %2)").arg(settings.host).arg(r), r);
+        // Anything learnt before TLS cannot be trusted (RFC 3501 6.2.1).
+        if (session->imap_connection_info && session->imap_connection_info->imap_capability) {
+            mailimap_capability_data_free(session->imap_connection_info->imap_capability);
+            session->imap_connection_info->imap_capability = nullptr;
+        }
+    }
+    if (settings.tls != TlsMode::None) {
+        if (Status s = TlsVerifier::Verify(CertificateChain(session->imap_stream), settings.host, settings.pinnedCertificate); !s)
+            return s.error();
+    }
+    conn->m_broken = false;
+    if (r == MAILIMAP_NO_ERROR_AUTHENTICATED) return conn;  // PREAUTH
+    if (Status s = conn->Login(settings, password); !s) {
+        conn->m_broken = true;
+        return s.error();
+    }
+    return conn;
+}
+
+Result<std::unique_ptr<ImapConnection>> ImapConnection::OpenOnStream(_mailstream* stream, const ImapSettings& settings,
+                                                                      const QString& password)
+{
+    mailimap* session = mailimap_new(0, nullptr);
+    if (!session) {
+        mailstream_close(stream);
+        return Error::temporary(QStringLiteral("out of memory"));
+    }
+    std::unique_ptr<ImapConnection> conn(new ImapConnection(session));
+    mailimap_set_timeout(session, settings.timeoutSeconds);
+    const int r = mailimap_connect(session, stream);
+    if (r != MAILIMAP_NO_ERROR_NON_AUTHENTICATED && r != MAILIMAP_NO_ERROR_AUTHENTICATED) {
+        conn->m_broken = true;
+        return Error::temporary(QStringLiteral("no IMAP greeting (libetpan error %1)").arg(r), r);
+    }
+    if (r == MAILIMAP_NO_ERROR_AUTHENTICATED) return conn;
+    if (Status s = conn->Login(settings, password); !s) {
+        conn->m_broken = true;
+        return s.error();
+    }
+    return conn;
+}
+
+Result<quint32> ImapConnection::Select(const QByteArray& mailbox)
+{
+    if (m_selected == mailbox && m_session->imap_selection_info) return m_session->imap_selection_info->sel_uidvalidity;
+    m_selected.clear();
+    ++m_commands;
+    const int r = mailimap_select(m_session, mailbox.constData());
+    if (r != MAILIMAP_NO_ERROR) {
+        Status s = Check(r, "SELECT");
+        if (s.error().kind == ErrorKind::Permanent)
+            return Error::notFound(QStringLiteral("IMAP folder %1 does not exist: %2").arg(QString::fromUtf8(mailbox), s.error().message), r);
+        return s.error();
+    }
+    m_selected = mailbox;
+    return m_session->imap_selection_info->sel_uidvalidity;
+}
+
+Status ImapConnection::Custom(const QByteArray& command)
+{
+    ++m_commands;
+    return Check(mailimap_custom_command(m_session, command.constData()), command.left(command.indexOf(' ', 4)).constData());
+}
+
+std::vector<quint32> ImapConnection::SearchResult() const
+{
+    std::vector<quint32> uids;
+    if (!m_session->imap_response_info || !m_session->imap_response_info->rsp_search_result) return uids;
+    for (clistiter* it = clist_begin(m_session->imap_response_info->rsp_search_result); it; it = clist_next(it))
+        uids.push_back(*static_cast<uint32_t*>(clist_content(it)));
+    return uids;
+}
+
+}  // namespace mv::stores

@@ -1,0 +1,67 @@
+#pragma once
+// One logged-in libetpan IMAP session (RAII: the session and its stream are
+// freed with the object). Not thread-safe: one thread drives a connection.
+//
+// Errors: a failure of the stream (timeout, reset, unparseable data) is
+// Temporary and marks the connection broken, so its owner opens a new one;
+// a NO or BAD from the server is Permanent and leaves the connection usable.
+
+#include "ImapSettings.h"
+#include "platform/common/Error.h"
+
+#include <QByteArray>
+
+#include <memory>
+#include <vector>
+
+struct mailimap;
+struct _mailstream;
+
+namespace mv::stores {
+
+class ImapConnection {
+public:
+    ~ImapConnection();
+    ImapConnection(const ImapConnection&) = delete;
+    ImapConnection& operator=(const ImapConnection&) = delete;
+
+    // Connects as the settings say (TLS verified before the password is
+    // sent), logs in and reads the capabilities.
+    static Result<std::unique_ptr<ImapConnection>> Open(const ImapSettings& settings, const QString& password);
+    // The same over a stream the caller made (tests run a scripted server
+    // on a socketpair). Takes the stream.
+    static Result<std::unique_ptr<ImapConnection>> OpenOnStream(_mailstream* stream, const ImapSettings& settings,
+                                                                const QString& password);
+
+    mailimap* session() const { return m_session; }
+    bool Has(const char* capability) const;
+    bool broken() const { return m_broken; }
+
+    // Turns a libetpan result into a Status; `what` names the command.
+    Status Check(int r, const char* what);
+
+    // SELECTs the mailbox unless it is already selected; its UIDVALIDITY.
+    Result<quint32> Select(const QByteArray& mailbox);
+    void ForgetSelection() { m_selected.clear(); }
+    const QByteArray& selected() const { return m_selected; }
+
+    // A command libetpan has no call for, sent as text; the untagged data
+    // is left in the session's response info for the caller to read.
+    Status Custom(const QByteArray& command);
+    // The UIDs of the last (UID) SEARCH response.
+    std::vector<quint32> SearchResult() const;
+    // Number of commands sent on this connection (for benchmarks).
+    int commandsSent() const { return m_commands; }
+    void CountCommand() { ++m_commands; }
+
+private:
+    explicit ImapConnection(mailimap* session) : m_session(session) {}
+    Status Login(const ImapSettings& settings, const QString& password);
+
+    mailimap* m_session = nullptr;
+    bool m_broken = false;
+    QByteArray m_selected;
+    int m_commands = 0;
+};
+
+}  // namespace mv::stores

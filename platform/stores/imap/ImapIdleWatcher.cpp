@@ -1,0 +1,78 @@
+#include "ImapIdleWatcher.h"
+
+#include "ImapConnection.h"
+
+#include <libetpan/libetpan.h>
+
+#include <QDeadlineTimer>
+
+#include <poll.h>
+
+namespace mv::stores {
+
+namespace {
+constexpr int kPollMs = 200;                 // how quickly Stop() is noticed
+constexpr int kReIdleMs = 25 * 60 * 1000;
+constexpr int kMaxBackoffMs = 5 * 60 * 1000;
+}  // namespace
+
+ImapIdleWatcher::ImapIdleWatcher(ImapSettings settings, QString password, QObject* parent)
+    : QThread(parent), m_settings(std::move(settings)), m_password(std::move(password))
+{
+}
+
+ImapIdleWatcher::~ImapIdleWatcher() { Stop(); }
+
+void ImapIdleWatcher::Stop()
+{
+    m_stop = true;
+    wait();
+}
+
+bool ImapIdleWatcher::Pause(int milliseconds)
+{
+    QDeadlineTimer deadline(milliseconds);
+    while (!m_stop && !deadline.hasExpired()) QThread::msleep(kPollMs);
+    return !m_stop;
+}
+
+void ImapIdleWatcher::run()
+{
+    int backoffMs = 1000;
+    while (!m_stop) {
+        auto opened = ImapConnection::Open(m_settings, m_password);
+        Result<quint32> selected = opened ? (*opened)->Select("INBOX") : Result<quint32>(opened.error());
+        if (!selected) {
+            if (!Pause(backoffMs)) break;
+            backoffMs = std::min(backoffMs * 2, kMaxBackoffMs);
+            continue;
+        }
+        backoffMs = 1000;
+        ImapConnection& conn = **opened;
+        mailimap* s = conn.session();
+        const bool idle = conn.Has("IDLE");
+        uint32_t exists = s->imap_selection_info->sel_exists;
+        while (!m_stop && !conn.broken()) {
+            // Without IDLE, a NOOP every half minute does the same job.
+            if (idle && !conn.Check(mailimap_idle(s), "IDLE")) break;
+            QDeadlineTimer renew(idle ? kReIdleMs : 30000);
+            bool woken = false;
+            while (!m_stop && !renew.hasExpired() && !woken) {
+                if (!idle) {
+                    QThread::msleep(kPollMs);
+                    continue;
+                }
+                pollfd pfd{mailimap_idle_get_fd(s), POLLIN, 0};
+                woken = ::poll(&pfd, 1, kPollMs) > 0;
+            }
+            if (!(idle ? conn.Check(mailimap_idle_done(s), "DONE") : conn.Check(mailimap_noop(s), "NOOP"))) break;
+            if (s->imap_response_info && s->imap_response_info->rsp_expunged)
+                exists -= std::min<uint32_t>(exists, clist_count(s->imap_response_info->rsp_expunged));
+            const uint32_t now = s->imap_selection_info->sel_exists;
+            if (now > exists) Q_EMIT Arrived(*selected);
+            exists = now;
+        }
+    }
+}
+
+}  // namespace mv::stores

@@ -1,0 +1,38 @@
+#pragma once
+// Watches INBOX for new mail on its own connection and thread: IDLE, woken
+// by the server, re-issued every 25 minutes (servers drop idle clients after
+// 30, RFC 2177), reconnecting with a growing pause after errors. Stop()
+// returns within a fraction of a second; the destructor calls it.
+
+#include "ImapSettings.h"
+
+#include <QThread>
+
+#include <atomic>
+
+namespace mv::stores {
+
+class ImapIdleWatcher : public QThread {
+    Q_OBJECT
+public:
+    ImapIdleWatcher(ImapSettings settings, QString password, QObject* parent = nullptr);
+    ~ImapIdleWatcher() override;
+
+    void Stop();
+
+Q_SIGNALS:
+    // Emitted on the watcher's thread; connect with a queued connection.
+    void Arrived(quint32 uidValidity);
+
+protected:
+    void run() override;
+
+private:
+    bool Pause(int milliseconds);  // false when asked to stop meanwhile
+
+    ImapSettings m_settings;
+    QString m_password;
+    std::atomic<bool> m_stop{false};
+};
+
+}  // namespace mv::stores

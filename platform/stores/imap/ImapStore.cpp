@@ -1,0 +1,740 @@
+#include "ImapStore.h"
+
+#include "ImapConnection.h"
+#include "ImapFetcher.h"
+#include "ImapIdleWatcher.h"
+#include "ImapIds.h"
+#include "ModifiedUtf7.h"
+#include "SearchWriter.h"
+#include "platform/mapi/RestrictionEvaluator.h"
+#include "platform/stores/common/FlagMapping.h"
+#include "platform/stores/common/MimeProperties.h"
+
+#include <libetpan/libetpan.h>
+
+#include <QHash>
+#include <QMetaMethod>
+#include <QProcess>
+#include <QSet>
+
+namespace mv::stores {
+
+using namespace mv::mapi;
+
+namespace {
+
+constexpr size_t kFetchBatch = 2000;  // UIDs per FETCH: keeps a command line well under server limits
+
+// Special-use by name, for servers that do not say (RFC 6154 names first).
+struct NamedUse {
+    const char* name;
+    const char* use;
+};
+const NamedUse kNamedUses[] = {
+    {"Sent", "\\Sent"},       {"Sent Items", "\\Sent"}, {"Sent Messages", "\\Sent"}, {"Drafts", "\\Drafts"},
+    {"Trash", "\\Trash"},     {"Deleted Items", "\\Trash"}, {"Deleted Messages", "\\Trash"},
+    {"Archive", "\\Archive"}, {"Junk", "\\Junk"},       {"Spam", "\\Junk"},
+};
+const char* const kSpecialUses[] = {"\\Sent", "\\Drafts", "\\Trash", "\\Archive", "\\Junk", "\\All", "\\Flagged"};
+
+QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* flags, char delimiter)
+{
+    if (mailbox.compare("INBOX", Qt::CaseInsensitive) == 0) return QStringLiteral("\\Inbox");
+    if (flags && flags->mbf_oflags)
+        for (clistiter* it = clist_begin(flags->mbf_oflags); it; it = clist_next(it)) {
+            auto* of = static_cast<mailimap_mbx_list_oflag*>(clist_content(it));
+            if (of->of_type != MAILIMAP_MBX_LIST_OFLAG_FLAG_EXT || !of->of_flag_ext) continue;
+            const QByteArray ext = QByteArray("\\") + of->of_flag_ext;
+            for (const char* use : kSpecialUses)
+                if (ext.compare(use, Qt::CaseInsensitive) == 0) return QString::fromLatin1(use);
+        }
+    const QString leaf = ModifiedUtf7::Decode(delimiter ? mailbox.mid(mailbox.lastIndexOf(delimiter) + 1) : mailbox);
+    if (delimiter && mailbox.contains(delimiter)) return {};
+    for (const NamedUse& n : kNamedUses)
+        if (leaf.compare(QLatin1String(n.name), Qt::CaseInsensitive) == 0) return QString::fromLatin1(n.use);
+    return {};
+}
+
+// libetpan sets in order: pairs of source and destination UIDs from COPYUID.
+std::vector<quint32> Expand(const mailimap_set* set)
+{
+    std::vector<quint32> out;
+    if (!set || !set->set_list) return out;
+    for (clistiter* it = clist_begin(set->set_list); it; it = clist_next(it)) {
+        auto* item = static_cast<mailimap_set_item*>(clist_content(it));
+        for (quint32 u = item->set_first; u <= item->set_last && u != 0; ++u) out.push_back(u);
+    }
+    return out;
+}
+
+struct SetDeleter {
+    void operator()(mailimap_set* s) const { if (s) mailimap_set_free(s); }
+};
+using SetPtr = std::unique_ptr<mailimap_set, SetDeleter>;
+
+SetPtr MakeSet(const std::vector<quint32>& uids)
+{
+    SetPtr set(mailimap_set_new_empty());
+    for (quint32 u : uids) mailimap_set_add_single(set.get(), u);
+    return set;
+}
+
+// One candidate as the evaluator sees it: the fetched record, with PR_BODY
+// read from the server the first time a body term asks for it.
+class Candidate final : public PropertySource {
+public:
+    Candidate(const MessageRecord& record, std::function<std::optional<QVariant>()> body)
+        : m_record(record), m_body(std::move(body))
+    {
+    }
+    std::optional<QVariant> Get(PropTag tag) const override
+    {
+        if (tag != PR_BODY || m_record.props.contains(PR_BODY)) return m_record.Get(tag);
+        if (!m_loaded) {
+            m_value = m_body();
+            m_loaded = true;
+        }
+        return m_value;
+    }
+    std::vector<PropertyMap> SubRows(PropTag subObject) const override { return m_record.SubRows(subObject); }
+
+private:
+    const MessageRecord& m_record;
+    std::function<std::optional<QVariant>()> m_body;
+    mutable bool m_loaded = false;
+    mutable std::optional<QVariant> m_value;
+};
+
+}  // namespace
+
+ImapStore::ImapStore(ImapSettings settings, QObject* parent)
+    : ImapStore(std::move(settings), &ImapConnection::Open, parent)
+{
+}
+
+ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent)
+    : MessageStore(parent), m_settings(std::move(settings)), m_connector(std::move(connector))
+{
+}
+
+ImapStore::~ImapStore()
+{
+    m_watcher.reset();  // joins the thread before anything it might reach goes
+}
+
+QByteArray ImapStore::StoreId() const { return ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port); }
+QString ImapStore::DisplayName() const { return QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host); }
+
+int ImapStore::CommandsSent() const { return m_commandsDone + (m_conn ? m_conn->commandsSent() : 0); }
+
+QString ImapStore::OwnAddress() const
+{
+    if (!m_settings.ownAddress.isEmpty()) return m_settings.ownAddress;
+    return m_settings.user.contains(QLatin1Char('@')) ? m_settings.user : m_settings.user + QLatin1Char('@') + m_settings.host;
+}
+
+QDateTime ImapStore::Now() const
+{
+    return m_settings.clock ? m_settings.clock().toUTC() : QDateTime::currentDateTimeUtc();
+}
+
+Result<QString> ImapStore::Password()
+{
+    if (m_password) return *m_password;
+    if (m_settings.passwordCommand.isEmpty()) return m_settings.password;
+    QProcess process;
+    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), m_settings.passwordCommand});
+    if (!process.waitForFinished(m_settings.timeoutSeconds * 1000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0) {
+        process.kill();
+        process.waitForFinished(1000);
+        // The command's output may hold the secret: never part of the message.
+        return Error::permanent(QStringLiteral("the password command for %1 failed (exit code %2)")
+                                    .arg(DisplayName())
+                                    .arg(process.exitCode()));
+    }
+    const QByteArray out = process.readAllStandardOutput();
+    const qsizetype nl = out.indexOf('\n');
+    m_password = QString::fromUtf8(nl < 0 ? out : out.left(nl)).remove(QLatin1Char('\r'));
+    return *m_password;
+}
+
+Result<ImapConnection*> ImapStore::Connection()
+{
+    if (m_conn && !m_conn->broken()) return m_conn.get();
+    if (m_conn) {
+        m_commandsDone += m_conn->commandsSent();
+        m_conn.reset();
+    }
+    auto password = Password();
+    if (!password) return password.error();
+    auto opened = m_connector(m_settings, *password);
+    if (!opened) return opened.error();
+    m_conn = std::move(*opened);
+    return m_conn.get();
+}
+
+template <class T>
+Result<T> ImapStore::Retrying(const std::function<Result<T>(ImapConnection&)>& call)
+{
+    for (int attempt = 0;; ++attempt) {
+        auto conn = Connection();
+        if (!conn) return conn.error();
+        Result<T> result = call(**conn);
+        // Only a dropped connection is worth a second try, and only once.
+        if (result || attempt > 0 || !(*conn)->broken()) return result;
+    }
+}
+
+Result<quint32> ImapStore::UidValidity(ImapConnection& conn, const QByteArray& mailbox)
+{
+    mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
+    mailimap_mailbox_data_status* status = nullptr;
+    conn.CountCommand();
+    const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
+    mailimap_status_att_list_free(atts);
+    if (Status s = conn.Check(r, "STATUS"); !s) {
+        if (s.error().kind == ErrorKind::Permanent)
+            return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(mailbox)));
+        return s.error();
+    }
+    quint32 uidValidity = 0;
+    for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
+        auto* info = static_cast<mailimap_status_info*>(clist_content(it));
+        if (info->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = info->st_value;
+    }
+    mailimap_mailbox_data_status_free(status);
+    return uidValidity;
+}
+
+Result<quint32> ImapStore::SelectChecked(ImapConnection& conn, const ImapFolderRef& folder)
+{
+    auto uv = conn.Select(folder.mailbox);
+    if (!uv) return uv;
+    if (*uv != folder.uidValidity)
+        return Error::notFound(QStringLiteral("IMAP folder %1 was recreated (UIDVALIDITY %2, was %3)")
+                                   .arg(ModifiedUtf7::Decode(folder.mailbox))
+                                   .arg(*uv)
+                                   .arg(folder.uidValidity));
+    return uv;
+}
+
+Result<FolderInfo> ImapStore::Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int,
+                                       const QString& specialUse)
+{
+    mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_MESSAGES);
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UNSEEN);
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
+    mailimap_mailbox_data_status* status = nullptr;
+    conn.CountCommand();
+    const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
+    mailimap_status_att_list_free(atts);
+    if (Status s = conn.Check(r, "STATUS"); !s) {
+        if (s.error().kind == ErrorKind::Permanent)
+            return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(mailbox)));
+        return s.error();
+    }
+    FolderInfo info;
+    quint32 uidValidity = 0;
+    for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
+        auto* si = static_cast<mailimap_status_info*>(clist_content(it));
+        if (si->st_att == MAILIMAP_STATUS_ATT_MESSAGES) info.total = static_cast<int>(si->st_value);
+        if (si->st_att == MAILIMAP_STATUS_ATT_UNSEEN) info.unread = static_cast<int>(si->st_value);
+        if (si->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = si->st_value;
+    }
+    mailimap_mailbox_data_status_free(status);
+    info.entryId = ImapIds::FolderId(mailbox, uidValidity);
+    const QString path = ModifiedUtf7::Decode(mailbox);
+    const QChar sep = QLatin1Char(delimiter ? delimiter : '/');
+    info.path = QString(path).replace(sep, QLatin1Char('/'));
+    info.name = path.section(sep, -1);
+    if (mailbox.compare("INBOX", Qt::CaseInsensitive) == 0) info.name = info.path = QStringLiteral("Inbox");
+    info.specialUse = specialUse;
+    if (delimiter && mailbox.contains(delimiter)) {
+        const QByteArray parent = mailbox.left(mailbox.lastIndexOf(delimiter));
+        auto parentUv = UidValidity(conn, parent);
+        if (parentUv) info.parentId = ImapIds::FolderId(parent, *parentUv);
+        else if (parentUv.error().kind != ErrorKind::NotFound) return parentUv.error();
+    }
+    return info;
+}
+
+Result<std::vector<FolderInfo>> ImapStore::Folders()
+{
+    return Retrying<std::vector<FolderInfo>>([this](ImapConnection& conn) -> Result<std::vector<FolderInfo>> {
+        clist* list = nullptr;
+        conn.CountCommand();
+        if (Status s = conn.Check(mailimap_list(conn.session(), "", "*", &list), "LIST"); !s) return s.error();
+        struct Entry { QByteArray name; char delimiter; bool selectable; QString use; };
+        std::vector<Entry> entries;
+        for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
+            auto* mb = static_cast<mailimap_mailbox_list*>(clist_content(it));
+            const bool noselect = mb->mb_flag && mb->mb_flag->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
+                                  mb->mb_flag->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT;
+            bool nonexistent = false;
+            if (mb->mb_flag && mb->mb_flag->mbf_oflags)
+                for (clistiter* o = clist_begin(mb->mb_flag->mbf_oflags); o; o = clist_next(o)) {
+                    auto* of = static_cast<mailimap_mbx_list_oflag*>(clist_content(o));
+                    if (of->of_flag_ext && (qstricmp(of->of_flag_ext, "NonExistent") == 0 || qstricmp(of->of_flag_ext, "Noselect") == 0))
+                        nonexistent = true;
+                }
+            entries.push_back({QByteArray(mb->mb_name), mb->mb_delimiter, !noselect && !nonexistent,
+                               SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter)});
+        }
+        mailimap_list_result_free(list);
+        std::vector<FolderInfo> out;
+        for (const Entry& e : entries) {
+            if (!e.selectable) continue;
+            auto info = Describe(conn, e.name, e.delimiter, 0, e.use);
+            if (!info) {
+                if (info.error().kind == ErrorKind::NotFound) continue;  // deleted meanwhile
+                return info.error();
+            }
+            out.push_back(std::move(*info));
+        }
+        return out;
+    });
+}
+
+Result<FolderInfo> ImapStore::Folder(const QByteArray& folderId)
+{
+    const auto ref = ImapIds::ParseFolder(folderId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    return Retrying<FolderInfo>([&](ImapConnection& conn) -> Result<FolderInfo> {
+        clist* list = nullptr;
+        conn.CountCommand();
+        if (Status s = conn.Check(mailimap_list(conn.session(), "", ref->mailbox.constData(), &list), "LIST"); !s)
+            return s.error();
+        char delimiter = 0;
+        QString use;
+        bool found = false;
+        for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
+            auto* mb = static_cast<mailimap_mailbox_list*>(clist_content(it));
+            if (ref->mailbox != mb->mb_name) continue;
+            found = true;
+            delimiter = mb->mb_delimiter;
+            use = SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter);
+        }
+        mailimap_list_result_free(list);
+        if (!found) return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
+        auto info = Describe(conn, ref->mailbox, delimiter, 0, use);
+        if (info && info->entryId != folderId)
+            return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
+        return info;
+    });
+}
+
+Result<QByteArray> ImapStore::FolderIdOf(const QByteArray& mailbox)
+{
+    return Retrying<QByteArray>([&](ImapConnection& conn) -> Result<QByteArray> {
+        auto uv = UidValidity(conn, mailbox);
+        if (!uv) return uv.error();
+        return ImapIds::FolderId(mailbox, *uv);
+    });
+}
+
+Result<QByteArray> ImapStore::CreateFolder(const QByteArray& parentId, const QString& name)
+{
+    std::optional<ImapFolderRef> parent;
+    if (!parentId.isEmpty()) {
+        parent = ImapIds::ParseFolder(parentId);
+        if (!parent) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    }
+    if (name.isEmpty()) return Error::permanent(QStringLiteral("a folder needs a name"));
+    auto conn = Connection();
+    if (!conn) return conn.error();
+    ImapConnection& c = **conn;
+    clist* list = nullptr;
+    c.CountCommand();
+    if (Status s = c.Check(mailimap_list(c.session(), "", "", &list), "LIST"); !s) return s.error();
+    char delimiter = '/';
+    if (list && clist_begin(list))
+        delimiter = static_cast<mailimap_mailbox_list*>(clist_content(clist_begin(list)))->mb_delimiter;
+    mailimap_list_result_free(list);
+    if (delimiter && name.contains(QLatin1Char(delimiter)))
+        return Error::permanent(QStringLiteral("folder name \"%1\" contains the separator \"%2\"").arg(name, QString(QLatin1Char(delimiter))));
+    if (parent) {
+        auto uv = UidValidity(c, parent->mailbox);
+        if (!uv) return uv.error();
+        if (*uv != parent->uidValidity) return Error::notFound(QStringLiteral("the parent folder was recreated"));
+    }
+    const QByteArray mailbox = (parent ? parent->mailbox + delimiter : QByteArray()) + ModifiedUtf7::Encode(name);
+    c.CountCommand();
+    if (Status s = c.Check(mailimap_create(c.session(), mailbox.constData()), "CREATE"); !s) return s.error();
+    auto uv = UidValidity(c, mailbox);
+    if (!uv) return uv.error();
+    return ImapIds::FolderId(mailbox, *uv);
+}
+
+Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids)
+{
+    std::vector<FetchedMessage> out;
+    out.reserve(uids.size());
+    for (size_t at = 0; at < uids.size(); at += kFetchBatch) {
+        const std::vector<quint32> batch(uids.begin() + at, uids.begin() + std::min(uids.size(), at + kFetchBatch));
+        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(ImapFetcher::UidSet(batch))); !s) return s.error();
+        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
+    }
+    // A calendar part that names no method in its parameters: read its text.
+    for (FetchedMessage& m : out) {
+        if (m.calendarPart.isEmpty()) continue;
+        if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(m.uid), m.calendarPart)); !s) return s.error();
+        const auto parts = ImapFetcher::Parse(conn.session());
+        if (!parts.empty()) m.messageClass = ImapFetcher::ClassFromCalendar(parts.front().content);
+    }
+    return out;
+}
+
+MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder) const
+{
+    ParseOptions options;
+    options.ownAddress = OwnAddress();
+    MessageRecord record = MimeProperties::FromBytes(m.header, options);
+    FlagMapping::ApplyFlags(m.flags, record.props);
+    if (m.internalDate.isValid()) record.props[PR_MESSAGE_DELIVERY_TIME] = m.internalDate;
+    record.props[PR_MESSAGE_SIZE] = static_cast<int>(m.size);
+    if (!m.messageClass.isEmpty()) record.props[PR_MESSAGE_CLASS] = m.messageClass;
+    record.props[PR_ENTRYID] = ImapIds::MessageId(folder, m.uid);
+    record.props[PR_STORE_ENTRYID] = StoreId();
+    return record;
+}
+
+Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
+                                            const Restriction* restriction, const std::vector<PropTag>& columns)
+{
+    if (auto uv = SelectChecked(conn, folder); !uv) return uv.error();
+    const SearchWriter writer({conn.Has("WITHIN"), conn.Has("LITERAL+"), Now()});
+    const SearchKeys keys = writer.Write(restriction);
+    if (Status s = conn.Custom(SearchWriter::Command(keys)); !s) return s.error();
+    std::vector<quint32> uids = conn.SearchResult();
+    std::sort(uids.begin(), uids.end());
+    auto fetched = FetchHeaders(conn, uids);
+    if (!fetched) return fetched.error();
+
+    std::vector<Row> rows;
+    std::optional<Error> bodyError;
+    for (const FetchedMessage& m : *fetched) {
+        if (m.flags.deleted) continue;
+        const MessageRecord record = BuildRecord(m, folder);
+        const Candidate candidate(record, [&, uid = m.uid]() -> std::optional<QVariant> {
+            if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(uid))); !s) {
+                bodyError = s.error();
+                return std::nullopt;
+            }
+            const auto parts = ImapFetcher::Parse(conn.session());
+            if (parts.empty()) return std::nullopt;
+            ParseOptions options;
+            options.withBody = true;
+            return MimeProperties::FromBytes(parts.front().content, options).Get(PR_BODY);
+        });
+        if (restriction && !keys.exact && !RestrictionEvaluator::Matches(*restriction, candidate)) {
+            if (bodyError) return *bodyError;
+            continue;
+        }
+        if (bodyError) return *bodyError;
+        Row row;
+        row.reserve(columns.size());
+        for (PropTag tag : columns) {
+            auto v = candidate.Get(tag);
+            row.push_back(v ? *v : QVariant());
+        }
+        if (bodyError) return *bodyError;
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+Result<std::vector<Row>> ImapStore::Query(const QByteArray& folderId, const Restriction* restriction,
+                                          const std::vector<PropTag>& columns)
+{
+    const auto ref = ImapIds::ParseFolder(folderId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    return Retrying<std::vector<Row>>(
+        [&](ImapConnection& conn) { return QueryOn(conn, *ref, restriction, columns); });
+}
+
+Result<MessageRecord> ImapStore::Item(const QByteArray& messageId)
+{
+    const auto ref = ImapIds::ParseMessage(messageId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
+    return Retrying<MessageRecord>([&](ImapConnection& conn) -> Result<MessageRecord> {
+        if (auto uv = SelectChecked(conn, ref->folder); !uv) return uv.error();
+        if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(ref->uid))); !s) return s.error();
+        const auto parts = ImapFetcher::Parse(conn.session());
+        if (parts.empty() || parts.front().flags.deleted)
+            return Error::notFound(QStringLiteral("the message is no longer in %1").arg(ModifiedUtf7::Decode(ref->folder.mailbox)));
+        const FetchedMessage& m = parts.front();
+        ParseOptions options;
+        options.withBody = true;
+        options.ownAddress = OwnAddress();
+        MessageRecord record = MimeProperties::FromBytes(m.content, options);
+        FlagMapping::ApplyFlags(m.flags, record.props);
+        if (m.internalDate.isValid()) record.props[PR_MESSAGE_DELIVERY_TIME] = m.internalDate;
+        record.props[PR_MESSAGE_SIZE] = static_cast<int>(m.size);
+        record.props[PR_ENTRYID] = messageId;
+        record.props[PR_STORE_ENTRYID] = StoreId();
+        return record;
+    });
+}
+
+Result<QByteArray> ImapStore::RawMessage(const QByteArray& messageId)
+{
+    const auto ref = ImapIds::ParseMessage(messageId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
+    return Retrying<QByteArray>([&](ImapConnection& conn) -> Result<QByteArray> {
+        if (auto uv = SelectChecked(conn, ref->folder); !uv) return uv.error();
+        if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(ref->uid))); !s) return s.error();
+        const auto parts = ImapFetcher::Parse(conn.session());
+        if (parts.empty()) return Error::notFound(QStringLiteral("the message is no longer there"));
+        return parts.front().content;
+    });
+}
+
+Result<QHash<quint32, QByteArray>> ImapStore::MessageIds(ImapConnection& conn, const std::vector<quint32>& uids)
+{
+    QHash<quint32, QByteArray> out;
+    if (Status s = conn.Custom("UID FETCH " + ImapFetcher::UidSet(uids) + " (UID FLAGS BODY.PEEK[HEADER.FIELDS (Message-ID)])"); !s)
+        return s.error();
+    for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
+        if (m.flags.deleted) continue;
+        QByteArray value = m.header.mid(m.header.indexOf(':') + 1).simplified();
+        out.insert(m.uid, value);
+    }
+    return out;
+}
+
+Result<quint32> ImapStore::FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken)
+{
+    if (messageId.isEmpty()) return 0u;
+    bool utf8 = false;
+    const SearchWriter writer({false, conn.Has("LITERAL+"), {}});
+    if (Status s = conn.Custom("UID SEARCH UNDELETED HEADER Message-ID " + writer.String(QString::fromUtf8(messageId), &utf8)); !s)
+        return s.error();
+    std::vector<quint32> found = conn.SearchResult();
+    std::sort(found.rbegin(), found.rend());  // the newest copy is the one just moved
+    for (quint32 uid : found)
+        if (!taken.contains(uid)) return uid;
+    return 0u;
+}
+
+Result<std::vector<QByteArray>> ImapStore::MoveOn(ImapConnection& conn, const ImapFolderRef&,
+                                                  const std::vector<quint32>& uids, const ImapFolderRef& dest)
+{
+    const bool move = conn.Has("MOVE");
+    const bool uidplus = conn.Has("UIDPLUS");
+    if (!move && !uidplus)
+        return Error::permanent(QStringLiteral("%1 offers neither MOVE nor UIDPLUS: moving would need a plain EXPUNGE, "
+                                               "which also removes other clients' deleted mail, so nothing was moved")
+                                    .arg(m_settings.host));
+    uint32_t uidValidity = 0;
+    mailimap_set* srcResult = nullptr;
+    mailimap_set* dstResult = nullptr;
+    SetPtr set = MakeSet(uids);
+    conn.CountCommand();
+    int r = move ? mailimap_uidplus_uid_move(conn.session(), set.get(), dest.mailbox.constData(), &uidValidity, &srcResult, &dstResult)
+                 : mailimap_uidplus_uid_copy(conn.session(), set.get(), dest.mailbox.constData(), &uidValidity, &srcResult, &dstResult);
+    SetPtr srcOwner(srcResult), dstOwner(dstResult);
+    if (Status s = conn.Check(r, move ? "UID MOVE" : "UID COPY"); !s) return s.error();
+    if (!move) {
+        const QByteArray uidSet = ImapFetcher::UidSet(uids);
+        if (Status s = conn.Custom("UID STORE " + uidSet + " +FLAGS.SILENT (\\Deleted)"); !s) return s.error();
+        if (Status s = conn.Custom("UID EXPUNGE " + uidSet); !s) return s.error();
+    }
+    QHash<quint32, quint32> newUid;
+    const std::vector<quint32> from = Expand(srcResult), to = Expand(dstResult);
+    if (uidValidity == dest.uidValidity && from.size() == to.size())
+        for (size_t i = 0; i < from.size(); ++i) newUid.insert(from[i], to[i]);
+    std::vector<QByteArray> out;
+    for (quint32 uid : uids) out.push_back(newUid.contains(uid) ? ImapIds::MessageId(dest, newUid.value(uid)) : QByteArray());
+    return out;
+}
+
+Result<std::vector<QByteArray>> ImapStore::RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
+                                                       const ImapFolderRef& dest, const QHash<quint32, QByteArray>& messageIds)
+{
+    // The connection dropped while a move was under way: find out what the
+    // server did before anything is sent again.
+    auto opened = Connection();
+    if (!opened) return opened.error();
+    ImapConnection& conn = **opened;
+    if (auto uv = SelectChecked(conn, source); !uv) return uv.error();
+    const QByteArray uidSet = ImapFetcher::UidSet(uids);
+    if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " UNDELETED"); !s) return s.error();
+    const std::vector<quint32> untouched = conn.SearchResult();
+    if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " DELETED"); !s) return s.error();
+    const std::vector<quint32> copied = conn.SearchResult();
+    // Copied and marked but not expunged: the copy exists, finish the job
+    // for exactly these UIDs.
+    if (!copied.empty())
+        if (Status s = conn.Custom("UID EXPUNGE " + ImapFetcher::UidSet(copied)); !s) return s.error();
+    QHash<quint32, QByteArray> result;
+    if (!untouched.empty()) {
+        auto moved = MoveOn(conn, source, untouched, dest);
+        if (!moved) return moved.error();
+        for (size_t i = 0; i < untouched.size(); ++i) result.insert(untouched[i], (*moved)[i]);
+    }
+    std::vector<QByteArray> out;
+    QSet<quint32> taken;
+    for (quint32 uid : uids) out.push_back(result.value(uid));
+    for (size_t i = 0; i < uids.size(); ++i) {
+        if (!out[i].isEmpty()) continue;
+        if (auto uv = SelectChecked(conn, dest); !uv) return uv.error();
+        auto found = FindByMessageId(conn, messageIds.value(uids[i]), taken);
+        if (!found) return found.error();
+        if (*found) {
+            taken.insert(*found);
+            out[i] = ImapIds::MessageId(dest, *found);
+        }
+    }
+    return out;
+}
+
+Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray>& messageIds, const QByteArray& destFolderId)
+{
+    if (messageIds.empty()) return std::vector<QByteArray>{};
+    const auto dest = ImapIds::ParseFolder(destFolderId);
+    if (!dest) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    std::optional<ImapFolderRef> source;
+    std::vector<quint32> uids;
+    for (const QByteArray& id : messageIds) {
+        const auto ref = ImapIds::ParseMessage(id);
+        if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
+        if (source && (source->mailbox != ref->folder.mailbox || source->uidValidity != ref->folder.uidValidity))
+            return Error::permanent(QStringLiteral("messages of different folders cannot be moved together"));
+        source = ref->folder;
+        uids.push_back(ref->uid);
+    }
+    if (source->mailbox == dest->mailbox) return messageIds;
+
+    // Preparation is read-only: it may be retried on a new connection.
+    auto prepared = Retrying<QHash<quint32, QByteArray>>([&](ImapConnection& conn) -> Result<QHash<quint32, QByteArray>> {
+        auto destUv = UidValidity(conn, dest->mailbox);
+        if (!destUv) return destUv.error();
+        if (*destUv != dest->uidValidity)
+            return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(dest->mailbox)));
+        if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
+        return MessageIds(conn, uids);  // to find the moved copies if the server gives no COPYUID
+    });
+    if (!prepared) return prepared.error();
+    for (quint32 uid : uids)
+        if (!prepared->contains(uid))
+            return Error::notFound(QStringLiteral("a message to move is no longer in %1; nothing was moved")
+                                       .arg(ModifiedUtf7::Decode(source->mailbox)));
+
+    auto conn = Connection();
+    if (!conn) return conn.error();
+    auto moved = MoveOn(**conn, *source, uids, *dest);
+    if (!moved) {
+        if (!(*conn)->broken()) return moved.error();
+        return RecoverMove(*source, uids, *dest, *prepared);
+    }
+    // No COPYUID: look the copies up by Message-ID.
+    QSet<quint32> taken;
+    for (size_t i = 0; i < uids.size(); ++i) {
+        if (!(*moved)[i].isEmpty()) continue;
+        if (auto uv = SelectChecked(**conn, *dest); !uv) return uv.error();
+        auto found = FindByMessageId(**conn, prepared->value(uids[i]), taken);
+        if (!found) return found.error();
+        if (*found) {
+            taken.insert(*found);
+            (*moved)[i] = ImapIds::MessageId(*dest, *found);
+        }
+    }
+    return moved;
+}
+
+Result<QByteArray> ImapStore::Move(const QByteArray& messageId, const QByteArray& destFolderId)
+{
+    auto moved = MoveMany({messageId}, destFolderId);
+    if (!moved) return moved.error();
+    return moved->front();
+}
+
+Status ImapStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
+{
+    const auto ref = ImapIds::ParseMessage(messageId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
+    if (flagStatus < 0 || flagStatus > 2) return Error::permanent(QStringLiteral("flag status %1 is not 0, 1 or 2").arg(flagStatus));
+    const MessageFlags wanted = FlagMapping::WithFlagStatus({}, flagStatus);
+    QByteArrayList add, remove;
+    (wanted.flagged ? add : remove) << "\\Flagged";
+    (wanted.keywords.contains(QStringLiteral("$Completed")) ? add : remove) << "$Completed";
+    auto done = Retrying<bool>([&](ImapConnection& conn) -> Result<bool> {
+        if (auto uv = SelectChecked(conn, ref->folder); !uv) return uv.error();
+        const QByteArray uid = QByteArray::number(ref->uid);
+        if (Status s = conn.Custom("UID SEARCH UID " + uid + " UNDELETED"); !s) return s.error();
+        if (conn.SearchResult().empty()) return Error::notFound(QStringLiteral("the message is no longer there"));
+        if (!add.isEmpty())
+            if (Status s = conn.Custom("UID STORE " + uid + " +FLAGS.SILENT (" + add.join(' ') + ')'); !s) return s.error();
+        if (!remove.isEmpty())
+            if (Status s = conn.Custom("UID STORE " + uid + " -FLAGS.SILENT (" + remove.join(' ') + ')'); !s) return s.error();
+        return true;
+    });
+    if (!done) return done.error();
+    return Status::success();
+}
+
+Result<QByteArray> ImapStore::Append(const QByteArray& folderId, const NewMessage& message)
+{
+    const auto ref = ImapIds::ParseFolder(folderId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    auto conn = Connection();
+    if (!conn) return conn.error();
+    ImapConnection& c = **conn;
+    auto uv = UidValidity(c, ref->mailbox);
+    if (!uv) return uv.error();
+    if (*uv != ref->uidValidity) return Error::notFound(QStringLiteral("IMAP folder was recreated"));
+
+    mailimap_flag_list* flags = mailimap_flag_list_new_empty();
+    if (message.flags.seen) mailimap_flag_list_add(flags, mailimap_flag_new_seen());
+    if (message.flags.answered) mailimap_flag_list_add(flags, mailimap_flag_new_answered());
+    if (message.flags.flagged) mailimap_flag_list_add(flags, mailimap_flag_new_flagged());
+    if (message.flags.draft) mailimap_flag_list_add(flags, mailimap_flag_new_draft());
+    for (const QString& k : message.flags.keywords)
+        mailimap_flag_list_add(flags, mailimap_flag_new_flag_keyword(strdup(k.toUtf8().constData())));
+    const QDateTime when = (message.internalDate.isValid() ? message.internalDate : Now()).toUTC();
+    mailimap_date_time* date = mailimap_date_time_new(when.date().day(), when.date().month(), when.date().year(),
+                                                      when.time().hour(), when.time().minute(), when.time().second(), 0);
+    uint32_t newValidity = 0, newUid = 0;
+    c.CountCommand();
+    const int r = c.Has("UIDPLUS")
+                      ? mailimap_uidplus_append(c.session(), ref->mailbox.constData(), flags, date, message.rfc822.constData(),
+                                                static_cast<size_t>(message.rfc822.size()), &newValidity, &newUid)
+                      : mailimap_append(c.session(), ref->mailbox.constData(), flags, date, message.rfc822.constData(),
+                                        static_cast<size_t>(message.rfc822.size()));
+    mailimap_flag_list_free(flags);
+    mailimap_date_time_free(date);
+    if (Status s = c.Check(r, "APPEND"); !s) return s.error();
+    c.ForgetSelection();  // the selected mailbox may have changed under the APPEND
+    if (newUid == 0 || newValidity != ref->uidValidity) {
+        if (auto sel = SelectChecked(c, *ref); !sel) return sel.error();
+        const QByteArray header = message.rfc822.left(message.rfc822.indexOf("\r\n\r\n") + 2);
+        const MessageRecord parsed = MimeProperties::FromBytes(header);
+        auto found = FindByMessageId(c, parsed.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), {});
+        if (!found) return found.error();
+        newUid = *found;
+    }
+    Q_EMIT MessagesArrived(folderId);
+    return newUid ? ImapIds::MessageId(*ref, newUid) : QByteArray();
+}
+
+void ImapStore::StartWatching()
+{
+    if (m_watcher) return;
+    auto password = Password();
+    if (!password) return;
+    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, *password);
+    connect(m_watcher.get(), &ImapIdleWatcher::Arrived, this,
+            [this](quint32 uidValidity) { Q_EMIT MessagesArrived(ImapIds::FolderId("INBOX", uidValidity)); },
+            Qt::QueuedConnection);
+    m_watcher->start();
+}
+
+void ImapStore::connectNotify(const QMetaMethod& signal)
+{
+    if (signal == QMetaMethod::fromSignal(&MessageStore::MessagesArrived)) StartWatching();
+}
+
+}  // namespace mv::stores

@@ -1,0 +1,99 @@
+#pragma once
+// A message store on an IMAP account, through libetpan.
+//
+// One connection serves the UI thread's calls; it is opened on the first
+// call and reopened on the next call after it drops. Read-only calls are
+// retried once on a fresh connection; a move never is: after a drop the
+// store first looks at both folders to learn what the server did.
+//
+// Matching: the restriction becomes one UID SEARCH (SearchWriter), the
+// candidates' header fields, flags, date and structure are fetched in
+// batches, and the restriction is checked exactly on the resulting records,
+// so the answer is the one the other backends give. PR_BODY is fetched for
+// a candidate only when the check reaches a body term.
+//
+// Moves: UID MOVE; without MOVE, UID COPY + UID STORE \Deleted + UID
+// EXPUNGE of those UIDs alone (UIDPLUS). A server with neither is refused:
+// a plain EXPUNGE would also remove other clients' deleted mail.
+
+#include "ImapSettings.h"
+#include "platform/mapi/MessageStore.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace mv::stores {
+
+class ImapConnection;
+class ImapIdleWatcher;
+struct FetchedMessage;
+struct ImapFolderRef;
+
+class ImapStore : public mapi::MessageStore {
+    Q_OBJECT
+public:
+    using Connector = std::function<Result<std::unique_ptr<ImapConnection>>(const ImapSettings&, const QString& password)>;
+
+    explicit ImapStore(ImapSettings settings, QObject* parent = nullptr);
+    // `connector` opens connections (tests put a scripted stream behind it).
+    ImapStore(ImapSettings settings, Connector connector, QObject* parent = nullptr);
+    ~ImapStore() override;
+
+    QByteArray StoreId() const override;
+    QString DisplayName() const override;
+
+    Result<std::vector<mapi::FolderInfo>> Folders() override;
+    Result<mapi::FolderInfo> Folder(const QByteArray& folderId) override;
+    Result<QByteArray> CreateFolder(const QByteArray& parentId, const QString& name) override;
+    Result<std::vector<mapi::Row>> Query(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                         const std::vector<mapi::PropTag>& columns) override;
+    Result<mapi::MessageRecord> Item(const QByteArray& messageId) override;
+    Result<QByteArray> RawMessage(const QByteArray& messageId) override;
+    Result<QByteArray> Move(const QByteArray& messageId, const QByteArray& destFolderId) override;
+    Result<std::vector<QByteArray>> MoveMany(const std::vector<QByteArray>& messageIds,
+                                             const QByteArray& destFolderId) override;
+    Status SetFlagStatus(const QByteArray& messageId, int flagStatus) override;
+    Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
+
+    // Commands sent since the store was made (benchmarks, tests).
+    int CommandsSent() const;
+    // Folder id of a mailbox by its wire name ("INBOX", "Archive").
+    Result<QByteArray> FolderIdOf(const QByteArray& mailbox);
+    // Starts watching INBOX now (also started when MessagesArrived gets its first receiver).
+    void StartWatching();
+
+protected:
+    void connectNotify(const QMetaMethod& signal) override;
+
+private:
+    Result<ImapConnection*> Connection();
+    Result<QString> Password();
+    template <class T>
+    Result<T> Retrying(const std::function<Result<T>(ImapConnection&)>& call);
+    Result<quint32> SelectChecked(ImapConnection& conn, const ImapFolderRef& folder);
+    Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox);
+    Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int flagsType,
+                                      const QString& specialUse);
+    Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids);
+    mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder) const;
+    Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
+                                           const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
+    Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
+                                           const std::vector<quint32>& uids, const ImapFolderRef& dest);
+    Result<std::vector<QByteArray>> RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
+                                                const ImapFolderRef& dest, const QHash<quint32, QByteArray>& messageIds);
+    Result<QHash<quint32, QByteArray>> MessageIds(ImapConnection& conn, const std::vector<quint32>& uids);
+    Result<quint32> FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken);
+    QString OwnAddress() const;
+    QDateTime Now() const;
+
+    ImapSettings m_settings;
+    Connector m_connector;
+    std::unique_ptr<ImapConnection> m_conn;
+    std::optional<QString> m_password;
+    std::unique_ptr<ImapIdleWatcher> m_watcher;
+    int m_commandsDone = 0;  // of connections already closed
+};
+
+}  // namespace mv::stores
