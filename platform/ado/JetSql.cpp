@@ -302,7 +302,7 @@ QString TranslateCreateTable(const std::vector<Token>& toks, const std::vector<s
 }
 
 struct TypeRule {
-    std::initializer_list<const char*> names;
+    const char* names[10];  // unused slots are null
     const char* sqlite;  // "%1" takes the size
     bool sized;
 };
@@ -347,7 +347,7 @@ QString JetSql::SqliteType(const QString& jetType)
     const QString base = NormalizeType(jetType, &args);
     for (const auto& rule : rules) {
         for (const char* name : rule.names) {
-            if (base != QLatin1String(name)) continue;
+            if (!name || base != QLatin1String(name)) continue;
             if (!rule.sized) return QLatin1String(rule.sqlite);
             int size = 255;
             if (!args.isEmpty()) {
@@ -365,7 +365,11 @@ QString JetSql::SqliteType(const QString& jetType)
 
 int JetSql::AdoTypeForDeclared(const QString& declaredType)
 {
-    static const std::pair<std::initializer_list<const char*>, int> map[] = {
+    struct TypeName {
+        const char* names[7];  // unused slots are null
+        int type;
+    };
+    static const TypeName map[] = {
         {{"VARCHAR", "NVARCHAR", "CHAR", "NCHAR", "CHARACTER", "CHARACTER VARYING"}, adVarWChar},
         {{"LONGTEXT", "TEXT", "MEMO", "NTEXT", "CLOB"}, adLongVarWChar},
         {{"SMALLINT", "SHORT", "INTEGER2", "INT2"}, adSmallInt},
@@ -386,7 +390,7 @@ int JetSql::AdoTypeForDeclared(const QString& declaredType)
     if (base.isEmpty()) return adVariant;
     for (const auto& [names, type] : map)
         for (const char* name : names)
-            if (base == QLatin1String(name)) return type;
+            if (name && base == QLatin1String(name)) return type;
     // SQLite's own affinity rules for anything else.
     if (base.contains(QLatin1String("INT"))) return adInteger;
     if (base.contains(QLatin1String("CHAR")) || base.contains(QLatin1String("CLOB")) ||
