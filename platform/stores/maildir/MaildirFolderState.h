@@ -1,0 +1,76 @@
+#pragma once
+// What the store knows about one folder between queries: the indexed
+// messages keyed by unique name (sorted, so rows come back in a stable
+// order), their flags as the current file names say, and the directory
+// times of the last scan.
+
+#include "MaildirIndex.h"
+
+#include "platform/mapi/MessageStore.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QSet>
+#include <QStringList>
+
+#include <functional>
+#include <map>
+
+namespace mv::stores::maildir {
+
+struct CachedMessage {
+    IndexedMessage file;
+    mapi::MessageFlags flags;                                    // from the info part of the name
+    std::vector<std::pair<mapi::PropTag, QVariant>> flagProps;   // FlagMapping's properties
+    QDateTime delivered;                                         // UTC
+
+    QString InfoPart() const;
+};
+
+struct ScanStats {
+    int listed = 0;      // files seen in cur/ and new/
+    int parsed = 0;      // files read and parsed
+    int renamed = 0;     // known files whose name (flags) changed
+    int dropped = 0;     // index rows of files that are gone
+    int unreadable = 0;  // files that could not be parsed: left out
+    bool skipped = false;  // directories unchanged since the last scan
+};
+
+// Parses a message file into header properties; called from worker threads.
+using HeaderParser = std::function<Result<std::shared_ptr<const HeaderProps>>(const QString& path)>;
+
+class MaildirFolderState {
+public:
+    MaildirFolderState(QString folderPath, QString dir) : m_path(std::move(folderPath)), m_dir(std::move(dir)) {}
+
+    const QString& path() const { return m_path; }
+    const QString& dir() const { return m_dir; }
+    bool loaded() const { return m_loaded; }
+    const std::map<QString, CachedMessage>& messages() const { return m_messages; }
+    const QStringList& keywords() const { return m_keywords; }
+
+    // Brings the folder's messages up to date with the directories: loads
+    // the index rows once, lists cur/ and new/ (readdir), parses only new or
+    // changed files and drops rows of vanished ones, in one transaction.
+    Status Scan(MaildirIndex& index, const HeaderParser& parser, ScanStats& stats);
+
+    // Bookkeeping after the store's own renames.
+    void Forget(const QString& unique);
+    void Learn(const IndexedMessage& file);
+    void Invalidate() { m_loaded = false; m_messages.clear(); m_curMtime = m_newMtime = 0; }
+
+private:
+    Status LoadKeywords();
+    void Derive(CachedMessage& m) const;
+
+    QString m_path;
+    QString m_dir;
+    bool m_loaded = false;
+    std::map<QString, CachedMessage> m_messages;
+    QStringList m_keywords;
+    qint64 m_keywordsMtime = -1;
+    qint64 m_curMtime = 0;  // trusted directory times; 0 = scan again
+    qint64 m_newMtime = 0;
+};
+
+}  // namespace mv::stores::maildir

@@ -1,0 +1,53 @@
+#include "MaildirMessageSource.h"
+
+#include "MaildirIds.h"
+
+#include "platform/stores/common/MimeProperties.h"
+
+namespace mv::stores::maildir {
+
+QString MaildirMessageSource::FilePath() const
+{
+    return m_folder.dir() + QLatin1Char('/') + m_message.file.relName;
+}
+
+std::optional<QVariant> MaildirMessageSource::Get(mapi::PropTag tag) const
+{
+    switch (tag) {
+    case mapi::PR_ENTRYID:
+        return QVariant(MessageIdFor(m_folder.path(), m_message.file.unique));
+    case mapi::PR_STORE_ENTRYID:
+        return QVariant(m_storeId);
+    case mapi::PR_PARENT_ENTRYID:
+        return QVariant(FolderIdFor(m_folder.path()));
+    case mapi::PR_MESSAGE_DELIVERY_TIME:
+        return QVariant(m_message.delivered);
+    case mapi::PR_MESSAGE_SIZE:
+        return QVariant(int(std::min<qint64>(m_message.file.size, INT_MAX)));
+    case mapi::PR_BODY:
+        if (!m_body) {
+            if (m_bodyReads) ++*m_bodyReads;
+            auto body = MimeProperties::BodyFromFile(FilePath());
+            // A body that cannot be read matches no body term; the headers still do.
+            m_body = body.ok() ? std::optional<QVariant>(QVariant(*body)) : std::nullopt;
+        }
+        return *m_body;
+    default:
+        break;
+    }
+    for (const auto& [t, value] : m_message.flagProps)
+        if (t == tag) return value;
+    if (m_message.file.header) {
+        for (const auto& [t, value] : m_message.file.header->props)
+            if (t == tag) return value;
+    }
+    return std::nullopt;
+}
+
+std::vector<mapi::PropertyMap> MaildirMessageSource::SubRows(mapi::PropTag subObject) const
+{
+    if (subObject != mapi::PR_MESSAGE_RECIPIENTS || !m_message.file.header) return {};
+    return m_message.file.header->recipients;
+}
+
+}  // namespace mv::stores::maildir

@@ -1,0 +1,484 @@
+#include "MaildirStore.h"
+
+#include "MaildirIds.h"
+#include "MaildirKeywords.h"
+#include "MaildirMessageSource.h"
+
+#include "platform/mapi/RestrictionEvaluator.h"
+#include "platform/stores/common/FlagMapping.h"
+#include "platform/stores/common/MimeProperties.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace mv::stores::maildir {
+
+namespace {
+
+constexpr int kCollisionRetries = 8;
+
+Error ErrnoError(const QString& what, int err)
+{
+    const QString text = QStringLiteral("%1: %2").arg(what, qt_error_string(err));
+    switch (err) {
+    case ENOENT:
+        return Error::notFound(text, err);
+    case EAGAIN:
+    case EBUSY:
+    case EINTR:
+    case ENOSPC:
+    case EDQUOT:
+    case EMFILE:
+    case ENFILE:
+        return Error::temporary(text, err);
+    default:
+        return Error::permanent(text, err);
+    }
+}
+
+// rename(2) that never replaces an existing file. Falls back to link+unlink
+// on file systems without RENAME_NOREPLACE, which is just as safe.
+int RenameNoReplace(const QByteArray& from, const QByteArray& to)
+{
+    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno != EINVAL && errno != ENOSYS) return errno;
+    if (::link(from.constData(), to.constData()) != 0) return errno;
+    if (::unlink(from.constData()) != 0) {
+        const int err = errno;
+        ::unlink(to.constData());
+        return err;
+    }
+    return 0;
+}
+
+void SyncDir(const QString& dir)
+{
+    const int fd = ::open(QFile::encodeName(dir).constData(), O_RDONLY | O_DIRECTORY);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+}  // namespace
+
+MaildirStore::MaildirStore(const QString& root, MaildirStoreOptions options, QObject* parent)
+    : mapi::MessageStore(parent),
+      m_root(QFileInfo(root).canonicalFilePath().isEmpty() ? QDir::cleanPath(root)
+                                                           : QFileInfo(root).canonicalFilePath()),
+      m_options(std::move(options)),
+      m_layout(m_options.layout ? MaildirLayout(m_root, *m_options.layout) : MaildirLayout::Detect(m_root)),
+      m_storeId(StoreIdFor(m_root))
+{
+    if (m_options.indexPath.isEmpty()) m_options.indexPath = MaildirIndex::DefaultPathFor(m_root);
+    if (m_options.displayName.isEmpty()) m_options.displayName = QStringLiteral("Maildir (%1)").arg(m_root);
+    m_parser = [own = m_options.ownAddress](const QString& path) -> Result<std::shared_ptr<const HeaderProps>> {
+        ParseOptions po;
+        po.ownAddress = own;
+        auto record = MimeProperties::FromFile(path, po);
+        if (!record) return record.error();
+        auto header = std::make_shared<HeaderProps>();
+        header->props.reserve(size_t(record->props.size()));
+        for (auto it = record->props.cbegin(); it != record->props.cend(); ++it)
+            if (it.key() != mapi::PR_BODY) header->props.emplace_back(it.key(), it.value());
+        header->recipients = std::move(record->recipients);
+        return std::shared_ptr<const HeaderProps>(std::move(header));
+    };
+    EnsureGMimeInitialised();
+    if (m_options.watch) Watch();
+}
+
+MaildirStore::~MaildirStore() = default;
+
+QByteArray MaildirStore::StoreId() const
+{
+    return m_storeId;
+}
+
+QString MaildirStore::DisplayName() const
+{
+    return m_options.displayName;
+}
+
+Status MaildirStore::EnsureIndex()
+{
+    if (m_index.isOpen()) return Status::success();
+    m_folders.clear();
+    return m_index.Open(m_options.indexPath);
+}
+
+Result<MaildirFolderState*> MaildirStore::ScannedFolder(const QString& folderPath)
+{
+    const auto dir = m_layout.DirOf(folderPath);
+    if (!dir) return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(folderPath));
+    if (Status s = EnsureIndex(); !s) return s.error();
+    auto& slot = m_folders[folderPath];
+    if (!slot) slot = std::make_unique<MaildirFolderState>(folderPath, *dir);
+    Status s = slot->Scan(m_index, m_parser, m_lastScan);
+    if (!s && MaildirIndex::IsCorruption(s.error().code)) {
+        // The index is only a cache: start it again and scan from the files.
+        if (Status r = m_index.Rebuild(); !r) return r.error();
+        for (auto& [path, state] : m_folders) state->Invalidate();
+        s = slot->Scan(m_index, m_parser, m_lastScan);
+    }
+    if (!s) return s.error();
+    return slot.get();
+}
+
+mapi::FolderInfo MaildirStore::InfoOf(const LayoutFolder& folder)
+{
+    mapi::FolderInfo info;
+    info.entryId = FolderIdFor(folder.path);
+    if (folder.hasParent) info.parentId = FolderIdFor(folder.parentPath);
+    info.name = folder.name;
+    info.path = folder.displayPath;
+    info.specialUse = folder.specialUse;
+    // Counts as the index has them, without scanning the folder.
+    const auto it = m_folders.find(folder.path);
+    if (it != m_folders.end() && it->second->loaded()) {
+        int total = 0, unread = 0;
+        for (const auto& [unique, m] : it->second->messages()) {
+            if (m.flags.deleted) continue;
+            ++total;
+            if (!m.flags.seen) ++unread;
+        }
+        info.total = total;
+        info.unread = unread;
+    } else if (EnsureIndex().ok()) {
+        if (auto counts = m_index.Counts(folder.path)) {
+            info.total = counts->first;
+            info.unread = counts->second;
+        }
+    }
+    return info;
+}
+
+Result<std::vector<mapi::FolderInfo>> MaildirStore::Folders()
+{
+    if (!QFileInfo(m_root).isDir())
+        return Error::notFound(QStringLiteral("The Maildir folder %1 does not exist.").arg(m_root));
+    std::vector<mapi::FolderInfo> out;
+    for (const LayoutFolder& f : m_layout.List()) out.push_back(InfoOf(f));
+    return out;
+}
+
+Result<mapi::FolderInfo> MaildirStore::Folder(const QByteArray& folderId)
+{
+    const auto path = ParseFolderId(folderId);
+    if (!path) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    const auto folder = m_layout.Describe(*path);
+    if (!folder) return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*path));
+    return InfoOf(*folder);
+}
+
+Result<QByteArray> MaildirStore::CreateFolder(const QByteArray& parentId, const QString& name)
+{
+    QString parentPath;
+    if (!parentId.isEmpty()) {
+        const auto parsed = ParseFolderId(parentId);
+        if (!parsed) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+        parentPath = *parsed;
+    }
+    auto created = m_layout.Create(parentPath, name);
+    if (!created) return created.error();
+    return FolderIdFor(*created);
+}
+
+Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                                   const std::vector<mapi::PropTag>& columns)
+{
+    const auto path = ParseFolderId(folderId);
+    if (!path) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    if (restriction) {
+        if (Status s = mapi::RestrictionEvaluator::CheckSupported(*restriction); !s) return s.error();
+    }
+    auto folder = ScannedFolder(*path);
+    if (!folder) return folder.error();
+    m_lastBodyReads = 0;
+    std::vector<mapi::Row> rows;
+    for (const auto& [unique, message] : (*folder)->messages()) {
+        if (message.flags.deleted) continue;
+        const MaildirMessageSource source(message, **folder, m_storeId, &m_lastBodyReads);
+        if (restriction && !mapi::RestrictionEvaluator::Matches(*restriction, source)) continue;
+        mapi::Row row;
+        row.reserve(columns.size());
+        for (const mapi::PropTag tag : columns) row.push_back(source.Get(tag).value_or(QVariant()));
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+Result<MaildirStore::Located> MaildirStore::Locate(const QByteArray& messageId)
+{
+    const auto key = ParseMessageId(messageId);
+    if (!key) return Error::notFound(QStringLiteral("Not a message of this Maildir store."));
+    auto folder = ScannedFolder(key->folder);
+    if (!folder) return folder.error();
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const auto& messages = (*folder)->messages();
+        const auto it = messages.find(key->unique);
+        if (it == messages.end()) break;
+        if (QFileInfo::exists((*folder)->dir() + QLatin1Char('/') + it->second.file.relName))
+            return Located{*folder, &it->second};
+        // Renamed behind our back within the same clock tick: look again.
+        (*folder)->Invalidate();
+        if (auto again = ScannedFolder(key->folder); !again) return again.error();
+    }
+    return Error::notFound(QStringLiteral("The message %1 is no longer in the folder.").arg(key->unique));
+}
+
+Result<mapi::MessageRecord> MaildirStore::Item(const QByteArray& messageId)
+{
+    auto located = Locate(messageId);
+    if (!located) return located.error();
+    const MaildirMessageSource source(*located->message, *located->folder, m_storeId);
+    ParseOptions po;
+    po.withBody = true;
+    po.ownAddress = m_options.ownAddress;
+    auto record = MimeProperties::FromFile(source.FilePath(), po);
+    if (!record) return record.error();
+    for (const auto& [tag, value] : located->message->flagProps) record->props.insert(tag, value);
+    for (const mapi::PropTag tag : {mapi::PR_ENTRYID, mapi::PR_STORE_ENTRYID, mapi::PR_PARENT_ENTRYID,
+                                    mapi::PR_MESSAGE_DELIVERY_TIME, mapi::PR_MESSAGE_SIZE})
+        record->props.insert(tag, *source.Get(tag));
+    return std::move(record).value();
+}
+
+Result<QByteArray> MaildirStore::RawMessage(const QByteArray& messageId)
+{
+    auto located = Locate(messageId);
+    if (!located) return located.error();
+    QFile file(located->folder->dir() + QLatin1Char('/') + located->message->file.relName);
+    if (!file.open(QIODevice::ReadOnly))
+        return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(file.fileName(), file.errorString()));
+    return file.readAll();
+}
+
+Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toDir, MaildirName name)
+{
+    const QByteArray source = QFile::encodeName(from);
+    for (int attempt = 0; attempt < kCollisionRetries; ++attempt) {
+        const QString relName = QLatin1String("cur/") + name.FileName();
+        const int err = RenameNoReplace(source, QFile::encodeName(toDir + QLatin1Char('/') + relName));
+        if (err == 0) return relName;
+        if (err == EEXIST || err == ENOTEMPTY) {
+            // Another message already has this unique name there: never
+            // replace it; this one gets a new name with the same delivery time.
+            name.unique = MaildirName::NewUnique(MaildirName::DeliveryTime(name.unique));
+            continue;
+        }
+        if (err == EXDEV)
+            return Error::permanent(
+                QStringLiteral("Cannot move %1: the destination is on another file system and messages are never "
+                               "copied.")
+                    .arg(from),
+                err);
+        if (err == ENOENT) return Error::notFound(QStringLiteral("The message %1 vanished before it could be moved.").arg(from), err);
+        return ErrnoError(QStringLiteral("Cannot move %1").arg(from), err);
+    }
+    return Error::temporary(QStringLiteral("No free name for %1 in %2.").arg(from, toDir));
+}
+
+Result<QByteArray> MaildirStore::Move(const QByteArray& messageId, const QByteArray& destFolderId)
+{
+    const auto destPath = ParseFolderId(destFolderId);
+    if (!destPath) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    const auto destDir = m_layout.DirOf(*destPath);
+    if (!destDir) return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*destPath));
+    // The destination as last scanned: rescanning a large folder for every
+    // move would cost more than the rare collision it could still miss.
+    auto destIt = m_folders.find(*destPath);
+    Result<MaildirFolderState*> dest = destIt != m_folders.end() && destIt->second->loaded()
+        ? Result<MaildirFolderState*>(destIt->second.get())
+        : ScannedFolder(*destPath);
+    if (!dest) return dest.error();
+    auto located = Locate(messageId);
+    if (!located) return located.error();
+    MaildirFolderState& src = *located->folder;
+    if (src.path() == *destPath) return messageId;
+    const CachedMessage message = *located->message;  // copied: the cache entry goes away below
+
+    // Keyword letters belong to each folder's own dovecot-keywords list.
+    auto destKeywords = MaildirKeywords::Load(*destDir);
+    if (!destKeywords) return destKeywords.error();
+    QStringList keywords = *destKeywords;
+    MaildirName name{message.file.unique, FlagMapping::ToMaildirInfo(message.flags, keywords), true};
+    // The same unique name with other flags is a different file name, so
+    // RENAME_NOREPLACE alone would not see it: look in the folder too.
+    if ((*dest)->messages().count(name.unique)) name.unique = MaildirName::NewUnique(message.delivered);
+    if (keywords != *destKeywords) {
+        if (Status s = MaildirKeywords::Save(*destDir, keywords); !s) return s.error();
+    }
+
+    auto relName = RenameInto(src.dir() + QLatin1Char('/') + message.file.relName, *destDir, name);
+    if (!relName) {
+        if (relName.error().kind == ErrorKind::NotFound) src.Invalidate();
+        return relName.error();
+    }
+    name = MaildirName::Parse(relName->mid(4));
+
+    // The file has moved; the index follows. A failure here only costs a
+    // re-parse on the next scan.
+    IndexedMessage moved = message.file;
+    moved.unique = name.unique;
+    moved.relName = *relName;
+    {
+        IndexTransaction tx(m_index);
+        if (tx.status().ok() && m_index.Remove(src.path(), message.file.unique).ok()
+            && m_index.Put(*destPath, moved).ok())
+            (void)tx.Commit();
+    }
+    src.Forget(message.file.unique);
+    if (auto it = m_folders.find(*destPath); it != m_folders.end()) it->second->Learn(moved);
+    return MessageIdFor(*destPath, name.unique);
+}
+
+Result<std::vector<QByteArray>> MaildirStore::MoveMany(const std::vector<QByteArray>& messageIds,
+                                                       const QByteArray& destFolderId)
+{
+    std::vector<QByteArray> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        auto moved = Move(id, destFolderId);
+        if (!moved) return moved.error();
+        out.push_back(*moved);
+    }
+    return out;
+}
+
+Status MaildirStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
+{
+    if (flagStatus < 0 || flagStatus > 2)
+        return Error::permanent(QStringLiteral("Flag status %1 is not 0, 1 or 2.").arg(flagStatus));
+    auto located = Locate(messageId);
+    if (!located) return located.error();
+    MaildirFolderState& folder = *located->folder;
+    const CachedMessage message = *located->message;
+    QStringList keywords = folder.keywords();
+    const QString info = FlagMapping::ToMaildirInfo(FlagMapping::WithFlagStatus(message.flags, flagStatus), keywords);
+    if (keywords != folder.keywords()) {
+        if (Status s = MaildirKeywords::Save(folder.dir(), keywords); !s) return s;
+    }
+    const QString relName = QLatin1String("cur/") + MaildirName{message.file.unique, info, true}.FileName();
+    if (relName == message.file.relName) return Status::success();
+    const int err = RenameNoReplace(QFile::encodeName(folder.dir() + QLatin1Char('/') + message.file.relName),
+                                    QFile::encodeName(folder.dir() + QLatin1Char('/') + relName));
+    if (err == ENOENT) {
+        folder.Invalidate();
+        return Error::notFound(QStringLiteral("The message %1 vanished.").arg(message.file.unique), err);
+    }
+    if (err == EEXIST)
+        return Error::permanent(QStringLiteral("Two files hold the message %1.").arg(message.file.unique), err);
+    if (err != 0) return ErrnoError(QStringLiteral("Cannot rename %1").arg(message.file.relName), err);
+    IndexedMessage renamed = message.file;
+    renamed.relName = relName;
+    (void)m_index.Rename(folder.path(), renamed.unique, renamed.relName, renamed.size, renamed.mtimeNs);
+    folder.Learn(renamed);
+    return Status::success();
+}
+
+Result<QByteArray> MaildirStore::Append(const QByteArray& folderId, const mapi::NewMessage& message)
+{
+    const auto path = ParseFolderId(folderId);
+    if (!path) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    const auto dir = m_layout.DirOf(*path);
+    if (!dir) return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*path));
+    const QDateTime delivered = message.internalDate.isValid() ? message.internalDate.toUTC()
+                                                                : QDateTime::currentDateTimeUtc();
+    auto keywordsLoaded = MaildirKeywords::Load(*dir);
+    if (!keywordsLoaded) return keywordsLoaded.error();
+    QStringList keywords = *keywordsLoaded;
+    MaildirName name{MaildirName::NewUnique(delivered), FlagMapping::ToMaildirInfo(message.flags, keywords), true};
+    if (keywords != *keywordsLoaded) {
+        if (Status s = MaildirKeywords::Save(*dir, keywords); !s) return s.error();
+    }
+
+    // Delivery protocol: write into tmp/, fsync, then rename into place, so
+    // no reader ever sees half a message.
+    const QString tmp = *dir + QLatin1String("/tmp/") + name.unique;
+    const QByteArray tmpName = QFile::encodeName(tmp);
+    const int fd = ::open(tmpName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) return ErrnoError(QStringLiteral("Cannot create %1").arg(tmp), errno);
+    qsizetype written = 0;
+    int err = 0;
+    while (written < message.rfc822.size()) {
+        const ssize_t n = ::write(fd, message.rfc822.constData() + written, size_t(message.rfc822.size() - written));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            err = errno ? errno : EIO;
+            break;
+        }
+        written += n;
+    }
+    if (err == 0 && ::fsync(fd) != 0) err = errno;
+    const timespec times[2] = {{delivered.toSecsSinceEpoch(), 0}, {delivered.toSecsSinceEpoch(), 0}};
+    if (err == 0) ::futimens(fd, times);
+    ::close(fd);
+    if (err != 0) {
+        ::unlink(tmpName.constData());
+        return ErrnoError(QStringLiteral("Cannot write %1").arg(tmp), err);
+    }
+    auto relName = RenameInto(tmp, *dir, name);
+    if (!relName) {
+        ::unlink(tmpName.constData());
+        return relName.error();
+    }
+    SyncDir(*dir + QLatin1String("/cur"));
+    return MessageIdFor(*path, MaildirName::Parse(relName->mid(4)).unique);
+}
+
+void MaildirStore::Watch()
+{
+    m_watcher = new QFileSystemWatcher(this);
+    std::vector<QString> folders{QString()};
+    if (auto sent = m_layout.FindSpecial(QStringLiteral("\\Sent"))) folders.push_back(*sent);
+    for (const QString& folder : folders) {
+        const auto dir = m_layout.DirOf(folder);
+        if (!dir) continue;
+        QSet<QString>& names = m_knownNames[folder];
+        for (const char* sub : {"new", "cur"}) {
+            const QString watched = *dir + QLatin1Char('/') + QLatin1String(sub);
+            m_watchedFolder.insert(watched, folder);
+            m_watcher->addPath(watched);
+            for (const QString& f : QDir(watched).entryList(QDir::Files)) names.insert(MaildirName::Parse(f).unique);
+        }
+    }
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, &MaildirStore::OnDirectoryChanged);
+}
+
+void MaildirStore::OnDirectoryChanged(const QString& changed)
+{
+    const auto folderIt = m_watchedFolder.constFind(changed);
+    if (folderIt == m_watchedFolder.constEnd()) return;
+    const QString folder = *folderIt;
+    const auto dir = m_layout.DirOf(folder);
+    if (!dir) return;
+    // Flag renames and moves out change the directory too; only a unique
+    // name not seen before is an arrival.
+    QSet<QString> now;
+    for (const char* sub : {"new", "cur"}) {
+        for (const QString& f : QDir(*dir + QLatin1Char('/') + QLatin1String(sub)).entryList(QDir::Files))
+            now.insert(MaildirName::Parse(f).unique);
+    }
+    QSet<QString>& known = m_knownNames[folder];
+    bool arrived = false;
+    for (const QString& unique : now) {
+        if (!known.contains(unique)) {
+            arrived = true;
+            break;
+        }
+    }
+    known = std::move(now);
+    if (arrived) Q_EMIT MessagesArrived(FolderIdFor(folder));
+}
+
+}  // namespace mv::stores::maildir

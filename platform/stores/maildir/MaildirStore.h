@@ -1,0 +1,96 @@
+#pragma once
+// The embedded default store: a Maildir tree on the local disk (Maildir++ or
+// the file-system layout, see MaildirLayout), with a SQLite index in the
+// cache folder so that a run parses only new or changed files.
+//
+// Moves and flag changes are rename(2) calls that never replace a file; a
+// message is never copied and deleted. Files in tmp/ are never touched. The
+// store is used from the thread it lives in; parsing may use worker threads
+// inside Query.
+
+#include "MaildirFolderState.h"
+#include "MaildirIndex.h"
+#include "MaildirLayout.h"
+#include "MaildirName.h"
+
+#include "platform/mapi/MessageStore.h"
+
+#include <QHash>
+#include <QSet>
+
+#include <memory>
+
+class QFileSystemWatcher;
+
+namespace mv::stores::maildir {
+
+struct MaildirStoreOptions {
+    QString indexPath;                           // empty: MaildirIndex::DefaultPathFor(root)
+    std::optional<MaildirLayout::Kind> layout;   // empty: detect
+    QString displayName;                         // empty: "Maildir (<root>)"
+    QString ownAddress;                          // for PR_RCVD_REPRESENTING_* when headers lack it
+    bool watch = true;                           // MessagesArrived from INBOX and Sent
+};
+
+class MaildirStore final : public mapi::MessageStore {
+    Q_OBJECT
+public:
+    explicit MaildirStore(const QString& root, MaildirStoreOptions options = {}, QObject* parent = nullptr);
+    ~MaildirStore() override;
+
+    QByteArray StoreId() const override;
+    QString DisplayName() const override;
+
+    Result<std::vector<mapi::FolderInfo>> Folders() override;
+    Result<mapi::FolderInfo> Folder(const QByteArray& folderId) override;
+    Result<QByteArray> CreateFolder(const QByteArray& parentId, const QString& name) override;
+
+    Result<std::vector<mapi::Row>> Query(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                         const std::vector<mapi::PropTag>& columns) override;
+    Result<mapi::MessageRecord> Item(const QByteArray& messageId) override;
+    Result<QByteArray> RawMessage(const QByteArray& messageId) override;
+
+    Result<QByteArray> Move(const QByteArray& messageId, const QByteArray& destFolderId) override;
+    Result<std::vector<QByteArray>> MoveMany(const std::vector<QByteArray>& messageIds,
+                                             const QByteArray& destFolderId) override;
+    Status SetFlagStatus(const QByteArray& messageId, int flagStatus) override;
+    Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
+
+    const MaildirLayout& layout() const { return m_layout; }
+    const QString& indexPath() const { return m_options.indexPath; }
+    // What the last scan did (files parsed, dropped ...) and how many bodies
+    // the last Query read: for tests, the benchmark and the log.
+    const ScanStats& lastScan() const { return m_lastScan; }
+    int lastBodyReads() const { return m_lastBodyReads; }
+    int indexRebuilds() const { return m_index.rebuilds(); }
+    // Replaces the parser (tests count or fail parses through it).
+    void SetHeaderParser(HeaderParser parser) { m_parser = std::move(parser); }
+
+private:
+    struct Located {
+        MaildirFolderState* folder;
+        const CachedMessage* message;
+    };
+    Status EnsureIndex();
+    Result<MaildirFolderState*> ScannedFolder(const QString& folderPath);
+    Result<Located> Locate(const QByteArray& messageId);
+    mapi::FolderInfo InfoOf(const LayoutFolder& folder);
+    Result<QString> RenameInto(const QString& from, const QString& toDir, MaildirName name);
+    void Watch();
+    void OnDirectoryChanged(const QString& path);
+
+    QString m_root;
+    MaildirStoreOptions m_options;
+    MaildirLayout m_layout;
+    QByteArray m_storeId;
+    MaildirIndex m_index;
+    HeaderParser m_parser;
+    std::map<QString, std::unique_ptr<MaildirFolderState>> m_folders;
+    ScanStats m_lastScan;
+    int m_lastBodyReads = 0;
+    QFileSystemWatcher* m_watcher = nullptr;
+    QHash<QString, QString> m_watchedFolder;       // watched directory -> folder path
+    QHash<QString, QSet<QString>> m_knownNames;    // folder path -> unique names last seen
+};
+
+}  // namespace mv::stores::maildir

@@ -1,0 +1,87 @@
+#pragma once
+// Real Maildir trees in a temporary directory, and messages written by hand
+// so each test states exactly what its files hold.
+
+#include "platform/stores/maildir/MaildirStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+// Readable failure messages for Qt strings.
+QT_BEGIN_NAMESPACE
+inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+inline void PrintTo(const QStringList& l, std::ostream* os)
+{
+    *os << '{' << l.join(QStringLiteral(", ")).toStdString() << '}';
+}
+QT_END_NAMESPACE
+
+namespace mv::stores::maildir::test {
+
+inline QByteArray Mail(const QString& subject, const QString& from = QStringLiteral("Alice <alice@example.com>"),
+                       const QString& to = QStringLiteral("Bob <bob@example.org>"),
+                       const QByteArray& body = "Hello.\n")
+{
+    return "From: " + from.toUtf8() + "\nTo: " + to.toUtf8() + "\nSubject: " + subject.toUtf8()
+        + "\nDate: Mon, 02 Nov 2026 10:00:00 +0000\nMessage-ID: <" + subject.toUtf8().toHex() + "@example.com>\n\n"
+        + body;
+}
+
+inline void MakeMaildir(const QString& dir)
+{
+    for (const char* sub : {"cur", "new", "tmp"}) QDir().mkpath(dir + QLatin1Char('/') + QLatin1String(sub));
+}
+
+inline void WriteFile(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
+    f.write(bytes);
+}
+
+class MaildirFixture : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_tmp.isValid());
+        root = m_tmp.path() + QStringLiteral("/Mail");
+        MakeMaildir(root);
+        indexPath = m_tmp.path() + QStringLiteral("/cache/index.sqlite");
+    }
+
+    std::unique_ptr<MaildirStore> Open(bool watch = false)
+    {
+        MaildirStoreOptions options;
+        options.indexPath = indexPath;
+        options.watch = watch;
+        return std::make_unique<MaildirStore>(root, options);
+    }
+
+    // Writes a message file into `folder` ("" = INBOX) and returns its path.
+    QString Put(const QString& folder, const QString& relName, const QByteArray& bytes)
+    {
+        const QString dir = folder.isEmpty() ? root : root + QLatin1Char('/') + folder;
+        MakeMaildir(dir);
+        const QString path = dir + QLatin1Char('/') + relName;
+        WriteFile(path, bytes);
+        return path;
+    }
+
+    QStringList Files(const QString& folder, const char* sub = "cur") const
+    {
+        const QString dir = (folder.isEmpty() ? root : root + QLatin1Char('/') + folder) + QLatin1Char('/')
+            + QLatin1String(sub);
+        return QDir(dir).entryList(QDir::Files, QDir::Name);
+    }
+
+    QTemporaryDir m_tmp;
+    QString root;
+    QString indexPath;
+};
+
+}  // namespace mv::stores::maildir::test
