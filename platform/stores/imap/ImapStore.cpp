@@ -186,10 +186,11 @@ Result<T> ImapStore::Retrying(const std::function<Result<T>(ImapConnection&)>& c
     }
 }
 
-Result<quint32> ImapStore::UidValidity(ImapConnection& conn, const QByteArray& mailbox)
+Result<quint32> ImapStore::UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext)
 {
     mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
     mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
+    if (uidNext) mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDNEXT);
     mailimap_mailbox_data_status* status = nullptr;
     conn.CountCommand();
     const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
@@ -203,6 +204,7 @@ Result<quint32> ImapStore::UidValidity(ImapConnection& conn, const QByteArray& m
     for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
         auto* info = static_cast<mailimap_status_info*>(clist_content(it));
         if (info->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = info->st_value;
+        if (uidNext && info->st_att == MAILIMAP_STATUS_ATT_UIDNEXT) *uidNext = info->st_value;
     }
     mailimap_mailbox_data_status_free(status);
     return uidValidity;
@@ -505,17 +507,21 @@ Result<QHash<quint32, QByteArray>> ImapStore::MessageIds(ImapConnection& conn, c
     return out;
 }
 
-Result<quint32> ImapStore::FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken)
+Result<quint32> ImapStore::FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken,
+                                           quint32 minUid)
 {
     if (messageId.isEmpty()) return 0u;
     bool utf8 = false;
     const SearchWriter writer({false, conn.Has("LITERAL+"), {}});
-    if (Status s = conn.Custom("UID SEARCH UNDELETED HEADER Message-ID " + writer.String(QString::fromUtf8(messageId), &utf8)); !s)
+    const QByteArray range = minUid > 1 ? "UID " + QByteArray::number(minUid) + ":* " : QByteArray();
+    if (Status s = conn.Custom("UID SEARCH UNDELETED " + range + "HEADER Message-ID " +
+                               writer.String(QString::fromUtf8(messageId), &utf8));
+        !s)
         return s.error();
     std::vector<quint32> found = conn.SearchResult();
-    std::sort(found.rbegin(), found.rend());  // the newest copy is the one just moved
+    std::sort(found.rbegin(), found.rend());  // the newest copy is the one just made
     for (quint32 uid : found)
-        if (!taken.contains(uid)) return uid;
+        if (uid >= minUid && !taken.contains(uid)) return uid;
     return 0u;
 }
 
@@ -552,10 +558,12 @@ Result<std::vector<QByteArray>> ImapStore::MoveOn(ImapConnection& conn, const Im
 }
 
 Result<std::vector<QByteArray>> ImapStore::RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
-                                                       const ImapFolderRef& dest, const QHash<quint32, QByteArray>& messageIds)
+                                                       const ImapFolderRef& dest, const MovePlan& plan)
 {
     // The connection dropped while a move was under way: find out what the
-    // server did before anything is sent again.
+    // server did before anything is sent again. A message may be untouched,
+    // copied (the copy is in the destination above its old UIDNEXT),
+    // copied and marked \Deleted, or gone from the source.
     auto opened = Connection();
     if (!opened) return opened.error();
     ImapConnection& conn = **opened;
@@ -563,31 +571,43 @@ Result<std::vector<QByteArray>> ImapStore::RecoverMove(const ImapFolderRef& sour
     const QByteArray uidSet = ImapFetcher::UidSet(uids);
     if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " UNDELETED"); !s) return s.error();
     const std::vector<quint32> untouched = conn.SearchResult();
-    if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " DELETED"); !s) return s.error();
-    const std::vector<quint32> copied = conn.SearchResult();
-    // Copied and marked but not expunged: the copy exists, finish the job
-    // for exactly these UIDs.
-    if (!copied.empty())
-        if (Status s = conn.Custom("UID EXPUNGE " + ImapFetcher::UidSet(copied)); !s) return s.error();
-    QHash<quint32, QByteArray> result;
-    if (!untouched.empty()) {
-        auto moved = MoveOn(conn, source, untouched, dest);
-        if (!moved) return moved.error();
-        for (size_t i = 0; i < untouched.size(); ++i) result.insert(untouched[i], (*moved)[i]);
-    }
-    std::vector<QByteArray> out;
+
+    std::vector<QByteArray> out(uids.size());
     QSet<quint32> taken;
-    for (quint32 uid : uids) out.push_back(result.value(uid));
-    for (size_t i = 0; i < uids.size(); ++i) {
-        if (!out[i].isEmpty()) continue;
-        if (auto uv = SelectChecked(conn, dest); !uv) return uv.error();
-        auto found = FindByMessageId(conn, messageIds.value(uids[i]), taken);
+    QHash<quint32, quint32> copyOf;  // source UID -> destination UID
+    if (auto uv = SelectChecked(conn, dest); !uv) return uv.error();
+    for (quint32 uid : uids) {
+        auto found = FindByMessageId(conn, plan.messageIds.value(uid), taken, plan.destUidNext);
         if (!found) return found.error();
         if (*found) {
             taken.insert(*found);
-            out[i] = ImapIds::MessageId(dest, *found);
+            copyOf.insert(uid, *found);
         }
     }
+    if (auto uv = SelectChecked(conn, source); !uv) return uv.error();
+    // Messages still in the source whose copy exists: finish the move by
+    // removing exactly these UIDs; those without a copy are moved once more.
+    std::vector<quint32> finish, again;
+    if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " DELETED"); !s) return s.error();
+    for (quint32 uid : conn.SearchResult()) finish.push_back(uid);
+    for (quint32 uid : untouched) (copyOf.contains(uid) ? finish : again).push_back(uid);
+    if (!finish.empty()) {
+        if (!conn.Has("UIDPLUS"))
+            return Error::permanent(QStringLiteral("the connection to %1 dropped during a move; some messages are now in both "
+                                                   "folders and cannot be removed from the source without UIDPLUS")
+                                        .arg(m_settings.host));
+        const QByteArray set = ImapFetcher::UidSet(finish);
+        if (Status s = conn.Custom("UID STORE " + set + " +FLAGS.SILENT (\\Deleted)"); !s) return s.error();
+        if (Status s = conn.Custom("UID EXPUNGE " + set); !s) return s.error();
+    }
+    if (!again.empty()) {
+        auto moved = MoveOn(conn, source, again, dest);
+        if (!moved) return moved.error();
+        for (size_t i = 0; i < again.size(); ++i)
+            if (!(*moved)[i].isEmpty()) copyOf.insert(again[i], ImapIds::ParseMessage((*moved)[i])->uid);
+    }
+    for (size_t i = 0; i < uids.size(); ++i)
+        if (copyOf.contains(uids[i])) out[i] = ImapIds::MessageId(dest, copyOf.value(uids[i]));
     return out;
 }
 
@@ -608,18 +628,24 @@ Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray
     }
     if (source->mailbox == dest->mailbox) return messageIds;
 
-    // Preparation is read-only: it may be retried on a new connection.
-    auto prepared = Retrying<QHash<quint32, QByteArray>>([&](ImapConnection& conn) -> Result<QHash<quint32, QByteArray>> {
-        auto destUv = UidValidity(conn, dest->mailbox);
+    // Preparation is read-only and may be retried on a new connection. The
+    // Message-IDs and the destination's UIDNEXT let the copies be found
+    // when the server gives no COPYUID or the connection drops.
+    auto plan = Retrying<MovePlan>([&](ImapConnection& conn) -> Result<MovePlan> {
+        MovePlan p;
+        auto destUv = UidValidity(conn, dest->mailbox, &p.destUidNext);
         if (!destUv) return destUv.error();
         if (*destUv != dest->uidValidity)
             return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(dest->mailbox)));
         if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
-        return MessageIds(conn, uids);  // to find the moved copies if the server gives no COPYUID
+        auto ids = MessageIds(conn, uids);
+        if (!ids) return ids.error();
+        p.messageIds = std::move(*ids);
+        return p;
     });
-    if (!prepared) return prepared.error();
+    if (!plan) return plan.error();
     for (quint32 uid : uids)
-        if (!prepared->contains(uid))
+        if (!plan->messageIds.contains(uid))
             return Error::notFound(QStringLiteral("a message to move is no longer in %1; nothing was moved")
                                        .arg(ModifiedUtf7::Decode(source->mailbox)));
 
@@ -628,14 +654,13 @@ Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray
     auto moved = MoveOn(**conn, *source, uids, *dest);
     if (!moved) {
         if (!(*conn)->broken()) return moved.error();
-        return RecoverMove(*source, uids, *dest, *prepared);
+        return RecoverMove(*source, uids, *dest, *plan);
     }
-    // No COPYUID: look the copies up by Message-ID.
     QSet<quint32> taken;
     for (size_t i = 0; i < uids.size(); ++i) {
         if (!(*moved)[i].isEmpty()) continue;
         if (auto uv = SelectChecked(**conn, *dest); !uv) return uv.error();
-        auto found = FindByMessageId(**conn, prepared->value(uids[i]), taken);
+        auto found = FindByMessageId(**conn, plan->messageIds.value(uids[i]), taken, plan->destUidNext);
         if (!found) return found.error();
         if (*found) {
             taken.insert(*found);
@@ -657,15 +682,22 @@ Status ImapStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
     const auto ref = ImapIds::ParseMessage(messageId);
     if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
     if (flagStatus < 0 || flagStatus > 2) return Error::permanent(QStringLiteral("flag status %1 is not 0, 1 or 2").arg(flagStatus));
-    const MessageFlags wanted = FlagMapping::WithFlagStatus({}, flagStatus);
-    QByteArrayList add, remove;
-    (wanted.flagged ? add : remove) << "\\Flagged";
-    (wanted.keywords.contains(QStringLiteral("$Completed")) ? add : remove) << "$Completed";
     auto done = Retrying<bool>([&](ImapConnection& conn) -> Result<bool> {
         if (auto uv = SelectChecked(conn, ref->folder); !uv) return uv.error();
         const QByteArray uid = QByteArray::number(ref->uid);
-        if (Status s = conn.Custom("UID SEARCH UID " + uid + " UNDELETED"); !s) return s.error();
-        if (conn.SearchResult().empty()) return Error::notFound(QStringLiteral("the message is no longer there"));
+        if (Status s = conn.Custom("UID FETCH " + uid + " (UID FLAGS)"); !s) return s.error();
+        const auto fetched = ImapFetcher::Parse(conn.session());
+        if (fetched.empty() || fetched.front().flags.deleted)
+            return Error::notFound(QStringLiteral("the message is no longer there"));
+        // Store only the difference, so other clients' flags stay as they are.
+        const MessageFlags now = fetched.front().flags;
+        const MessageFlags wanted = FlagMapping::WithFlagStatus(now, flagStatus);
+        QByteArrayList add, remove;
+        if (wanted.flagged != now.flagged) (wanted.flagged ? add : remove) << "\\Flagged";
+        for (const QString& k : wanted.keywords)
+            if (!now.keywords.contains(k, Qt::CaseInsensitive)) add << k.toUtf8();
+        for (const QString& k : now.keywords)
+            if (!wanted.keywords.contains(k, Qt::CaseInsensitive)) remove << k.toUtf8();
         if (!add.isEmpty())
             if (Status s = conn.Custom("UID STORE " + uid + " +FLAGS.SILENT (" + add.join(' ') + ')'); !s) return s.error();
         if (!remove.isEmpty())
@@ -712,7 +744,7 @@ Result<QByteArray> ImapStore::Append(const QByteArray& folderId, const NewMessag
         if (auto sel = SelectChecked(c, *ref); !sel) return sel.error();
         const QByteArray header = message.rfc822.left(message.rfc822.indexOf("\r\n\r\n") + 2);
         const MessageRecord parsed = MimeProperties::FromBytes(header);
-        auto found = FindByMessageId(c, parsed.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), {});
+        auto found = FindByMessageId(c, parsed.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), {}, 0);
         if (!found) return found.error();
         newUid = *found;
     }

@@ -19,6 +19,9 @@
 #include "ImapSettings.h"
 #include "platform/mapi/MessageStore.h"
 
+#include <QHash>
+#include <QSet>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -72,7 +75,7 @@ private:
     template <class T>
     Result<T> Retrying(const std::function<Result<T>(ImapConnection&)>& call);
     Result<quint32> SelectChecked(ImapConnection& conn, const ImapFolderRef& folder);
-    Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox);
+    Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext = nullptr);
     Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int flagsType,
                                       const QString& specialUse);
     Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids);
@@ -81,10 +84,17 @@ private:
                                            const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
     Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
                                            const std::vector<quint32>& uids, const ImapFolderRef& dest);
+    struct MovePlan {
+        QHash<quint32, QByteArray> messageIds;  // source UID -> Message-ID
+        quint32 destUidNext = 0;
+    };
     Result<std::vector<QByteArray>> RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
-                                                const ImapFolderRef& dest, const QHash<quint32, QByteArray>& messageIds);
+                                                const ImapFolderRef& dest, const MovePlan& plan);
     Result<QHash<quint32, QByteArray>> MessageIds(ImapConnection& conn, const std::vector<quint32>& uids);
-    Result<quint32> FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken);
+    // The newest undeleted message of the selected folder with that
+    // Message-ID, at or above minUid and not in `taken`; 0 when none.
+    Result<quint32> FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken,
+                                    quint32 minUid);
     QString OwnAddress() const;
     QDateTime Now() const;
 

@@ -12,6 +12,7 @@
 
 #include <grp.h>
 #include <pwd.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -197,6 +198,8 @@ bool DovecotServer::Start(QString* error)
 
     m_process = std::make_unique<QProcess>();
     m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // Its own process group, so that Stop() reaches the master's children too.
+    m_process->setChildProcessModifier([] { ::setpgid(0, 0); });
     m_process->start(BinaryPath(), {QStringLiteral("-F"), QStringLiteral("-c"), m_dir.filePath(QStringLiteral("dovecot.conf"))});
     if (!m_process->waitForStarted(5000) || !WaitForPort(m_port, 10000) ||
         (m_options.tls && !WaitForPort(m_tlsPort, 5000))) {
@@ -213,9 +216,12 @@ void DovecotServer::Stop()
 {
     if (!m_process) return;
     if (m_process->state() != QProcess::NotRunning) {
-        m_process->terminate();  // SIGTERM: the master stops its children and removes master.pid
-        if (!m_process->waitForFinished(10000)) {
-            m_process->kill();
+        // SIGTERM to the whole group: the master alone takes over a second
+        // to wind its children down.
+        const pid_t group = static_cast<pid_t>(m_process->processId());
+        ::kill(-group, SIGTERM);
+        if (!m_process->waitForFinished(5000)) {
+            ::kill(-group, SIGKILL);
             m_process->waitForFinished(3000);
         }
     }
