@@ -15,10 +15,14 @@ struct RowsetColumn {
     int type = 0;            // ADO DataType (adInteger, adVarWChar, adLongVarWChar, ...)
     int definedSize = 0;     // characters for text, bytes otherwise; 0 when unknown
     bool isLong = false;     // memo / long text (rs:long in the XML schema)
-    bool nullable = true;    // rs:maybenull
+    bool nullable = true;    // rs:nullable: the column accepts nulls
+    bool mayBeNull = true;   // rs:maybenull: false only where the provider promises no nulls
+    bool mayDefer = false;   // rs:maydefer: Jet reports it for every base-table column
     bool writable = true;    // rs:writeunknown / read-only for computed columns
     bool autoIncrement = false;
     bool keyColumn = false;
+    int precision = 0;       // rs:precision of adNumeric columns; 0 = the type's own
+    int scale = 0;           // rs:scale of adNumeric columns
     QString baseTable;       // rs:basetable, empty for computed columns
     QString baseColumn;      // rs:basecolumn
 };
