@@ -80,20 +80,25 @@ QByteArray SearchWriter::Operand(const Key& k) { return k.compound ? '(' + k.tex
 
 SearchWriter::Key SearchWriter::AndOf(std::vector<Key> keys)
 {
+    bool exact = true;
+    for (const Key& k : keys) {
+        if (k.text == "NOT ALL") return k;
+        exact = exact && k.exact;
+    }
     std::erase_if(keys, [](const Key& k) { return k.text == "ALL"; });
-    if (keys.empty()) return {"ALL", true, false};
-    if (keys.size() == 1) return keys.front();
-    Key out{{}, true, true};
+    if (keys.empty()) return {"ALL", exact, false};
+    if (keys.size() == 1) return {keys.front().text, exact, keys.front().compound};
+    Key out{{}, exact, true};
     for (const Key& k : keys) {
         if (!out.text.isEmpty()) out.text += ' ';
         out.text += k.text;  // an AND inside an AND needs no parentheses
-        out.exact = out.exact && k.exact;
     }
     return out;
 }
 
 SearchWriter::Key SearchWriter::OrOf(std::vector<Key> keys)
 {
+    std::erase_if(keys, [](const Key& k) { return k.text == "NOT ALL"; });
     if (keys.empty()) return {"NOT ALL", true, false};
     for (const Key& k : keys)
         if (k.text == "ALL") return {"ALL", k.exact, false};
