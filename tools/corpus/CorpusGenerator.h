@@ -23,6 +23,7 @@ namespace mv::corpus {
 struct GeneratedMessage {
     mapi::NewMessage message;  // bytes, flags, internal (delivery) date
     QString subject;           // the decoded subject, for test expectations
+    QString folder;            // "" for the INBOX, else a path such as "Sent" or "Archive/Projects"
 };
 
 struct CorpusOptions {
@@ -40,6 +41,11 @@ public:
     static QStringList SampleAddresses();
     static QStringList SampleNames();
     static QStringList SampleSubjectWords();
+    // The mailbox owner: the sender of everything in Sent and the delivery
+    // address of the INBOX mail.
+    static QString OwnerAddress();
+    // Every folder the generator may put a message in ("" is the INBOX).
+    static QStringList Folders();
 };
 
 }  // namespace mv::corpus

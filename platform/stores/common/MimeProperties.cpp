@@ -94,10 +94,48 @@ GMimeHeader* FirstHeader(GMimeMessage* message, const char* name)
     return headers ? g_mime_header_list_get_header(headers, name) : nullptr;
 }
 
-QString HeaderText(GMimeMessage* message, const char* name)
+// GMime joins the payloads of adjacent B-encoded words before decoding
+// them, and loses every word after one that ends in "==" padding. Q payloads
+// join safely, so each B word is rewritten as the same bytes in Q first.
+QByteArray Base64WordsAsQ(const QByteArray& raw)
+{
+    if (!raw.contains("?B?") && !raw.contains("?b?")) return raw;
+    static const QRegularExpression word(QStringLiteral(R"(=\?([^?\s]+)\?[Bb]\?([^?\s]*)\?=)"));
+    const QString text = QString::fromLatin1(raw);
+    QByteArray out;
+    qsizetype last = 0;
+    for (QRegularExpressionMatchIterator it = word.globalMatch(text); it.hasNext();) {
+        const QRegularExpressionMatch m = it.next();
+        const QByteArray bytes = QByteArray::fromBase64(m.captured(2).toLatin1());
+        if (bytes.isEmpty()) continue;  // not decodable: GMime keeps it as written
+        out += raw.mid(last, m.capturedStart() - last);
+        out += "=?" + m.captured(1).toLatin1() + "?Q?";
+        for (char ch : bytes) {
+            const auto c = static_cast<unsigned char>(ch);
+            if ((c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'))
+                out += static_cast<char>(c);
+            else
+                out += '=' + QByteArray::number(c, 16).toUpper().rightJustified(2, '0');
+        }
+        out += "?=";
+        last = m.capturedEnd();
+    }
+    return out + raw.mid(last);
+}
+
+QByteArray RawValue(GMimeHeader* header)
+{
+    const char* raw = header ? g_mime_header_get_raw_value(header) : nullptr;
+    return raw ? Base64WordsAsQ(QByteArray(raw)) : QByteArray();
+}
+
+QString HeaderText(GMimeMessage* message, const char* name, GMimeParserOptions* options)
 {
     GMimeHeader* header = FirstHeader(message, name);
-    return header ? FromUtf8(g_mime_header_get_value(header)).trimmed() : QString();
+    if (!header) return {};
+    GCharPtr unfolded(g_mime_utils_header_unfold(RawValue(header).constData()));
+    GCharPtr decoded(g_mime_utils_header_decode_text(options, unfolded.get()));
+    return FromUtf8(decoded.get()).trimmed();
 }
 
 struct Mailbox {
@@ -129,29 +167,27 @@ std::vector<Mailbox> Mailboxes(GMimeMessage* message, const char* headerName, GM
     std::vector<Mailbox> boxes;
     GMimeHeader* header = FirstHeader(message, headerName);
     if (!header) return boxes;
-    const char* raw = g_mime_header_get_raw_value(header);
-    if (!raw) return boxes;
-    GPtr<InternetAddressList> list(internet_address_list_parse(options, raw));
+    GPtr<InternetAddressList> list(internet_address_list_parse(options, RawValue(header).constData()));
     CollectMailboxes(list.get(), 0, &boxes);
     if (!list || internet_address_list_length(list.get()) == 0) {
         // Not parseable as an address list: keep the text as the address
         // rather than losing who the mail was from or to.
-        const QString text = HeaderText(message, headerName);
+        const QString text = HeaderText(message, headerName, options);
         if (!text.isEmpty()) boxes.push_back({QString(), text});
     }
     return boxes;
 }
 
 // Importance: wins over X-Priority; both absent means normal.
-int ImportanceOf(GMimeMessage* message)
+int ImportanceOf(GMimeMessage* message, GMimeParserOptions* options)
 {
     static const QHash<QString, int> importance = {
         {"low", IMPORTANCE_LOW}, {"normal", IMPORTANCE_NORMAL}, {"high", IMPORTANCE_HIGH}};
-    const QString word = HeaderText(message, "Importance").toLower();
+    const QString word = HeaderText(message, "Importance", options).toLower();
     if (auto it = importance.constFind(word); it != importance.constEnd()) return *it;
 
     // X-Priority: "1 (Highest)" ... "5 (Lowest)"; only the leading digit counts.
-    const QString priority = HeaderText(message, "X-Priority");
+    const QString priority = HeaderText(message, "X-Priority", options);
     if (!priority.isEmpty() && priority[0].isDigit()) {
         static constexpr int kByDigit[] = {IMPORTANCE_NORMAL, IMPORTANCE_HIGH, IMPORTANCE_HIGH, IMPORTANCE_NORMAL,
                                            IMPORTANCE_LOW,    IMPORTANCE_LOW};
@@ -323,9 +359,10 @@ void HeaderProperties(GMimeMessage* message, const ParseOptions& parse, GMimePar
                       MessageRecord* record)
 {
     PropertyMap& props = record->props;
-    props.insert(PR_SUBJECT, HeaderText(message, "Subject"));
-    props.insert(PR_IMPORTANCE, ImportanceOf(message));
-    if (const QString id = HeaderText(message, "Message-ID"); !id.isEmpty()) props.insert(PR_INTERNET_MESSAGE_ID, id);
+    props.insert(PR_SUBJECT, HeaderText(message, "Subject", options));
+    props.insert(PR_IMPORTANCE, ImportanceOf(message, options));
+    if (const QString id = HeaderText(message, "Message-ID", options); !id.isEmpty())
+        props.insert(PR_INTERNET_MESSAGE_ID, id);
 
     if (const auto from = Mailboxes(message, "From", options); !from.empty())
         PutAddressProps(props, from.front(), PR_SENT_REPRESENTING_NAME, PR_SENT_REPRESENTING_EMAIL_ADDRESS,
