@@ -689,17 +689,21 @@ private:
     // inside rs:delete are gone.
     enum class DataMode { Rows, Skip };
 
-    void readData(DataMode mode)
+    // The change elements are only ever one level deep; deeper ones are
+    // skipped so that a hostile file cannot drive the recursion.
+    void readData(DataMode mode, bool nested = false)
     {
         while (nextChild()) {
             if (is(kNsRow, QLatin1String("row"))) {
                 std::vector<QVariant> row(m_data.columns.size());
                 readRow(row);
                 if (mode == DataMode::Rows) m_data.rows.push_back(std::move(row));
+            } else if (nested) {
+                skip();
             } else if (is(kNsRowset, QLatin1String("insert"))) {
-                readData(mode);
+                readData(mode, true);
             } else if (is(kNsRowset, QLatin1String("delete"))) {
-                readData(DataMode::Skip);
+                readData(DataMode::Skip, true);
             } else if (is(kNsRowset, QLatin1String("update"))) {
                 readUpdate(mode);
             } else {

@@ -373,5 +373,19 @@ TEST(RowsetXmlRead, DamagedFilesParseOrThrowAdoError)
     EXPECT_GT(refused, 0);
 }
 
+TEST(RowsetXmlRead, DeepNestingDoesNotExhaustTheStack)
+{
+    const int depth = 200000;
+    QByteArray xml = kHead + kSchema + "<rs:data>";
+    for (int i = 0; i < depth; ++i) xml += "<rs:insert>";
+    xml += "<z:row Id='1'/>";
+    for (int i = 0; i < depth; ++i) xml += "</rs:insert>";
+    xml += "</rs:data></xml>";
+    try {
+        RowsetXml::Read(xml);
+    } catch (const AdoError&) {
+    }
+}
+
 }  // namespace
 }  // namespace mv::ado
