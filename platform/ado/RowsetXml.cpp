@@ -146,6 +146,18 @@ QString formatDouble(double d)
     return QString::number(d, 'g', QLocale::FloatingPointShortest);
 }
 
+bool parseBool(const QString& s, bool* ok)
+{
+    *ok = true;
+    const QString t = s.trimmed();
+    if (t.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0 || t == QLatin1String("-1") ||
+        t == QLatin1String("1"))
+        return true;
+    if (t.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0 || t == QLatin1String("0")) return false;
+    *ok = false;
+    return false;
+}
+
 // The text ADO writes for a value; nullopt when the value does not fit.
 std::optional<QString> formatValue(const XmlType& t, const QVariant& v)
 {
@@ -160,9 +172,12 @@ std::optional<QString> formatValue(const XmlType& t, const QVariant& v)
             if (!ok || n < t.min || n > t.max) return std::nullopt;
             return QString::number(n);
         }
-        case ValueKind::Bool:
-            if (!v.canConvert<bool>()) return std::nullopt;
-            return v.toBool() ? QStringLiteral("True") : QStringLiteral("False");
+        case ValueKind::Bool: {
+            // Text must say true or false; QVariant would take any other text as true.
+            const bool b = v.typeId() == QMetaType::QString ? parseBool(v.toString(), &ok) : v.toBool();
+            if (!ok || !v.canConvert<bool>()) return std::nullopt;
+            return b ? QStringLiteral("True") : QStringLiteral("False");
+        }
         case ValueKind::DateTime: {
             const QDateTime dt = v.toDateTime();
             if (!dt.isValid()) return std::nullopt;
@@ -185,18 +200,6 @@ std::optional<QString> formatValue(const XmlType& t, const QVariant& v)
         }
     }
     return std::nullopt;
-}
-
-bool parseBool(const QString& s, bool* ok)
-{
-    *ok = true;
-    const QString t = s.trimmed();
-    if (t.compare(QLatin1String("true"), Qt::CaseInsensitive) == 0 || t == QLatin1String("-1") ||
-        t == QLatin1String("1"))
-        return true;
-    if (t.compare(QLatin1String("false"), Qt::CaseInsensitive) == 0 || t == QLatin1String("0")) return false;
-    *ok = false;
-    return false;
 }
 
 QDateTime parseDateTime(const QString& s)
@@ -266,39 +269,26 @@ QVariant parseValue(const XmlType& t, const QString& s)
 // Attribute values as ADO escapes them: the five markup characters as entities
 // and CR, LF, TAB as character references, which attribute-value
 // normalisation would otherwise turn into spaces.
+struct Escape {
+    char16_t c;
+    const char* text;
+};
+constexpr Escape kEscapes[] = {
+    {u'&', "&amp;"},  {u'<', "&lt;"},   {u'>', "&gt;"},   {u'\'', "&apos;"},
+    {u'"', "&quot;"}, {u'\r', "&#xd;"}, {u'\n', "&#xa;"}, {u'\t', "&#x9;"},
+};
+
 QString escapeAttribute(const QString& value)
 {
     QString out;
     out.reserve(value.size() + 8);
     for (QChar c : value) {
-        switch (c.unicode()) {
-            case '&':
-                out += QLatin1String("&amp;");
-                break;
-            case '<':
-                out += QLatin1String("&lt;");
-                break;
-            case '>':
-                out += QLatin1String("&gt;");
-                break;
-            case '\'':
-                out += QLatin1String("&apos;");
-                break;
-            case '"':
-                out += QLatin1String("&quot;");
-                break;
-            case '\r':
-                out += QLatin1String("&#xd;");
-                break;
-            case '\n':
-                out += QLatin1String("&#xa;");
-                break;
-            case '\t':
-                out += QLatin1String("&#x9;");
-                break;
-            default:
-                out += c;
-        }
+        const auto* e = std::find_if(std::begin(kEscapes), std::end(kEscapes),
+                                     [c](const Escape& x) { return x.c == c.unicode(); });
+        if (e != std::end(kEscapes))
+            out += QLatin1String(e->text);
+        else
+            out += c;
     }
     return out;
 }
@@ -306,10 +296,13 @@ QString escapeAttribute(const QString& value)
 // XML 1.0 forbids the other C0 controls even as character references.
 bool hasForbiddenChar(const QString& value)
 {
-    return std::any_of(value.begin(), value.end(), [](QChar c) {
-        const char16_t u = c.unicode();
-        return (u < 0x20 && u != '\t' && u != '\n' && u != '\r') || u == 0xFFFE || u == 0xFFFF;
-    });
+    return std::any_of(value.begin(), value.end(),
+                       [](QChar c) {
+                           const char16_t u = c.unicode();
+                           return (u < 0x20 && u != '\t' && u != '\n' && u != '\r') || u == 0xFFFE ||
+                                  u == 0xFFFF;
+                       }) ||
+           !QStringView(value).isValidUtf16();  // a lone surrogate has no UTF-8 form
 }
 
 // Builds ADO's layout: single quotes, tab indentation, long attribute lists

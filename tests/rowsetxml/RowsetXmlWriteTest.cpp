@@ -175,6 +175,8 @@ TEST(RowsetXmlWrite, RefusesWhatItCannotWrite)
         {"ControlCharacter", adVarWChar, QStringLiteral("bell\x07")},
         {"InvalidDate", adDate, QDateTime()},
         {"NotAGuid", adGUID, QStringLiteral("{nope}")},
+        {"TextInBooleanColumn", adBoolean, QStringLiteral("maybe")},
+        {"LoneSurrogate", adVarWChar, QString(QChar(0xD800))},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
