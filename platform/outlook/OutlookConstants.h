@@ -1,6 +1,8 @@
 #pragma once
 // Object-model constants at their published values.
 
+#include <QString>
+
 namespace mv::outlook {
 
 enum OlDefaultFolders : int {
@@ -18,5 +20,11 @@ enum OlImportance : int { olImportanceLow = 0, olImportanceNormal = 1, olImporta
 
 // What kind of item an entry is; decided from the message class.
 enum class ItemKind { Mail, Meeting, Report, Other };
+
+// Substring tests without case, first match wins: "IPM.SCHEDULE" (meeting),
+// then "REPORT." (so a non-delivery report of a note is a report, not mail),
+// then "IPM.NOTE" (mail); anything else (appointments, contacts, tasks,
+// posts) is Other.
+ItemKind KindOfMessageClass(const QString& messageClass);
 
 }  // namespace mv::outlook

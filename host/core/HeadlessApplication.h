@@ -1,0 +1,56 @@
+#pragma once
+// The host's Application without windows, over the stores of a StoreSet.
+// NewMail is raised when a store reports arrivals in its INBOX, ItemSend when
+// it reports an append to its Sent folder (special use \Sent, else the
+// folder named Sent). Startup is raised once by Start(), Quit by Stop().
+
+#include "HeadlessWindows.h"
+#include "StoreSet.h"
+
+#include "platform/outlook/Application.h"
+#include "platform/outlook/store/StoreNameSpace.h"
+
+#include <QHash>
+
+namespace mv::host {
+
+class HeadlessApplication final : public outlook::Application {
+    Q_OBJECT
+public:
+    // `stores` and `clipboard` must outlive the application.
+    HeadlessApplication(StoreSet& stores, os::Clipboard& clipboard, QObject* parent = nullptr);
+    ~HeadlessApplication() override;
+
+    outlook::NameSpace* GetNamespace(const QString& type) override;
+    outlook::Explorers* GetExplorers() override { return &m_explorers; }
+    outlook::Inspectors* GetInspectors() override { return &m_inspectors; }
+    outlook::Explorer* ActiveExplorer() override;
+    QString Version() const override { return QStringLiteral("11.0"); }
+
+    // Opens the windowless Explorer (before add-ins connect, so they find
+    // one) and starts listening to the stores.
+    void Open();
+    // Raises Startup, once.
+    void Start();
+    // Raises Quit (once) and closes the Explorer.
+    void Stop();
+
+    HeadlessExplorer* Explorer() const { return m_explorer.get(); }
+    outlook::StoreNameSpace& Session() { return m_nameSpace; }
+
+private:
+    void OnArrived(mapi::MessageStore* store, const QByteArray& folderId);
+    enum class FolderRole { Other, Inbox, Sent };
+    FolderRole RoleOf(mapi::MessageStore* store, const QByteArray& folderId);
+    std::unique_ptr<outlook::Item> NewestItem(mapi::MessageStore& store, const QByteArray& folderId);
+
+    StoreSet& m_stores;
+    os::Clipboard& m_clipboard;
+    outlook::StoreNameSpace m_nameSpace;
+    HeadlessExplorers m_explorers;
+    HeadlessInspectors m_inspectors;
+    std::unique_ptr<HeadlessExplorer> m_explorer;
+    bool m_started = false, m_stopped = false;
+};
+
+}  // namespace mv::host

@@ -1,0 +1,44 @@
+#pragma once
+// The MAPI namespace over a list of message stores. A hex identifier pair is
+// decoded, the store found by its StoreId, and the folder or message asked
+// of it; any failure on the way (bad hex, unknown store, a store that cannot
+// be reached, a message gone) gives nullptr.
+
+#include "platform/outlook/FolderPicker.h"
+#include "platform/outlook/NameSpace.h"
+
+#include <functional>
+
+namespace mv::outlook {
+
+class StoreNameSpace final : public NameSpace {
+public:
+    // `stores` is asked each time, so stores added later are seen; the
+    // stores and `picker` (nullptr: no picker) must outlive the namespace.
+    using StoreList = std::function<std::vector<mapi::MessageStore*>()>;
+    explicit StoreNameSpace(StoreList stores, FolderPicker* picker = nullptr);
+    explicit StoreNameSpace(std::vector<mapi::MessageStore*> stores, FolderPicker* picker = nullptr);
+
+    std::unique_ptr<Folder> GetFolderFromID(const QString& entryIdHex, const QString& storeIdHex) override;
+    std::unique_ptr<Item> GetItemFromID(const QString& entryIdHex, const QString& storeIdHex) override;
+    // Inbox by "\\Inbox", Sent by "\\Sent" then the name "Sent", and so on
+    // for Drafts, Deleted Items ("\\Trash") and Junk; nullptr for other kinds.
+    std::unique_ptr<Folder> GetDefaultFolder(int folderType) override;
+    std::unique_ptr<Folder> PickFolder() override;
+
+    std::vector<mapi::MessageStore*> Stores() const override { return m_stores(); }
+    std::vector<std::unique_ptr<Folder>> Folders() override;
+
+    void SetPicker(FolderPicker* picker) { m_picker = picker; }
+    mapi::MessageStore* StoreById(const QByteArray& storeId) const;
+    // The folder of `store` with that special use (or, failing that, that
+    // name without case); nullptr when none.
+    static std::unique_ptr<Folder> SpecialFolder(mapi::MessageStore& store, const QString& specialUse,
+                                                 const QString& fallbackName = {});
+
+private:
+    StoreList m_stores;
+    FolderPicker* m_picker;
+};
+
+}  // namespace mv::outlook
