@@ -241,22 +241,23 @@ ColumnDef TranslateColumnDef(const std::vector<Token>& toks, size_t from, size_t
     if (type.isEmpty()) Fail(QStringLiteral("Syntax error in field definition of '%1': no type").arg(def.name));
     const QString mapped = JetSql::SqliteType(type);
     def.counter = mapped == kCounter;
-    QString rest;
-    for (; k < sig.size(); ++k) {
-        const Token& t = toks[sig[k]];
-        // Jet's storage hint means nothing to SQLite.
-        if (IsWord(t, "WITH") && k + 1 < sig.size() &&
-            (IsWord(toks[sig[k + 1]], "COMPRESSION") || IsWord(toks[sig[k + 1]], "COMP"))) {
-            ++k;
-            continue;
+    // The constraints as written, less what SQLite cannot take.
+    std::vector<bool> drop(to, false);
+    for (size_t j = k; j + 1 < sig.size(); ++j) {
+        const Token& t = toks[sig[j]];
+        const Token& next = toks[sig[j + 1]];
+        // Jet's storage hint means nothing to SQLite; the counter type already is the key.
+        if ((IsWord(t, "WITH") && (IsWord(next, "COMPRESSION") || IsWord(next, "COMP"))) ||
+            (def.counter && IsWord(t, "PRIMARY") && IsWord(next, "KEY"))) {
+            for (size_t i = sig[j]; i <= sig[j + 1]; ++i) drop[i] = true;
+            ++j;
         }
-        // The counter type already is the primary key.
-        if (def.counter && IsWord(t, "PRIMARY") && k + 1 < sig.size() && IsWord(toks[sig[k + 1]], "KEY")) {
-            ++k;
-            continue;
-        }
-        rest += QLatin1Char(' ') + RenderJet(t);
     }
+    QString rest;
+    for (size_t i = k < sig.size() ? sig[k] : to; i < to; ++i)
+        if (!drop[i]) rest += RenderJet(toks[i]);
+    rest = rest.trimmed();  // not simplified(): a quoted default keeps its blanks
+    if (!rest.isEmpty()) rest.prepend(QLatin1Char(' '));
     // Jet compares and sorts text without regard to case.
     if ((mapped.startsWith(QLatin1String("VARCHAR")) || mapped == QLatin1String("LONGTEXT")) &&
         !rest.contains(QLatin1String("COLLATE"), Qt::CaseInsensitive))

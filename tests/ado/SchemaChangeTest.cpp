@@ -1,0 +1,274 @@
+// Jet DDL on SQLite: the declared types chosen, ALTER COLUMN by rebuilding
+// the table, and the catalog's column append.
+
+#include "AdoTestDb.h"
+
+#include "platform/ado/Catalog.h"
+#include "platform/ado/JetSql.h"
+
+#include <sqlite3.h>
+
+#include <gtest/gtest.h>
+
+namespace mv::ado::test {
+namespace {
+
+struct TypeCase {
+    const char* jet;
+    const char* declared;
+    int adoType;
+    int definedSize;
+};
+
+class JetTypeTest : public ::testing::TestWithParam<TypeCase> {};
+
+TEST_P(JetTypeTest, MapsToADeclaredTypeThatReadsBackAsTheAdoType)
+{
+    const QString declared = JetSql::SqliteType(QString::fromLatin1(GetParam().jet));
+    EXPECT_EQ(declared, QString::fromLatin1(GetParam().declared));
+    EXPECT_EQ(JetSql::AdoTypeForDeclared(declared), GetParam().adoType);
+    EXPECT_EQ(JetSql::DefinedSizeForDeclared(declared), GetParam().definedSize);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Types, JetTypeTest,
+    ::testing::Values(TypeCase{"Text(150)", "VARCHAR(150)", adVarWChar, 150},
+                      TypeCase{"text ( 10 )", "VARCHAR(10)", adVarWChar, 10},
+                      TypeCase{"Text", "VARCHAR(255)", adVarWChar, 255},
+                      TypeCase{"Memo", "LONGTEXT", adLongVarWChar, 536870910},
+                      TypeCase{"LongText", "LONGTEXT", adLongVarWChar, 536870910},
+                      TypeCase{"integer", "SMALLINT", adSmallInt, 2},
+                      TypeCase{"Short", "SMALLINT", adSmallInt, 2},
+                      TypeCase{"Long", "INTEGER", adInteger, 4},
+                      TypeCase{"Byte", "TINYINT", adUnsignedTinyInt, 1},
+                      TypeCase{"YesNo", "BOOLEAN", adBoolean, 2},
+                      TypeCase{"Counter", "INTEGER PRIMARY KEY AUTOINCREMENT", adInteger, 4},
+                      TypeCase{"AutoIncrement", "INTEGER PRIMARY KEY AUTOINCREMENT", adInteger, 4},
+                      TypeCase{"DateTime", "DATETIME", adDate, 8},
+                      TypeCase{"Double", "DOUBLE", adDouble, 8},
+                      TypeCase{"Currency", "CURRENCY", adCurrency, 8},
+                      TypeCase{"LongBinary", "BLOB", adLongVarBinary, 1073741823}),
+    [](const auto& info) { return std::to_string(info.index); });
+
+TEST(JetTypeTest, DeclaredTypesGetTheAffinityTheyNeed)
+{
+    // SQLite decides affinity from the declared name; check it on the engine.
+    AdoTestDb db;
+    db.connection.Execute(QStringLiteral(
+        "CREATE TABLE [T] ([t] Text(5), [m] Memo, [i] Integer, [l] Long, [b] YesNo, [d] DateTime, [f] Double)"));
+    db.connection.Execute(QStringLiteral("INSERT INTO [T] VALUES ('0123', '0123', '12', '12', True, #2024-01-02#, '1.5')"));
+    auto rs = db.Open(QStringLiteral("SELECT typeof(t), typeof(m), typeof(i), typeof(l), typeof(b), typeof(d), typeof(f) FROM T"));
+    const char* expected[] = {"text", "text", "integer", "integer", "integer", "text", "real"};
+    for (int i = 0; i < 7; ++i) EXPECT_EQ(rs->Fields(i).Value().toString(), QLatin1String(expected[i])) << i;
+}
+
+struct TranslateCase {
+    const char* name;
+    const char* jet;
+    const char* sqlite;
+};
+
+class TranslateTest : public ::testing::TestWithParam<TranslateCase> {};
+
+TEST_P(TranslateTest, GivesSqliteText)
+{
+    const JetStatement st = JetSql::Translate(QString::fromUtf8(GetParam().jet));
+    EXPECT_EQ(st.kind, JetStatement::Kind::Plain);
+    EXPECT_EQ(st.sql, QString::fromUtf8(GetParam().sqlite));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Statements, TranslateTest,
+    ::testing::Values(
+        TranslateCase{"BracketsAndTrailingSemicolon", "SELECT * From [Rules] WHERE [RuleID]=3;", "SELECT * From \"Rules\" WHERE \"RuleID\"=3"},
+        TranslateCase{"BracketInsideTextStays", "UPDATE [Rules] SET RuleName='[x] y'", "UPDATE \"Rules\" SET RuleName='[x] y'"},
+        TranslateCase{"TrueFalse", "UPDATE [Rules] SET Active=True WHERE Active=false", "UPDATE \"Rules\" SET Active=-1 WHERE Active=0"},
+        TranslateCase{"TrueInsideTextStays", "SELECT 'True'", "SELECT 'True'"},
+        TranslateCase{"JetDoubleQuotedText", "SELECT * FROM Rules WHERE RuleName=\"it's\"", "SELECT * FROM Rules WHERE RuleName='it''s'"},
+        TranslateCase{"DateLiteral", "SELECT * FROM T WHERE d < #12/31/2023 23:59:00#", "SELECT * FROM T WHERE d < '2023-12-31 23:59:00'"},
+        TranslateCase{"AddColumn", "ALTER TABLE [settings] ADD raCc integer", "ALTER TABLE \"settings\" ADD COLUMN \"raCc\" SMALLINT"},
+        TranslateCase{"AddTextColumn", "ALTER TABLE [Rules] ADD COLUMN [Note] Text(20) NOT NULL DEFAULT 'x'", "ALTER TABLE \"Rules\" ADD COLUMN \"Note\" VARCHAR(20) NOT NULL DEFAULT 'x' COLLATE NOCASE"},
+        TranslateCase{"CreateWithCounterAndKeyConstraint",
+                      "CREATE TABLE [A] ([ID] Counter, [N] Memo WITH COMPRESSION, CONSTRAINT [PK] PRIMARY KEY ([ID]))",
+                      "CREATE TABLE \"A\" (\"ID\" INTEGER PRIMARY KEY AUTOINCREMENT, \"N\" LONGTEXT COLLATE NOCASE)"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(TranslateTest, RecognisesIdentityAndAlterColumn)
+{
+    EXPECT_EQ(JetSql::Translate(QStringLiteral(" select  @@IDENTITY ; ")).kind, JetStatement::Kind::Identity);
+    const JetStatement alter = JetSql::Translate(QStringLiteral("ALTER TABLE [Rules] ALTER COLUMN [Subject] Memo"));
+    EXPECT_EQ(alter.kind, JetStatement::Kind::AlterColumn);
+    EXPECT_EQ(alter.table, QStringLiteral("Rules"));
+    EXPECT_EQ(alter.column, QStringLiteral("Subject"));
+    EXPECT_EQ(alter.sqliteType, QStringLiteral("LONGTEXT"));
+    for (const char* bad : {"SELECT 'open", "SELECT [open", "SELECT #1/1/2020", "SELECT #not a date#",
+                            "ALTER TABLE [T] ADD c Widget", "ALTER TABLE [T] ALTER COLUMN c Counter", "  ; "})
+        EXPECT_THROW(JetSql::Translate(QString::fromLatin1(bad)), AdoError) << bad;
+}
+
+// ---- ALTER COLUMN
+
+class AlterColumnTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        db.connection.Execute(QStringLiteral(
+            "CREATE TABLE [Rules] ([RuleID] Counter, [RuleName] Text(150) NOT NULL DEFAULT 'unnamed', "
+            "[Subject] Text(255), [SortID] Integer DEFAULT 7, [Active] Integer NOT NULL DEFAULT -1)"));
+        db.connection.Execute(QStringLiteral("CREATE INDEX [BySort] ON [Rules] ([SortID])"));
+        for (int i = 1; i <= 5; ++i)
+            db.connection.Execute(QStringLiteral("INSERT INTO [Rules] (RuleName, Subject, SortID) VALUES ('r%1', '0%1', %1)").arg(i));
+        db.connection.Execute(QStringLiteral("DELETE FROM [Rules] WHERE RuleID >= 4"));  // the counter stays at 5
+    }
+
+    QStringList Names(const QString& table)
+    {
+        Catalog catalog;
+        catalog.SetActiveConnection(&db.connection);
+        QStringList names;
+        for (const Column& c : catalog.Columns(table)) names << c.Name;
+        return names;
+    }
+
+    AdoTestDb db;
+};
+
+TEST_F(AlterColumnTest, KeepsRowsOrderCounterDefaultsAndIndexes)
+{
+    db.connection.Execute(QStringLiteral("ALTER TABLE [Rules] ALTER COLUMN Subject Memo"));
+
+    EXPECT_EQ(Names(QStringLiteral("Rules")),
+              QStringList({"RuleID", "RuleName", "Subject", "SortID", "Active"}));
+    auto rs = db.Open(QStringLiteral("SELECT * FROM Rules ORDER BY RuleID"));
+    ASSERT_EQ(rs->RecordCount(), 3);
+    rs->MoveLast();
+    EXPECT_EQ(rs->Value(QStringLiteral("RuleID")).toInt(), 3);
+    EXPECT_EQ(rs->Value(QStringLiteral("Subject")).toString(), QStringLiteral("03"));
+    EXPECT_EQ(rs->Fields(QStringLiteral("Subject")).Type(), adLongVarWChar);
+    EXPECT_TRUE(rs->Data().columns[0].autoIncrement);
+
+    // Defaults, NOT NULL and the counter after the highest number ever used.
+    db.connection.Execute(QStringLiteral("INSERT INTO [Rules] (Subject) VALUES ('new')"));
+    auto added = db.Open(QStringLiteral("SELECT * FROM Rules WHERE Subject='new'"));
+    EXPECT_EQ(added->Value(QStringLiteral("RuleID")).toInt(), 6);
+    EXPECT_EQ(added->Value(QStringLiteral("RuleName")).toString(), QStringLiteral("unnamed"));
+    EXPECT_EQ(added->Value(QStringLiteral("SortID")).toInt(), 7);
+    EXPECT_EQ(added->Value(QStringLiteral("Active")).toInt(), -1);
+    EXPECT_THROW(db.connection.Execute(QStringLiteral("UPDATE [Rules] SET Active=NULL")), AdoError);
+
+    auto index = db.Open(QStringLiteral("SELECT name FROM sqlite_schema WHERE type='index' AND tbl_name='Rules'"));
+    EXPECT_EQ(index->RecordCount(), 1);
+    auto leftovers = db.Open(QStringLiteral("SELECT name FROM sqlite_schema WHERE name LIKE 'mv_rebuild%'"));
+    EXPECT_EQ(leftovers->RecordCount(), 0);
+}
+
+TEST_F(AlterColumnTest, AFailedRebuildChangesNothing)
+{
+    const QByteArray before = ReadBytes(db.path);
+    for (const char* sql : {"ALTER TABLE [Rules] ALTER COLUMN Nothing Memo", "ALTER TABLE [Nowhere] ALTER COLUMN Subject Memo",
+                            "ALTER TABLE [Rules] ALTER COLUMN RuleID Memo" /* AUTOINCREMENT needs INTEGER */}) {
+        SCOPED_TRACE(sql);
+        EXPECT_THROW(db.connection.Execute(QString::fromLatin1(sql)), AdoError);
+    }
+    EXPECT_EQ(Names(QStringLiteral("Rules")).size(), 5);
+    EXPECT_EQ(db.Open(QStringLiteral("SELECT * FROM Rules"))->RecordCount(), 3);
+    EXPECT_EQ(ReadBytes(db.path), before);
+    // No transaction was left open: a plain write still goes through.
+    EXPECT_NO_THROW(db.connection.Execute(QStringLiteral("UPDATE [Rules] SET SortID=1")));
+}
+
+TEST_F(AlterColumnTest, RowsOfATableWithoutKeyKeepTheirRowids)
+{
+    db.connection.Execute(QStringLiteral("CREATE TABLE [Settings] ([version] Text(10), [toolbar] Integer)"));
+    db.connection.Execute(QStringLiteral("INSERT INTO [Settings] VALUES ('1.0.0', 1)"));
+    db.connection.Execute(QStringLiteral("INSERT INTO [Settings] VALUES ('x', 2)"));
+    db.connection.Execute(QStringLiteral("DELETE FROM [Settings] WHERE version='1.0.0'"));
+    db.connection.Execute(QStringLiteral("ALTER TABLE [settings] ALTER COLUMN [Version] Memo"));
+    auto rs = db.Open(QStringLiteral("SELECT rowid, * FROM Settings"));
+    EXPECT_EQ(rs->Fields(0).Value().toInt(), 2);
+    EXPECT_EQ(rs->Value(QStringLiteral("version")).toString(), QStringLiteral("x"));
+}
+
+// ---- the catalog
+
+struct AppendCase {
+    const char* name;
+    int type;
+    long size;
+    bool allowZeroLength;
+    int readsBackAs;
+    int definedSize;
+};
+
+class AppendColumnTest : public ::testing::TestWithParam<AppendCase> {};
+
+TEST_P(AppendColumnTest, UsesTheColumnsOwnType)
+{
+    AdoTestDb db;
+    db.CreateVersion100Layout();
+    Catalog catalog;
+    catalog.SetActiveConnection(&db.connection);
+    Column c;
+    c.Name = QStringLiteral("Extra");
+    c.Type = GetParam().type;
+    c.DefinedSize = GetParam().size;
+    c.ParentCatalog = &catalog;
+    if (GetParam().allowZeroLength) c.Properties.insert(QStringLiteral("Jet OLEDB:Allow Zero Length"), true);
+    catalog.AppendColumn(QStringLiteral("rules"), c, adVarWChar, 0);  // the append arguments do not count
+
+    const std::vector<Column> columns = catalog.Columns(QStringLiteral("Rules"));
+    ASSERT_EQ(columns.size(), 17u);
+    EXPECT_EQ(columns.back().Name, QStringLiteral("Extra"));
+    EXPECT_EQ(columns.back().Type, GetParam().readsBackAs);
+    EXPECT_EQ(columns.back().DefinedSize, GetParam().definedSize);
+
+    db.connection.Execute(QStringLiteral("INSERT INTO [Rules] (RuleName) VALUES ('r')"));
+    const bool text = GetParam().readsBackAs == adVarWChar || GetParam().readsBackAs == adLongVarWChar;
+    if (text) {
+        EXPECT_EQ(columns.back().Properties.value(QStringLiteral("Jet OLEDB:Allow Zero Length")).toBool(),
+                  GetParam().allowZeroLength);
+        const auto empty = [&] { db.connection.Execute(QStringLiteral("UPDATE [Rules] SET Extra=''")); };
+        if (GetParam().allowZeroLength) EXPECT_NO_THROW(empty());
+        else EXPECT_THROW(empty(), AdoError);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Types, AppendColumnTest,
+    ::testing::Values(AppendCase{"MemoAllowingEmpty", adLongVarWChar, 0, true, adLongVarWChar, 536870910},
+                      AppendCase{"MemoRefusingEmpty", adLongVarWChar, 0, false, adLongVarWChar, 536870910},
+                      AppendCase{"ShortText", adVarWChar, 40, true, adVarWChar, 40},
+                      AppendCase{"TextWithoutSize", adVarWChar, 0, true, adVarWChar, 255},
+                      AppendCase{"Long", adInteger, 0, false, adInteger, 4},
+                      AppendCase{"Integer", adSmallInt, 0, false, adSmallInt, 2},
+                      AppendCase{"YesNo", adBoolean, 0, false, adBoolean, 2},
+                      AppendCase{"Date", adDate, 0, false, adDate, 8}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(CatalogTest, ListsTablesAndRefusesUnknownOnes)
+{
+    AdoTestDb db;
+    db.CreateVersion100Layout();
+    Catalog catalog;
+    EXPECT_THROW(catalog.TableNames(), AdoError);  // no connection yet
+    catalog.SetActiveConnection(&db.connection);
+    EXPECT_EQ(catalog.TableNames(), (std::vector<QString>{"MsgAge", "Rules", "Settings"}));
+    const std::vector<Column> rules = catalog.Columns(QStringLiteral("RULES"));
+    ASSERT_EQ(rules.size(), 16u);
+    EXPECT_EQ(rules[0].Type, adInteger);
+    EXPECT_TRUE(rules[0].Properties.value(QStringLiteral("Autoincrement")).toBool());
+    EXPECT_EQ(rules[1].DefinedSize, 150);
+    EXPECT_EQ(rules[14].Properties.value(QStringLiteral("Default")).toString(), QStringLiteral("-1"));
+
+    Column c;
+    c.Name = QStringLiteral("x");
+    c.Type = adInteger;
+    EXPECT_THROW(catalog.Columns(QStringLiteral("Nowhere")), AdoError);
+    EXPECT_THROW(catalog.AppendColumn(QStringLiteral("Nowhere"), c), AdoError);
+    c.Type = 9999;
+    EXPECT_THROW(catalog.AppendColumn(QStringLiteral("Rules"), c), AdoError);
+    EXPECT_EQ(catalog.Columns(QStringLiteral("Rules")).size(), 16u);
+}
+
+}  // namespace
+}  // namespace mv::ado::test
