@@ -57,7 +57,12 @@ public:
     void SetEnabled(bool v);
 
     // Takes the face and mask from the clipboard ("Toolbar Button Face" and
-    // "Toolbar Button Mask"); false when the clipboard holds none.
+    // "Toolbar Button Mask"); false when the clipboard holds no face it can
+    // read (the face it had is then kept). Both formats hold an image file
+    // in a format QImage reads (PutFaceOnClipboard writes PNG; BMP is read
+    // too). The mask is white where the face is transparent and black where
+    // it shows, as the classic toolbar mask is; a face without a mask is
+    // opaque.
     bool PasteFace();
     QImage Face() const { return m_face; }  // with the mask applied as alpha
 
@@ -135,6 +140,11 @@ private:
     std::unique_ptr<CommandBarControls> m_controls;
 };
 
+// The face helper's half of PasteFace: puts `picture` on the clipboard as a
+// face and a mask in which every pixel of `maskColour` (RGB, alpha ignored)
+// is transparent. Adds to what the clipboard holds; false for a null picture.
+bool PutFaceOnClipboard(os::Clipboard& clipboard, const QImage& picture, QRgb maskColour = 0xFF00FF);
+
 class CommandBars : public QObject {
     Q_OBJECT
 public:
@@ -142,6 +152,8 @@ public:
     int Count() const;
     // nullptr when there is no bar of that name (names compare without case).
     CommandBar* Item(const QString& name) const;
+    // nullptr when a bar of that name exists already; an empty name becomes
+    // "Custom N".
     CommandBar* Add(const QString& name, int position = msoBarTop, bool menuBar = false, bool temporary = false);
     std::vector<CommandBar*> Bars() const;
 
