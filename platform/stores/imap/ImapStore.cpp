@@ -626,7 +626,7 @@ Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray
         source = ref->folder;
         uids.push_back(ref->uid);
     }
-    if (source->mailbox == dest->mailbox) return messageIds;
+    if (source->mailbox == dest->mailbox && source->uidValidity == dest->uidValidity) return messageIds;
 
     // Preparation is read-only and may be retried on a new connection. The
     // Message-IDs and the destination's UIDNEXT let the copies be found

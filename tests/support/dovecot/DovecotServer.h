@@ -57,11 +57,14 @@ public:
     QByteArray CertificatePem() const;
     QString LogText() const;
 
+    // Gives files a test wrote under the home folder to the mail user
+    // (Start() does it for files written before).
+    void HandMailToMailUser() const;
+
 private:
     bool WriteConfig(QString* error);
     bool MakeCertificate(QString* error);
     bool WaitForPort(quint16 port, int timeoutMs) const;
-    void HandMailToMailUser() const;
 
     DovecotOptions m_options;
     QTemporaryDir m_dir;

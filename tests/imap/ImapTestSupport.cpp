@@ -1,0 +1,123 @@
+#include "ImapTestSupport.h"
+
+#include <QLocale>
+#include <QTcpSocket>
+
+#include <algorithm>
+
+namespace mv::test {
+
+QByteArray BuildMail(const MailSpec& spec, int serial)
+{
+    QString text;
+    text += QStringLiteral("From: %1\r\n").arg(spec.from);
+    if (!spec.to.isEmpty()) text += QStringLiteral("To: %1\r\n").arg(spec.to);
+    if (!spec.cc.isEmpty()) text += QStringLiteral("Cc: %1\r\n").arg(spec.cc);
+    text += QStringLiteral("Subject: %1\r\n").arg(spec.subject);
+    text += QStringLiteral("Date: %1\r\n").arg(QLocale::c().toString(spec.date, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss +0000")));
+    text += QStringLiteral("Message-ID: <m%1.%2@test.example>\r\n").arg(serial).arg(spec.date.toSecsSinceEpoch());
+    text += QStringLiteral("MIME-Version: 1.0\r\n");
+    for (const QString& h : spec.extraHeaders) text += h + QStringLiteral("\r\n");
+    if (!spec.extraHeaders.join(QString()).contains(QStringLiteral("Content-Type"), Qt::CaseInsensitive))
+        text += QStringLiteral("Content-Type: text/plain; charset=utf-8\r\n");
+    text += QStringLiteral("\r\n") + spec.body + QStringLiteral("\r\n");
+    return text.toUtf8();
+}
+
+QByteArray OtherClient(quint16 port, const QByteArrayList& commands)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QStringLiteral("127.0.0.1"), port);
+    if (!socket.waitForConnected(5000)) return {};
+    QByteArray transcript;
+    auto untilTagged = [&](const QByteArray& tag) {
+        QByteArray line;
+        do {
+            while (!socket.canReadLine())
+                if (!socket.waitForReadyRead(5000)) return;
+            line = socket.readLine();
+            transcript += line;
+        } while (!tag.isEmpty() && !line.startsWith(tag + ' '));
+    };
+    untilTagged({});  // greeting
+    QByteArrayList all = {"LOGIN test secret"};
+    all += commands;
+    all += "LOGOUT";
+    int n = 0;
+    for (const QByteArray& command : all) {
+        const QByteArray tag = 'x' + QByteArray::number(++n);
+        socket.write(tag + ' ' + command + "\r\n");
+        untilTagged(tag);
+    }
+    return transcript;
+}
+
+void DovecotStoreTest::SetUp()
+{
+    if (!DovecotServer::Available()) GTEST_SKIP() << DovecotServer::BinaryPath().toStdString() << " is not installed";
+    server = std::make_unique<DovecotServer>(Options());
+    QString error;
+    ASSERT_TRUE(server->Start(&error)) << error.toStdString();
+    store = MakeStore();
+    auto id = store->FolderIdOf("INBOX");
+    ASSERT_TRUE(id.ok()) << id.error().message.toStdString();
+    inbox = *id;
+}
+
+void DovecotStoreTest::TearDown()
+{
+    store.reset();
+    server.reset();
+}
+
+stores::ImapSettings DovecotStoreTest::Settings(quint16 port) const
+{
+    stores::ImapSettings s;
+    s.host = QStringLiteral("127.0.0.1");
+    s.port = port ? port : server->Port();
+    s.tls = stores::TlsMode::None;
+    s.user = DovecotServer::User();
+    s.password = DovecotServer::Password();
+    s.timeoutSeconds = 10;
+    s.ownAddress = QStringLiteral("test@example.com");
+    s.clock = [] { return QDateTime(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC); };
+    return s;
+}
+
+std::unique_ptr<stores::ImapStore> DovecotStoreTest::MakeStore(quint16 port) const
+{
+    return std::make_unique<stores::ImapStore>(Settings(port));
+}
+
+QByteArray DovecotStoreTest::Folder(const QByteArray& mailbox)
+{
+    auto id = store->FolderIdOf(mailbox);
+    if (id) return *id;
+    auto made = store->CreateFolder({}, QString::fromUtf8(mailbox));
+    EXPECT_TRUE(made.ok()) << made.error().message.toStdString();
+    return made ? *made : QByteArray();
+}
+
+QByteArray DovecotStoreTest::Add(const QByteArray& folderId, const MailSpec& spec)
+{
+    mapi::NewMessage m;
+    m.rfc822 = BuildMail(spec, ++serial);
+    m.flags = spec.flags;
+    m.internalDate = spec.date;
+    auto id = store->Append(folderId, m);
+    EXPECT_TRUE(id.ok()) << id.error().message.toStdString();
+    return id ? *id : QByteArray();
+}
+
+QStringList DovecotStoreTest::Subjects(const QByteArray& folderId, const mapi::Restriction* restriction)
+{
+    auto rows = store->Query(folderId, restriction, {mapi::PR_SUBJECT});
+    EXPECT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    QStringList out;
+    if (rows)
+        for (const mapi::Row& r : *rows) out << r[0].toString();
+    out.sort();
+    return out;
+}
+
+}  // namespace mv::test

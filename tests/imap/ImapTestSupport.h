@@ -1,0 +1,53 @@
+#pragma once
+// Shared pieces of the IMAP tests: a Dovecot fixture with a store on it and
+// a message builder.
+
+#include "platform/stores/imap/ImapStore.h"
+#include "tests/support/dovecot/DovecotServer.h"
+
+#include <QDateTime>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace mv::test {
+
+inline void PrintTo(const QStringList& list, std::ostream* os) { *os << '[' << list.join(QStringLiteral(" | ")).toStdString() << ']'; }
+
+struct MailSpec {
+    QString from = QStringLiteral("Alice Archer <alice@example.org>");
+    QString to = QStringLiteral("Bob Baker <bob@example.com>");
+    QString cc;
+    QString subject = QStringLiteral("Quarterly budget");
+    QString body = QStringLiteral("Numbers attached.");
+    QStringList extraHeaders;
+    mapi::MessageFlags flags;
+    QDateTime date = QDateTime(QDate(2026, 10, 1), QTime(9, 30), Qt::UTC);
+};
+
+QByteArray BuildMail(const MailSpec& spec, int serial);
+
+// Another client: logs in on `port`, sends each command (tagged for it) and
+// returns everything the server said. Commands use plain IMAP syntax.
+QByteArray OtherClient(quint16 port, const QByteArrayList& commands);
+
+class DovecotStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    virtual DovecotOptions Options() const { return {}; }
+    stores::ImapSettings Settings(quint16 port = 0) const;
+    std::unique_ptr<stores::ImapStore> MakeStore(quint16 port = 0) const;
+    QByteArray Folder(const QByteArray& mailbox);  // creates it when missing
+    QByteArray Add(const QByteArray& folderId, const MailSpec& spec);
+    // Subjects of a folder's messages, sorted (column PR_SUBJECT of a query).
+    QStringList Subjects(const QByteArray& folderId, const mapi::Restriction* restriction = nullptr);
+
+    std::unique_ptr<DovecotServer> server;
+    std::unique_ptr<stores::ImapStore> store;
+    QByteArray inbox;
+    int serial = 0;
+};
+
+}  // namespace mv::test
