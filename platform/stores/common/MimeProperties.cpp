@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QStringDecoder>
 
 #include <fcntl.h>
 
@@ -202,39 +203,52 @@ bool IsType(GMimeContentType* type, const char* mediaType, const char* subType)
     return type && g_mime_content_type_is_type(type, mediaType, subType);
 }
 
-// Content of a leaf part with its transfer encoding removed.
-QByteArray DecodedContent(GMimePart* part)
+// Content of a leaf part with its transfer encoding removed, held in a
+// memory stream that the caller reads in place.
+GPtr<GMimeStream> DecodedStream(GMimePart* part)
 {
     GMimeDataWrapper* content = g_mime_part_get_content(part);
-    if (!content) return {};
+    if (!content) return nullptr;
     GPtr<GMimeStream> memory(g_mime_stream_mem_new());
-    if (g_mime_data_wrapper_write_to_stream(content, memory.get()) < 0) return {};
-    GByteArray* bytes = g_mime_stream_mem_get_byte_array(GMIME_STREAM_MEM(memory.get()));
-    return QByteArray(reinterpret_cast<const char*>(bytes->data), static_cast<qsizetype>(bytes->len));
+    if (g_mime_data_wrapper_write_to_stream(content, memory.get()) < 0) return nullptr;
+    return memory;
 }
 
-QString ToUnicode(const QByteArray& bytes, const char* charset, GMimeParserOptions* options)
+QByteArrayView View(GMimeStream* memory)
+{
+    if (!memory) return {};
+    GByteArray* bytes = g_mime_stream_mem_get_byte_array(GMIME_STREAM_MEM(memory));
+    return {reinterpret_cast<const char*>(bytes->data), static_cast<qsizetype>(bytes->len)};
+}
+
+QString ToUnicode(QByteArrayView bytes, const char* charset, GMimeParserOptions* options)
 {
     const QByteArray name = charset ? QByteArray(g_mime_charset_canon_name(charset)).toLower() : QByteArray();
     const bool declaredUnicode = name.isEmpty() || name == "utf-8" || name == "us-ascii";
-    if (!declaredUnicode) {
+    if (declaredUnicode) {
+        QStringDecoder utf8(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
+        QString text = utf8.decode(bytes);
+        if (!utf8.hasError()) return text;
+    } else {
         iconv_t cd = g_mime_iconv_open("UTF-8", name.constData());
         if (cd != reinterpret_cast<iconv_t>(-1)) {
-            GCharPtr converted(g_mime_iconv_strndup(cd, bytes.constData(), static_cast<size_t>(bytes.size())));
+            GCharPtr converted(g_mime_iconv_strndup(cd, bytes.data(), static_cast<size_t>(bytes.size())));
             g_mime_iconv_close(cd);
             if (converted) return QString::fromUtf8(converted.get());
         }
     }
     // Declared UTF-8 or ASCII that is not, no charset, or one iconv does not
     // know: the same fallbacks as for 8-bit headers.
-    GCharPtr text(g_mime_utils_decode_8bit(options, bytes.constData(), static_cast<size_t>(bytes.size())));
+    GCharPtr text(g_mime_utils_decode_8bit(options, bytes.data(), static_cast<size_t>(bytes.size())));
     return FromUtf8(text.get());
 }
 
 QString PartText(GMimePart* part, GMimeParserOptions* options)
 {
     const char* charset = g_mime_object_get_content_type_parameter(GMIME_OBJECT(part), "charset");
-    QString text = ToUnicode(DecodedContent(part), charset, options);
+    GPtr<GMimeStream> content = DecodedStream(part);
+    QString text = ToUnicode(View(content.get()), charset, options);
+    content.reset();
     text.replace(QLatin1String("\r\n"), QLatin1String("\n"));
     return text;
 }
@@ -296,7 +310,8 @@ QString CalendarMethod(GMimePart* part)
     static const QRegularExpression methodLine(QStringLiteral("^METHOD:\\s*([A-Za-z-]+)"),
                                                QRegularExpression::MultilineOption |
                                                    QRegularExpression::CaseInsensitiveOption);
-    const QRegularExpressionMatch match = methodLine.match(QString::fromUtf8(DecodedContent(part)));
+    GPtr<GMimeStream> content = DecodedStream(part);
+    const QRegularExpressionMatch match = methodLine.match(QString::fromUtf8(View(content.get())));
     return match.hasMatch() ? match.captured(1).toUpper() : QString();
 }
 
@@ -332,9 +347,8 @@ QString BodyText(const Structure& found, GMimeParserOptions* options)
 
 // Only multipart mail and calendar items need their structure for the
 // class and the attachment flag; everything else is known from headers.
-bool NeedsStructure(GMimeMessage* headersOnly, const ParseOptions& options)
+bool NeedsStructure(GMimeMessage* headersOnly)
 {
-    if (options.withBody) return true;
     GMimeObject* top = headersOnly ? g_mime_message_get_mime_part(headersOnly) : nullptr;
     GMimeContentType* type = top ? g_mime_object_get_content_type(top) : nullptr;
     return IsType(type, "multipart", "*") || IsType(type, "text", "calendar");
@@ -407,26 +421,26 @@ MessageRecord EmptyRecord(qint64 size)
     return record;
 }
 
-// Builds the record from the parsed header block and, when needed, the
-// full message (`full` may be the same object or null).
+// Builds the record. Header properties always come from the header block,
+// the class and attachment flag from `full` when the structure is needed,
+// so that a record read with the body agrees with one read without it.
 MessageRecord Assemble(GMimeMessage* headers, GMimeMessage* full, qint64 size, const ParseOptions& parse,
                        GMimeParserOptions* options)
 {
     MessageRecord record = EmptyRecord(size);
-    GMimeMessage* source = full ? full : headers;
-    if (!source) {
-        if (parse.withBody) record.props.insert(PR_BODY, QString());
-        return record;
+    if (parse.withBody) {
+        Structure text;
+        if (full) Walk(g_mime_message_get_mime_part(full), 0, false, &text);
+        record.props.insert(PR_BODY, BodyText(text, options));
     }
-    HeaderProperties(headers ? headers : full, parse, options, &record);
+    if (!headers) return record;
+    HeaderProperties(headers, parse, options, &record);
 
-    GMimeObject* top = g_mime_message_get_mime_part(source);
+    GMimeObject* top = g_mime_message_get_mime_part(NeedsStructure(headers) && full ? full : headers);
     Structure found;
     Walk(top, 0, false, &found);
-    if (!full && top && GMIME_IS_PART(top) && g_mime_part_is_attachment(GMIME_PART(top))) found.hasAttachment = true;
     record.props.insert(PR_MESSAGE_FLAGS, found.hasAttachment ? MSGFLAG_HASATTACH : 0);
     record.props.insert(PR_MESSAGE_CLASS, MessageClass(top, found));
-    if (parse.withBody) record.props.insert(PR_BODY, full ? BodyText(found, options) : QString());
     return record;
 }
 
@@ -464,10 +478,8 @@ MessageRecord MimeProperties::FromBytes(const QByteArray& rfc822, const ParseOpt
     const QByteArray block = NormaliseLineEnds(QByteArray::fromRawData(rfc822.constData(), headerEnd));
     GPtr<GMimeMessage> headers = ParseBytes(block.constData(), block.size(), parserOptions.get());
     GPtr<GMimeMessage> full;
-    if (NeedsStructure(headers.get(), options) && headerEnd < rfc822.size())
+    if (options.withBody || NeedsStructure(headers.get()))
         full = ParseBytes(rfc822.constData(), rfc822.size(), parserOptions.get());
-    else if (NeedsStructure(headers.get(), options))
-        full.reset(headers ? GMIME_MESSAGE(g_object_ref(headers.get())) : nullptr);
     return Assemble(headers.get(), full.get(), rfc822.size(), options, parserOptions.get());
 }
 
@@ -484,7 +496,7 @@ Result<MessageRecord> MimeProperties::FromFile(const QString& path, const ParseO
     ParserOptionsPtr parserOptions = MakeParserOptions();
     GPtr<GMimeMessage> headers = ParseBytes(block.constData(), block.size(), parserOptions.get());
     GPtr<GMimeMessage> full;
-    if (NeedsStructure(headers.get(), options)) {
+    if (options.withBody || NeedsStructure(headers.get())) {
         // Parsed from the file itself: the content stays on disk until a
         // part is decoded, so a large message is never held twice.
         GPtr<GMimeStream> stream(g_mime_stream_fs_open(QFile::encodeName(path).constData(), O_RDONLY, 0, nullptr));
