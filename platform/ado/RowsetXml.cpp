@@ -469,7 +469,7 @@ private:
         if (line < 0) line = m_xml.lineNumber();
         QString where = m_origin.isEmpty() ? QStringLiteral("Rowset XML") : m_origin;
         throw AdoError(kErrProviderGeneric, kSource,
-                       QStringLiteral("%1, line %2: %3").arg(where).arg(line).arg(problem));
+                       QStringLiteral("%1, line %2: %3").arg(where, QString::number(line), problem));
     }
 
     void checkXmlError() const
@@ -794,8 +794,7 @@ QByteArray RowsetXml::Write(const RowsetData& data)
         const XmlType* t = typeByAdo(c.type);
         if (!t)
             failWrite(QStringLiteral("column '%1' has the data type %2, which has no XML form")
-                          .arg(c.name)
-                          .arg(c.type));
+                          .arg(c.name, QString::number(c.type)));
         if (hasForbiddenChar(c.name))
             failWrite(QStringLiteral("column name '%1' holds a control character").arg(c.name));
         types.push_back(t);
