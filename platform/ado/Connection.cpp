@@ -76,8 +76,8 @@ private:
 }  // namespace
 
 struct Connection::Impl {
-    std::map<QString, CachedStatement> cache;  // declared before db: statements die first
     sqlite::DbPtr db;
+    std::map<QString, CachedStatement> cache;  // declared after db: statements are finalized first
     QString connectionString;
     QString dataSource;
     int busyTimeout = 2000;

@@ -100,10 +100,13 @@ RowsetColumn RowsetReader::Column(sqlite3* db, sqlite3_stmt* st, int col)
         if (sqlite3_table_column_metadata(db, dbName, table, origin, nullptr, nullptr, &notNull, &primaryKey,
                                           &autoInc) == SQLITE_OK) {
             c.nullable = !notNull && !primaryKey;
+            c.mayBeNull = c.nullable;
             c.keyColumn = primaryKey != 0;
             c.autoIncrement = autoInc != 0;
-            c.writable = !autoInc;
         }
+        // What Jet reports for every column of a base table, the counter included.
+        c.mayDefer = true;
+        c.writable = true;
     } else {
         c.writable = false;
     }
@@ -112,13 +115,17 @@ RowsetColumn RowsetReader::Column(sqlite3* db, sqlite3_stmt* st, int col)
 
 RowsetData RowsetReader::Read(sqlite3* db, sqlite3_stmt* st, const QString& sql)
 {
+    // Step before reading the column schema: a cached statement whose tables
+    // changed since it was prepared (ALTER, another connection's upgrade) is
+    // prepared again by its first step, and only then are its columns right.
+    int rc = sqlite::Step(db, st, sql);
     RowsetData data;
     const int count = sqlite3_column_count(st);
     data.columns.reserve(count);
     for (int i = 0; i < count; ++i) data.columns.push_back(Column(db, st, i));
     std::vector<int> types(count);
     for (int i = 0; i < count; ++i) types[i] = data.columns[i].type;
-    while (sqlite::Step(db, st, sql) == SQLITE_ROW) {
+    for (; rc == SQLITE_ROW; rc = sqlite::Step(db, st, sql)) {
         std::vector<QVariant> row;
         row.reserve(count);
         for (int i = 0; i < count; ++i) row.push_back(Value(st, i, types[i]));

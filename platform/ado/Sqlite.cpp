@@ -86,21 +86,27 @@ QString QuoteName(const QString& name)
     return QLatin1Char('"') + quoted + QLatin1Char('"');
 }
 
-Transaction::Transaction(sqlite3* db) : m_db(db)
+Transaction::Transaction(sqlite3* db) : m_db(db), m_nested(sqlite3_get_autocommit(db) == 0)
 {
     // IMMEDIATE takes the write lock now, so a busy database fails before
     // any work is done rather than halfway through.
-    Exec(m_db, QStringLiteral("BEGIN IMMEDIATE"));
+    Exec(m_db, m_nested ? QStringLiteral("SAVEPOINT mv_provider") : QStringLiteral("BEGIN IMMEDIATE"));
 }
 
 Transaction::~Transaction()
 {
-    if (!m_done) sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (m_done) return;
+    if (m_nested) {
+        sqlite3_exec(m_db, "ROLLBACK TO mv_provider", nullptr, nullptr, nullptr);
+        sqlite3_exec(m_db, "RELEASE mv_provider", nullptr, nullptr, nullptr);
+    } else {
+        sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
 }
 
 void Transaction::Commit()
 {
-    Exec(m_db, QStringLiteral("COMMIT"));
+    Exec(m_db, m_nested ? QStringLiteral("RELEASE mv_provider") : QStringLiteral("COMMIT"));
     m_done = true;
 }
 

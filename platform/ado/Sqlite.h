@@ -40,6 +40,8 @@ QString ColumnText(sqlite3_stmt* st, int col);
 QString QuoteName(const QString& name);
 
 // Rolls back unless committed; used by the provider's multi-statement work.
+// Outside a transaction it takes the write lock at once (BEGIN IMMEDIATE);
+// inside one the caller opened with "BEGIN", it nests as a savepoint.
 class Transaction {
 public:
     explicit Transaction(sqlite3* db);
@@ -50,6 +52,7 @@ public:
 
 private:
     sqlite3* m_db;
+    bool m_nested = false;
     bool m_done = false;
 };
 

@@ -82,7 +82,9 @@ TEST_P(ColumnSchemaTest, DescribesTheColumnAsTheRowsetXmlNeedsIt)
     EXPECT_EQ(col.nullable, c.nullable);
     EXPECT_EQ(col.baseTable, QString::fromLatin1(c.baseTable));
     EXPECT_EQ(col.baseColumn, *c.baseTable ? QString::fromLatin1(c.column) : QString());
-    EXPECT_EQ(col.writable, *c.baseTable && !c.autoIncrement);
+    EXPECT_EQ(col.writable, *c.baseTable != 0);
+    EXPECT_EQ(col.mayDefer, *c.baseTable != 0);
+    EXPECT_EQ(col.mayBeNull, c.nullable);
 }
 
 const char* kJoin = "SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where Rules.MsgAgeID = "
@@ -335,6 +337,37 @@ TEST_F(RulesFixture, ClosedRecordsetAndForeignFormatsAreRefused)
     Recordset none;
     none.Open(QStringLiteral("UPDATE [Rules] SET LastVerb=0"), db.connection);
     EXPECT_EQ(none.State(), adStateClosed);
+}
+
+TEST_F(RulesFixture, SavedRowsOpenAgainWithTheirSchemaAndValues)
+{
+    db.connection.Execute(QStringLiteral("UPDATE [Rules] SET FromAddress='0123', Message=NULL WHERE RuleID=1"));
+    auto all = db.Open(QStringLiteral("Select * from Rules"));
+    const QString path = db.dir.filePath(QStringLiteral("rules.xml"));
+    all->Save(path, adPersistXML);
+
+    Recordset file;
+    file.SetCursorLocation(adUseClient);
+    file.OpenFile(path, QStringLiteral("Provider=MSPersist"), adOpenUnspecified, adLockUnspecified, -1);
+    ASSERT_EQ(file.RecordCount(), 4);
+    ASSERT_EQ(file.FieldCount(), 18);
+    for (int i = 0; i < 18; ++i) {
+        SCOPED_TRACE(all->Fields(i).Name().toStdString());
+        EXPECT_EQ(file.Fields(i).Name(), all->Fields(i).Name());
+        EXPECT_EQ(file.Fields(i).Type(), all->Fields(i).Type());
+    }
+    EXPECT_EQ(file.Fields(1).DefinedSize(), 150);
+    EXPECT_EQ(file.Value(QStringLiteral("FromAddress")).toString(), QStringLiteral("0123"));
+    EXPECT_FALSE(file.Value(QStringLiteral("Message")).isValid());
+    EXPECT_EQ(file.Value(QStringLiteral("RuleName")).toString(), QStringLiteral("Alpha"));
+    EXPECT_THROW(file.Resync(adAffectCurrent), AdoError);
+
+    auto none = db.Open(QStringLiteral("SELECT * From [Rules] WHERE RuleID=99"));
+    none->Save(path, adPersistXML);  // over the earlier file
+    Recordset empty;
+    empty.OpenFile(path);
+    EXPECT_EQ(empty.RecordCount(), 0);
+    EXPECT_EQ(empty.FieldCount(), 18);
 }
 
 TEST(RecordsetSpeedTest, ThousandRulesReadWellUnderTenMilliseconds)

@@ -177,6 +177,33 @@ TEST_F(AlterColumnTest, AFailedRebuildChangesNothing)
     EXPECT_NO_THROW(db.connection.Execute(QStringLiteral("UPDATE [Rules] SET SortID=1")));
 }
 
+TEST_F(AlterColumnTest, InsideTheCallersTransactionItRollsBackWithIt)
+{
+    db.connection.Execute(QStringLiteral("BEGIN"));
+    db.connection.Execute(QStringLiteral("ALTER TABLE [Rules] ALTER COLUMN Subject Memo"));
+    EXPECT_EQ(db.Open(QStringLiteral("SELECT Subject FROM Rules"))->Fields(0).Type(), adLongVarWChar);
+    db.connection.Execute(QStringLiteral("ROLLBACK"));
+    auto rs = db.Open(QStringLiteral("SELECT Subject FROM Rules"));
+    EXPECT_EQ(rs->Fields(0).Type(), adVarWChar);
+    EXPECT_EQ(rs->RecordCount(), 3);
+}
+
+TEST_F(AlterColumnTest, ASecondConnectionSeesTheNewLayoutAtOnce)
+{
+    // The add-in's second connection has run its queries before the first
+    // one upgrades the file; its prepared statements must not keep the old columns.
+    Connection second;
+    second.Open(JetConnectionString(db.path));
+    const QString all = QStringLiteral("SELECT * From Rules ORDER By SortID");
+    EXPECT_EQ(second.Execute(all)->FieldCount(), 5);
+    db.connection.Execute(QStringLiteral("ALTER TABLE [Rules] ADD LastVerb Integer"));
+    db.connection.Execute(QStringLiteral("ALTER TABLE [Rules] ALTER COLUMN Subject Memo"));
+    auto rs = second.Execute(all);
+    EXPECT_EQ(rs->FieldCount(), 6);
+    EXPECT_EQ(rs->Fields(QStringLiteral("Subject")).Type(), adLongVarWChar);
+    EXPECT_EQ(rs->RecordCount(), 3);
+}
+
 TEST_F(AlterColumnTest, RowsOfATableWithoutKeyKeepTheirRowids)
 {
     db.connection.Execute(QStringLiteral("CREATE TABLE [Settings] ([version] Text(10), [toolbar] Integer)"));
