@@ -1,0 +1,106 @@
+#include "OutAddIn.h"
+
+#include "platform/ado/AdoError.h"
+#include "platform/os/ErrorReport.h"
+
+#include <QDir>
+#include <QFile>
+
+namespace mv::addin {
+
+namespace {
+
+constexpr long kErrObjectNotSet = 91;
+
+const QString kDatabaseName = QStringLiteral("mv.mdb");
+const QString kTemplatePath = QStringLiteral("/Database/_mvblank.mdb");
+
+}  // namespace
+
+OutAddIn::OutAddIn(os::ErrorReport& report, logging::Logger* log, ProgIdRegistry& progIds, os::Clock& clock,
+                   QString installDir)
+    : m_report(report), m_log(log), m_progIds(progIds), m_clock(clock), m_installDir(std::move(installDir))
+{
+}
+
+OutAddIn::~OutAddIn()
+{
+    CloseDatabases();
+}
+
+QString OutAddIn::AppTitle()
+{
+    return QStringLiteral("Mailvane");
+}
+
+bool OutAddIn::PlaceDatabase(const QString& dataDir, const QString& installDir)
+{
+    const QString target = dataDir + u'/' + kDatabaseName;
+    if (QFile::exists(target)) return true;
+    // A database left beside the program by an early release is taken over
+    // once; otherwise the blank template. QFile::copy never overwrites.
+    const QString old = installDir + u'/' + kDatabaseName;
+    if (QFile::exists(old)) return QFile::copy(old, target);
+    return QFile::copy(installDir + kTemplatePath, target);
+}
+
+bool OutAddIn::OpenDatabases(const QString& databasePath)
+{
+    const QString user = QStringLiteral("admin");
+    m_db1 = std::make_unique<store::cDB>(m_progIds, m_report, m_installDir);
+    const bool opened1 = m_db1->InitDB(databasePath, user, QString(), QString(), store::kConnectJet);
+    if (opened1) {
+        UpgradeDB();
+        LoadSettings();
+    } else {
+        m_report.answerer().Show(
+            QStringLiteral("Connection 1 to Mailvane Database failed!\r\nPlease conatct Sorquin Support"),
+            os::vbCritical, AppTitle());
+    }
+    m_db2 = std::make_unique<store::cDB>(m_progIds, m_report, m_installDir);
+    if (!m_db2->InitDB(databasePath, user, QString(), QString(), store::kConnectJet)) {
+        m_report.answerer().Show(
+            QStringLiteral("Connection 2 to Mailvane Database failed!\r\nPlease conatct Sorquin Support"),
+            os::vbCritical, AppTitle());
+    }
+    return opened1;
+}
+
+void OutAddIn::CloseDatabases() noexcept
+{
+    if (m_db1) m_db1->KillDB();
+    if (m_db2) m_db2->KillDB();
+    m_db1.reset();
+    m_db2.reset();
+}
+
+bool OutAddIn::Trap(const QString& label, const std::function<void()>& body) noexcept
+{
+    long number = 0;
+    QString description;
+    try {
+        body();
+        return true;
+    } catch (const ado::AdoError& e) {
+        number = e.Number();
+        description = e.Description();
+    } catch (const std::exception& e) {
+        number = ado::kErrProviderGeneric;
+        description = QString::fromLocal8Bit(e.what());
+    } catch (...) {
+        number = ado::kErrProviderGeneric;
+        description = QStringLiteral("Unknown error");
+    }
+    m_report.ShowProcedureError(number, description, label);
+    return false;
+}
+
+store::cDB& OutAddIn::Db1()
+{
+    if (!m_db1)
+        throw ado::AdoError(kErrObjectNotSet, AppTitle(),
+                            QStringLiteral("Object variable or With block variable not set"));
+    return *m_db1;
+}
+
+}  // namespace mv::addin

@@ -1,0 +1,429 @@
+// cDB on real SQLite files: apostrophes, connection strings, identities,
+// closed connections, cursor moves and searches, export, and the failure of
+// each ADO object creation in turn.
+
+#include "StoreFixture.h"
+
+#include <QFile>
+#include <QProcess>
+
+#include <unistd.h>
+
+namespace mv::test {
+namespace {
+
+using store::cDB;
+
+// --- Apostrophe -------------------------------------------------------------
+
+struct ApostropheCase {
+    const char* in;
+    const char* out;
+};
+
+class ApostropheTest : public ::testing::TestWithParam<ApostropheCase> {};
+
+TEST_P(ApostropheTest, DoublesEveryQuoteInPlace)
+{
+    ProgIdRegistry ids;
+    os::ScriptedAnswerer answerer;
+    os::ErrorReport report(answerer);
+    cDB db(ids, report, QString());
+    QString text = QString::fromUtf8(GetParam().in);
+    const QString returned = db.Apostrophe(text);
+    EXPECT_EQ(returned, QString::fromUtf8(GetParam().out));
+    EXPECT_EQ(text, returned) << "the argument is rewritten as well";
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, ApostropheTest,
+                         ::testing::Values(ApostropheCase{"O'Brien's", "O''Brien''s"}, ApostropheCase{"plain", "plain"},
+                                           ApostropheCase{"'", "''"}, ApostropheCase{"''", "''''"},
+                                           ApostropheCase{"", ""}, ApostropheCase{"'a'", "''a''"},
+                                           ApostropheCase{"Zoë's café", "Zoë''s café"}));
+
+// --- Connection strings -----------------------------------------------------
+
+TEST(ConnectionStringTest, KindsBuildTheirExactText)
+{
+    struct Case {
+        int kind;
+        const char* path;
+        const char* user;
+        const char* password;
+        const char* dir;
+        const char* expected;
+    } const cases[] = {
+        {4, "C:\\x\\mv.mdb", "admin", "", "",
+         "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=C:\\x\\mv.mdb;Jet OLEDB:Database Password=;"
+         "Jet OLEDB:Engine Type=5;"},
+        {4, "  /home/u/mv.mdb  ", "admin", "secret", "/opt",
+         "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=/home/u/mv.mdb;Jet OLEDB:Database Password=;"
+         "Jet OLEDB:Engine Type=5;"},
+        {3, " /d/mv.mdb ", " admin ", "pw", " /opt/mv/ ",
+         "Driver={Microsoft Access Driver (*.mdb)};DBQ=/d/mv.mdb;DefaultDir=/opt/mv/;UID=admin;PWD=;pw"},
+        {5, "/d/mv.mdb", "admin", "", "", ""},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(cDB::BuildConnectionString(c.kind, QString::fromUtf8(c.path), QString::fromUtf8(c.user),
+                                             QString::fromUtf8(c.password), QString::fromUtf8(c.dir)),
+                  QString::fromUtf8(c.expected))
+            << "kind " << c.kind << " path " << c.path;
+}
+
+class CDbTest : public StoreTest {};
+
+TEST_F(CDbTest, EmptyDefaultDirectoryBecomesTheInstallationFolder)
+{
+    cDB db(m_progIds, m_report, QStringLiteral("/opt/mailvane"));
+    (void)db.InitDB(TempPath(QStringLiteral("none.mdb")), QStringLiteral("admin"), QString(), QStringLiteral("  "),
+                    store::kConnectOdbc);
+    EXPECT_TRUE(db.ConnectionString().contains(QLatin1String(";DefaultDir=/opt/mailvane/;")))
+        << db.ConnectionString().toStdString();
+}
+
+TEST_F(CDbTest, UnknownKindFailsToOpenWithAnEmptyString)
+{
+    const QString path = CopyDatabase(QStringLiteral("template"));
+    cDB db(m_progIds, m_report, m_dir.path());
+    EXPECT_FALSE(db.InitDB(path, QStringLiteral("admin"), QString(), QString(), 7));
+    EXPECT_TRUE(db.ConnectionString().isEmpty());
+    EXPECT_TRUE(Reports().isEmpty()) << "InitDB leaves the message to its caller";
+}
+
+// --- Identity ---------------------------------------------------------------
+
+TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnly)
+{
+    const QString path = CopyDatabase(QStringLiteral("v140"));
+    auto db = Open(path);
+    EXPECT_EQ(db->NewID(), 0);
+
+    ASSERT_TRUE(db->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName], [SortID]) VALUES ('plain', 20)")));
+    EXPECT_EQ(db->NewID(), 0) << "a text insert leaves the identity alone";
+
+    auto cmd = Prepared(QStringLiteral("INSERT INTO [Rules] ([RuleName], [SortID]) VALUES (?, ?)"),
+                        {QStringLiteral("prepared"), 21});
+    ASSERT_TRUE(db->ExecuteSQL(QString(), cmd.get()));
+    EXPECT_EQ(QString::number(db->NewID()),
+              Query(path, QStringLiteral("SELECT RuleID FROM Rules WHERE RuleName = 'prepared'")));
+
+    const auto id = db->NewID();
+    ASSERT_TRUE(db->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName]) VALUES ('later')")));
+    EXPECT_EQ(db->NewID(), id);
+    EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
+}
+
+// --- Closed connection --------------------------------------------------------
+
+TEST_F(CDbTest, ExecuteSqlRefusesAClosedConnectionWhileCreateRsReopensIt)
+{
+    const QString path = CopyDatabase(QStringLiteral("template"));
+    auto db = Open(path);
+    db->Connection()->Close();
+
+    EXPECT_FALSE(db->ExecuteSQL(QStringLiteral("UPDATE [Settings] SET [WeekStart]=5")));
+    EXPECT_EQ(db->LastErrorNumber(), store::kErrDb1001);
+    EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
+                             store::kErrDb1001, QStringLiteral("Database connection is closed"),
+                             QStringLiteral("ExecuteSQL, Contact Sorquin Support"))});
+    EXPECT_EQ(Query(path, QStringLiteral("SELECT WeekStart FROM Settings")), QStringLiteral("2"));
+
+    std::unique_ptr<ado::Recordset> rs;
+    ASSERT_TRUE(db->CreateRS(rs, QStringLiteral("SELECT * From Settings")));
+    EXPECT_EQ(db->Connection()->State(), ado::adStateOpen);
+    EXPECT_EQ(rs->Value(QStringLiteral("version")).toString(), QStringLiteral("1.8.0"));
+}
+
+TEST_F(CDbTest, KillDbIsHarmlessTwice)
+{
+    auto db = Open(CopyDatabase(QStringLiteral("template")));
+    db->KillDB();
+    db->KillDB();
+    EXPECT_EQ(db->Connection(), nullptr);
+    EXPECT_FALSE(db->ExecuteSQL(QStringLiteral("SELECT 1")));
+    EXPECT_EQ(db->LastErrorNumber(), store::kErrDb1000);
+}
+
+// --- Cursor: RecordCount, FindDB, MoveDB ----------------------------------------
+
+class CursorTest : public StoreTest {
+protected:
+    void SetUp() override
+    {
+        StoreTest::SetUp();
+        m_path = CopyDatabase(QStringLiteral("v140"));  // SortIDs 1, 4, 9; Active -1, 0, -1
+        m_db = Open(m_path);
+        ASSERT_TRUE(m_db->CreateRS(m_rs, QStringLiteral("SELECT * From Rules ORDER By SortID")));
+    }
+    int Sort() const { return m_rs->Value(QStringLiteral("SortID")).toInt(); }
+
+    QString m_path;
+    std::unique_ptr<cDB> m_db;
+    std::unique_ptr<ado::Recordset> m_rs;
+};
+
+TEST_F(CursorTest, RecordCountKeepsThePosition)
+{
+    m_rs->MoveNext();
+    EXPECT_EQ(m_db->RecordCount(*m_rs), 3);
+    EXPECT_EQ(Sort(), 4);
+}
+
+TEST_F(CursorTest, FindDbByDirection)
+{
+    struct Case {
+        const char* name;
+        int startSort;  // row to stand on first
+        int direction;
+        const char* criteria;
+        bool found;
+        int endSort;
+    } const cases[] = {
+        {"first match from the top", 9, store::dbFirst, "Active = -1", true, 1},
+        {"last match from the bottom", 1, store::dbLast, "Active = -1", true, 9},
+        {"next skips the current row", 1, store::dbNext, "Active = -1", true, 9},
+        {"previous skips the current row", 9, store::dbPrevious, "Active = -1", true, 1},
+        {"next on the last row restores it", 9, store::dbNext, "SortID > 0", false, 9},
+        {"previous on the first row restores it", 1, store::dbPrevious, "SortID > 0", false, 1},
+        {"no match anywhere restores the row", 4, store::dbFirst, "SortID = 77", false, 4},
+        {"text with an apostrophe", 1, store::dbFirst, "RuleName = 'O''Brien''s reports'", true, 4},
+        {"unknown direction does nothing", 4, 9, "SortID = 1", true, 4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        m_rs->MoveFirst();
+        while (Sort() != c.startSort) m_rs->MoveNext();
+        EXPECT_EQ(m_db->FindDB(c.direction, QString::fromUtf8(c.criteria), *m_rs), c.found);
+        ASSERT_FALSE(m_rs->IsEOF() || m_rs->IsBOF());
+        EXPECT_EQ(Sort(), c.endSort);
+    }
+}
+
+TEST_F(CursorTest, MoveDbStopsOnTheEndRowsAndResyncs)
+{
+    ASSERT_TRUE(m_db->MoveDB(store::dbLast, *m_rs));
+    EXPECT_FALSE(m_db->MoveDB(store::dbNext, *m_rs));
+    EXPECT_FALSE(m_rs->IsEOF());
+    EXPECT_EQ(Sort(), 9);
+
+    ASSERT_TRUE(m_db->MoveDB(store::dbFirst, *m_rs));
+    EXPECT_FALSE(m_db->MoveDB(store::dbPrevious, *m_rs));
+    EXPECT_FALSE(m_rs->IsBOF());
+    EXPECT_EQ(Sort(), 1);
+
+    ASSERT_TRUE(m_db->MoveDB(store::dbNext, *m_rs));
+    EXPECT_EQ(Sort(), 4);
+    EXPECT_TRUE(m_db->MoveDB(42, *m_rs));
+    EXPECT_EQ(Sort(), 4);
+
+    // A change made behind the recordset's back shows after the next move.
+    ASSERT_TRUE(m_db->ExecuteSQL(QStringLiteral("UPDATE [Rules] SET RuleName='renamed' WHERE SortID=1")));
+    ASSERT_TRUE(m_db->MoveDB(store::dbFirst, *m_rs));
+    EXPECT_EQ(m_rs->Value(QStringLiteral("RuleName")).toString(), QStringLiteral("renamed"));
+}
+
+// --- Export -------------------------------------------------------------------
+
+TEST_F(CDbTest, ExportReplacesAnExistingFileButKeepsItWhenTheQueryFails)
+{
+    auto db = Open(CopyDatabase(QStringLiteral("v140")));
+    const QString out = TempPath(QStringLiteral("rules.xml"));
+    {
+        QFile f(out);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("old contents that are much longer than nothing at all");
+    }
+    ASSERT_TRUE(db->Export(QStringLiteral("Select * from Rules"), out));
+    const QByteArray written = FileBytes(out);
+    EXPECT_TRUE(written.contains("urn:schemas-microsoft-com:rowset"));
+    EXPECT_FALSE(written.contains("old contents"));
+
+    EXPECT_FALSE(db->Export(QStringLiteral("Select * from NoSuchTable"), out));
+    EXPECT_EQ(FileBytes(out), written);
+    ASSERT_EQ(Reports().size(), 1);
+    EXPECT_TRUE(Reports().first().endsWith(QLatin1String("in procedure Export of Class Module cDB")));
+}
+
+// --- Failure of each ADO object creation ------------------------------------------
+
+enum class Op { InitDB, CreateRS, ExecuteSQL, ExecutePrepared, Import, AppendField };
+
+struct InjectionCase {
+    const char* name;
+    const char* progId;
+    Op op;
+    long number;
+    const char* description;
+    const char* reportLabel;  // nullptr: the operation only returns its default
+};
+
+class CreationFailureTest : public StoreTest, public ::testing::WithParamInterface<InjectionCase> {};
+
+template <class T>
+void Break(ProgIdRegistry& ids, const char* progId)
+{
+    ids.Register<T>(QString::fromLatin1(progId), [] { return std::unique_ptr<T>(); });
+}
+
+TEST_P(CreationFailureTest, GivesTheTabledErrorAndTheDefaultResult)
+{
+    const auto& c = GetParam();
+    const QString path = CopyDatabase(QStringLiteral("v140"));
+    const QString before = Query(path, QStringLiteral("SELECT * FROM Rules")) +
+                           Columns(path, QStringLiteral("Rules")) + Query(path, QStringLiteral("SELECT * FROM Settings"));
+    // An export to import, made before anything is broken.
+    const QString xml = TempPath(QStringLiteral("rules.xml"));
+    {
+        auto db = Open(path);
+        ASSERT_TRUE(db->Export(QStringLiteral("Select * from Rules"), xml));
+    }
+
+    const QString id = QString::fromLatin1(c.progId);
+    if (id == QLatin1String(store::kProgIdConnection)) Break<ado::Connection>(m_progIds, c.progId);
+    if (id == QLatin1String(store::kProgIdRecordset)) Break<ado::Recordset>(m_progIds, c.progId);
+    if (id == QLatin1String(store::kProgIdCommand)) Break<ado::Command>(m_progIds, c.progId);
+    if (id == QLatin1String(store::kProgIdCatalog)) Break<ado::Catalog>(m_progIds, c.progId);
+    if (id == QLatin1String(store::kProgIdTable)) Break<ado::Table>(m_progIds, c.progId);
+    if (id == QLatin1String(store::kProgIdColumn)) Break<ado::Column>(m_progIds, c.progId);
+
+    cDB db(m_progIds, m_report, m_dir.path());
+    bool result = true;
+    if (c.op == Op::InitDB) {
+        result = db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet);
+    } else {
+        ASSERT_TRUE(db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet));
+        std::unique_ptr<ado::Recordset> rs;
+        switch (c.op) {
+        case Op::CreateRS:
+            result = db.CreateRS(rs, QStringLiteral("SELECT * From Rules"));
+            EXPECT_EQ(rs, nullptr);
+            break;
+        case Op::ExecuteSQL:
+            result = db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0"));
+            break;
+        case Op::ExecutePrepared: {
+            auto cmd = Prepared(QStringLiteral("UPDATE [Rules] SET Active=?"), {0});
+            result = db.ExecuteSQL(QString(), cmd.get());
+            EXPECT_EQ(db.NewID(), 0);
+            break;
+        }
+        case Op::Import:
+            result = db.Import(xml);
+            break;
+        case Op::AppendField:
+            result = db.AppendField(QStringLiteral("Rules"), QStringLiteral("Extra"), ado::adLongVarWChar, true);
+            break;
+        case Op::InitDB:
+            break;
+        }
+    }
+    EXPECT_FALSE(result);
+    EXPECT_EQ(db.LastErrorNumber(), c.number);
+    EXPECT_EQ(db.LastErrorDescription(), QString::fromUtf8(c.description));
+    if (c.reportLabel) {
+        EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(c.number, QString::fromUtf8(c.description),
+                                                                             QString::fromUtf8(c.reportLabel))});
+    } else {
+        EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
+    }
+    db.KillDB();
+    EXPECT_EQ(Query(path, QStringLiteral("SELECT * FROM Rules")) + Columns(path, QStringLiteral("Rules")) +
+                  Query(path, QStringLiteral("SELECT * FROM Settings")),
+              before)
+        << "nothing else happened";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EachProgId, CreationFailureTest,
+    ::testing::Values(
+        InjectionCase{"InitDB_Connection", "ADODB.Connection", Op::InitDB, store::kErrDb1000,
+                      "Failed to create Connection object.", nullptr},
+        InjectionCase{"CreateRS_Recordset", "ADODB.Recordset", Op::CreateRS, store::kErrDb1002,
+                      "Failed to create Recordset object.", nullptr},
+        InjectionCase{"CreateRS_Command", "ADODB.Command", Op::CreateRS, store::kErrDb1003,
+                      "Failed to create Command object.", nullptr},
+        InjectionCase{"ExecuteSQL_Command", "ADODB.Command", Op::ExecuteSQL, store::kErrDb1002,
+                      "Failed to create Command object.", "ExecuteSQL, Contact Sorquin Support"},
+        InjectionCase{"ExecutePrepared_Command", "ADODB.Command", Op::ExecutePrepared, store::kErrDb1002,
+                      "Failed to create Command object.", "ExecuteSQL, Contact Sorquin Support"},
+        InjectionCase{"Import_Recordset", "ADODB.Recordset", Op::Import, store::kErrDb1002,
+                      "Failed to create Recordset object.", "Import of Class Module cDB"},
+        InjectionCase{"Import_Command", "ADODB.Command", Op::Import, store::kErrDb1001,
+                      "Failed to create Command object.", "Import of Class Module cDB"},
+        InjectionCase{"AppendField_Catalog", "ADOX.Catalog", Op::AppendField, store::kErrDb1000,
+                      "Failed to create Catalog object.", "AppendField"},
+        InjectionCase{"AppendField_Table", "ADOX.Table", Op::AppendField, store::kErrDb1001,
+                      "Failed to create Table object.", "AppendField"},
+        InjectionCase{"AppendField_Column", "ADOX.Column", Op::AppendField, store::kErrDb1002,
+                      "Failed to create Column object.", "AppendField"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// --- Bad database files ---------------------------------------------------------------
+
+TEST_F(CDbTest, FileThatIsNotSqliteIsRefusedAndLeftAlone)
+{
+    const QString path = TempPath(QStringLiteral("mv.mdb"));
+    QByteArray jet("\x00\x01\x00\x00Standard Jet DB\x00", 20);
+    jet.append(QByteArray(4096, '\x5a'));
+    {
+        QFile f(path);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(jet);
+    }
+    cDB db(m_progIds, m_report, m_dir.path());
+    EXPECT_FALSE(db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet));
+    std::unique_ptr<ado::Recordset> rs;
+    EXPECT_FALSE(db.CreateRS(rs, QStringLiteral("SELECT * From Settings")));
+    EXPECT_FALSE(db.ExecuteSQL(QStringLiteral("UPDATE [Settings] SET init=1")));
+    db.KillDB();
+    EXPECT_EQ(FileBytes(path), jet);
+}
+
+TEST_F(CDbTest, MissingFileIsNotCreated)
+{
+    const QString path = TempPath(QStringLiteral("absent.mdb"));
+    cDB db(m_progIds, m_report, m_dir.path());
+    EXPECT_FALSE(db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet));
+    EXPECT_FALSE(QFile::exists(path));
+}
+
+TEST_F(CDbTest, ReadOnlyFileIsNeverWritten)
+{
+    if (::geteuid() == 0) GTEST_SKIP() << "root writes read-only files";
+    const QString path = CopyDatabase(QStringLiteral("template"));
+    QFile::setPermissions(path, QFile::ReadOwner);
+    const QByteArray before = FileBytes(path);
+    cDB db(m_progIds, m_report, m_dir.path());
+    if (db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet)) {
+        EXPECT_FALSE(db.ExecuteSQL(QStringLiteral("UPDATE [Settings] SET init=1")));
+    }
+    db.KillDB();
+    EXPECT_EQ(FileBytes(path), before);
+}
+
+TEST_F(CDbTest, FileLockedByAnotherProcessFailsAndIsLeftAlone)
+{
+    const QString path = CopyDatabase(QStringLiteral("v140"));
+    const QByteArray before = FileBytes(path);
+    QProcess holder;
+    holder.start(QStringLiteral("sqlite3"), {path});
+    ASSERT_TRUE(holder.waitForStarted());
+    holder.write("BEGIN EXCLUSIVE;\nSELECT 'locked';\n");
+    while (!holder.readAllStandardOutput().contains("locked")) ASSERT_TRUE(holder.waitForReadyRead(10000));
+
+    cDB db(m_progIds, m_report, m_dir.path());
+    if (db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet)) {
+        std::unique_ptr<ado::Recordset> rs;
+        EXPECT_FALSE(db.CreateRS(rs, QStringLiteral("SELECT * From Rules")));
+        EXPECT_FALSE(db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0")));
+        EXPECT_EQ(Reports().size(), 1);
+    }
+    db.KillDB();
+    holder.write("ROLLBACK;\n.quit\n");
+    holder.closeWriteChannel();
+    ASSERT_TRUE(holder.waitForFinished(10000));
+    EXPECT_EQ(FileBytes(path), before);
+}
+
+}  // namespace
+}  // namespace mv::test
