@@ -268,13 +268,11 @@ bool Recordset::ResyncByKey(const std::vector<long>& rows)
                             .arg(columns.join(QStringLiteral(", ")), sqlite::QuoteName(m_data.columns[0].baseTable),
                                  where.join(QStringLiteral(" AND ")));
     auto st = sqlite::Prepare(db, sql);
-    std::vector<Parameter> parameters(keys.size());
     for (long r : rows) {
         std::vector<QVariant>& row = m_data.rows[static_cast<size_t>(r - 1)];
-        for (size_t k = 0; k < keys.size(); ++k) parameters[k].Value = row[size_t(keys[k])];
         sqlite3_reset(st.get());
         for (size_t k = 0; k < keys.size(); ++k) {
-            const QVariant& v = parameters[k].Value;
+            const QVariant& v = row[size_t(keys[k])];
             const int index = static_cast<int>(k + 1);
             if (v.typeId() == QMetaType::Int || v.typeId() == QMetaType::LongLong) {
                 sqlite3_bind_int64(st.get(), index, v.toLongLong());

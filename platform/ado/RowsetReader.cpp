@@ -48,11 +48,12 @@ void TypeFromValues(RowsetColumn& c, const std::vector<std::vector<QVariant>>& r
         type = adLongVarWChar;
         c.isLong = true;
     }
+    static const std::pair<int, const char*> declaredFor[] = {{adInteger, "INTEGER"},   {adBigInt, "BIGINT"},
+                                                              {adDouble, "DOUBLE"},     {adVarWChar, "VARCHAR"},
+                                                              {adLongVarWChar, "LONGTEXT"}, {adLongVarBinary, "BLOB"}};
     c.type = type;
-    c.definedSize = type == adVarWChar ? 255 : JetSql::DefinedSizeForDeclared(
-        type == adInteger ? QStringLiteral("INTEGER") : type == adBigInt ? QStringLiteral("BIGINT")
-        : type == adDouble ? QStringLiteral("DOUBLE") : type == adLongVarWChar ? QStringLiteral("LONGTEXT")
-                                                                               : QStringLiteral("BLOB"));
+    for (const auto& [t, declared] : declaredFor)
+        if (t == type) c.definedSize = JetSql::DefinedSizeForDeclared(QLatin1String(declared));
 }
 
 }  // namespace

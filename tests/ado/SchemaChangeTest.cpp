@@ -13,43 +13,6 @@
 namespace mv::ado::test {
 namespace {
 
-struct TypeCase {
-    const char* jet;
-    const char* declared;
-    int adoType;
-    int definedSize;
-};
-
-class JetTypeTest : public ::testing::TestWithParam<TypeCase> {};
-
-TEST_P(JetTypeTest, MapsToADeclaredTypeThatReadsBackAsTheAdoType)
-{
-    const QString declared = JetSql::SqliteType(QString::fromLatin1(GetParam().jet));
-    EXPECT_EQ(declared, QString::fromLatin1(GetParam().declared));
-    EXPECT_EQ(JetSql::AdoTypeForDeclared(declared), GetParam().adoType);
-    EXPECT_EQ(JetSql::DefinedSizeForDeclared(declared), GetParam().definedSize);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Types, JetTypeTest,
-    ::testing::Values(TypeCase{"Text(150)", "VARCHAR(150)", adVarWChar, 150},
-                      TypeCase{"text ( 10 )", "VARCHAR(10)", adVarWChar, 10},
-                      TypeCase{"Text", "VARCHAR(255)", adVarWChar, 255},
-                      TypeCase{"Memo", "LONGTEXT", adLongVarWChar, 536870910},
-                      TypeCase{"LongText", "LONGTEXT", adLongVarWChar, 536870910},
-                      TypeCase{"integer", "SMALLINT", adSmallInt, 2},
-                      TypeCase{"Short", "SMALLINT", adSmallInt, 2},
-                      TypeCase{"Long", "INTEGER", adInteger, 4},
-                      TypeCase{"Byte", "TINYINT", adUnsignedTinyInt, 1},
-                      TypeCase{"YesNo", "BOOLEAN", adBoolean, 2},
-                      TypeCase{"Counter", "INTEGER PRIMARY KEY AUTOINCREMENT", adInteger, 4},
-                      TypeCase{"AutoIncrement", "INTEGER PRIMARY KEY AUTOINCREMENT", adInteger, 4},
-                      TypeCase{"DateTime", "DATETIME", adDate, 8},
-                      TypeCase{"Double", "DOUBLE", adDouble, 8},
-                      TypeCase{"Currency", "CURRENCY", adCurrency, 8},
-                      TypeCase{"LongBinary", "BLOB", adLongVarBinary, 1073741823}),
-    [](const auto& info) { return std::to_string(info.index); });
-
 TEST(JetTypeTest, DeclaredTypesGetTheAffinityTheyNeed)
 {
     // SQLite decides affinity from the declared name; check it on the engine.
