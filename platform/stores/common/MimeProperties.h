@@ -7,6 +7,23 @@
 // invalid encoded words and 8-bit junk give the best properties that can be
 // read (an unreadable subject is empty, an absent From leaves the sender
 // properties out). Only an unreadable file is an error.
+//
+// What every record holds: PR_SUBJECT (empty when absent), PR_IMPORTANCE,
+// PR_MESSAGE_CLASS, PR_MESSAGE_FLAGS (MSGFLAG_HASATTACH or 0; the store ORs
+// in the read bit), PR_MESSAGE_SIZE, PR_DISPLAY_TO and PR_DISPLAY_CC (empty
+// when there are no such recipients), and PR_BODY when asked for.
+//
+// Rules kept on purpose:
+// - A header that appears twice counts once: the first one wins, for every
+//   field (the topmost Delivered-To is the final delivery).
+// - An encoded word that cannot be decoded stays as written; bytes that are
+//   invalid in the charset a word declares become '?'. Undeclared 8-bit
+//   text is read as UTF-8 when valid, else Windows-1252, else Latin-1.
+// - Header properties come from the header block alone, so a record read
+//   with the body agrees with one read without it. The MIME structure (for
+//   the class and the attachment flag) is parsed only for multipart and
+//   text/calendar mail; parts nested deeper than 32 levels are ignored.
+// - PR_BODY has "\n" line ends.
 
 #include "platform/common/Error.h"
 #include "platform/mapi/PropertySource.h"
