@@ -44,18 +44,14 @@ protected:
 
 // --- Settings ----------------------------------------------------------------
 
-TEST_F(AddInStoreTest, TemplateSettingsLoad)
+TEST_F(AddInStoreTest, LoadThenSaveWritesEverySettingAndMarksInit)
 {
     Start(QStringLiteral("template"));
     const auto& a = *m_addIn;
     EXPECT_EQ((std::vector<int>{a.WeekStart(), a.Toolbar(), a.Menubar(), a.RunOnStart(), a.tbTop, a.tbLeft, a.tbRow,
                                 a.tbPos, a.init, a.StatusPops(), a.AlignTime()}),
-              (std::vector<int>{2, 1, 1, 0, 0, 0, 0, 1, 0, 1, 1}));
-}
-
-TEST_F(AddInStoreTest, SaveWritesEverySettingAndMarksInit)
-{
-    Start(QStringLiteral("template"));
+              (std::vector<int>{2, 1, 1, 0, 0, 0, 0, 1, 0, 1, 1}))
+        << "the template's values load";
     m_addIn->SetWeekStart(6);
     m_addIn->SetToolbar(0);
     m_addIn->SetMenubar(0);
@@ -142,24 +138,20 @@ TEST_F(AddInStoreTest, DefaultRuleGoesToTheEndWithFixedCriteria)
     EXPECT_TRUE(Reports().isEmpty());
 }
 
-TEST_F(AddInStoreTest, DefaultRuleAfter32767FailsWithoutInserting)
+TEST_F(AddInStoreTest, DefaultRuleThatCannotBePlacedInsertsNothing)
 {
     Start(QStringLiteral("template"));
-    ASSERT_TRUE(m_addIn->DB1()->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName], [SortID]) VALUES ('last', 32767)")));
     const FakeFolder f(QStringLiteral("01"), QStringLiteral("02"), QStringLiteral("F"));
+    EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("no destination"), &f, nullptr, 13, 0));
+    EXPECT_EQ(RuleCount(), QStringLiteral("0"));
+    EXPECT_EQ(Reports().size(), 1);
+
+    m_answerer.clear();
+    ASSERT_TRUE(m_addIn->DB1()->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName], [SortID]) VALUES ('last', 32767)")));
     EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("one too many"), &f, &f, 13, 0));
     EXPECT_EQ(RuleCount(), QStringLiteral("1"));
     EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
                              6, QStringLiteral("Overflow"), QStringLiteral("CreateDefaultRule of Class Module OutAddIn"))});
-}
-
-TEST_F(AddInStoreTest, DefaultRuleWithoutAFolderFailsWithoutInserting)
-{
-    Start(QStringLiteral("template"));
-    const FakeFolder f(QStringLiteral("01"), QStringLiteral("02"), QStringLiteral("F"));
-    EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("r"), &f, nullptr, 13, 0));
-    EXPECT_EQ(RuleCount(), QStringLiteral("0"));
-    ASSERT_EQ(Reports().size(), 1);
 }
 
 // --- Export and import ------------------------------------------------------------
@@ -192,69 +184,34 @@ TEST_F(AddInStoreTest, EmptyExportImportsNothingAndSucceeds)
     EXPECT_EQ(RuleCount(), QStringLiteral("0"));
 }
 
-// What ADO writes for the Rules table, by hand: single and double quotes,
-// character references, a CR LF in a memo, nulls as absent attributes.
-const char kHandWritten[] = R"(<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00C14882'
-	xmlns:dt='uuid:C2F41010-65B3-11d1-A29F-00AA00C14882'
-	xmlns:rs='urn:schemas-microsoft-com:rowset'
-	xmlns:z='#RowsetSchema'>
-<s:Schema id='RowsetSchema'>
-	<s:ElementType name='row' content='eltOnly' rs:updatable='true'>
-		<s:AttributeType name='RuleID' rs:number='1' rs:basetable='Rules' rs:basecolumn='RuleID' rs:keycolumn='true' rs:autoincrement='true'>
-			<s:datatype dt:type='int' dt:maxLength='4' rs:precision='10' rs:fixedlength='true' rs:maybenull='false'/>
-		</s:AttributeType>
-		<s:AttributeType name='RuleName' rs:number='2' rs:nullable='true' rs:maybenull='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='150'/>
-		</s:AttributeType>
-		<s:AttributeType name='FromAddress' rs:number='3' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='ToAddress' rs:number='4' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='CcAddress' rs:number='5' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='Subject' rs:number='6' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='Importance' rs:number='7' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='Status' rs:number='8' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='FlagStatus' rs:number='9' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='MsgAgeID' rs:number='10' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='SrcEntryID' rs:number='11' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='SrcStoreID' rs:number='12' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='DstEntryID' rs:number='13' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='DstStoreID' rs:number='14' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='Active' rs:number='15' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='SortID' rs:number='16' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='LastVerb' rs:number='17' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'/>
-		</s:AttributeType>
-		<s:AttributeType name='Message' rs:number='18' rs:nullable='true' rs:writeunknown='true'>
-			<s:datatype dt:type='string' dt:maxLength='536870910' rs:long='true'/>
-		</s:AttributeType>
-		<s:extends type='rs:rowbase'/>
+// What ADO writes for the Rules table, written by hand: the schema of the
+// eighteen columns, then rows with both quote styles, character references,
+// attributes in another order, a CR LF in a memo and nulls left out.
+QByteArray HandWrittenExport()
+{
+    const std::pair<const char*, const char*> columns[] = {
+        {"RuleID", "dt:type='int' dt:maxLength='4' rs:precision='10' rs:fixedlength='true'"},
+        {"RuleName", "dt:type='string' dt:maxLength='150'"},
+        {"FromAddress", "memo"}, {"ToAddress", "memo"}, {"CcAddress", "memo"}, {"Subject", "memo"},
+        {"Importance", "i2"}, {"Status", "i2"}, {"FlagStatus", "i2"}, {"MsgAgeID", "i2"},
+        {"SrcEntryID", "memo"}, {"SrcStoreID", "memo"}, {"DstEntryID", "memo"}, {"DstStoreID", "memo"},
+        {"Active", "i2"}, {"SortID", "i2"}, {"LastVerb", "i2"}, {"Message", "memo"},
+    };
+    QByteArray xml = "<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00C14882'\n"
+                     "\txmlns:dt='uuid:C2F41010-65B3-11d1-A29F-00AA00C14882'\n"
+                     "\txmlns:rs='urn:schemas-microsoft-com:rowset'\n\txmlns:z='#RowsetSchema'>\n"
+                     "<s:Schema id='RowsetSchema'>\n\t<s:ElementType name='row' content='eltOnly' rs:updatable='true'>\n";
+    int number = 0;
+    for (const auto& [name, type] : columns) {
+        const QByteArray t(type);
+        xml += "\t\t<s:AttributeType name='" + QByteArray(name) + "' rs:number='" + QByteArray::number(++number) +
+               "' rs:nullable='true' rs:writeunknown='true'>\n\t\t\t<s:datatype " +
+               (t == "memo" ? QByteArray("dt:type='string' dt:maxLength='536870910' rs:long='true'")
+                : t == "i2" ? QByteArray("dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'")
+                            : t) +
+               "/>\n\t\t</s:AttributeType>\n";
+    }
+    xml += R"(		<s:extends type='rs:rowbase'/>
 	</s:ElementType>
 </s:Schema>
 <rs:data>
@@ -268,6 +225,8 @@ const char kHandWritten[] = R"(<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00
 </rs:data>
 </xml>
 )";
+    return xml;
+}
 
 TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
 {
@@ -276,7 +235,7 @@ TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
     {
         QFile f(file);
         ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(kHandWritten);
+        f.write(HandWrittenExport());
     }
     ASSERT_TRUE(m_addIn->ImportRulesFrom(file)) << Reports().join(u'\n').toStdString();
     EXPECT_EQ(Query(m_path, QStringLiteral("SELECT %1 FROM Rules ORDER BY RuleID").arg(kRuleFields)),

@@ -6,7 +6,6 @@
 #include "addin/OutAddIn.h"
 #include "platform/os/Clock.h"
 
-#include <QRegularExpression>
 
 namespace mv::test {
 namespace {
@@ -43,8 +42,6 @@ protected:
     os::FakeClock m_clock;
 };
 
-const char* const kLoadSettingsLabel = "in procedure LoadSettings of Class Module OutAddIn";
-
 TEST_F(UpgradeTest, OldestFileNeedsThreeStartsAndKeepsItsRules)
 {
     const QString path = CopyDatabase(QStringLiteral("v100"));
@@ -54,7 +51,7 @@ TEST_F(UpgradeTest, OldestFileNeedsThreeStartsAndKeepsItsRules)
     // loading the settings reports that one missing field.
     const QStringList first = Start(path);
     ASSERT_EQ(first.size(), 1) << first.join(u'\n').toStdString();
-    EXPECT_TRUE(first.first().endsWith(QLatin1String(kLoadSettingsLabel)));
+    EXPECT_TRUE(first.first().endsWith(QLatin1String("in procedure LoadSettings of Class Module OutAddIn")));
     EXPECT_EQ(Version(path), QStringLiteral("1.4.0"));
     EXPECT_EQ(Query(path, QStringLiteral("SELECT raRuleName, raFrom, raTo, raCc, raSubject, raImportance, raStatus, "
                                          "raMsgAge, statusPopups FROM Settings")),
@@ -90,10 +87,12 @@ TEST_F(UpgradeTest, OldestFileNeedsThreeStartsAndKeepsItsRules)
 }
 
 struct OneStartCase {
+    const char* name;
     const char* fixture;
+    const char* prepare;      // SQL run on the file first, or nullptr
     const char* versionAfter;
     const char* msgAgeAfter;
-    bool loadSettingsFails;  // a file below 1.5.0 has no alignTime to load
+    std::vector<const char*> reports;  // the procedure each report names, in order
 };
 
 class UpgradeOneStartTest : public UpgradeTest, public ::testing::WithParamInterface<OneStartCase> {};
@@ -102,86 +101,61 @@ TEST_P(UpgradeOneStartTest, MovesToItsNextStop)
 {
     const auto& c = GetParam();
     const QString path = CopyDatabase(QString::fromLatin1(c.fixture));
+    if (c.prepare) {
+        ASSERT_TRUE(Open(path)->ExecuteSQL(QString::fromLatin1(c.prepare)));
+    }
     const QString rules = RuleRows(path);
+    const QString before = Everything(path);
     const QStringList reports = Start(path);
     EXPECT_EQ(Version(path), QString::fromLatin1(c.versionAfter));
     EXPECT_EQ(MsgAgeIds(path), QString::fromLatin1(c.msgAgeAfter));
     EXPECT_EQ(RuleRows(path), rules);
-    if (c.loadSettingsFails) {
-        ASSERT_EQ(reports.size(), 1);
-        EXPECT_TRUE(reports.first().endsWith(QLatin1String(kLoadSettingsLabel)));
-    } else {
-        EXPECT_TRUE(reports.isEmpty()) << reports.join(u'\n').toStdString();
+    ASSERT_EQ(static_cast<size_t>(reports.size()), c.reports.size()) << reports.join(u'\n').toStdString();
+    for (int i = 0; i < reports.size(); ++i) {
+        EXPECT_TRUE(reports.at(i).startsWith(QLatin1String("Error ")));
+        EXPECT_TRUE(reports.at(i).endsWith(QLatin1String(" in procedure ") + QLatin1String(c.reports[i])))
+            << reports.at(i).toStdString();
+        // A step reports the error of its failed statement under its own name.
+        if (i > 0 && QByteArray(c.reports[i - 1]).startsWith("ExecuteSQL")) {
+            EXPECT_EQ(reports.at(i).section(QLatin1String(" in procedure "), 0, 0),
+                      reports.at(i - 1).section(QLatin1String(" in procedure "), 0, 0));
+        }
     }
-    if (QString::fromLatin1(c.versionAfter) == QLatin1String("1.4.0")) {
+    if (QByteArray(c.versionAfter) == "1.4.0" && !c.prepare) {
         EXPECT_EQ(Query(path, QStringLiteral("SELECT count(*) FROM Rules WHERE LastVerb = 0 AND Message = ''")),
                   QStringLiteral("3"));
     }
+    if (QByteArray(c.name).startsWith("untouched")) {
+        EXPECT_EQ(Everything(path), before);
+    }
 }
 
+const char* const k12 = "1,2,3,4,5,6,7,8,9,10,11,12";
 const char* const k17 = "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17";
 const char* const k20 = "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20";
+const char* const kLoad = "LoadSettings of Class Module OutAddIn";  // no alignTime below 1.5.0
+const char* const kExec = "ExecuteSQL, Contact Sorquin Support";
 
 INSTANTIATE_TEST_SUITE_P(
     Releases, UpgradeOneStartTest,
-    ::testing::Values(OneStartCase{"v100", "1.4.0", k17, true}, OneStartCase{"v110", "1.4.0", k17, true},
-                      OneStartCase{"v120", "1.4.0", k17, true}, OneStartCase{"v130", "1.4.0", k17, true},
-                      OneStartCase{"v140", "1.5.0", k20, false}, OneStartCase{"v150", "1.8.0", k20, false},
-                      OneStartCase{"template", "1.8.0", k20, false}),
-    [](const auto& info) { return std::string(info.param.fixture); });
-
-TEST_F(UpgradeTest, UnknownVersionIsLeftUntouched)
-{
-    const QString path = CopyDatabase(QStringLiteral("v140"));
-    {
-        auto db = Open(path);
-        ASSERT_TRUE(db->ExecuteSQL(QStringLiteral("UPDATE [settings] SET version='2.0.0-beta'")));
-    }
-    const QString before = Everything(path);
-    addin::OutAddIn addIn(m_report, nullptr, m_progIds, m_clock, m_dir.path());
-    ASSERT_TRUE(addIn.OpenDatabases(path));
-    EXPECT_EQ(Everything(path), before);
-}
-
-TEST_F(UpgradeTest, StepThatFailsFirstKeepsNothingOfItselfAndTheChainGoesOn)
-{
-    // A 1.0.0 file whose Settings already has the Smart Add columns.
-    const QString path = CopyDatabase(QStringLiteral("v100_ra"));
-    const QString rules = RuleRows(path);
-    addin::OutAddIn addIn(m_report, nullptr, m_progIds, m_clock, m_dir.path());
-    ASSERT_TRUE(addIn.OpenDatabases(path));
-
-    const QStringList reports = Reports();
-    ASSERT_GE(reports.size(), 2) << reports.join(u'\n').toStdString();
-    EXPECT_TRUE(reports.at(0).endsWith(QLatin1String("in procedure ExecuteSQL, Contact Sorquin Support")));
-    EXPECT_TRUE(reports.at(1).startsWith(QLatin1String("Error ")));
-    EXPECT_TRUE(reports.at(1).endsWith(QLatin1String("in procedure UpgradeTo110")));
-    // Same error, reported under the step's own name.
-    EXPECT_EQ(reports.at(0).section(QLatin1String(" in procedure "), 0, 0),
-              reports.at(1).section(QLatin1String(" in procedure "), 0, 0));
-    EXPECT_TRUE(reports.filter(QRegularExpression(QStringLiteral("UpgradeTo1[2-4]0$"))).isEmpty());
-
-    EXPECT_EQ(MsgAgeIds(path), QStringLiteral("1,2,3,4,5,6,7,8,9,10,11,12"));
-    EXPECT_EQ(Version(path), QStringLiteral("1.4.0"));
-    EXPECT_EQ(Query(path, QStringLiteral("SELECT raRuleName, raMsgAge FROM Settings")), QStringLiteral("2|6"))
-        << "the defaults of the failed step were never written";
-    EXPECT_EQ(RuleRows(path), rules);
-}
-
-TEST_F(UpgradeTest, RerunOfAHalfAppliedStepFailsAgainAtItsFirstStatement)
-{
-    const QString path = CopyDatabase(QStringLiteral("v150"));
-    {
-        auto db = Open(path);
-        ASSERT_TRUE(db->ExecuteSQL(QStringLiteral("UPDATE [settings] SET version='1.4.0'")));
-    }
-    addin::OutAddIn addIn(m_report, nullptr, m_progIds, m_clock, m_dir.path());
-    ASSERT_TRUE(addIn.OpenDatabases(path));
-    EXPECT_EQ(Version(path), QStringLiteral("1.4.0"));
-    EXPECT_EQ(MsgAgeIds(path), QString::fromLatin1(k20));
-    ASSERT_EQ(Reports().size(), 2);
-    EXPECT_TRUE(Reports().at(1).endsWith(QLatin1String("in procedure UpgradeTo150")));
-}
+    ::testing::Values(
+        OneStartCase{"v100", "v100", nullptr, "1.4.0", k17, {kLoad}},
+        OneStartCase{"v110", "v110", nullptr, "1.4.0", k17, {kLoad}},
+        OneStartCase{"v120", "v120", nullptr, "1.4.0", k17, {kLoad}},
+        OneStartCase{"v130", "v130", nullptr, "1.4.0", k17, {kLoad}},
+        OneStartCase{"v140", "v140", nullptr, "1.5.0", k20, {}},
+        OneStartCase{"v150", "v150", nullptr, "1.8.0", k20, {}},
+        OneStartCase{"untouched_current", "template", nullptr, "1.8.0", k20, {}},
+        OneStartCase{"untouched_unknown_version", "v150", "UPDATE [settings] SET version='2.0.0-beta'", "2.0.0-beta",
+                     k20, {}},
+        // A 1.0.0 file that already has the Smart Add columns: the first step
+        // fails at once and adds no MsgAge rows; the next steps still run.
+        OneStartCase{"smart_add_columns_present", "v100_ra", nullptr, "1.4.0", k12,
+                     {kExec, "UpgradeTo110", kLoad}},
+        // Re-running a step whose first ADD already happened fails again there.
+        OneStartCase{"rerun_of_applied_step", "v150", "UPDATE [settings] SET version='1.4.0'", "1.4.0", k20,
+                     {kExec, "UpgradeTo150"}}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace mv::test
