@@ -6,6 +6,10 @@
 
 #include <QList>
 
+#include <map>
+#include <memory>
+#include <mutex>
+
 namespace mv::stores {
 
 namespace {
@@ -37,6 +41,37 @@ QList<QByteArray> CertificateChain(mailstream* stream)
     }
     mailstream_certificate_chain_free(chain);
     return out;
+}
+
+// libetpan's literal parser does not treat end-of-file as an error: a
+// connection closed in the middle of a literal spins in read() forever. Each
+// stream driver is wrapped once so that EOF reads as an error.
+struct EofDriver {
+    mailstream_low_driver wrapped;  // first: libetpan sees only this
+    mailstream_low_driver* original;
+};
+
+ssize_t ReadFailingOnEof(mailstream_low* s, void* buf, size_t count)
+{
+    auto* driver = reinterpret_cast<EofDriver*>(s->driver);
+    const ssize_t n = driver->original->mailstream_read(s, buf, count);
+    return n == 0 ? -1 : n;
+}
+
+void FailOnEof(mailstream* stream)
+{
+    static std::mutex mutex;
+    static std::map<mailstream_low_driver*, std::unique_ptr<EofDriver>> drivers;
+    if (!stream || !stream->low || !stream->low->driver) return;
+    std::lock_guard lock(mutex);
+    mailstream_low_driver* original = stream->low->driver;
+    if (original->mailstream_read == &ReadFailingOnEof) return;
+    auto& wrapped = drivers[original];
+    if (!wrapped) {
+        wrapped = std::make_unique<EofDriver>(EofDriver{*original, original});
+        wrapped->wrapped.mailstream_read = &ReadFailingOnEof;
+    }
+    stream->low->driver = &wrapped->wrapped;
 }
 
 }  // namespace
@@ -123,6 +158,7 @@ Result<std::unique_ptr<ImapConnection>> ImapConnection::Open(const ImapSettings&
         if (Status s = TlsVerifier::Verify(CertificateChain(session->imap_stream), settings.host, settings.pinnedCertificate); !s)
             return s.error();
     }
+    FailOnEof(session->imap_stream);
     conn->m_broken = false;
     if (r == MAILIMAP_NO_ERROR_AUTHENTICATED) return conn;  // PREAUTH
     if (Status s = conn->Login(settings, password); !s) {
@@ -142,6 +178,7 @@ Result<std::unique_ptr<ImapConnection>> ImapConnection::OpenOnStream(_mailstream
     }
     std::unique_ptr<ImapConnection> conn(new ImapConnection(session));
     mailimap_set_timeout(session, settings.timeoutSeconds);
+    FailOnEof(stream);
     const int r = mailimap_connect(session, stream);
     if (r != MAILIMAP_NO_ERROR_NON_AUTHENTICATED && r != MAILIMAP_NO_ERROR_AUTHENTICATED) {
         conn->m_broken = true;

@@ -13,6 +13,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -199,7 +200,11 @@ bool DovecotServer::Start(QString* error)
     m_process = std::make_unique<QProcess>();
     m_process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
     // Its own process group, so that Stop() reaches the master's children too.
-    m_process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    // A test that dies must not leave its server behind.
+    m_process->setChildProcessModifier([] {
+        ::setpgid(0, 0);
+        ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    });
     m_process->start(BinaryPath(), {QStringLiteral("-F"), QStringLiteral("-c"), m_dir.filePath(QStringLiteral("dovecot.conf"))});
     if (!m_process->waitForStarted(5000) || !WaitForPort(m_port, 10000) ||
         (m_options.tls && !WaitForPort(m_tlsPort, 5000))) {

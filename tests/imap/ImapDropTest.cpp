@@ -1,0 +1,105 @@
+// A server connection that drops in the middle of a command: a proxy cuts
+// it once the command has reached Dovecot.
+#include "CuttingProxy.h"
+#include "ImapTestSupport.h"
+
+#include "platform/mapi/Restriction.h"
+
+using namespace mv;
+using namespace mv::mapi;
+using namespace mv::test;
+
+namespace {
+
+QString S(const char* s) { return QString::fromUtf8(s); }
+
+struct DropCase {
+    const char* name;
+    QStringList hidden;   // capabilities the server leaves out
+    QByteArray trigger;   // the command during whose answer the line drops
+    int keepBytes;        // how much of the answer gets through
+};
+
+class ImapDropTest : public DovecotStoreTest, public ::testing::WithParamInterface<DropCase> {
+protected:
+    DovecotOptions Options() const override { return {GetParam().hidden, false}; }
+
+    void SetUp() override
+    {
+        DovecotStoreTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
+        for (int n = 1; n <= 5; ++n) {
+            MailSpec spec;
+            spec.subject = S("Message %1").arg(n);
+            Add(inbox, spec);
+        }
+        archive = Folder("Archive");
+        proxy = std::make_unique<CuttingProxy>(server->Port());
+        proxied = MakeStore(proxy->port());
+    }
+    void TearDown() override
+    {
+        proxied.reset();
+        proxy.reset();
+        DovecotStoreTest::TearDown();
+    }
+
+    std::unique_ptr<CuttingProxy> proxy;
+    std::unique_ptr<stores::ImapStore> proxied;
+    QByteArray archive;
+};
+
+TEST_P(ImapDropTest, NothingLostOrDuplicated)
+{
+    const Restriction odd = Restriction::Or({Restriction::Content(PR_SUBJECT, S("1")), Restriction::Content(PR_SUBJECT, S("3")),
+                                             Restriction::Content(PR_SUBJECT, S("5"))});
+    auto rows = proxied->Query(inbox, &odd, {PR_ENTRYID, PR_SUBJECT});
+    ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    ASSERT_EQ(rows->size(), 3u);
+    std::vector<QByteArray> ids;
+    for (const Row& r : *rows) ids.push_back(r[0].toByteArray());
+
+    proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
+    auto moved = proxied->MoveMany(ids, archive);
+    EXPECT_EQ(proxy->cuts(), 1) << "the connection was not cut";
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+
+    EXPECT_EQ(Subjects(inbox), (QStringList{S("Message 2"), S("Message 4")}));
+    EXPECT_EQ(Subjects(archive), (QStringList{S("Message 1"), S("Message 3"), S("Message 5")}));
+    ASSERT_EQ(moved->size(), 3u);
+    for (size_t i = 0; i < moved->size(); ++i) {
+        auto item = store->Item((*moved)[i]);
+        ASSERT_TRUE(item.ok()) << "identifier " << i << ": " << item.error().message.toStdString();
+        EXPECT_EQ(item->Get(PR_SUBJECT)->toString(), (*rows)[i][1].toString());
+    }
+    // Nothing half-done is left behind for other clients either.
+    const QByteArray said = OtherClient(server->Port(), {"SELECT INBOX", "SEARCH DELETED"});
+    EXPECT_TRUE(said.contains("* SEARCH\r\n")) << said.constData();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Moves, ImapDropTest,
+    ::testing::Values(DropCase{"DuringMove", {}, "UID MOVE", 0}, DropCase{"DuringMoveAfterCopyUid", {}, "UID MOVE", 20},
+                      DropCase{"DuringCopy", {S("MOVE")}, "UID COPY", 0},
+                      DropCase{"DuringStoreDeleted", {S("MOVE")}, "UID STORE", 0},
+                      DropCase{"DuringExpunge", {S("MOVE")}, "UID EXPUNGE", 0}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+class ImapReadDropTest : public ImapDropTest {};
+
+TEST_P(ImapReadDropTest, QueryIsRetriedOnANewConnection)
+{
+    proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
+    const Restriction r = Restriction::Content(PR_SUBJECT, S("Message"));
+    auto rows = proxied->Query(inbox, &r, {PR_SUBJECT});
+    EXPECT_EQ(proxy->cuts(), 1);
+    ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    EXPECT_EQ(rows->size(), 5u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Queries, ImapReadDropTest,
+                         ::testing::Values(DropCase{"DuringSearch", {}, "UID SEARCH", 5},
+                                           DropCase{"DuringFetch", {}, "UID FETCH", 300}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
