@@ -25,6 +25,7 @@ struct BadFile {
     std::function<void(const QString& path)> make;  // nothing made: the file is missing
     const char* says;
 };
+void PrintTo(const BadFile& c, std::ostream* os) { *os << c.name; }
 
 void Write(const QString& path, const QByteArray& bytes)
 {
@@ -89,6 +90,7 @@ struct SourceCase {
     const char* connectionString;
     const char* dataSource;
 };
+void PrintTo(const SourceCase& c, std::ostream* os) { *os << c.name; }
 
 class DataSourceTest : public ::testing::TestWithParam<SourceCase> {};
 
@@ -209,6 +211,7 @@ struct ReadOnlyCase {
     QFile::Permissions file;
     QFile::Permissions folder;
 };
+void PrintTo(const ReadOnlyCase& c, std::ostream* os) { *os << c.name; }
 
 class ReadOnlyTest : public ::testing::TestWithParam<ReadOnlyCase> {};
 
@@ -256,6 +259,7 @@ struct BadStatement {
     long number;
     const char* says;
 };
+void PrintTo(const BadStatement& c, std::ostream* os) { *os << c.name; }
 
 class ExecuteErrorTest : public ::testing::TestWithParam<BadStatement> {};
 

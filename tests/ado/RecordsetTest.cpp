@@ -64,6 +64,7 @@ struct ColumnCase {
     bool nullable;
     const char* baseTable;
 };
+void PrintTo(const ColumnCase& c, std::ostream* os) { *os << c.column; }
 
 class ColumnSchemaTest : public RulesFixture, public ::testing::WithParamInterface<ColumnCase> {};
 
@@ -110,6 +111,7 @@ struct ValueCase {
     const char* literal;
     QVariant expected;
 };
+void PrintTo(const ValueCase& c, std::ostream* os) { *os << c.name; }
 
 class StoredValueTest : public ::testing::TestWithParam<ValueCase> {};
 
@@ -205,6 +207,7 @@ struct FindCase {
     int direction;
     long found;  // bookmark found; 0 = BOF, 5 = EOF
 };
+void PrintTo(const FindCase& c, std::ostream* os) { *os << c.name; }
 
 class FindTest : public RulesFixture, public ::testing::WithParamInterface<FindCase> {};
 

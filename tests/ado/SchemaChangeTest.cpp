@@ -30,6 +30,7 @@ struct TranslateCase {
     const char* jet;
     const char* sqlite;
 };
+void PrintTo(const TranslateCase& c, std::ostream* os) { *os << c.name; }
 
 class TranslateTest : public ::testing::TestWithParam<TranslateCase> {};
 
@@ -189,6 +190,7 @@ struct AppendCase {
     int readsBackAs;
     int definedSize;
 };
+void PrintTo(const AppendCase& c, std::ostream* os) { *os << c.name; }
 
 class AppendColumnTest : public ::testing::TestWithParam<AppendCase> {};
 
