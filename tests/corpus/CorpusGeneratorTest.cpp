@@ -185,11 +185,4 @@ TEST(CorpusOptions, NoAttachmentsMeansNone)
     }
 }
 
-TEST(CorpusSamples, NamesAndAddressesPairUp)
-{
-    EXPECT_EQ(CorpusGenerator::SampleNames().size(), CorpusGenerator::SampleAddresses().size());
-    EXPECT_FALSE(CorpusGenerator::SampleAddresses().contains(CorpusGenerator::OwnerAddress()));
-    for (const QString& address : CorpusGenerator::SampleAddresses()) EXPECT_TRUE(address.contains('@'));
-}
-
 }  // namespace
