@@ -105,26 +105,63 @@ void ParseAll(std::vector<ParseJob>& jobs, const QString& dir, const HeaderParse
 
 }  // namespace
 
-QString CachedMessage::InfoPart() const
-{
-    return MaildirName::Parse(file.relName.section(QLatin1Char('/'), 1)).info;
-}
-
-void MaildirFolderState::Derive(CachedMessage& m) const
+void MaildirFolderState::Derive(CachedMessage& m)
 {
     const MaildirName name = MaildirName::Parse(m.file.relName.section(QLatin1Char('/'), 1));
-    m.flags = FlagMapping::FromMaildirInfo(name.info, m_keywords);
-    mapi::PropertyMap map;
-    // Structure bits the parser found (attachments) survive the flag bits.
+    int structureBits = 0;
     if (m.file.header) {
         for (const auto& [tag, value] : m.file.header->props)
-            if (tag == mapi::PR_MESSAGE_FLAGS) map.insert(tag, value);
+            if (tag == mapi::PR_MESSAGE_FLAGS) structureBits = value.toInt();
     }
-    FlagMapping::ApplyFlags(m.flags, map);
-    m.flagProps.assign(map.constKeyValueBegin(), map.constKeyValueEnd());
+    const QString key = name.info + QLatin1Char('|') + QString::number(structureBits);
+    auto it = m_flagStates.constFind(key);
+    if (it == m_flagStates.constEnd()) {
+        auto state = std::make_shared<FlagState>();
+        state->flags = FlagMapping::FromMaildirInfo(name.info, m_keywords);
+        mapi::PropertyMap map;
+        // Structure bits the parser found (attachments) survive the flag bits.
+        map.insert(mapi::PR_MESSAGE_FLAGS, structureBits);
+        FlagMapping::ApplyFlags(state->flags, map);
+        state->props.assign(map.constKeyValueBegin(), map.constKeyValueEnd());
+        it = m_flagStates.insert(key, std::move(state));
+    }
+    m.flagState = *it;
     m.delivered = MaildirName::DeliveryTime(m.file.unique);
     if (!m.delivered.isValid())
         m.delivered = QDateTime::fromMSecsSinceEpoch(m.file.mtimeNs / 1000000, Qt::UTC);
+}
+
+std::shared_ptr<const HeaderProps> MaildirFolderState::Intern(std::shared_ptr<const HeaderProps> header)
+{
+    if (!header) return header;
+    auto copy = std::make_shared<HeaderProps>(*header);
+    header.reset();
+    auto intern = [this](QVariant& v) {
+        if (v.typeId() != QMetaType::QString) return;
+        const QString s = v.toString();
+        auto it = m_strings.constFind(s);
+        if (it == m_strings.constEnd()) it = m_strings.insert(s);
+        v = QVariant(*it);
+    };
+    for (auto& [tag, value] : copy->props) {
+        // Subjects and message ids rarely repeat: pooling them only costs.
+        if (tag != mapi::PR_SUBJECT && tag != mapi::PR_INTERNET_MESSAGE_ID) intern(value);
+    }
+    copy->props.shrink_to_fit();
+    for (mapi::PropertyMap& row : copy->recipients) {
+        QString key;
+        for (auto it = row.constBegin(); it != row.constEnd(); ++it)
+            key += QString::number(it.key()) + QLatin1Char('=') + it.value().toString() + QChar(0x1f);
+        auto pooled = m_recipients.constFind(key);
+        if (pooled == m_recipients.constEnd()) {
+            for (auto it = row.begin(); it != row.end(); ++it) intern(*it);
+            row.squeeze();
+            pooled = m_recipients.insert(key, row);
+        }
+        row = *pooled;
+    }
+    copy->recipients.shrink_to_fit();
+    return copy;
 }
 
 Status MaildirFolderState::LoadKeywords()
@@ -135,6 +172,7 @@ Status MaildirFolderState::LoadKeywords()
     if (!list) return list.error();
     m_keywords = *list;
     m_keywordsMtime = mtime;
+    m_flagStates.clear();
     for (auto& [unique, m] : m_messages) Derive(m);
     return Status::success();
 }
@@ -163,6 +201,7 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
         for (IndexedMessage& row : *rows) {
             CachedMessage m;
             m.file = std::move(row);
+            m.file.header = Intern(std::move(m.file.header));
             m_messages.emplace(m.file.unique, std::move(m));
         }
         m_loaded = true;
@@ -239,7 +278,8 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
     }
     for (const ParseJob* job : parsed) {
         CachedMessage m;
-        m.file = {job->listed->unique, job->listed->relName, job->listed->size, job->listed->mtimeNs, job->header};
+        m.file = {job->listed->unique, job->listed->relName, job->listed->size, job->listed->mtimeNs,
+                  Intern(job->header)};
         Derive(m);
         m_messages[m.file.unique] = std::move(m);
     }

@@ -10,6 +10,7 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <QHash>
 #include <QSet>
 #include <QStringList>
 
@@ -18,13 +19,20 @@
 
 namespace mv::stores::maildir {
 
+// Flags of one info part and FlagMapping's properties for them. A folder
+// has few distinct combinations, so messages share these.
+struct FlagState {
+    mapi::MessageFlags flags;
+    std::vector<std::pair<mapi::PropTag, QVariant>> props;
+};
+
 struct CachedMessage {
     IndexedMessage file;
-    mapi::MessageFlags flags;                                    // from the info part of the name
-    std::vector<std::pair<mapi::PropTag, QVariant>> flagProps;   // FlagMapping's properties
-    QDateTime delivered;                                         // UTC
+    std::shared_ptr<const FlagState> flagState;  // from the info part of the name
+    QDateTime delivered;                         // UTC
 
-    QString InfoPart() const;
+    const mapi::MessageFlags& flags() const { return flagState->flags; }
+    const std::vector<std::pair<mapi::PropTag, QVariant>>& flagProps() const { return flagState->props; }
 };
 
 struct ScanStats {
@@ -61,7 +69,11 @@ public:
 
 private:
     Status LoadKeywords();
-    void Derive(CachedMessage& m) const;
+    void Derive(CachedMessage& m);
+    // Equal strings and recipient rows share one copy: senders, recipients
+    // and classes repeat across a folder, and a recipient's property hash
+    // alone costs most of a kilobyte.
+    std::shared_ptr<const HeaderProps> Intern(std::shared_ptr<const HeaderProps> header);
 
     QString m_path;
     QString m_dir;
@@ -71,6 +83,9 @@ private:
     qint64 m_keywordsMtime = -1;
     qint64 m_curMtime = 0;  // trusted directory times; 0 = scan again
     qint64 m_newMtime = 0;
+    QHash<QString, std::shared_ptr<const FlagState>> m_flagStates;  // key: info part + structure bits
+    QSet<QString> m_strings;
+    QHash<QString, mapi::PropertyMap> m_recipients;
 };
 
 }  // namespace mv::stores::maildir

@@ -35,7 +35,7 @@ std::optional<QVariant> MaildirMessageSource::Get(mapi::PropTag tag) const
     default:
         break;
     }
-    for (const auto& [t, value] : m_message.flagProps)
+    for (const auto& [t, value] : m_message.flagProps())
         if (t == tag) return value;
     if (m_message.file.header) {
         for (const auto& [t, value] : m_message.file.header->props)

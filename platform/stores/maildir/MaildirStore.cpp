@@ -13,7 +13,10 @@
 #include <QFileInfo>
 #include <QFileSystemWatcher>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <thread>
 #include <cstdio>
 
 #include <dirent.h>
@@ -26,6 +29,8 @@ namespace mv::stores::maildir {
 namespace {
 
 constexpr int kCollisionRetries = 8;
+constexpr size_t kParallelQueryMinimum = 4096;
+constexpr size_t kMaxQueryThreads = 4;
 
 Error ErrnoError(const QString& what, int err)
 {
@@ -147,9 +152,9 @@ mapi::FolderInfo MaildirStore::InfoOf(const LayoutFolder& folder)
     if (it != m_folders.end() && it->second->loaded()) {
         int total = 0, unread = 0;
         for (const auto& [unique, m] : it->second->messages()) {
-            if (m.flags.deleted) continue;
+            if (m.flags().deleted) continue;
             ++total;
-            if (!m.flags.seen) ++unread;
+            if (!m.flags().seen) ++unread;
         }
         info.total = total;
         info.unread = unread;
@@ -203,12 +208,41 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
     }
     auto folder = ScannedFolder(*path);
     if (!folder) return folder.error();
-    m_lastBodyReads = 0;
+    const MaildirFolderState& state = **folder;
+    std::vector<const CachedMessage*> candidates;
+    candidates.reserve(state.messages().size());
+    for (const auto& [unique, message] : state.messages())
+        if (!message.flags().deleted) candidates.push_back(&message);
+
+    // Evaluation is CPU-bound and the sources are read-only, so large
+    // folders are split over the cores; rows are assembled in order after.
+    std::vector<char> matched(candidates.size(), restriction ? 0 : 1);
+    std::atomic<int> bodyReads{0};
+    if (restriction) {
+        auto work = [&](size_t begin, size_t end) {
+            int reads = 0;
+            for (size_t i = begin; i < end; ++i) {
+                const MaildirMessageSource source(*candidates[i], state, m_storeId, &reads);
+                matched[i] = mapi::RestrictionEvaluator::Matches(*restriction, source) ? 1 : 0;
+            }
+            bodyReads += reads;
+        };
+        const size_t threads = candidates.size() < kParallelQueryMinimum
+            ? 1
+            : std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxQueryThreads);
+        const size_t chunk = (candidates.size() + threads - 1) / threads;
+        std::vector<std::thread> pool;
+        for (size_t t = 1; t < threads; ++t)
+            pool.emplace_back(work, std::min(t * chunk, candidates.size()), std::min((t + 1) * chunk, candidates.size()));
+        work(0, std::min(chunk, candidates.size()));
+        for (std::thread& th : pool) th.join();
+    }
+    m_lastBodyReads = bodyReads;
+
     std::vector<mapi::Row> rows;
-    for (const auto& [unique, message] : (*folder)->messages()) {
-        if (message.flags.deleted) continue;
-        const MaildirMessageSource source(message, **folder, m_storeId, &m_lastBodyReads);
-        if (restriction && !mapi::RestrictionEvaluator::Matches(*restriction, source)) continue;
+    for (size_t i = 0; i < candidates.size(); ++i) {
+        if (!matched[i]) continue;
+        const MaildirMessageSource source(*candidates[i], state, m_storeId);
         mapi::Row row;
         row.reserve(columns.size());
         for (const mapi::PropTag tag : columns) row.push_back(source.Get(tag).value_or(QVariant()));
@@ -246,7 +280,7 @@ Result<mapi::MessageRecord> MaildirStore::Item(const QByteArray& messageId)
     po.ownAddress = m_options.ownAddress;
     auto record = MimeProperties::FromFile(source.FilePath(), po);
     if (!record) return record.error();
-    for (const auto& [tag, value] : located->message->flagProps) record->props.insert(tag, value);
+    for (const auto& [tag, value] : located->message->flagProps()) record->props.insert(tag, value);
     for (const mapi::PropTag tag : {mapi::PR_ENTRYID, mapi::PR_STORE_ENTRYID, mapi::PR_PARENT_ENTRYID,
                                     mapi::PR_MESSAGE_DELIVERY_TIME, mapi::PR_MESSAGE_SIZE})
         record->props.insert(tag, *source.Get(tag));
@@ -311,7 +345,7 @@ Result<QByteArray> MaildirStore::Move(const QByteArray& messageId, const QByteAr
     auto destKeywords = MaildirKeywords::Load(*destDir);
     if (!destKeywords) return destKeywords.error();
     QStringList keywords = *destKeywords;
-    MaildirName name{message.file.unique, FlagMapping::ToMaildirInfo(message.flags, keywords), true};
+    MaildirName name{message.file.unique, FlagMapping::ToMaildirInfo(message.flags(), keywords), true};
     // The same unique name with other flags is a different file name, so
     // RENAME_NOREPLACE alone would not see it: look in the folder too.
     if ((*dest)->messages().count(name.unique)) name.unique = MaildirName::NewUnique(message.delivered);
@@ -364,7 +398,7 @@ Status MaildirStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
     MaildirFolderState& folder = *located->folder;
     const CachedMessage message = *located->message;
     QStringList keywords = folder.keywords();
-    const QString info = FlagMapping::ToMaildirInfo(FlagMapping::WithFlagStatus(message.flags, flagStatus), keywords);
+    const QString info = FlagMapping::ToMaildirInfo(FlagMapping::WithFlagStatus(message.flags(), flagStatus), keywords);
     if (keywords != folder.keywords()) {
         if (Status s = MaildirKeywords::Save(folder.dir(), keywords); !s) return s;
     }

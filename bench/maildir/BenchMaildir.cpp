@@ -1,0 +1,266 @@
+// Maildir store benchmark: a generated corpus in one folder, then the cold
+// index, the warm run of twenty typical rules, a body rule and peak memory.
+//
+//   bench_maildir [--count N] [--keep DIR] [--reuse-index]
+
+#include "engine/RuleRestriction.h"
+#include "platform/stores/common/FlagMapping.h"
+#include "platform/stores/maildir/MaildirIds.h"
+#include "platform/stores/maildir/MaildirKeywords.h"
+#include "platform/stores/maildir/MaildirStore.h"
+#include "tools/corpus/CorpusGenerator.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <ctime>
+
+#include <dirent.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <utime.h>
+
+using namespace mv;
+using namespace mv::stores::maildir;
+
+namespace {
+
+double CpuMs()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
+}
+
+long PeakRssMb()
+{
+    rusage ru{};
+    getrusage(RUSAGE_SELF, &ru);
+    return ru.ru_maxrss / 1024;
+}
+
+// Writes the corpus straight into cur/ (no fsync per file: this is set-up,
+// not the store's delivery path), in batches so the generator's memory does
+// not count in the peak.
+bool Generate(const QString& root, int count)
+{
+    for (const char* sub : {"cur", "new", "tmp"}) QDir().mkpath(root + '/' + sub);
+    QStringList keywords;
+    constexpr int kBatch = 5000;
+    for (int done = 0, batch = 0; done < count; ++batch) {
+        corpus::CorpusOptions options;
+        options.seed = quint64(batch + 1);
+        options.count = std::min(kBatch, count - done);
+        options.withAttachments = true;
+        const auto messages = corpus::CorpusGenerator::Generate(options);
+        for (size_t i = 0; i < messages.size(); ++i) {
+            const auto& m = messages[i].message;
+            const qint64 secs = m.internalDate.toSecsSinceEpoch();
+            const QString name = QStringLiteral("%1.B%2S%3.bench:2,%4")
+                                     .arg(secs).arg(batch).arg(i)
+                                     .arg(stores::FlagMapping::ToMaildirInfo(m.flags, keywords));
+            const QString path = root + QStringLiteral("/cur/") + name;
+            QFile f(path);
+            if (!f.open(QIODevice::WriteOnly) || f.write(m.rfc822) != m.rfc822.size()) return false;
+            f.close();
+            const utimbuf t{secs, secs};
+            ::utime(QFile::encodeName(path).constData(), &t);
+        }
+        done += int(messages.size());
+    }
+    return MaildirKeywords::Save(root, keywords).ok();
+}
+
+double ListWithReaddir(const QString& dir, int* n)
+{
+    QElapsedTimer t;
+    t.start();
+    *n = 0;
+    DIR* d = ::opendir(QFile::encodeName(dir).constData());
+    while (dirent* e = ::readdir(d)) {
+        struct stat st{};
+        if (e->d_name[0] != '.' && ::fstatat(::dirfd(d), e->d_name, &st, 0) == 0) ++*n;
+    }
+    ::closedir(d);
+    return t.nsecsElapsed() / 1e6;
+}
+
+double ListWithQDir(const QString& dir, int* n)
+{
+    QElapsedTimer t;
+    t.start();
+    const QFileInfoList list = QDir(dir).entryInfoList(QDir::Files);
+    qint64 bytes = 0;
+    for (const QFileInfo& fi : list) bytes += fi.size() + fi.lastModified().toSecsSinceEpoch();
+    *n = int(list.size()) + int(bytes & 0);
+    return t.nsecsElapsed() / 1e6;
+}
+
+struct Rule {
+    const char* name;
+    engine::RuleRecord record;
+    std::optional<int> ageDays;
+};
+
+std::vector<Rule> TypicalRules()
+{
+    const QStringList addresses = corpus::CorpusGenerator::SampleAddresses();
+    const QStringList names = corpus::CorpusGenerator::SampleNames();
+    const QStringList words = corpus::CorpusGenerator::SampleSubjectWords();
+    auto at = [](const QStringList& l, int i) { return l.isEmpty() ? QStringLiteral("x") : l.at(i % l.size()); };
+    auto rule = [](auto fill) {
+        engine::RuleRecord r;
+        r.importance = engine::kImportanceDontCare;
+        r.status = engine::kStatusDontCare;
+        r.flagStatus = engine::kFlagDontCare;
+        r.lastVerb = engine::kLastVerbDontCare;
+        r.msgAgeId = engine::kMsgAgeAnyTime;
+        fill(r);
+        return r;
+    };
+    return {
+        {"sender address", rule([&](auto& r) { r.fromAddress = at(addresses, 0); }), {}},
+        {"sender list of 3", rule([&](auto& r) { r.fromAddress = QStringList{at(addresses, 1), at(addresses, 2), at(addresses, 3)}.join(';'); }), {}},
+        {"sender name", rule([&](auto& r) { r.fromAddress = at(names, 0); }), {}},
+        {"subject word", rule([&](auto& r) { r.subject = at(words, 0); }), {}},
+        {"subject two words", rule([&](auto& r) { r.subject = at(words, 1) + ' ' + at(words, 2); }), {}},
+        {"subject phrase", rule([&](auto& r) { r.subject = '"' + at(words, 3) + ' ' + at(words, 4) + '"'; }), {}},
+        {"recipient address", rule([&](auto& r) { r.toAddress = at(addresses, 4); }), {}},
+        {"recipient names", rule([&](auto& r) { r.toAddress = at(names, 1) + ';' + at(names, 2); }), {}},
+        {"copy recipient", rule([&](auto& r) { r.ccAddress = at(names, 3); }), {}},
+        {"unread", rule([](auto& r) { r.status = 0; }), {}},
+        {"read + subject", rule([&](auto& r) { r.status = 1; r.subject = at(words, 5); }), {}},
+        {"flagged", rule([](auto& r) { r.flagStatus = 2; }), {}},
+        {"no flag", rule([](auto& r) { r.flagStatus = engine::kFlagNoneSet; }), {}},
+        {"red flag", rule([](auto& r) { r.flagStatus = engine::kFlagColourBase + 6; }), {}},
+        {"high importance", rule([](auto& r) { r.importance = 2; }), {}},
+        {"replied", rule([](auto& r) { r.lastVerb = engine::kLastVerbReplied; }), {}},
+        {"older than 30 days", rule([](auto&) {}), 30},
+        {"sender + older than a year", rule([&](auto& r) { r.fromAddress = at(addresses, 5); }), 365},
+        {"senders + subject + unread + age", rule([&](auto& r) {
+             r.fromAddress = at(addresses, 6) + ';' + at(addresses, 7);
+             r.subject = at(words, 6);
+             r.status = 0;
+         }), 90},
+        {"forwarded + low importance", rule([](auto& r) { r.lastVerb = engine::kLastVerbForwarded; r.importance = 0; }), {}},
+    };
+}
+
+const std::vector<mapi::PropTag> kEngineColumns = {mapi::PR_ENTRYID, mapi::PR_STORE_ENTRYID, mapi::PR_MESSAGE_CLASS,
+                                                   mapi::PR_SUBJECT, mapi::PR_MESSAGE_DELIVERY_TIME};
+
+// Wall time and CPU time: the machine is shared, so wall time alone
+// overstates what the store costs on an idle one.
+struct Timed {
+    double ms;
+    double cpuMs;
+    size_t rows;
+};
+
+Timed RunRule(MaildirStore& store, const Rule& rule, const QDateTime& now)
+{
+    mapi::Restriction root(mapi::RES_AND);
+    std::optional<QDateTime> cutOff;
+    if (rule.ageDays) cutOff = now.addDays(-*rule.ageDays);
+    engine::AddRuleCriteria(rule.record, cutOff, root);
+    QElapsedTimer t;
+    t.start();
+    const double cpu0 = CpuMs();
+    auto rows = store.Query(FolderIdFor(""), &root, kEngineColumns);
+    const double ms = t.nsecsElapsed() / 1e6;
+    const double cpuMs = CpuMs() - cpu0;
+    if (!rows) {
+        std::fprintf(stderr, "query failed: %s\n", qPrintable(rows.error().message));
+        std::exit(1);
+    }
+    return {ms, cpuMs, rows->size()};
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    int count = 100000;
+    QString keep;
+    bool reuseIndex = false;
+    for (int i = 1; i < argc; ++i)
+        if (qstrcmp(argv[i], "--reuse-index") == 0) reuseIndex = true;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        if (qstrcmp(argv[i], "--count") == 0) count = QByteArray(argv[i + 1]).toInt();
+        if (qstrcmp(argv[i], "--keep") == 0) keep = QString::fromLocal8Bit(argv[i + 1]);
+    }
+    QTemporaryDir tmp;
+    const QString base = keep.isEmpty() ? tmp.path() : keep;
+    const QString root = base + QStringLiteral("/Mail");
+    const QString index = base + QStringLiteral("/index.sqlite");
+
+    QElapsedTimer t;
+    t.start();
+    if (!QDir(root + "/cur").exists() || QDir(root + "/cur").isEmpty()) {
+        if (!Generate(root, count)) {
+            std::fprintf(stderr, "cannot write the corpus under %s\n", qPrintable(root));
+            return 1;
+        }
+        std::printf("generated %d messages in %.1f s\n", count, t.nsecsElapsed() / 1e9);
+    }
+    if (!reuseIndex)
+        for (const char* suffix : {"", "-wal", "-shm"}) QFile::remove(index + suffix);
+    // Directory times must be older than the trust margin for warm runs.
+    const utimbuf old{std::time(nullptr) - 60, std::time(nullptr) - 60};
+    for (const char* sub : {"/cur", "/new"}) ::utime(QFile::encodeName(root + sub).constData(), &old);
+
+    int n = 0;
+    const double rd = ListWithReaddir(root + "/cur", &n);
+    const double qd = ListWithQDir(root + "/cur", &n);
+    std::printf("list + stat %d files: readdir/fstatat %.1f ms, QDir::entryInfoList %.1f ms\n", n, rd, qd);
+
+    MaildirStoreOptions options;
+    options.indexPath = index;
+    options.watch = false;
+    const QDateTime now = corpus::CorpusOptions().now;
+    {
+        MaildirStore store(root, options);
+        t.restart();
+        const double cpu0 = CpuMs();
+        auto rows = store.Query(FolderIdFor(""), nullptr, kEngineColumns);
+        std::printf("cold index: %zu rows, %d parsed, %.2f s (cpu %.2f s)\n", rows ? rows->size() : 0,
+                    store.lastScan().parsed, t.nsecsElapsed() / 1e9, (CpuMs() - cpu0) / 1e3);
+        std::printf("peak memory after cold index: %ld MB\n", PeakRssMb());
+    }
+    MaildirStore store(root, options);
+    t.restart();
+    const double cpu1 = CpuMs();
+    (void)store.Query(FolderIdFor(""), nullptr, {mapi::PR_ENTRYID});
+    std::printf("first query of a new process (index read from disk): %.0f ms (cpu %.0f ms), %d parsed\n",
+                t.nsecsElapsed() / 1e6, CpuMs() - cpu1, store.lastScan().parsed);
+
+    const auto rules = TypicalRules();
+    for (int pass = 0; pass < 2; ++pass) {
+        double total = 0, cpu = 0;
+        for (const Rule& rule : rules) {
+            const Timed r = RunRule(store, rule, now);
+            total += r.ms;
+            cpu += r.cpuMs;
+            if (pass == 1) std::printf("  %-34s %7zu rows %7.1f ms (cpu %7.1f ms)\n", rule.name, r.rows, r.ms, r.cpuMs);
+        }
+        std::printf("warm run of %zu rules, pass %d: %.0f ms total (cpu %.0f ms)\n", rules.size(), pass + 1, total, cpu);
+    }
+    Rule body{"body term", {}, {}};
+    body.record.message = QStringLiteral("invoice");
+    Timed b = RunRule(store, body, now);
+    std::printf("body term rule: %zu rows, %d bodies read, %.2f s (cpu %.2f s)\n", b.rows, store.lastBodyReads(),
+                b.ms / 1000, b.cpuMs / 1000);
+    Rule bodyAndSubject{"body + subject", {}, {}};
+    bodyAndSubject.record.message = QStringLiteral("invoice");
+    bodyAndSubject.record.subject = corpus::CorpusGenerator::SampleSubjectWords().value(0);
+    b = RunRule(store, bodyAndSubject, now);
+    std::printf("body + subject rule: %zu rows, %d bodies read, %.0f ms (cpu %.0f ms)\n", b.rows, store.lastBodyReads(),
+                b.ms, b.cpuMs);
+    std::printf("peak memory (ru_maxrss): %ld MB\n", PeakRssMb());
+    return 0;
+}
