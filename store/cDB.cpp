@@ -78,6 +78,21 @@ void cDB::Remember(long number, const QString& description)
     m_lastErrorDescription = description;
 }
 
+// Called from a catch block: keeps the number and description of the error
+// being handled, whatever its type.
+void cDB::RememberCurrentError() noexcept
+{
+    try {
+        throw;
+    } catch (const AdoError& e) {
+        Remember(e.Number(), e.Description());
+    } catch (const std::exception& e) {
+        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        Remember(ado::kErrProviderGeneric, QStringLiteral("Unknown error"));
+    }
+}
+
 void cDB::Report(const QString& label)
 {
     m_report.ShowProcedureError(m_lastErrorNumber, m_lastErrorDescription, label);
@@ -135,10 +150,8 @@ bool cDB::InitDB(const QString& databasePath, const QString& user, const QString
         }
         m_conn->Open(m_connectString, QString(), QString(), -1);
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     return false;
 }
@@ -172,10 +185,8 @@ bool cDB::CreateRS(std::unique_ptr<ado::Recordset>& rs, const QString& sql)
         cmd->SetActiveConnection(nullptr);
         rs = std::move(newRs);
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     return false;
 }
@@ -201,10 +212,8 @@ bool cDB::ExecuteSQL(const QString& sql, ado::Command* command)
         m_newId = CLng(identity->Fields(0).Value());
         identity->Close();
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     Report(QStringLiteral("ExecuteSQL, Contact Sorquin Support"));
     return false;
@@ -219,10 +228,8 @@ std::int32_t cDB::RecordCount(ado::Recordset& rs)
         const auto count = static_cast<std::int32_t>(rs.RecordCount());
         rs.SetBookmark(mark);
         return count;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     return 0;
 }
@@ -260,10 +267,8 @@ bool cDB::FindDB(int direction, const QString& criteria, ado::Recordset& rs)
             return false;
         }
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     return false;
 }
@@ -297,10 +302,8 @@ bool cDB::MoveDB(int direction, ado::Recordset& rs)
         }
         rs.Resync(ado::adAffectCurrent, ado::adResyncAllValues);
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     return false;
 }
@@ -320,10 +323,8 @@ bool cDB::Export(const QString& sql, const QString& filePath)
         rs.Save(filePath, ado::adPersistXML);
         rs.Close();
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     Report(QStringLiteral("Export of Class Module cDB"));
     return false;
@@ -367,10 +368,8 @@ bool cDB::Import(const QString& filePath)
         }
         rs->Close();
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     Report(QStringLiteral("Import of Class Module cDB"));
     return false;
@@ -393,10 +392,8 @@ bool cDB::AppendField(const QString& tableName, const QString& fieldName, int fi
         if (allowZeroLength) column->Properties.insert(QStringLiteral("Jet OLEDB:Allow Zero Length"), true);
         catalog->AppendColumn(tableName, *column, ado::adVarWChar, 0);
         return true;
-    } catch (const AdoError& e) {
-        Remember(e.Number(), e.Description());
-    } catch (const std::exception& e) {
-        Remember(ado::kErrProviderGeneric, QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+        RememberCurrentError();
     }
     Report(QStringLiteral("AppendField"));
     return false;

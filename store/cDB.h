@@ -104,6 +104,7 @@ public:
 
 private:
     void Remember(long number, const QString& description);
+    void RememberCurrentError() noexcept;
     void Report(const QString& label);
 
     const ProgIdRegistry& m_progIds;
