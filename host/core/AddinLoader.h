@@ -1,9 +1,8 @@
 #pragma once
 // Connects the add-ins registered in the host's registry, as a mail host
-// does: every subkey of "HKEY_CURRENT_USER\Software\Microsoft\Office\
-// Outlook\Addins" whose LoadBehavior is 3 is created through the factory
+// does: every subkey of kAddinsKey whose LoadBehavior is 3 is created through the factory
 // registered under its ProgID and connected with OnConnection, in the order
-// of the registry's subkeys. Disconnect() takes them down in reverse order
+// the registry lists its subkeys (by name). Disconnect() takes them down in reverse order
 // (host shutdown); Remove() is the user removing one in the add-ins dialog.
 
 #include "platform/common/ProgIdRegistry.h"

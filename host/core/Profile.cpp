@@ -1,0 +1,241 @@
+#include "Profile.h"
+
+#include "platform/os/SpecialFolders.h"
+#include "platform/stores/maildir/MaildirLayout.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSettings>
+#include <QStandardPaths>
+
+#include <functional>
+
+namespace mv::host {
+
+namespace {
+
+using stores::TlsMode;
+
+// Known keys per store type; anything else in a section is a mistake worth
+// reporting (a misspelt "pasword_command" must not silently do nothing).
+const QStringList kMaildirKeys = {"type", "path", "address"};
+const QStringList kImapKeys = {"type", "host", "port", "tls", "user", "password", "password_command",
+                               "pinned_certificate", "address", "timeout"};
+
+const struct {
+    const char* name;
+    TlsMode mode;
+    quint16 defaultPort;
+} kTlsModes[] = {
+    {"implicit", TlsMode::Implicit, 993},
+    {"starttls", TlsMode::StartTls, 143},
+    {"none", TlsMode::None, 143},
+};
+
+class SectionReader {
+public:
+    SectionReader(QSettings& ini, QString file, QString section)
+        : m_ini(ini), m_file(std::move(file)), m_section(std::move(section))
+    {
+    }
+
+    Error Fail(const QString& key, const QString& problem) const
+    {
+        const QString where = key.isEmpty() ? QStringLiteral("[%1]").arg(m_section)
+                                            : QStringLiteral("[%1] %2").arg(m_section, key);
+        return Error::permanent(QStringLiteral("%1: %2: %3").arg(m_file, where, problem));
+    }
+
+    // QSettings splits unquoted values at commas; a profile value is one text.
+    QString Value(const QString& key) const
+    {
+        const QVariant v = m_ini.value(key);
+        if (v.typeId() == QMetaType::QStringList) return v.toStringList().join(QStringLiteral(", ")).trimmed();
+        return v.toString().trimmed();
+    }
+    bool Has(const QString& key) const { return m_ini.contains(key) && !Value(key).isEmpty(); }
+
+    Result<QString> Required(const QString& key) const
+    {
+        if (!Has(key)) return Fail(key, QStringLiteral("missing; this store needs it"));
+        return Value(key);
+    }
+
+    const QString& section() const { return m_section; }
+
+private:
+    QSettings& m_ini;
+    QString m_file;
+    QString m_section;
+};
+
+QString ExpandPath(const QString& path, const QString& profileFile)
+{
+    if (path == QLatin1String("~")) return QDir::homePath();
+    if (path.startsWith(QLatin1String("~/"))) return QDir::homePath() + path.mid(1);
+    if (QDir::isAbsolutePath(path)) return QDir::cleanPath(path);
+    // Relative to the profile's own folder, so a profile can travel with its mail.
+    return QDir::cleanPath(QFileInfo(profileFile).absoluteDir().filePath(path));
+}
+
+Result<StoreProfile> ReadMaildir(const SectionReader& r, const QString& file)
+{
+    StoreProfile store;
+    store.type = StoreProfile::Type::Maildir;
+    auto path = r.Required(QStringLiteral("path"));
+    if (!path) return path.error();
+    store.path = ExpandPath(*path, file);
+    store.address = r.Value(QStringLiteral("address"));
+    return store;
+}
+
+Result<StoreProfile> ReadImap(const SectionReader& r)
+{
+    StoreProfile store;
+    store.type = StoreProfile::Type::Imap;
+    stores::ImapSettings& s = store.imap;
+    auto host = r.Required(QStringLiteral("host"));
+    if (!host) return host.error();
+    s.host = *host;
+    auto user = r.Required(QStringLiteral("user"));
+    if (!user) return user.error();
+    s.user = *user;
+
+    s.tls = TlsMode::Implicit;
+    quint16 defaultPort = 993;
+    if (r.Has(QStringLiteral("tls"))) {
+        const QString tls = r.Value(QStringLiteral("tls")).toLower();
+        bool known = false;
+        for (const auto& m : kTlsModes) {
+            if (tls == QLatin1String(m.name)) {
+                s.tls = m.mode;
+                defaultPort = m.defaultPort;
+                known = true;
+            }
+        }
+        if (!known)
+            return r.Fail(QStringLiteral("tls"), QStringLiteral("\"%1\" is not one of implicit, starttls, none")
+                                                     .arg(r.Value(QStringLiteral("tls"))));
+    }
+    s.port = defaultPort;
+    if (r.Has(QStringLiteral("port"))) {
+        bool ok = false;
+        const uint port = r.Value(QStringLiteral("port")).toUInt(&ok);
+        if (!ok || port == 0 || port > 65535)
+            return r.Fail(QStringLiteral("port"),
+                          QStringLiteral("\"%1\" is not a port number (1-65535)").arg(r.Value(QStringLiteral("port"))));
+        s.port = static_cast<quint16>(port);
+    }
+    if (r.Has(QStringLiteral("timeout"))) {
+        bool ok = false;
+        const int seconds = r.Value(QStringLiteral("timeout")).toInt(&ok);
+        if (!ok || seconds <= 0)
+            return r.Fail(QStringLiteral("timeout"), QStringLiteral("\"%1\" is not a number of seconds")
+                                                         .arg(r.Value(QStringLiteral("timeout"))));
+        s.timeoutSeconds = seconds;
+    }
+    s.passwordCommand = r.Value(QStringLiteral("password_command"));
+    s.password = r.Value(QStringLiteral("password"));
+    if (s.passwordCommand.isEmpty() && s.password.isEmpty())
+        return r.Fail(QStringLiteral("password_command"),
+                      QStringLiteral("missing; give password_command (or password) for this store"));
+    s.pinnedCertificate = r.Value(QStringLiteral("pinned_certificate"));
+    store.address = s.ownAddress = r.Value(QStringLiteral("address"));
+    return store;
+}
+
+}  // namespace
+
+QString Profile::DefaultPath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+           QStringLiteral("/Mailvane/profile.ini");
+}
+
+Result<Profile> Profile::Load(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.exists()) return Error::notFound(QStringLiteral("%1: the profile does not exist").arg(path));
+    if (!info.isFile() || !info.isReadable())
+        return Error::permanent(QStringLiteral("%1: the profile cannot be read").arg(path));
+
+    QSettings ini(path, QSettings::IniFormat);
+    if (ini.status() != QSettings::NoError)
+        return Error::permanent(QStringLiteral("%1: the profile is not a valid INI file").arg(path));
+    // Keys outside any section land in QSettings' "General" group.
+    if (!ini.childKeys().isEmpty())
+        return Error::permanent(
+            QStringLiteral("%1: \"%2\" stands outside any section; every key belongs to a [store] section")
+                .arg(path, ini.childKeys().first()));
+
+    Profile profile;
+    profile.file = path;
+    const QStringList sections = ini.childGroups();
+    if (sections.isEmpty()) return Error::permanent(QStringLiteral("%1: the profile names no store").arg(path));
+    for (const QString& section : sections) {
+        ini.beginGroup(section);
+        const SectionReader r(ini, path, section);
+        const QString type = r.Value(QStringLiteral("type")).toLower();
+        const bool isMaildir = type == QLatin1String("maildir"), isImap = type == QLatin1String("imap");
+        Result<StoreProfile> store = Error::permanent({});
+        if (!r.Has(QStringLiteral("type"))) {
+            store = r.Fail(QStringLiteral("type"), QStringLiteral("missing; give type=maildir or type=imap"));
+        } else if (!isMaildir && !isImap) {
+            store = r.Fail(QStringLiteral("type"), QStringLiteral("unknown store type \"%1\"; use maildir or imap")
+                                                       .arg(r.Value(QStringLiteral("type"))));
+        } else {
+            // Keys are written in lower case; anything else is reported, not ignored.
+            const QStringList& known = isMaildir ? kMaildirKeys : kImapKeys;
+            QString unknown;
+            for (const QString& key : ini.childKeys())
+                if (unknown.isEmpty() && !known.contains(key)) unknown = key;
+            if (!unknown.isEmpty())
+                store = r.Fail(unknown, QStringLiteral("unknown key for a %1 store").arg(type));
+            else
+                store = isMaildir ? ReadMaildir(r, path) : ReadImap(r);
+        }
+        ini.endGroup();
+        if (!store) return store.error();
+        store->section = section;
+        profile.stores.push_back(std::move(*store));
+    }
+    return profile;
+}
+
+Result<Profile> Profile::Embedded(const QString& dataDir)
+{
+    const QString root = dataDir + QStringLiteral("/Mail");
+    if (Status s = CreateDefaultMaildir(root); !s) return s.error();
+    Profile profile;
+    StoreProfile local;
+    local.section = QStringLiteral("Local Mail");
+    local.type = StoreProfile::Type::Maildir;
+    local.path = root;
+    profile.stores.push_back(std::move(local));
+    return profile;
+}
+
+Result<Profile> Profile::LoadDefault()
+{
+    const QString path = DefaultPath();
+    if (QFileInfo::exists(path)) return Load(path);
+    return Embedded(os::DataDir());
+}
+
+Status CreateDefaultMaildir(const QString& root)
+{
+    using stores::maildir::MaildirLayout;
+    for (const char* sub : {"cur", "new", "tmp"}) {
+        if (!QDir().mkpath(root + QLatin1Char('/') + QLatin1String(sub)))
+            return Error::permanent(QStringLiteral("Cannot create the mail folder %1.").arg(root));
+    }
+    const MaildirLayout layout(root, MaildirLayout::Kind::MaildirPlusPlus);
+    for (const char* name : {"Sent", "Drafts", "Trash", "Archive"}) {
+        if (MaildirLayout::IsMaildir(root + QStringLiteral("/.") + QLatin1String(name))) continue;
+        auto made = layout.Create(QString(), QString::fromLatin1(name));
+        if (!made) return made.error();
+    }
+    return Status::success();
+}
+
+}  // namespace mv::host
