@@ -58,14 +58,18 @@ qsizetype HeaderBlockEnd(const char* data, qsizetype size, qsizetype from = 0)
 // for a line end; without this the whole message would be one header.
 QByteArray NormaliseLineEnds(QByteArray block)
 {
+    // Reads through constData() so that a block that needs no change is
+    // never copied.
+    const qsizetype size = block.size();
     bool bare = false;
-    for (qsizetype i = 0; i < block.size(); ++i) {
-        if (block[i] == '\r' && (i + 1 == block.size() || block[i + 1] != '\n')) {
+    for (qsizetype i = 0; i < size; ++i) {
+        const char* data = block.constData();
+        if (data[i] == '\r' && (i + 1 == size || data[i + 1] != '\n')) {
             block[i] = '\n';
             bare = true;
         }
     }
-    if (bare) block.truncate(HeaderBlockEnd(block.constData(), block.size()));
+    if (bare) block.truncate(HeaderBlockEnd(block.constData(), size));
     return block;
 }
 
