@@ -81,6 +81,7 @@ struct Connection::Impl {
     QString connectionString;
     QString dataSource;
     int busyTimeout = 2000;
+    std::shared_ptr<const void> lifetime = std::make_shared<int>(0);
 
     CachedStatement& Prepared(const QString& jet)
     {
@@ -284,6 +285,11 @@ QString Connection::DataSource() const
 sqlite3* Connection::Handle() const
 {
     return d->db.get();
+}
+
+std::weak_ptr<const void> Connection::Lifetime() const
+{
+    return d->lifetime;
 }
 
 void Connection::SetBusyTimeout(int ms)

@@ -8,8 +8,8 @@
 // with an AdoError and the file is left exactly as it was. A lock held by
 // another process is reported as a temporary AdoError after the busy wait.
 //
-// Recordsets keep a pointer to the connection that made them for Resync;
-// the connection must outlive them.
+// Recordsets keep a pointer to the connection that made them for Resync,
+// and a token that tells them when the connection object is gone.
 
 #include "AdoConstants.h"
 #include "AdoError.h"
@@ -59,6 +59,8 @@ public:
 
     // For the provider's own classes (Command, Recordset, Catalog); null when closed.
     sqlite3* Handle() const;
+    // Expires when this Connection object is destroyed.
+    std::weak_ptr<const void> Lifetime() const;
 
     // Milliseconds a statement waits for another process's lock before it
     // fails as temporary. Default 2000.

@@ -106,6 +106,7 @@ void Recordset::OpenData(RowsetData data, Connection* source, const QString& sql
 {
     m_data = std::move(data);
     m_source = source;
+    m_sourceAlive = source ? source->Lifetime() : std::weak_ptr<const void>();
     m_sql = sql;
     m_open = true;
     m_pos = m_data.rows.empty() ? 0 : 1;
@@ -118,6 +119,7 @@ void Recordset::Close()
     m_open = false;
     m_pos = 0;
     m_source = nullptr;
+    m_sourceAlive.reset();
 }
 
 int Recordset::FieldCount() const
@@ -318,6 +320,9 @@ void Recordset::Resync(int affectRecords, int)
     if (!m_source)
         throw AdoError(kErrInvalidConnection, kProviderSource,
                        QStringLiteral("This recordset was not read from a database and cannot be resynchronised."));
+    if (m_sourceAlive.expired())
+        throw AdoError(kErrInvalidConnection, kProviderSource,
+                       QStringLiteral("The connection of this recordset no longer exists; it cannot be resynchronised."));
     if (m_source->State() != adStateOpen)
         throw AdoError(kErrInvalidConnection, kProviderSource,
                        QStringLiteral("The connection of this recordset is closed; it cannot be resynchronised."));

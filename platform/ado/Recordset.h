@@ -125,6 +125,7 @@ private:
     bool m_stayInSync = true;
     int m_cacheSize = 1;
     Connection* m_source = nullptr;
+    std::weak_ptr<const void> m_sourceAlive;
     QString m_sql;
     std::vector<Parameter> m_parameters;  // to run the query again
 };

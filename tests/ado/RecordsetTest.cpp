@@ -326,6 +326,20 @@ TEST_F(RulesFixture, ResyncWithoutAKeyTakesRowsByPosition)
     EXPECT_EQ(settings->Value(QStringLiteral("Version")).toString(), QStringLiteral("1.8.0"));
 }
 
+TEST_F(RulesFixture, ResyncAfterTheConnectionIsGoneIsAnError)
+{
+    std::unique_ptr<Recordset> orphan;
+    {
+        Connection other;
+        other.Open(JetConnectionString(db.path));
+        orphan = other.Execute(QStringLiteral("SELECT * From Rules"));
+        other.Close();
+        EXPECT_THROW(orphan->Resync(adAffectCurrent), AdoError);  // closed
+    }
+    EXPECT_THROW(orphan->Resync(adAffectCurrent), AdoError);  // destroyed
+    EXPECT_EQ(orphan->Value(QStringLiteral("RuleName")).toString(), QStringLiteral("Alpha"));  // rows stay readable
+}
+
 TEST_F(RulesFixture, ClosedRecordsetAndForeignFormatsAreRefused)
 {
     EXPECT_THROW(rs->Save(db.dir.filePath(QStringLiteral("x.adtg")), adPersistADTG), AdoError);
