@@ -10,8 +10,10 @@
 #include "platform/outlook/store/StoreFolder.h"
 #include "platform/outlook/store/StoreItem.h"
 #include "platform/outlook/store/StoreNameSpace.h"
+#include "platform/stores/imap/ImapStore.h"
 #include "platform/stores/maildir/MaildirStore.h"
 #include "platform/stores/memory/MemoryStore.h"
+#include "tests/support/dovecot/DovecotServer.h"
 
 #include <QTemporaryDir>
 
@@ -32,7 +34,7 @@ QByteArray Message(const QString& subject, const QString& from = QStringLiteral(
         .toUtf8();
 }
 
-enum class Backend { Memory, Maildir };
+enum class Backend { Memory, Maildir, Imap };
 
 class NameSpaceTest : public ::testing::TestWithParam<Backend> {
 protected:
@@ -40,6 +42,21 @@ protected:
     {
         if (GetParam() == Backend::Memory) {
             m_store = std::make_unique<stores::MemoryStore>();
+        } else if (GetParam() == Backend::Imap) {
+            if (!DovecotServer::Available()) GTEST_SKIP() << "dovecot is not installed";
+            m_server = std::make_unique<DovecotServer>();
+            QString error;
+            ASSERT_TRUE(m_server->Start(&error)) << error.toStdString();
+            stores::ImapSettings settings;
+            settings.host = QStringLiteral("127.0.0.1");
+            settings.port = m_server->Port();
+            settings.tls = stores::TlsMode::None;
+            settings.user = DovecotServer::User();
+            settings.password = DovecotServer::Password();
+            settings.timeoutSeconds = 10;
+            m_store = std::make_unique<stores::ImapStore>(settings);
+            for (const char* name : {"Sent", "Archive", "Trash", "Drafts"})
+                ASSERT_TRUE(m_store->CreateFolder({}, QString::fromLatin1(name)).ok()) << name;
         } else {
             ASSERT_TRUE(m_dir.isValid());
             const QString root = m_dir.path() + "/Mail";
@@ -86,6 +103,7 @@ protected:
     }
 
     QTemporaryDir m_dir;
+    std::unique_ptr<DovecotServer> m_server;  // outlives the store, which logs out on destruction
     std::unique_ptr<MessageStore> m_store;
     std::unique_ptr<StoreNameSpace> m_ns;
     std::unique_ptr<Folder> m_inbox;
@@ -235,8 +253,15 @@ TEST_P(NameSpaceTest, FolderTreeAndCounts)
     EXPECT_FALSE(m_ns->GetDefaultFolder(9999));
 }
 
-INSTANTIATE_TEST_SUITE_P(Stores, NameSpaceTest, ::testing::Values(Backend::Memory, Backend::Maildir),
-                         [](const auto& info) { return info.param == Backend::Memory ? "Memory" : "Maildir"; });
+INSTANTIATE_TEST_SUITE_P(Stores, NameSpaceTest, ::testing::Values(Backend::Memory, Backend::Maildir, Backend::Imap),
+                         [](const auto& info) {
+                             switch (info.param) {
+                             case Backend::Memory: return "Memory";
+                             case Backend::Maildir: return "Maildir";
+                             case Backend::Imap: return "Imap";
+                             }
+                             return "Unknown";
+                         });
 
 // Cases only the memory store can stage: failures on demand, a second store.
 class MemoryNameSpaceTest : public ::testing::Test {
