@@ -24,8 +24,9 @@ QString MaildirWriter::FolderPath(const QString& folder) const
 
 QString MaildirWriter::InfoFlags(const mapi::MessageFlags& flags, QStringList& keywordNames)
 {
-    // System flags in ASCII order, as the Maildir convention asks; the
-    // forwarded keyword is the standard "passed" letter P.
+    // System flags in ASCII order, as the Maildir convention asks. Forwarded
+    // is the "passed" letter P and also a keyword letter: Dovecot does not
+    // map P to $Forwarded, so IMAP clients would not see it otherwise.
     QString info;
     if (flags.draft) info += 'D';
     if (flags.flagged) info += 'F';
@@ -35,7 +36,6 @@ QString MaildirWriter::InfoFlags(const mapi::MessageFlags& flags, QStringList& k
     if (flags.deleted) info += 'T';
     QString letters;
     for (const QString& keyword : flags.keywords) {
-        if (keyword == "$Forwarded") continue;
         qsizetype index = keywordNames.indexOf(keyword);
         if (index < 0 && keywordNames.size() < kMaxKeywords) {
             keywordNames << keyword;

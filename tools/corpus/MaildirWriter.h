@@ -3,6 +3,7 @@
 // the INBOX at the root, other folders as ".Name" (".Archive.Projects"),
 // messages in cur/ named "<time>.<seq>.mvcorpus:2,<flags>" with the internal
 // date as mtime, and keyword letters from each folder's dovecot-keywords.
+// $Forwarded is written both as P and as a keyword letter.
 //
 // Each file is written in tmp/ and renamed into cur/, as a delivery would.
 // Existing messages are never overwritten: a name that is taken is an error.
