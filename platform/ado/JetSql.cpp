@@ -465,7 +465,9 @@ JetStatement JetSql::Translate(const QString& jet)
         }
         if (word(3, "ADD") && !word(4, "CONSTRAINT") && !word(4, "PRIMARY") && !word(4, "UNIQUE") &&
             !word(4, "FOREIGN")) {
-            const size_t from = word(4, "COLUMN") ? sig[5] : sig[4];
+            const size_t name = word(4, "COLUMN") ? 5 : 4;
+            if (name + 1 >= sig.size()) Fail(QStringLiteral("Syntax error in field definition: no name or type"));
+            const size_t from = sig[name];
             const ColumnDef def = TranslateColumnDef(toks, from, toks.size());
             if (def.counter) Fail(QStringLiteral("Cannot add an AutoNumber column to an existing table"));
             st.sql = QStringLiteral("ALTER TABLE ") + QuoteName(table) + QStringLiteral(" ADD COLUMN ") + def.sql;

@@ -5,6 +5,8 @@
 
 #include <QElapsedTimer>
 
+#include <random>
+
 #include <gtest/gtest.h>
 
 namespace mv::ado::test {
@@ -273,6 +275,23 @@ INSTANTIATE_TEST_SUITE_P(Criteria, BadFindTest,
                          ::testing::Values("RuleName", "RuleName = ", "RuleName = 'abc", "RuleName = 'a' AND SortID = 2",
                                            "RuleName == 'a'", "NoSuchColumn = 1", "SortID = four", "SortID LIKE 4",
                                            "Created < #yesterday#", ""));
+
+TEST_F(RulesFixture, ArbitraryCriteriaFindOrFailCleanly)
+{
+    const QStringList pieces = {"RuleName", "[SortID]", "[Sort", "=", "<>", "<", ">=", "LIKE", "like", "'a*'",
+                                "'", "''", "'O''Hara'", "#2024-01-01#", "#", "12", "-3.5", "*", "%", " ", "AND"};
+    std::mt19937 random(7);
+    for (int i = 0; i < 2000; ++i) {
+        QString criteria;
+        const int n = int(random() % 6);
+        for (int k = 0; k < n; ++k) criteria += pieces[int(random() % pieces.size())];
+        rs->MoveFirst();
+        try {
+            rs->Find(criteria, long(random() % 3), random() % 2 ? adSearchForward : adSearchBackward);
+        } catch (const AdoError&) {
+        }
+    }
+}
 
 TEST_F(RulesFixture, FindAtAnEndNeedsAStartingRow)
 {
