@@ -10,6 +10,8 @@
 #include <memory>
 #include <mutex>
 
+#include <signal.h>
+
 namespace mv::stores {
 
 namespace {
@@ -74,6 +76,19 @@ void FailOnEof(mailstream* stream)
     stream->low->driver = &wrapped->wrapped;
 }
 
+// libetpan writes to its sockets with plain write(): a server that hung up
+// would kill the whole program with SIGPIPE on the next command. Ignore the
+// signal (unless the program set a handler of its own) so that the write
+// fails with EPIPE and becomes a dropped connection.
+void IgnoreSigpipe()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        struct sigaction current {};
+        if (::sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) ::signal(SIGPIPE, SIG_IGN);
+    });
+}
+
 }  // namespace
 
 ImapConnection::~ImapConnection()
@@ -133,6 +148,7 @@ Status ImapConnection::Login(const ImapSettings& settings, const QString& passwo
 
 Result<std::unique_ptr<ImapConnection>> ImapConnection::Open(const ImapSettings& settings, const QString& password)
 {
+    IgnoreSigpipe();
     mailimap* session = mailimap_new(0, nullptr);
     if (!session) return Error::temporary(QStringLiteral("out of memory"));
     std::unique_ptr<ImapConnection> conn(new ImapConnection(session));
@@ -171,6 +187,7 @@ Result<std::unique_ptr<ImapConnection>> ImapConnection::Open(const ImapSettings&
 Result<std::unique_ptr<ImapConnection>> ImapConnection::OpenOnStream(_mailstream* stream, const ImapSettings& settings,
                                                                       const QString& password)
 {
+    IgnoreSigpipe();
     mailimap* session = mailimap_new(0, nullptr);
     if (!session) {
         mailstream_close(stream);

@@ -28,7 +28,7 @@ struct ImapSettings {
     int timeoutSeconds = 30;   // every network call; a dead server never blocks longer
     QString ownAddress;        // the account's address; user@host when empty
     bool preferAuthenticate = false;  // AUTHENTICATE PLAIN even when LOGIN is allowed
-    std::function<QDateTime()> clock;  // UTC now; the system clock when empty
+    std::function<QDateTime()> clock;  // UTC now for appends without a date; the system clock when empty
 };
 
 }  // namespace mv::stores

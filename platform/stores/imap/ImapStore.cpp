@@ -407,7 +407,8 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
                                             const Restriction* restriction, const std::vector<PropTag>& columns)
 {
     if (auto uv = SelectChecked(conn, folder); !uv) return uv.error();
-    const SearchWriter writer({conn.Has("WITHIN"), conn.Has("LITERAL+"), Now()});
+    // OLDER counts back from the server's clock, so the real time it is.
+    const SearchWriter writer({conn.Has("WITHIN"), conn.Has("LITERAL+"), QDateTime::currentDateTimeUtc()});
     const SearchKeys keys = writer.Write(restriction);
     if (Status s = conn.Custom(SearchWriter::Command(keys)); !s) return s.error();
     std::vector<quint32> uids = conn.SearchResult();
