@@ -189,6 +189,24 @@ TEST_F(LockTest, WriteLockFailsAWriteAsTemporaryButReadsGoOn)
     EXPECT_NO_THROW(db.connection.Execute(QStringLiteral("UPDATE [settings] SET version='1.2.0'"), adExecuteNoRecords));
 }
 
+TEST_F(LockTest, ARebuildUnderAnotherWriterFailsAsTemporaryAndChangesNothing)
+{
+    db.connection.SetBusyTimeout(100);
+    db.connection.Open();
+    Hold("BEGIN IMMEDIATE");
+    const QByteArray before = ReadBytes(db.path);
+    try {
+        db.connection.Execute(QStringLiteral("ALTER TABLE [Rules] ALTER COLUMN FromAddress Memo"));
+        FAIL() << "rebuilt under a lock";
+    } catch (const AdoError& e) {
+        EXPECT_TRUE(e.IsTemporary()) << e.Description().toStdString();
+    }
+    EXPECT_EQ(ReadBytes(db.path), before);
+    Hold("ROLLBACK");
+    db.connection.Execute(QStringLiteral("ALTER TABLE [Rules] ALTER COLUMN FromAddress Memo"));
+    EXPECT_EQ(db.connection.Execute(QStringLiteral("SELECT FromAddress FROM Rules"))->Fields(0).Type(), adLongVarWChar);
+}
+
 // ---- read-only files and folders
 
 // Runs `body` where file permissions count: as "nobody" in a child process
