@@ -50,16 +50,32 @@ outlook::NameSpace* HeadlessApplication::GetNamespace(const QString& type)
 
 outlook::Explorer* HeadlessApplication::ActiveExplorer()
 {
-    return m_explorer && !m_explorer->IsClosed() ? m_explorer.get() : nullptr;
+    // The most recently opened one that is still open, as focus would have it.
+    return m_explorers.Item(m_explorers.Count());
+}
+
+HeadlessExplorer* HeadlessApplication::OpenExplorer()
+{
+    auto& explorer = m_explorerObjects.emplace_back(std::make_unique<HeadlessExplorer>(&m_clipboard));
+    HeadlessExplorer* raw = explorer.get();
+    connect(raw, &outlook::Explorer::Closed, this, [this, raw] { m_explorers.Remove(raw); });
+    m_explorers.Add(raw);
+    return raw;
+}
+
+HeadlessInspector* HeadlessApplication::OpenInspector(std::unique_ptr<outlook::Item> item)
+{
+    auto& inspector = m_inspectorObjects.emplace_back(std::make_unique<HeadlessInspector>(std::move(item)));
+    HeadlessInspector* raw = inspector.get();
+    connect(raw, &outlook::Inspector::Closed, this, [this, raw] { m_inspectors.Remove(raw); });
+    m_inspectors.Add(raw);
+    return raw;
 }
 
 void HeadlessApplication::Open()
 {
-    if (m_explorer) return;
-    m_explorer = std::make_unique<HeadlessExplorer>(&m_clipboard);
-    HeadlessExplorer* explorer = m_explorer.get();
-    connect(explorer, &outlook::Explorer::Closed, this, [this, explorer] { m_explorers.Remove(explorer); });
-    m_explorers.Add(explorer);
+    if (!m_explorerObjects.empty()) return;
+    OpenExplorer();
     // Connecting is what starts an IMAP store's IDLE watch.
     for (mapi::MessageStore* store : m_stores.Stores())
         connect(store, &mapi::MessageStore::MessagesArrived, this,
@@ -79,7 +95,11 @@ void HeadlessApplication::Stop()
     m_stopped = true;
     Q_EMIT Quit();
     for (mapi::MessageStore* store : m_stores.Stores()) disconnect(store, nullptr, this, nullptr);
-    if (m_explorer) m_explorer->Close();
+    // Last opened first; each Close takes its window out of the collection.
+    for (int i = m_inspectors.Count(); i >= 1; --i)
+        if (outlook::Inspector* inspector = m_inspectors.Item(i)) inspector->Close();
+    for (int i = m_explorers.Count(); i >= 1; --i)
+        if (outlook::Explorer* explorer = m_explorers.Item(i)) explorer->Close();
 }
 
 HeadlessApplication::FolderRole HeadlessApplication::RoleOf(mapi::MessageStore* store, const QByteArray& folderId)

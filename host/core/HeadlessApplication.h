@@ -32,10 +32,18 @@ public:
     void Open();
     // Raises Startup, once.
     void Start();
-    // Raises Quit (once) and closes the Explorer.
+    // Raises Quit (once), then closes the Inspectors and the Explorers.
     void Stop();
 
-    HeadlessExplorer* Explorer() const { return m_explorer.get(); }
+    // The first Explorer (nullptr before Open).
+    HeadlessExplorer* Explorer() const { return m_explorerObjects.empty() ? nullptr : m_explorerObjects.front().get(); }
+    // For tests of window tracking; the headless host opens only the first
+    // Explorer and no Inspector. Another Explorer becomes the active one
+    // (raises NewExplorer); an Inspector shows `item` (raises NewInspector).
+    // Windows stay allocated until the application goes, closed or not, so
+    // pointers held by add-ins never dangle.
+    HeadlessExplorer* OpenExplorer();
+    HeadlessInspector* OpenInspector(std::unique_ptr<outlook::Item> item);
     outlook::StoreNameSpace& Session() { return m_nameSpace; }
 
 private:
@@ -49,7 +57,8 @@ private:
     outlook::StoreNameSpace m_nameSpace;
     HeadlessExplorers m_explorers;
     HeadlessInspectors m_inspectors;
-    std::unique_ptr<HeadlessExplorer> m_explorer;
+    std::vector<std::unique_ptr<HeadlessExplorer>> m_explorerObjects;
+    std::vector<std::unique_ptr<HeadlessInspector>> m_inspectorObjects;
     bool m_started = false, m_stopped = false;
 };
 

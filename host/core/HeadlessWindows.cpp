@@ -35,4 +35,34 @@ outlook::Explorer* HeadlessExplorers::Item(int index) const
     return m_list[static_cast<size_t>(index - 1)];
 }
 
+HeadlessInspector::HeadlessInspector(std::unique_ptr<outlook::Item> item, QObject* parent)
+    : outlook::Inspector(parent), m_item(std::move(item))
+{
+}
+
+void HeadlessInspector::Close()
+{
+    if (m_closed) return;
+    m_closed = true;
+    Q_EMIT Closed();
+}
+
+void HeadlessInspectors::Add(outlook::Inspector* inspector)
+{
+    if (!inspector) return;
+    m_list.emplace_back(inspector);
+    Q_EMIT NewInspector(inspector);
+}
+
+void HeadlessInspectors::Remove(outlook::Inspector* inspector)
+{
+    std::erase_if(m_list, [inspector](const QPointer<outlook::Inspector>& p) { return p.isNull() || p == inspector; });
+}
+
+outlook::Inspector* HeadlessInspectors::Item(int index) const
+{
+    if (index < 1 || index > Count()) return nullptr;
+    return m_list[static_cast<size_t>(index - 1)];
+}
+
 }  // namespace mv::host

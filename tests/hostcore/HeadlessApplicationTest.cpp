@@ -4,6 +4,7 @@
 #include "host/core/AddinLoader.h"
 #include "host/core/HeadlessApplication.h"
 
+#include "platform/mapi/MapiUtils.h"
 #include "platform/stores/memory/MemoryStore.h"
 
 #include <QFile>
@@ -66,6 +67,56 @@ TEST(HeadlessApplication, OneWindowlessExplorerFromOpenToStop)
     EXPECT_TRUE(explorerAtQuit);
     EXPECT_EQ(closed.count(), 1);
     EXPECT_EQ(app.ActiveExplorer(), nullptr);
+    EXPECT_EQ(app.GetExplorers()->Count(), 0);
+}
+
+// Windows opened and closed in the order window tracking has to cope with.
+TEST(HeadlessApplication, WindowsAreCountedUntilTheyClose)
+{
+    StoreSet stores;
+    auto owned = std::make_unique<stores::MemoryStore>();
+    stores::MemoryStore& memory = *owned;
+    stores.Add(std::move(owned));
+    os::MemoryClipboard clipboard;
+    HeadlessApplication app(stores, clipboard);
+    app.Open();
+    QSignalSpy newInspector(app.GetInspectors(), &outlook::Inspectors::NewInspector);
+
+    HeadlessExplorer* first = app.Explorer();
+    HeadlessExplorer* second = app.OpenExplorer();
+    HeadlessExplorer* third = app.OpenExplorer();
+    EXPECT_EQ(app.GetExplorers()->Count(), 3);
+    EXPECT_EQ(app.ActiveExplorer(), third);
+    EXPECT_NE(second->CommandBars(), first->CommandBars()) << "each window has its own bars";
+
+    second->Close();
+    EXPECT_EQ(app.GetExplorers()->Count(), 2);
+    EXPECT_EQ(app.GetExplorers()->Item(1), first);
+    EXPECT_EQ(app.GetExplorers()->Item(2), third);
+    third->Close();
+    EXPECT_EQ(app.ActiveExplorer(), first);
+
+    mapi::NewMessage m;
+    m.rfc822 = Mail("Open me");
+    auto id = memory.Append(memory.InboxId(), m);
+    ASSERT_TRUE(id.ok());
+    auto item = app.Session().GetItemFromID(mapi::MapiUtils::HrGetHexFromBinary(*id),
+                                            mapi::MapiUtils::HrGetHexFromBinary(memory.StoreId()));
+    ASSERT_TRUE(item);
+    HeadlessInspector* inspector = app.OpenInspector(std::move(item));
+    EXPECT_EQ(newInspector.count(), 1);
+    ASSERT_EQ(app.GetInspectors()->Count(), 1);
+    EXPECT_EQ(app.GetInspectors()->Item(1)->CurrentItem()->Subject(), "Open me");
+
+    // The last Explorer closes while the message window stays open.
+    first->Close();
+    EXPECT_EQ(app.ActiveExplorer(), nullptr);
+    EXPECT_EQ(app.GetInspectors()->Count(), 1);
+
+    QSignalSpy inspectorClosed(inspector, &outlook::Inspector::Closed);
+    app.Stop();
+    EXPECT_EQ(inspectorClosed.count(), 1);
+    EXPECT_EQ(app.GetInspectors()->Count(), 0);
     EXPECT_EQ(app.GetExplorers()->Count(), 0);
 }
 
