@@ -454,6 +454,9 @@ Result<std::vector<Row>> ImapStore::Query(const QByteArray& folderId, const Rest
 {
     const auto ref = ImapIds::ParseFolder(folderId);
     if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    // Refused before anything is sent, as every store refuses it.
+    if (restriction)
+        if (Status s = RestrictionEvaluator::CheckSupported(*restriction); !s) return s.error();
     return Retrying<std::vector<Row>>(
         [&](ImapConnection& conn) { return QueryOn(conn, *ref, restriction, columns); });
 }
@@ -725,6 +728,7 @@ Result<QByteArray> ImapStore::Append(const QByteArray& folderId, const NewMessag
     if (message.flags.answered) mailimap_flag_list_add(flags, mailimap_flag_new_answered());
     if (message.flags.flagged) mailimap_flag_list_add(flags, mailimap_flag_new_flagged());
     if (message.flags.draft) mailimap_flag_list_add(flags, mailimap_flag_new_draft());
+    if (message.flags.deleted) mailimap_flag_list_add(flags, mailimap_flag_new_deleted());
     for (const QString& k : message.flags.keywords)
         mailimap_flag_list_add(flags, mailimap_flag_new_flag_keyword(strdup(k.toUtf8().constData())));
     const QDateTime when = (message.internalDate.isValid() ? message.internalDate : Now()).toUTC();
