@@ -1,0 +1,269 @@
+#include "RuleExecutor.h"
+
+#include "RuleRestriction.h"
+
+#include "platform/ado/AdoError.h"
+#include "platform/ado/Recordset.h"
+#include "platform/common/ProgIdRegistry.h"
+#include "platform/mapi/MapiUtils.h"
+#include "platform/mapi/MessageStore.h"
+#include "platform/os/Clock.h"
+#include "platform/os/ErrorReport.h"
+#include "platform/os/TimeZone.h"
+#include "platform/outlook/MapiTable.h"
+#include "platform/outlook/NameSpace.h"
+#include "platform/outlook/SafeLib.h"
+
+#include <memory>
+#include <vector>
+
+namespace mv::engine {
+namespace {
+
+using namespace mv::mapi;
+
+const QString kSource = QStringLiteral("ExecuteRule");
+
+[[noreturn]] void Raise(long number, const QString& description)
+{
+    throw RuleError{number, kSource, description};
+}
+
+[[noreturn]] void RaiseStore(const Error& error)
+{
+    Raise(error.kind == ErrorKind::NotFound ? kErrItemNotFound : kErrPlatformFailure, error.message);
+}
+
+QString Hex(const QVariant& v)
+{
+    return MapiUtils::HrGetHexFromBinary(v.toByteArray());
+}
+
+// A missing or empty subject both show as the placeholder: the stores keep
+// an absent Subject header as an empty PR_SUBJECT, and a blank line in a
+// preview list says nothing.
+QString SubjectText(const QVariant& v)
+{
+    if (v.isValid() && !v.isNull() && v.canConvert<QString>()) {
+        const QString s = v.toString();
+        if (!s.isEmpty()) return s;
+    }
+    return QString::fromLatin1(kEmptySubject);
+}
+
+const std::vector<PropTag> kColumns = {PR_ENTRYID, PR_STORE_ENTRYID, PR_MESSAGE_CLASS, PR_SUBJECT,
+                                       PR_MESSAGE_DELIVERY_TIME};
+
+// Items waiting to be moved to one destination in one MoveMany.
+//
+// Why the result equals moving each item as its row is read: every check of
+// the row loop (class, flag clear and Save, destination lookup, open in an
+// Inspector) still runs per row, in row order, before the item joins the
+// batch; the table's rows were fetched before the first move, so moving
+// later does not change which rows are read; and any error in the loop
+// first moves what is pending, so the items before the failing row end up
+// moved exactly as they would have been. The one difference is on a failed
+// batch: items it did not move get their completed flag back, where moving
+// one by one would have stopped with only the failing item's flag cleared.
+class MoveBatch {
+public:
+    struct Entry {
+        QByteArray id;
+        QString hex;
+        QString subject;
+        bool flagCleared;
+    };
+
+    bool Accepts(const outlook::Folder& dst) const
+    {
+        return !m_dst || (m_dst->EntryID() == dst.EntryID() && m_dst->StoreID() == dst.StoreID());
+    }
+    void Add(std::unique_ptr<outlook::Folder> dst, Entry entry)
+    {
+        if (!m_dst) m_dst = std::move(dst);
+        m_entries.push_back(std::move(entry));
+    }
+    bool Empty() const { return m_entries.empty(); }
+
+    // Moves what is pending; counts into `outcome`. Raises on failure.
+    void Flush(RuleOutcome& outcome)
+    {
+        if (m_entries.empty()) return;
+        std::vector<Entry> entries = std::move(m_entries);
+        std::unique_ptr<outlook::Folder> dst = std::move(m_dst);
+        m_entries.clear();
+        MessageStore* store = dst->Store();
+        std::vector<QByteArray> ids;
+        ids.reserve(entries.size());
+        for (const Entry& e : entries) ids.push_back(e.id);
+        auto moved = store->MoveMany(ids, dst->BinaryEntryID());
+        if (!moved) {
+            // A message still under its old id did not move: give back the
+            // flag cleared for it, so the next run finds it as it was.
+            for (const Entry& e : entries) {
+                if (e.flagCleared && store->Item(e.id).ok()) (void)store->SetFlagStatus(e.id, 1);
+            }
+            RaiseStore(moved.error());
+        }
+        for (const Entry& e : entries) {
+            ++outcome.moved;
+            outcome.subjects << e.subject;
+            outcome.entryIds << e.hex;
+        }
+    }
+
+private:
+    std::unique_ptr<outlook::Folder> m_dst;
+    std::vector<Entry> m_entries;
+};
+
+}  // namespace
+
+RuleExecutor::RuleExecutor(outlook::NameSpace& nameSpace, const ProgIdRegistry& progIds, os::ErrorReport& report,
+                           const os::Clock& clock, const os::TimeZoneSource& timeZone)
+    : m_ns(nameSpace), m_progIds(progIds), m_report(report), m_clock(clock), m_timeZone(timeZone)
+{
+}
+
+std::optional<QDateTime> RuleExecutor::CutOffFor(const RuleRecord& rule) const
+{
+    if (!rule.HasAgeCriterion()) return std::nullopt;
+    const EngineSettings s = Settings();
+    const QDateTime now = m_clock.Now();
+    AgeSettings age;
+    age.alignTime = s.alignTime == 1;
+    age.weekStart = s.weekStart;
+    if (auto tz = m_timeZone.Information(now)) age.offsetSeconds = os::UtcOffsetSeconds(*tz);
+    auto cutOff = CutOff(now, *rule.timeField, *rule.timeDiff, age);
+    if (!cutOff) Raise(kErrInvalidCall, QStringLiteral("Invalid procedure call or argument"));
+    return cutOff;
+}
+
+Restriction RuleExecutor::BuildRestriction(const RuleRecord& rule) const
+{
+    Restriction root(RES_AND);
+    AddRuleCriteria(rule, CutOffFor(rule), root);
+    return root;
+}
+
+void RuleExecutor::ExecuteRule(ado::Recordset& rs, bool& preview, std::int16_t& result)
+{
+    result = Execute(rs, preview).result;
+}
+
+RuleOutcome RuleExecutor::Execute(ado::Recordset& rs, bool preview, const ExecuteOptions& options)
+{
+    RuleRecord rule;
+    try {
+        rule = RuleRecord::FromRecordset(rs);
+    } catch (const ado::AdoError& e) {
+        RuleOutcome outcome;
+        outcome.error = os::ErrorReport::ProcedureErrorText(e.Number(), e.Description(), kSource);
+        m_report.ShowProcedureError(e.Number(), e.Description(), kSource);
+        return outcome;
+    }
+    return Execute(rule, preview, options);
+}
+
+RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const ExecuteOptions& options)
+{
+    RuleOutcome outcome;
+    outcome.ruleId = rule.ruleId;
+    outcome.ruleName = rule.ruleName;
+    MoveBatch batch;
+    try {
+        // Step 1: folder, table, filter.
+        std::unique_ptr<outlook::Folder> source = m_ns.GetFolderFromID(rule.srcEntryId, rule.srcStoreId);
+        if (!source) Raise(kErr1000, QStringLiteral("Failed to create Folder object. Contact Sorquin Support."));
+        std::unique_ptr<outlook::MapiTable> table =
+            m_progIds.Create<outlook::MapiTable>(QString::fromLatin1(outlook::kMapiTableProgId));
+        if (!table) Raise(kErr1001, QStringLiteral("Failed to create Table object. Contact Sorquin Support."));
+        table->SetItems(*source);
+        Restriction* filter = table->Filter();
+        if (!filter) Raise(kErr1002, QStringLiteral("Failed to create Filter object. Contact Sorquin Support."));
+        filter->Clear();
+        filter->kind = RES_AND;
+
+        // Step 2: criteria, one child of the root AND each.
+        AddRuleCriteria(rule, CutOffFor(rule), *filter);
+
+        // Step 3: rows.
+        table->SetColumns(kColumns);
+        table->GoToFirstRow();
+        for (;;) {
+            auto next = table->GetNextRow();
+            if (!next) RaiseStore(next.error());
+            const Row& row = *next;
+            if (row.empty()) break;
+
+            const QString subject = SubjectText(row[3]);
+            const QString entryId = Hex(row[0]);
+            const QString storeId = Hex(row[1]);
+            const outlook::ItemKind kind = outlook::KindOfMessageClass(row[2].toString().toUpper());
+            if (kind == outlook::ItemKind::Other) continue;
+            if (preview && options.excludedIds && options.excludedIds->contains(entryId)) continue;
+
+            std::unique_ptr<outlook::Item> item = m_ns.GetItemFromID(entryId, storeId);
+            if (!item) Raise(kErrItemNotFound, QStringLiteral("The message \"%1\" could not be opened.").arg(subject));
+
+            bool flagCleared = false;
+            if (kind == outlook::ItemKind::Mail && !preview && item->FlagStatus() == outlook::olFlagComplete) {
+                item->SetFlagStatus(outlook::olNoFlag);
+                if (Status s = item->Save(); !s) RaiseStore(s.error());
+                flagCleared = true;
+                ++outcome.flagsCleared;
+            }
+
+            std::unique_ptr<outlook::Folder> destination = m_ns.GetFolderFromID(rule.dstEntryId, rule.dstStoreId);
+            if (!destination) {
+                ++outcome.skippedNoDestination;
+                continue;
+            }
+
+            if (preview) {
+                if (options.previewSkipsOpenItems && IsOpen(item->EntryID())) {
+                    ++outcome.skippedOpen;
+                    continue;
+                }
+                outcome.subjects << subject;
+                outcome.entryIds << entryId;
+                continue;
+            }
+            if (IsOpen(item->EntryID())) {
+                ++outcome.skippedOpen;
+                continue;
+            }
+            const bool batchable = options.batchMoves && destination->Store() &&
+                                   item->StoreID() == destination->StoreID() &&
+                                   MapiUtils::HexToBinary(item->EntryID()).has_value();
+            if (batchable) {
+                if (!batch.Accepts(*destination)) batch.Flush(outcome);
+                const QString hex = item->EntryID();
+                batch.Add(std::move(destination), {*MapiUtils::HexToBinary(hex), hex, subject, flagCleared});
+                continue;
+            }
+            batch.Flush(outcome);
+            if (Status s = item->Move(*destination); !s) RaiseStore(s.error());
+            ++outcome.moved;
+            outcome.subjects << subject;
+            outcome.entryIds << entryId;
+        }
+        batch.Flush(outcome);
+
+        // Step 4: end.
+        outcome.result = kResultGoOn;
+    } catch (const RuleError& e) {
+        // Rows before the failing one are moved, as they would have been
+        // one by one; a second failure there changes nothing reported.
+        try {
+            batch.Flush(outcome);
+        } catch (const RuleError&) {
+        }
+        outcome.result = 0;
+        outcome.error = os::ErrorReport::ProcedureErrorText(e.number, e.description, kSource);
+        m_report.ShowProcedureError(e.number, e.description, kSource);
+    }
+    return outcome;
+}
+
+}  // namespace mv::engine

@@ -1,0 +1,370 @@
+#include "RuleRunner.h"
+
+#include "store/cDB.h"
+
+#include "platform/ado/AdoError.h"
+#include "platform/ado/Recordset.h"
+#include "platform/logging/Logger.h"
+#include "platform/mapi/MapiUtils.h"
+#include "platform/mapi/MessageStore.h"
+#include "platform/mapi/RestrictionEvaluator.h"
+#include "platform/os/ErrorReport.h"
+#include "platform/os/MessageBox.h"
+#include "platform/outlook/NameSpace.h"
+
+#include <QCoreApplication>
+#include <QHash>
+#include <QSet>
+
+namespace mv::engine {
+
+const char* const kSql15MinuteRules =
+    "SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where Rules.Active = -1 And "
+    "Rules.MsgAgeID = MsgAge.MsgAgeID AND Rules.MsgAgeID IN (13,14) ORDER BY Rules.SortID;";
+const char* const kSqlImmediateRules =
+    "SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where Rules.Active = -1 And "
+    "Rules.MsgAgeID = MsgAge.MsgAgeID AND Rules.MsgAgeID = 13 ORDER BY Rules.SortID;";
+const char* const kSqlAllRules =
+    "SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where Rules.Active = -1 And "
+    "Rules.MsgAgeID = MsgAge.MsgAgeID ORDER BY Rules.SortID;";
+const char* const kSqlPreviewRule =
+    "SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where Rules.MsgAgeID = "
+    "MsgAge.MsgAgeID AND Rules.RuleID=";
+
+namespace {
+
+const QString kRun15 = QStringLiteral("Run15MinuteRules");
+const QString kRunImmediate = QStringLiteral("RunImmediateRules");
+const QString kRunAll = QStringLiteral("RunAllRules");
+const QString kPreviewLabel = QStringLiteral("btnPreview_Click of Form frmRulesMain");
+
+constexpr long kErrObjectNotSet = 91;
+constexpr int kMousePointerHourglass = 11;
+constexpr int kMousePointerDefault = 0;
+
+QString FolderMissingText(const QString& ruleName, bool source)
+{
+    return (source ? QStringLiteral("The Source Folder for rule: ") : QStringLiteral("The Destination Folder for rule: ")) +
+           ruleName + QStringLiteral(" can not be found.");
+}
+
+QString ContinueQuestion(const QString& ruleName, bool source)
+{
+    return FolderMissingText(ruleName, source) + QStringLiteral("\r\nContinue procesing rules?");
+}
+
+QString FolderKey(const QString& entryId, const QString& storeId)
+{
+    return entryId + QLatin1Char('|') + storeId;
+}
+
+// Closes what a run opened, whichever way it ends.
+struct RunResources {
+    std::unique_ptr<ado::Recordset> rs;
+    std::unique_ptr<StatusForm> status;
+    ~RunResources()
+    {
+        if (status) status->Hide();
+        if (rs) rs->Close();
+    }
+};
+
+}  // namespace
+
+int RunReport::TotalMoved() const
+{
+    int n = 0;
+    for (const RuleOutcome& r : rules) n += r.moved;
+    return n;
+}
+
+QStringList RunReport::Lines(bool subjects) const
+{
+    QStringList lines;
+    for (const RuleOutcome& r : rules) {
+        QString line = r.ruleName + QStringLiteral(": ") + QString::number(r.moved) + QStringLiteral(" moved");
+        if (r.skippedOpen) line += QStringLiteral(", ") + QString::number(r.skippedOpen) + QStringLiteral(" open");
+        if (r.result != kResultGoOn) line += QStringLiteral(" (error)");
+        lines << line;
+        if (subjects)
+            for (const QString& s : r.subjects) lines << QStringLiteral("  ") + s;
+    }
+    return lines;
+}
+
+RuleRunner::RuleRunner(RuleExecutor& executor, os::ErrorReport& report, logging::Logger* log, RunnerHooks hooks,
+                       bool& cancelFlag, QString title)
+    : m_exec(executor), m_report(report), m_log(log), m_hooks(std::move(hooks)), m_cancel(cancelFlag),
+      m_title(std::move(title))
+{
+}
+
+void RuleRunner::PumpEvents()
+{
+    if (m_hooks.processEvents)
+        m_hooks.processEvents();
+    else if (QCoreApplication::instance())
+        QCoreApplication::processEvents();
+}
+
+bool RuleRunner::FolderExist(const QString& entryIdHex, const QString& storeIdHex) const
+{
+    return m_exec.nameSpace().GetFolderFromID(entryIdHex, storeIdHex) != nullptr;
+}
+
+RunReport RuleRunner::Run15MinuteRules() { return Run(kRun15, kSql15MinuteRules); }
+RunReport RuleRunner::RunImmediateRules() { return Run(kRunImmediate, kSqlImmediateRules); }
+RunReport RuleRunner::RunAllRules() { return Run(kRunAll, kSqlAllRules); }
+
+RunReport RuleRunner::Run(const QString& driver, const char* sql)
+{
+    RunReport report;
+    report.driver = driver;
+    const QString source = QStringLiteral("OutAddIn.") + driver;
+    const bool immediate = driver == kRunImmediate;
+    // The errors are numbered from 1000 in the order the driver can meet
+    // them; the timer-form check comes first in RunImmediateRules only.
+    long next = kErrBase + 1000;
+    auto raise = [&](const QString& text) { throw RuleError{next, source, text}; };
+
+    m_cancel = false;
+    RunResources res;
+    try {
+        if (immediate) {
+            if (m_log) m_log->Write(3, kRunImmediate, QStringLiteral("Top Entry point"));
+            if (m_hooks.mainFormExists && !m_hooks.mainFormExists())
+                raise(QStringLiteral("Invalid Main Form object. Contact Sorquin Support."));
+            ++next;
+        }
+        store::cDB* db = m_hooks.database ? m_hooks.database() : nullptr;
+        if (!db) raise(QStringLiteral("Invalid database connection object. Contact Sorquin Support."));
+        ++next;
+        const bool opened = db->CreateRS(res.rs, QString::fromLatin1(sql));
+        if (!opened)
+            raise(immediate ? QStringLiteral("Failed to create Recordset object 1. Contact Sorquin Support.")
+                            : QStringLiteral("Failed to create Recordset object. Contact Sorquin Support."));
+        if (immediate) ++next;
+        if (!res.rs)
+            raise(immediate ? QStringLiteral("Failed to create Recordset object 2. Contact Sorquin Support.")
+                            : QStringLiteral("Failed to create Recordset object. Contact Sorquin Support."));
+        ++next;
+
+        const int count = db->RecordCount(*res.rs);
+        report.selected = count;
+        if (count <= 0) return report;
+
+        if (m_exec.Settings().statusPops != 0) {
+            res.status = m_hooks.createStatusForm ? m_hooks.createStatusForm() : nullptr;
+            if (!res.status)
+                raise(driver == kRun15 ? QStringLiteral("Failed to create Status Form object. Contact Sorquin Support.")
+                                       : QStringLiteral("Invalid Status Form object. Contact Sorquin Support."));
+            res.status->Show();
+            PumpEvents();
+        }
+
+        for (int i = 1; i <= count; ++i) {
+            const RuleRecord rule = RuleRecord::FromRecordset(*res.rs);
+            bool found = true;
+            for (bool sourceFolder : {true, false}) {
+                const bool exists = sourceFolder ? FolderExist(rule.srcEntryId, rule.srcStoreId)
+                                                 : FolderExist(rule.dstEntryId, rule.dstStoreId);
+                if (exists) continue;
+                found = false;
+                report.missingFolders.push_back({rule.ruleName, sourceFolder});
+                const int answer = m_report.answerer().Show(ContinueQuestion(rule.ruleName, sourceFolder),
+                                                            os::vbYesNo + os::vbExclamation, m_title);
+                if (answer != os::vbYes) {
+                    report.end = RunEnd::UserStopped;
+                    return report;
+                }
+                break;
+            }
+            if (found) {
+                if (res.status) {
+                    res.status->SetRuleName(rule.ruleName);
+                    PumpEvents();
+                }
+                report.rules.push_back(m_exec.Execute(rule, false));
+                const RuleOutcome& outcome = report.rules.back();
+                if (m_log)
+                    m_log->Write(3, driver, rule.ruleName + QStringLiteral(": ") + QString::number(outcome.moved) +
+                                                QStringLiteral(" moved"));
+                if (outcome.result != kResultGoOn) {
+                    report.end = RunEnd::RuleFailed;
+                    return report;
+                }
+            }
+            (void)db->MoveDB(store::dbNext, *res.rs);
+            if (res.status) {
+                res.status->SetProgress(i, count);
+                PumpEvents();
+            }
+            if (m_cancel) {
+                report.end = RunEnd::Cancelled;
+                return report;
+            }
+        }
+    } catch (const RuleError& e) {
+        report.end = RunEnd::Error;
+        report.error = os::ErrorReport::ProcedureErrorText(e.number, e.description, source);
+        m_report.ShowProcedureError(e.number, e.description, source);
+    } catch (const ado::AdoError& e) {
+        report.end = RunEnd::Error;
+        report.error = os::ErrorReport::ProcedureErrorText(e.Number(), e.Description(), source);
+        m_report.ShowProcedureError(e.Number(), e.Description(), source);
+    }
+    return report;
+}
+
+QStringList RuleRunner::PreviewRule(int ruleId, PreviewForm& form)
+{
+    QStringList lines;
+    try {
+        store::cDB* db = m_hooks.database ? m_hooks.database() : nullptr;
+        std::unique_ptr<ado::Recordset> rs;
+        if (!db || !db->CreateRS(rs, QString::fromLatin1(kSqlPreviewRule) + QString::number(ruleId)) || !rs)
+            throw RuleError{kErrObjectNotSet, kPreviewLabel, QStringLiteral("Object variable or With block variable not set")};
+        if (db->RecordCount(*rs) <= 0) {
+            rs->Close();
+            return lines;
+        }
+        const RuleRecord rule = RuleRecord::FromRecordset(*rs);
+        rs->Close();
+        form.SetCaption(QStringLiteral("Rule Preview: ") + rule.ruleName);
+        for (bool sourceFolder : {true, false}) {
+            const bool exists = sourceFolder ? FolderExist(rule.srcEntryId, rule.srcStoreId)
+                                             : FolderExist(rule.dstEntryId, rule.dstStoreId);
+            if (!exists) {
+                m_report.answerer().Show(FolderMissingText(rule.ruleName, sourceFolder), os::vbExclamation, m_title);
+                return lines;
+            }
+        }
+        if (m_hooks.setMousePointer) m_hooks.setMousePointer(kMousePointerHourglass);
+        PumpEvents();
+        // An error inside is reported there; the lines gathered so far show.
+        lines = m_exec.Execute(rule, true).subjects;
+        if (m_hooks.setMousePointer) m_hooks.setMousePointer(kMousePointerDefault);
+        PumpEvents();
+        form.SetLines(lines);
+        form.ShowModal();
+    } catch (const RuleError& e) {
+        m_report.ShowProcedureError(e.number, e.description, kPreviewLabel);
+    } catch (const ado::AdoError& e) {
+        m_report.ShowProcedureError(e.Number(), e.Description(), kPreviewLabel);
+    }
+    return lines;
+}
+
+// The whole-run preview follows RunAllRules without touching a message:
+//  - rules in the same order, from the same selection;
+//  - a missing folder asks nothing: the rule gets a problem text and the
+//    preview goes on, as a "Yes" would;
+//  - items open in an Inspector are left out, as the run leaves them;
+//  - an item an earlier rule would move has left its folder: later rules
+//    over that folder do not list it again;
+//  - an item an earlier rule would move into a later rule's source folder is
+//    there for that rule: it is listed when the rule's restriction holds on
+//    the item (evaluated on its properties, with the completed flag cleared
+//    as the earlier rule would have cleared it on mail);
+//  - a rule that fails ends the preview there, as it ends the run.
+// Ids are those of the items where they are now; the simulation keys every
+// virtual move by that id.
+std::vector<RulePreview> RuleRunner::PreviewAllRules()
+{
+    std::vector<RulePreview> out;
+    QSet<QString> movedAway;              // ids an earlier rule would take out of their folder
+    QHash<QString, QString> arrivedIn;    // id -> folder key it would be in now
+    QHash<QString, QString> storeOf;      // id -> store id hex
+    QHash<QString, bool> flagWasCleared;  // id -> the earlier rule cleared its completed flag
+
+    try {
+        store::cDB* db = m_hooks.database ? m_hooks.database() : nullptr;
+        std::unique_ptr<ado::Recordset> rs;
+        if (!db || !db->CreateRS(rs, QString::fromLatin1(kSqlAllRules)) || !rs)
+            throw RuleError{kErrObjectNotSet, QStringLiteral("PreviewAllRules"),
+                            QStringLiteral("Object variable or With block variable not set")};
+        const int count = db->RecordCount(*rs);
+        std::vector<RuleRecord> rules;
+        for (int i = 0; i < count; ++i) {
+            rules.push_back(RuleRecord::FromRecordset(*rs));
+            (void)db->MoveDB(store::dbNext, *rs);
+        }
+        rs->Close();
+
+        outlook::NameSpace& ns = m_exec.nameSpace();
+        for (const RuleRecord& rule : rules) {
+            RulePreview p;
+            p.ruleId = rule.ruleId;
+            p.ruleName = rule.ruleName;
+            if (!FolderExist(rule.srcEntryId, rule.srcStoreId)) {
+                p.problem = FolderMissingText(rule.ruleName, true);
+                out.push_back(std::move(p));
+                continue;
+            }
+            if (!FolderExist(rule.dstEntryId, rule.dstStoreId)) {
+                p.problem = FolderMissingText(rule.ruleName, false);
+                out.push_back(std::move(p));
+                continue;
+            }
+            ExecuteOptions options;
+            options.previewSkipsOpenItems = true;
+            options.excludedIds = &movedAway;
+            RuleOutcome outcome = m_exec.Execute(rule, true, options);
+            p.subjects = outcome.subjects;
+            const QString srcKey = FolderKey(rule.srcEntryId, rule.srcStoreId);
+            const QString dstKey = FolderKey(rule.dstEntryId, rule.dstStoreId);
+            for (const QString& id : outcome.entryIds) {
+                movedAway.insert(id);
+                arrivedIn.insert(id, dstKey);
+                storeOf.insert(id, rule.srcStoreId);
+            }
+            if (outcome.result != kResultGoOn) {
+                p.problem = outcome.error;
+                out.push_back(std::move(p));
+                break;
+            }
+
+            // Items earlier rules would have brought into this rule's source.
+            const QStringList arrived = arrivedIn.keys(srcKey);
+            if (!arrived.isEmpty()) {
+                const mapi::Restriction restriction = m_exec.BuildRestriction(rule);
+                for (const QString& id : arrived) {
+                    if (m_exec.IsOpen(id)) continue;
+                    mapi::MessageStore* store = nullptr;
+                    for (mapi::MessageStore* s : ns.Stores())
+                        if (mapi::MapiUtils::HrGetHexFromBinary(s->StoreId()) == storeOf.value(id)) store = s;
+                    const auto binary = mapi::MapiUtils::HexToBinary(id);
+                    if (!store || !binary) continue;
+                    auto record = store->Item(*binary);
+                    if (!record) continue;
+                    mapi::MessageRecord props = std::move(*record);
+                    const QString cls = props.Get(mapi::PR_MESSAGE_CLASS).value_or(QVariant()).toString();
+                    const outlook::ItemKind kind = outlook::KindOfMessageClass(cls);
+                    if (kind == outlook::ItemKind::Other) continue;
+                    if (flagWasCleared.value(id)) props.props.insert(mapi::PR_FLAG_STATUS, outlook::olNoFlag);
+                    if (!mapi::RestrictionEvaluator::Matches(restriction, props)) continue;
+                    const QString subject = props.Get(mapi::PR_SUBJECT).value_or(QVariant()).toString();
+                    p.subjects << (subject.isEmpty() ? QString::fromLatin1(kEmptySubject) : subject);
+                    arrivedIn.insert(id, dstKey);
+                    if (kind == outlook::ItemKind::Mail &&
+                        props.Get(mapi::PR_FLAG_STATUS).value_or(QVariant(0)).toInt() == outlook::olFlagComplete)
+                        flagWasCleared.insert(id, true);
+                }
+            }
+            // Mail the run moves out of here loses its completed flag first.
+            for (const QString& id : outcome.entryIds) {
+                auto item = ns.GetItemFromID(id, rule.srcStoreId);
+                if (item && item->Kind() == outlook::ItemKind::Mail && item->FlagStatus() == outlook::olFlagComplete)
+                    flagWasCleared.insert(id, true);
+            }
+            out.push_back(std::move(p));
+        }
+    } catch (const RuleError& e) {
+        m_report.ShowProcedureError(e.number, e.description, e.source);
+    } catch (const ado::AdoError& e) {
+        m_report.ShowProcedureError(e.Number(), e.Description(), QStringLiteral("PreviewAllRules"));
+    }
+    return out;
+}
+
+}  // namespace mv::engine

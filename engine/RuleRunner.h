@@ -1,0 +1,151 @@
+#pragma once
+// The rule-run drivers (Run15MinuteRules, RunImmediateRules, RunAllRules),
+// FolderExist, the preview of one rule and the preview of a whole run.
+//
+// A driver selects its active rules in SortID order, checks both folders of
+// each rule (asking whether to go on when one is missing), runs
+// ExecuteRule, and stops on a "No", on a result other than 6, or when the
+// shared cancel flag is set after a rule. Between rules it lets pending
+// window events run, so the status form repaints and its Cancel button can
+// set the flag. Every driver returns a RunReport: what each rule moved and
+// why the run ended, for the command line and the log.
+//
+// Error policy: the drivers raise their own errors (base + 1000 upward,
+// source "OutAddIn.<driver>") into their handler, which reports them through
+// the ErrorReport under the label "OutAddIn.<driver>"; nothing throws out.
+//
+// The add-in owns the cancel flag, the database connection and the status
+// form; they reach the runner through RunnerHooks and must outlive it.
+// No widget header here: forms implement StatusForm and PreviewForm.
+
+#include "RuleExecutor.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace mv::store {
+class cDB;
+}
+
+namespace mv::engine {
+
+// The selections, exactly as the rule store is asked.
+extern const char* const kSql15MinuteRules;
+extern const char* const kSqlImmediateRules;
+extern const char* const kSqlAllRules;
+// Followed by the RuleID.
+extern const char* const kSqlPreviewRule;
+
+// The progress window of a run.
+class StatusForm {
+public:
+    virtual ~StatusForm() = default;
+    virtual void Show() = 0;
+    virtual void SetRuleName(const QString& ruleName) = 0;
+    // `done` of `total` rules have been handled.
+    virtual void SetProgress(int done, int total) = 0;
+    virtual void Hide() = 0;  // hides and unloads
+};
+
+// The preview dialog of one rule: a caption and a list of lines.
+class PreviewForm {
+public:
+    virtual ~PreviewForm() = default;
+    virtual void SetCaption(const QString& caption) = 0;
+    virtual void SetLines(const QStringList& lines) = 0;
+    virtual void ShowModal() = 0;
+};
+
+struct RunnerHooks {
+    // The connection the drivers read rules from; nullptr when it does not
+    // exist (the drivers then raise their "Invalid database connection").
+    std::function<store::cDB*()> database;
+    // Makes the status form; nullptr when it cannot be had.
+    std::function<std::unique_ptr<StatusForm>()> createStatusForm;
+    // RunImmediateRules only: whether the hidden timer form exists.
+    std::function<bool()> mainFormExists;
+    // "Let pending window events run". Default: QCoreApplication::processEvents.
+    std::function<void()> processEvents;
+    // The screen's mouse pointer (11 hourglass, 0 default) around a preview.
+    std::function<void(int)> setMousePointer;
+};
+
+// How a run ended.
+enum class RunEnd {
+    Completed,         // every selected rule was handled (or none was selected)
+    UserStopped,       // "No" to a missing-folder question
+    RuleFailed,        // ExecuteRule ended with a result other than 6
+    Cancelled,         // the cancel flag was set
+    Error,             // the driver's own error (database, recordset, status form)
+};
+
+struct FolderProblem {
+    QString ruleName;
+    bool source = true;  // false: the destination folder
+};
+
+struct RunReport {
+    QString driver;                     // "RunAllRules", ...
+    std::vector<RuleOutcome> rules;     // the rules ExecuteRule ran, in order
+    std::vector<FolderProblem> missingFolders;
+    RunEnd end = RunEnd::Completed;
+    QString error;                      // the reported text of a driver error
+    int selected = 0;                   // rows the selection returned
+
+    int TotalMoved() const;
+    // "what moved": one line per rule that ran, "<name>: <n> moved" with
+    // " (error)" after a failed rule, then one indented line per subject
+    // when `subjects` is set.
+    QStringList Lines(bool subjects = false) const;
+};
+
+// One rule of a whole-run preview.
+struct RulePreview {
+    std::optional<int> ruleId;
+    QString ruleName;
+    QStringList subjects;  // what the rule would move now
+    QString problem;       // a missing folder or an error; empty when none
+    int Count() const { return static_cast<int>(subjects.size()); }
+};
+
+class RuleRunner {
+public:
+    // `cancelFlag` is the add-in's shared run-cancel flag. `title` is the
+    // title of the missing-folder boxes (the application's title).
+    RuleRunner(RuleExecutor& executor, os::ErrorReport& report, logging::Logger* log, RunnerHooks hooks,
+               bool& cancelFlag, QString title = QStringLiteral("Mailvane"));
+
+    RunReport Run15MinuteRules();
+    RunReport RunImmediateRules();
+    RunReport RunAllRules();
+
+    bool FolderExist(const QString& entryIdHex, const QString& storeIdHex) const;
+
+    // The Rules Manager's preview of one rule (active or not): folder checks
+    // with an OK box, then ExecuteRule in preview into `form`, shown modally.
+    // Returns the lines shown; empty and no form when the rule or a folder
+    // is missing.
+    QStringList PreviewRule(int ruleId, PreviewForm& form);
+
+    // What RunAllRules would move now, rule by rule, without moving or
+    // changing anything. See RuleRunner.cpp for how later rules see the
+    // moves of earlier ones.
+    std::vector<RulePreview> PreviewAllRules();
+
+private:
+    RunReport Run(const QString& driver, const char* sql);
+    void PumpEvents();
+
+    RuleExecutor& m_exec;
+    os::ErrorReport& m_report;
+    logging::Logger* m_log;
+    RunnerHooks m_hooks;
+    bool& m_cancel;
+    QString m_title;
+};
+
+}  // namespace mv::engine

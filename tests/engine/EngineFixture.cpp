@@ -1,0 +1,214 @@
+#include "EngineFixture.h"
+
+#include "store/AdoProgIds.h"
+
+#include "platform/ado/AdoConstants.h"
+#include "platform/ado/Command.h"
+#include "platform/mapi/MapiUtils.h"
+#include "platform/outlook/SafeLib.h"
+#include "platform/stores/maildir/MaildirStore.h"
+#include "platform/stores/memory/MemoryStore.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+
+namespace mv::engine::test {
+
+namespace {
+
+// The rule store's own statement for a complete rule row (as an import
+// writes it), so the engine reads rows exactly as the store leaves them.
+const char* const kInsertRule =
+    "INSERT INTO [Rules] ([RuleName], [FromAddress], [ToAddress], [CcAddress], [Subject], [Importance], "
+    "[Status], [FlagStatus], [MsgAgeID], [SrcEntryID], [SrcStoreID], [DstEntryID], [DstStoreID], [Active], "
+    "[SortID], [LastVerb], [Message])VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ";
+
+}  // namespace
+
+QByteArray Rfc822(const Msg& m)
+{
+    QByteArray out = "From: " + m.from.toUtf8() + "\r\nTo: " + m.to.toUtf8() + "\r\n";
+    if (!m.cc.isEmpty()) out += "Cc: " + m.cc.toUtf8() + "\r\n";
+    out += "Subject: " + m.subject.toUtf8() + "\r\n";
+    if (!m.importance.isEmpty()) out += "Importance: " + m.importance.toUtf8() + "\r\n";
+    out += "Date: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + m.subject.toUtf8().toHex() + "." +
+           QByteArray::number(qHash(m.body)) + "@example.com>\r\nMIME-Version: 1.0\r\n";
+    if (m.contentType.isEmpty())
+        out += "Content-Type: text/plain; charset=utf-8\r\n\r\n" + m.body.toUtf8() + "\r\n";
+    else
+        out += "Content-Type: " + m.contentType + "\r\n\r\n" + m.rawBody;
+    return out;
+}
+
+QStringList Sorted(QStringList l)
+{
+    l.sort();
+    return l;
+}
+
+EngineTest::EngineTest() = default;
+EngineTest::~EngineTest() = default;
+
+mapi::MessageStore& EngineTest::Store() { return m_maildir ? *m_maildir : *m_memory; }
+
+RunnerHooks EngineTest::Hooks()
+{
+    RunnerHooks hooks;
+    hooks.database = [this]() { return m_dbMissing ? nullptr : m_db.get(); };
+    hooks.createStatusForm = [this]() -> std::unique_ptr<StatusForm> {
+        if (m_statusFormMissing) return nullptr;
+        return std::make_unique<RecordingStatusForm>(m_statusCalls);
+    };
+    hooks.mainFormExists = [this]() { return m_mainFormExists; };
+    hooks.processEvents = [this]() {
+        if (m_onPump) m_onPump();
+    };
+    hooks.setMousePointer = [this](int p) { m_statusCalls << QStringLiteral("pointer:%1").arg(p); };
+    return hooks;
+}
+
+void EngineTest::SetUp()
+{
+    ASSERT_TRUE(m_tmp.isValid());
+    store::RegisterAdoProgIds(m_progIds);
+    outlook::RegisterSafeLib(m_progIds);
+
+    const QString dbPath = m_tmp.filePath(QStringLiteral("mv.mdb"));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb"), dbPath))
+        << "the blank template is built with the mv_template_db target";
+    m_db = std::make_unique<store::cDB>(m_progIds, m_report, m_tmp.path());
+    ASSERT_TRUE(m_db->InitDB(dbPath, {}, {}, m_tmp.path(), store::kConnectJet));
+
+    stores::MemoryStoreOptions options;
+    options.clock = [this]() { return m_clock.Now().addSecs(-3600); };
+    m_memory = std::make_unique<stores::MemoryStore>(options);
+    if (m_useMaildir) {
+        const QString root = m_tmp.filePath(QStringLiteral("Mail"));
+        for (const char* sub : {"cur", "new", "tmp"}) QDir().mkpath(root + QLatin1Char('/') + QLatin1String(sub));
+        stores::maildir::MaildirStoreOptions mo;
+        mo.indexPath = m_tmp.filePath(QStringLiteral("cache/index.sqlite"));
+        mo.watch = false;
+        m_maildir = std::make_unique<stores::maildir::MaildirStore>(root, mo);
+        for (const char* name : {"Archive", "Trash", "Drafts"})
+            ASSERT_TRUE(m_maildir->CreateFolder({}, QString::fromLatin1(name)).ok());
+    }
+    m_ns = std::make_unique<outlook::StoreNameSpace>(std::vector<mapi::MessageStore*>{&Store()});
+
+    m_exec = std::make_unique<RuleExecutor>(*m_ns, m_progIds, m_report, m_clock, m_zone);
+    m_exec->SetSettingsSource([this]() { return m_settings; });
+    m_exec->SetOpenItemTest([this](const QString& id) { return m_open.contains(id); });
+    m_runner = std::make_unique<RuleRunner>(*m_exec, m_report, &m_log, Hooks(), m_cancel);
+}
+
+void EngineTest::TearDown()
+{
+    for (const auto& box : m_answerer.unanswered())
+        ADD_FAILURE() << "unanswered question: " << box.text.toStdString();
+    for (const QString& text : m_answerer.texts())
+        ADD_FAILURE() << "message box nobody expected: " << text.toStdString();
+    m_runner.reset();
+    m_exec.reset();
+    m_ns.reset();
+    if (m_db) m_db->KillDB();
+}
+
+QByteArray EngineTest::FolderId(const QString& path)
+{
+    auto folders = Store().Folders();
+    if (!folders) return {};
+    for (const auto& f : *folders)
+        if (f.path.compare(path, Qt::CaseInsensitive) == 0) return f.entryId;
+    return {};
+}
+
+QString EngineTest::FolderHex(const QString& path)
+{
+    if (path.isEmpty()) return QStringLiteral("4D564D3146FFFFFFFF");  // no such folder
+    return mapi::MapiUtils::HrGetHexFromBinary(FolderId(path));
+}
+
+QString EngineTest::StoreHex() { return mapi::MapiUtils::HrGetHexFromBinary(Store().StoreId()); }
+
+QByteArray EngineTest::Add(const QString& folder, const Msg& m)
+{
+    mapi::NewMessage nm;
+    nm.rfc822 = Rfc822(m);
+    nm.flags = m.flags;
+    nm.internalDate = m.delivered.isValid() ? m.delivered : m_clock.Now().addSecs(-3600);
+    auto id = Store().Append(FolderId(folder), nm);
+    EXPECT_TRUE(id.ok()) << (id.ok() ? "" : id.error().message.toStdString());
+    return id.ok() ? *id : QByteArray();
+}
+
+QStringList EngineTest::Subjects(const QString& folder)
+{
+    auto rows = Store().Query(FolderId(folder), nullptr, {mapi::PR_SUBJECT});
+    EXPECT_TRUE(rows.ok());
+    QStringList out;
+    if (!rows) return out;
+    for (const auto& row : *rows) {
+        const QString s = row[0].toString();
+        out << (s.isEmpty() ? QStringLiteral("[none]") : s);
+    }
+    return Sorted(out);
+}
+
+int EngineTest::InsertRule(RuleSpec spec)
+{
+    ado::Command cmd;
+    cmd.SetCommandType(ado::adCmdText);
+    cmd.SetCommandText(QString::fromLatin1(kInsertRule));
+    auto text = [&cmd](const char* name, const QString& v) {
+        cmd.AppendParameter(cmd.CreateParameter(QString::fromLatin1(name), ado::adVarWChar, ado::adParamInput,
+                                                static_cast<long>(v.size()) + 1, v));
+    };
+    auto number = [&cmd](const char* name, int v) {
+        cmd.AppendParameter(cmd.CreateParameter(QString::fromLatin1(name), ado::adInteger, ado::adParamInput, 10, v));
+    };
+    const int sortId = spec.sortId ? spec.sortId : m_nextSort;
+    m_nextSort = std::max(m_nextSort, sortId) + 1;
+    text("RuleName", spec.name);
+    text("FromAddress", spec.from);
+    text("ToAddress", spec.to);
+    text("CcAddress", spec.cc);
+    text("Subject", spec.subject);
+    number("Importance", spec.importance);
+    number("Status", spec.status);
+    number("FlagStatus", spec.flagStatus);
+    number("MsgAgeID", spec.msgAge);
+    text("SrcEntryID", FolderHex(spec.src));
+    text("SrcStoreID", StoreHex());
+    text("DstEntryID", FolderHex(spec.dst));
+    text("DstStoreID", StoreHex());
+    number("Active", spec.active);
+    number("SortID", sortId);
+    number("LastVerb", spec.lastVerb);
+    text("Message", spec.message);
+    EXPECT_TRUE(m_db->ExecuteSQL(QString(), &cmd));
+    return m_db->NewID();
+}
+
+std::unique_ptr<ado::Recordset> EngineTest::RuleRow(int ruleId)
+{
+    std::unique_ptr<ado::Recordset> rs;
+    EXPECT_TRUE(m_db->CreateRS(rs, QString::fromLatin1(kSqlPreviewRule) + QString::number(ruleId)));
+    return rs;
+}
+
+RuleOutcome EngineTest::Execute(int ruleId, bool preview, ExecuteOptions options)
+{
+    auto rs = RuleRow(ruleId);
+    if (!rs) return {};
+    return m_exec->Execute(*rs, preview, options);
+}
+
+QStringList EngineTest::TakeReports()
+{
+    QStringList texts = m_answerer.texts();
+    m_answerer.clear();
+    return texts;
+}
+
+}  // namespace mv::engine::test
