@@ -24,6 +24,7 @@ using namespace mv::mapi;
 namespace {
 
 constexpr size_t kFetchBatch = 2000;  // UIDs per FETCH: keeps a command line well under server limits
+constexpr size_t kBodyBatch = 100;    // whole messages per FETCH when bodies are needed
 
 // Special-use by name, for servers that do not say (RFC 6154 names first).
 struct NamedUse {
@@ -418,19 +419,33 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
 
     std::vector<Row> rows;
     std::optional<Error> bodyError;
-    for (const FetchedMessage& m : *fetched) {
+    // Bodies are read only when the check reaches a body term, and then for
+    // a run of candidates at once: one FETCH per batch, not per message.
+    QHash<quint32, std::optional<QVariant>> bodies;
+    auto loadBodies = [&](size_t from) {
+        std::vector<quint32> batch;
+        for (size_t k = from; k < fetched->size() && batch.size() < kBodyBatch; ++k)
+            if (!bodies.contains((*fetched)[k].uid)) batch.push_back((*fetched)[k].uid);
+        if (Status s = conn.Custom(ImapFetcher::ContentFetch(ImapFetcher::UidSet(batch))); !s) {
+            bodyError = s.error();
+            return;
+        }
+        ParseOptions options;
+        options.withBody = true;
+        for (const FetchedMessage& part : ImapFetcher::Parse(conn.session()))
+            bodies.insert(part.uid, MimeProperties::FromBytes(part.content, options).Get(PR_BODY));
+        for (quint32 uid : batch)
+            if (!bodies.contains(uid)) bodies.insert(uid, std::nullopt);  // gone meanwhile
+    };
+    for (size_t index = 0; index < fetched->size(); ++index) {
+        const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
         const MessageRecord record = BuildRecord(m, folder);
-        const Candidate candidate(record, [&, uid = m.uid]() -> std::optional<QVariant> {
-            if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(uid))); !s) {
-                bodyError = s.error();
-                return std::nullopt;
-            }
-            const auto parts = ImapFetcher::Parse(conn.session());
-            if (parts.empty()) return std::nullopt;
-            ParseOptions options;
-            options.withBody = true;
-            return MimeProperties::FromBytes(parts.front().content, options).Get(PR_BODY);
+        const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {
+            if (!bodies.contains(uid)) loadBodies(index);
+            std::optional<QVariant> body = bodies.value(uid);
+            bodies.remove(uid);  // each is asked for once; keep memory flat
+            return body;
         });
         if (restriction && !keys.exact && !RestrictionEvaluator::Matches(*restriction, candidate)) {
             if (bodyError) return *bodyError;
