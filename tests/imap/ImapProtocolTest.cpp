@@ -13,7 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
+
+#include <arpa/inet.h>
 #include <mutex>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -215,6 +219,34 @@ TEST_F(ScriptedStoreTest, MissingFolderIsNotFound)
     auto rows = store->Query(ImapIds::FolderId("Gone", 3), nullptr, {PR_SUBJECT});
     ASSERT_FALSE(rows.ok());
     EXPECT_EQ(rows.error().kind, ErrorKind::NotFound);
+}
+
+TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
+{
+    // A socket that accepts connections (the kernel does) but never greets.
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    ASSERT_EQ(::listen(fd, 4), 0);
+    socklen_t len = sizeof a;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+
+    ImapSettings settings;
+    settings.host = QStringLiteral("127.0.0.1");
+    settings.port = ntohs(a.sin_port);
+    settings.tls = TlsMode::None;
+    settings.user = QStringLiteral("test");
+    settings.timeoutSeconds = 1;
+    ImapStore store(settings);
+    QElapsedTimer timer;
+    timer.start();
+    auto folders = store.Folders();
+    ASSERT_FALSE(folders.ok());
+    EXPECT_EQ(folders.error().kind, ErrorKind::Temporary);
+    EXPECT_LT(timer.elapsed(), 5000);
+    ::close(fd);
 }
 
 }  // namespace
