@@ -167,15 +167,6 @@ TEST_F(RunnerTest, CancelStopsAfterTheRunningRule)
     EXPECT_EQ(m_statusCalls.last(), "hide");
 }
 
-TEST_F(RunnerTest, CancelLeftFromBeforeIsClearedAtStart)
-{
-    AddMail("a");
-    Rule("A", "a");
-    m_cancel = true;
-    EXPECT_EQ(m_runner->RunImmediateRules().end, RunEnd::Completed);
-    EXPECT_EQ(Subjects("Archive"), QStringList{"a"});
-}
-
 TEST_F(RunnerTest, FailedRuleEndsTheRun)
 {
     AddMail("a");
@@ -203,19 +194,15 @@ TEST_F(RunnerTest, ReportSaysWhatMovedAndTheLogRecordsIt)
     EXPECT_TRUE(m_log.texts().contains("A: 2 moved"));
 }
 
-TEST_F(RunnerTest, ImmediateRunWritesItsEntryLine)
+TEST_F(RunnerTest, ImmediateRunLogsItsEntryAndClearsAStaleCancel)
 {
-    m_runner->RunImmediateRules();
+    AddMail("a");
+    Rule("A", "a");
+    m_cancel = true;  // Cancel pressed while no run was going on
+    EXPECT_EQ(m_runner->RunImmediateRules().end, RunEnd::Completed);
+    EXPECT_EQ(Subjects("Archive"), QStringList{"a"});
     ASSERT_FALSE(m_log.lines().empty());
     EXPECT_EQ(m_log.lines().front(), (logging::MemoryLogger::Line{3, "RunImmediateRules", "Top Entry point"}));
-}
-
-TEST_F(RunnerTest, FolderExistByIdentifiers)
-{
-    EXPECT_TRUE(m_runner->FolderExist(FolderHex("Archive"), StoreHex()));
-    EXPECT_FALSE(m_runner->FolderExist(FolderHex(""), StoreHex()));
-    EXPECT_FALSE(m_runner->FolderExist(FolderHex("Archive"), "00"));
-    EXPECT_FALSE(m_runner->FolderExist("not hex", StoreHex()));
 }
 
 // --- the drivers' own errors ---------------------------------------------------
