@@ -5,6 +5,7 @@
 
 #include "platform/stores/common/FlagMapping.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
@@ -82,11 +83,11 @@ struct ParseJob {
     bool ok = false;
 };
 
-void ParseAll(std::vector<ParseJob>& jobs, const QString& dir, const HeaderParser& parser)
+void ParseAll(ParseJob* jobs, size_t count, const QString& dir, const HeaderParser& parser)
 {
     std::atomic<size_t> next{0};
     auto work = [&] {
-        for (size_t i; (i = next.fetch_add(1)) < jobs.size();) {
+        for (size_t i; (i = next.fetch_add(1)) < count;) {
             auto r = parser(dir + QLatin1Char('/') + jobs[i].listed->relName);
             if (r.ok()) {
                 jobs[i].header = std::move(r).value();
@@ -96,7 +97,7 @@ void ParseAll(std::vector<ParseJob>& jobs, const QString& dir, const HeaderParse
             }
         }
     };
-    const unsigned threads = jobs.size() < 64 ? 1u : std::min(4u, std::max(1u, std::thread::hardware_concurrency()));
+    const unsigned threads = count < 64 ? 1u : std::min(4u, std::max(1u, std::thread::hardware_concurrency()));
     std::vector<std::thread> pool;
     for (unsigned t = 1; t < threads; ++t) pool.emplace_back(work);
     work();
@@ -148,17 +149,9 @@ std::shared_ptr<const HeaderProps> MaildirFolderState::Intern(std::shared_ptr<co
         if (tag != mapi::PR_SUBJECT && tag != mapi::PR_INTERNET_MESSAGE_ID) intern(value);
     }
     copy->props.shrink_to_fit();
-    for (mapi::PropertyMap& row : copy->recipients) {
-        QString key;
-        for (auto it = row.constBegin(); it != row.constEnd(); ++it)
-            key += QString::number(it.key()) + QLatin1Char('=') + it.value().toString() + QChar(0x1f);
-        auto pooled = m_recipients.constFind(key);
-        if (pooled == m_recipients.constEnd()) {
-            for (auto it = row.begin(); it != row.end(); ++it) intern(*it);
-            row.squeeze();
-            pooled = m_recipients.insert(key, row);
-        }
-        row = *pooled;
+    for (HeaderProps::Flat& row : copy->recipients) {
+        for (auto& [tag, value] : row) intern(value);
+        row.shrink_to_fit();
     }
     copy->recipients.shrink_to_fit();
     return copy;
@@ -241,7 +234,15 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
         }
         jobs.push_back({&l, nullptr});
     }
-    ParseAll(jobs, m_dir, parser);
+    // In batches, interning each batch at once: a parsed message holds far
+    // more memory than its interned form, and 100,000 of them at a time
+    // would cost hundreds of megabytes.
+    constexpr size_t kBatch = 2048;
+    for (size_t begin = 0; begin < jobs.size(); begin += kBatch) {
+        ParseAll(jobs.data() + begin, std::min(kBatch, jobs.size() - begin), m_dir, parser);
+        for (size_t i = begin; i < std::min(begin + kBatch, jobs.size()); ++i)
+            if (jobs[i].ok) jobs[i].header = Intern(std::move(jobs[i].header));
+    }
 
     IndexTransaction tx(index);
     if (!tx.status().ok()) return tx.status();
@@ -278,8 +279,7 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
     }
     for (const ParseJob* job : parsed) {
         CachedMessage m;
-        m.file = {job->listed->unique, job->listed->relName, job->listed->size, job->listed->mtimeNs,
-                  Intern(job->header)};
+        m.file = {job->listed->unique, job->listed->relName, job->listed->size, job->listed->mtimeNs, job->header};
         Derive(m);
         m_messages[m.file.unique] = std::move(m);
     }

@@ -70,9 +70,8 @@ public:
 private:
     Status LoadKeywords();
     void Derive(CachedMessage& m);
-    // Equal strings and recipient rows share one copy: senders, recipients
-    // and classes repeat across a folder, and a recipient's property hash
-    // alone costs most of a kilobyte.
+    // Equal strings share one copy: senders, recipients and classes repeat
+    // across a folder.
     std::shared_ptr<const HeaderProps> Intern(std::shared_ptr<const HeaderProps> header);
 
     QString m_path;
@@ -85,7 +84,6 @@ private:
     qint64 m_newMtime = 0;
     QHash<QString, std::shared_ptr<const FlagState>> m_flagStates;  // key: info part + structure bits
     QSet<QString> m_strings;
-    QHash<QString, mapi::PropertyMap> m_recipients;
 };
 
 }  // namespace mv::stores::maildir

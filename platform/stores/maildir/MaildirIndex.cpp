@@ -17,7 +17,7 @@ namespace mv::stores::maildir {
 namespace {
 
 constexpr int kSchemaVersion = 1;
-constexpr quint8 kBlobVersion = 1;
+constexpr quint8 kBlobVersion = 2;
 
 const char* const kStatements[] = {
     "SELECT uniq, filename, size, mtime, props FROM messages WHERE folder = ?",
@@ -60,7 +60,10 @@ QByteArray HeaderProps::Serialize() const
     out << kBlobVersion << quint32(props.size());
     for (const auto& [tag, value] : props) out << quint32(tag) << value;
     out << quint32(recipients.size());
-    for (const mapi::PropertyMap& r : recipients) out << r;
+    for (const Flat& r : recipients) {
+        out << quint32(r.size());
+        for (const auto& [tag, value] : r) out << quint32(tag) << value;
+    }
     return blob;
 }
 
@@ -84,7 +87,17 @@ std::shared_ptr<const HeaderProps> HeaderProps::Deserialize(const QByteArray& bl
     in >> r;
     if (r > 100000) return nullptr;
     h->recipients.resize(r);
-    for (quint32 i = 0; i < r && in.status() == QDataStream::Ok; ++i) in >> h->recipients[i];
+    for (quint32 i = 0; i < r && in.status() == QDataStream::Ok; ++i) {
+        quint32 fields = 0;
+        in >> fields;
+        if (fields > 64) return nullptr;
+        for (quint32 f = 0; f < fields && in.status() == QDataStream::Ok; ++f) {
+            quint32 tag = 0;
+            QVariant value;
+            in >> tag >> value;
+            h->recipients[i].emplace_back(tag, std::move(value));
+        }
+    }
     if (in.status() != QDataStream::Ok) return nullptr;
     return h;
 }

@@ -24,7 +24,10 @@ namespace mv::stores::maildir {
 // the index cache and the sources handed to the evaluator.
 struct HeaderProps {
     std::vector<std::pair<mapi::PropTag, QVariant>> props;  // flat: a dozen entries, cheaper than a hash
-    std::vector<mapi::PropertyMap> recipients;
+    // One flat list per recipient: a QHash per recipient would cost most
+    // of a kilobyte each, times every recipient of 100,000 messages.
+    using Flat = std::vector<std::pair<mapi::PropTag, QVariant>>;
+    std::vector<Flat> recipients;
 
     QByteArray Serialize() const;
     static std::shared_ptr<const HeaderProps> Deserialize(const QByteArray& blob);  // null when unreadable

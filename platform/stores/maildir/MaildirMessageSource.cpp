@@ -47,7 +47,14 @@ std::optional<QVariant> MaildirMessageSource::Get(mapi::PropTag tag) const
 std::vector<mapi::PropertyMap> MaildirMessageSource::SubRows(mapi::PropTag subObject) const
 {
     if (subObject != mapi::PR_MESSAGE_RECIPIENTS || !m_message.file.header) return {};
-    return m_message.file.header->recipients;
+    std::vector<mapi::PropertyMap> rows;
+    rows.reserve(m_message.file.header->recipients.size());
+    for (const HeaderProps::Flat& flat : m_message.file.header->recipients) {
+        mapi::PropertyMap& row = rows.emplace_back();
+        row.reserve(qsizetype(flat.size()));
+        for (const auto& [tag, value] : flat) row.insert(tag, value);
+    }
+    return rows;
 }
 
 }  // namespace mv::stores::maildir

@@ -95,7 +95,9 @@ MaildirStore::MaildirStore(const QString& root, MaildirStoreOptions options, QOb
         header->props.reserve(size_t(record->props.size()));
         for (auto it = record->props.cbegin(); it != record->props.cend(); ++it)
             if (it.key() != mapi::PR_BODY) header->props.emplace_back(it.key(), it.value());
-        header->recipients = std::move(record->recipients);
+        header->recipients.reserve(record->recipients.size());
+        for (const mapi::PropertyMap& row : record->recipients)
+            header->recipients.emplace_back(row.constKeyValueBegin(), row.constKeyValueEnd());
         return std::shared_ptr<const HeaderProps>(std::move(header));
     };
     EnsureGMimeInitialised();
