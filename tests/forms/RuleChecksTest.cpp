@@ -104,16 +104,6 @@ const CheckCase kChecks[] = {
 INSTANTIATE_TEST_SUITE_P(Checks, RuleCheckTest, ::testing::ValuesIn(kChecks),
                          [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(RulePropsFixture, CommaSavedAsTyped)
-{
-    auto form = Open(QStringLiteral("New"));
-    FillRequired(*form);
-    SetText(*form, "txtFrom", QStringLiteral("a@example.org, b@example.org"));
-    Click(*form, "btnOK");
-    EXPECT_EQ(Rows(QStringLiteral("SELECT FromAddress FROM Rules")).front().value(QStringLiteral("FromAddress")),
-              QStringLiteral("a@example.org, b@example.org"));
-}
-
 TEST_F(RulePropsFixture, AddressSeparatorCheckNamesEveryField)
 {
     auto form = Open(QStringLiteral("New"));
