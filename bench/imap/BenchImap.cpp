@@ -132,6 +132,7 @@ int Generate(const QString& maildir, int count)
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);  // progress shows while it runs
     int count = 100000;
     QString generateInto;
     for (int i = 1; i + 1 < argc; i += 2) {
@@ -179,7 +180,7 @@ int main(int argc, char** argv)
             const Timed r = RunRule(store, *inbox, rule, now);
             total += r.ms;
             commands += r.commands;
-            if (pass == 1) std::printf("  %-34s %7zu rows %4d commands %8.1f ms\n", rule.name, r.rows, r.commands, r.ms);
+            std::printf("  %-34s %7zu rows %4d commands %8.1f ms\n", rule.name, r.rows, r.commands, r.ms);
         }
         std::printf("run of %zu rules, pass %d: %d commands, %.0f ms\n", rules.size(), pass + 1, commands, total);
     }
