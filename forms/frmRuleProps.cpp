@@ -304,8 +304,10 @@ void frmRuleProps::LoadFolder(const QString& entryId, const QString& storeId, bo
     (source ? m_srcEntryId : m_dstEntryId) = entryId;
     (source ? m_srcStoreId : m_dstStoreId) = storeId;
     QLineEdit* box = source ? txtSrcFolder : txtDstFolder;
+    // One lookup both tells whether the folder exists and opens it: on an
+    // IMAP store each lookup is a round trip.
     std::unique_ptr<outlook::Folder> folder =
-        FolderExist(entryId, storeId) ? m_ctx.nameSpace.GetFolderFromID(entryId, storeId) : nullptr;
+        entryId.isEmpty() || storeId.isEmpty() ? nullptr : m_ctx.nameSpace.GetFolderFromID(entryId, storeId);
     if (folder) {
         box->setText(folder->Name());
         return;
@@ -561,10 +563,13 @@ void frmRuleProps::btnOK_Click()
     accept();
 }
 
-void frmRuleProps::btnCancel_Click()
+void frmRuleProps::btnCancel_Click() { reject(); }
+
+void frmRuleProps::reject()
 {
+    // Escape and the window's close button leave the same way as Cancel.
     Cancelled = true;
-    reject();
+    QDialog::reject();
 }
 
 void frmRuleProps::btnHelp_Click()

@@ -97,6 +97,9 @@ public:
     // FolderExist of the add-in: the folder can be opened.
     bool FolderExist(const QString& entryId, const QString& storeId);
 
+    // Cancel, Close, Escape and the window's close button: Cancelled, nothing written.
+    void reject() override;
+
 private:
     void BuildUi();
     void FillLists();

@@ -234,6 +234,9 @@ TEST_F(RulePropsFixture, CancelWritesNothing)
     SetText(*form, "txtFrom", QStringLiteral("a@example.org"));
     Click(*form, "btnCancel");
     EXPECT_TRUE(form->Cancelled);
+    auto escaped = Open(QStringLiteral("New"));
+    escaped->reject();  // what Escape and the close button do
+    EXPECT_TRUE(escaped->Cancelled);
     EXPECT_EQ(RuleCount(), 0);
 }
 
