@@ -52,6 +52,8 @@ Edit AllAny()
     return Both(Pick("cmbStatus", "Any"), Pick("cmbMsgAge", "Any Time"));
 }
 
+void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
+
 class RuleCheckTest : public RulePropsFixture, public ::testing::WithParamInterface<CheckCase> {};
 
 TEST_P(RuleCheckTest, OkRunsTheChecksInOrder)

@@ -32,6 +32,8 @@ const ListCase kLists[] = {
     {"cmbOnlyItems", "LastVerb", &forms::LastVerbChoices},
 };
 
+void PrintTo(const ListCase& c, std::ostream* os) { *os << c.list; }
+
 class ListCodeTest : public RulePropsFixture, public ::testing::WithParamInterface<ListCase> {};
 
 // Each entry is saved by a new rule, then a second editor loads that rule and
@@ -73,6 +75,8 @@ struct StoredCodeCase {
     const char* list;
     const char* shown;
 };
+
+void PrintTo(const StoredCodeCase& c, std::ostream* os) { *os << c.name; }
 
 class StoredCodeTest : public RulePropsFixture, public ::testing::WithParamInterface<StoredCodeCase> {};
 
@@ -261,6 +265,8 @@ struct SmartAddCase {
     const char* settings;  // SET clause for the settings row
     const char* ruleName, *from, *to, *cc, *subject, *importance, *status, *age;
 };
+
+void PrintTo(const SmartAddCase& c, std::ostream* os) { *os << c.name; }
 
 class SmartAddTest : public RulePropsFixture, public ::testing::WithParamInterface<SmartAddCase> {};
 
