@@ -1,5 +1,15 @@
 #include "OutAddIn.h"
 
+#include "ExplWrap.h"
+#include "InspWrap.h"
+
+#include "engine/RuleExecutor.h"
+#include "engine/RuleRunner.h"
+#include "platform/logging/Logger.h"
+#include "platform/os/TimeZone.h"
+#include "platform/outlook/SafeMailItem.h"
+#include "platform/outlook/SafeMapiUtils.h"
+
 #include "platform/ado/AdoError.h"
 #include "platform/os/ErrorReport.h"
 
@@ -25,6 +35,11 @@ OutAddIn::OutAddIn(os::ErrorReport& report, logging::Logger* log, ProgIdRegistry
 
 OutAddIn::~OutAddIn()
 {
+    // Unhook first: no event may reach a half-destroyed add-in.
+    m_events.reset();
+    for (auto& [key, wrap] : m_explorers) delete wrap;
+    for (auto& [key, wrap] : m_inspectors) delete wrap;
+    m_frmMain.reset();
     CloseDatabases();
 }
 

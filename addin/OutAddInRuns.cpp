@@ -1,0 +1,69 @@
+// The rule runs, by delegation to the engine's drivers.
+
+#include "OutAddIn.h"
+#include "StatusForms.h"
+
+#include "engine/RuleExecutor.h"
+#include "engine/RuleRunner.h"
+#include "platform/os/TimeZone.h"
+
+namespace mv::addin {
+
+void OutAddIn::SetStatusFormFactory(std::function<std::unique_ptr<engine::StatusForm>()> factory)
+{
+    m_statusFactory = std::move(factory);
+}
+
+void OutAddIn::BuildOwnRunner()
+{
+    if (m_externalRunner || !m_ns) return;
+    m_timeZone = std::make_unique<os::SystemTimeZone>();
+    m_executor = std::make_unique<engine::RuleExecutor>(*m_ns, m_progIds, m_report, m_clock, *m_timeZone);
+    m_executor->SetSettingsSource([this] {
+        engine::EngineSettings s;
+        s.alignTime = m_alignTime;
+        s.weekStart = m_weekStart;
+        s.statusPops = m_statusPops;
+        return s;
+    });
+    m_executor->SetOpenItemTest([this](const QString& id) { return IsItemOpen(id); });
+    m_executor->SetLogger(m_log);
+
+    engine::RunnerHooks hooks;
+    hooks.database = [this] { return m_db1.get(); };
+    hooks.createStatusForm = [this]() -> std::unique_ptr<engine::StatusForm> {
+        if (m_statusFactory) return m_statusFactory();
+        return CreateStatusForm(m_installDir, m_cancel, m_log);
+    };
+    hooks.mainFormExists = [this] { return m_frmMain != nullptr; };
+    m_runner = std::make_unique<engine::RuleRunner>(*m_executor, m_report, m_log, std::move(hooks), m_cancel,
+                                                    AppTitle());
+}
+
+engine::RuleRunner* OutAddIn::Runner() const
+{
+    return m_externalRunner ? m_externalRunner : m_runner.get();
+}
+
+void OutAddIn::Run15MinuteRules()
+{
+    if (auto* runner = Runner()) (void)runner->Run15MinuteRules();
+}
+
+void OutAddIn::RunImmediateRules()
+{
+    if (auto* runner = Runner()) (void)runner->RunImmediateRules();
+}
+
+void OutAddIn::RunAllRules()
+{
+    if (auto* runner = Runner()) (void)runner->RunAllRules();
+}
+
+bool OutAddIn::FolderExist(const QString& entryIdHex, const QString& storeIdHex) const
+{
+    auto* runner = Runner();
+    return runner && runner->FolderExist(entryIdHex, storeIdHex);
+}
+
+}  // namespace mv::addin
