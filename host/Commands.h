@@ -1,20 +1,23 @@
 #pragma once
-// The subcommands of the mailvane program. Each gets the started add-in and
-// its arguments and returns the process exit code. The add-in does the work;
-// a command only prints.
+// The subcommands of the mailvane program, as one table. Each gets the
+// started runtime (the add-in's database, the stores, the engine) and its
+// arguments and returns the process exit code (ExitCodes.h). The add-in and
+// the engine do the work; a command only prints.
 
 #include <QStringList>
 
 #include <cstdio>
 
-namespace mv::addin {
-class OutAddIn;
+namespace mv::engine {
+struct RunReport;
 }
 
 namespace mv::host {
 
+class Runtime;
+
 struct CommandContext {
-    addin::OutAddIn& addIn;
+    Runtime& runtime;
     QStringList args;   // after the command name
     std::FILE* out;     // stdout
 };
@@ -26,11 +29,24 @@ struct Command {
     int minArgs;
     int maxArgs;
     int (*run)(CommandContext&);
+    // Runs before the runtime starts (for example to lay out a store);
+    // returns an exit code, kExitOk to go on. May be nullptr.
+    int (*prepare)(const QStringList& args) = nullptr;
+    // Works on the embedded default store whatever the profile says.
+    bool embeddedStore = false;
 };
 
 // The command table, ending with an entry whose name is nullptr.
 const Command* Commands();
 const Command* FindCommand(const QString& name);
 void PrintUsage(std::FILE* out);
+
+// The demo job (Demo.cpp).
+int RunDemo(CommandContext& ctx);
+int PrepareDemo(const QStringList& args);
+// Shared printers.
+void PrintLine(std::FILE* out, const QString& line);
+// Prints what each rule moved and a summary; returns the run's exit code.
+int PrintRunReport(std::FILE* out, const engine::RunReport& report);
 
 }  // namespace mv::host

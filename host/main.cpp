@@ -1,55 +1,77 @@
-// mailvane: the program that hosts the add-in. For now it starts the
-// add-in's database side and runs one command; see Commands.cpp.
+// mailvane: the host program. Global options, then one command from the
+// table in Commands.cpp, or --headless for the service.
 
 #include "Commands.h"
+#include "ExitCodes.h"
+#include "Headless.h"
+#include "Runtime.h"
 
-#include "addin/OutAddIn.h"
-#include "platform/common/ProgIdRegistry.h"
-#include "platform/logging/FileLogging.h"
-#include "platform/os/Clock.h"
-#include "platform/os/ErrorReport.h"
 #include "platform/os/MessageBox.h"
-#include "platform/os/SpecialFolders.h"
-#include "store/AdoProgIds.h"
 
 #include <QCoreApplication>
-#include <QDir>
+
+namespace {
+
+struct Parsed {
+    mv::host::RuntimeOptions options;
+    bool headless = false;
+    bool help = false;
+    QStringList rest;  // the command and its arguments
+    QString error;
+};
+
+Parsed Parse(const QStringList& args)
+{
+    Parsed p;
+    for (int i = 0; i < args.size(); ++i) {
+        const QString& a = args.at(i);
+        if (!p.rest.isEmpty()) p.rest << a;  // after the command, everything is the command's
+        else if (a == QLatin1String("--help") || a == QLatin1String("-h")) p.help = true;
+        else if (a == QLatin1String("--headless")) p.headless = true;
+        else if (a == QLatin1String("--yes")) p.options.answer = mv::os::vbYes;
+        else if (a == QLatin1String("--no")) p.options.answer = mv::os::vbNo;
+        else if (a == QLatin1String("--profile") && i + 1 < args.size()) p.options.profilePath = args.at(++i);
+        else if (a.startsWith(QLatin1String("-"))) p.error = QStringLiteral("unknown option %1").arg(a);
+        else p.rest << a;
+    }
+    return p;
+}
+
+}  // namespace
 
 int main(int argc, char** argv)
 {
+    using namespace mv::host;
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mailvane"));
-    const QStringList args = app.arguments().mid(1);
-    if (args.isEmpty() || args.first() == QLatin1String("--help") || args.first() == QLatin1String("-h")) {
-        mv::host::PrintUsage(args.isEmpty() ? stderr : stdout);
-        return args.isEmpty() ? 2 : 0;
+    Parsed p = Parse(app.arguments().mid(1));
+    if (p.help) {
+        PrintUsage(stdout);
+        return kExitOk;
     }
-    const mv::host::Command* command = mv::host::FindCommand(args.first());
-    const int given = static_cast<int>(args.size()) - 1;
-    if (!command || given < command->minArgs || given > command->maxArgs) {
-        mv::host::PrintUsage(stderr);
-        return 2;
+    const Command* command = p.rest.isEmpty() ? nullptr : FindCommand(p.rest.first());
+    const int given = static_cast<int>(p.rest.size()) - 1;
+    const bool wrongArgs = command && (given < command->minArgs || given > command->maxArgs);
+    if (!p.error.isEmpty() || (p.headless && !p.rest.isEmpty()) || (!p.headless && !command) || wrongArgs) {
+        if (!p.error.isEmpty()) std::fprintf(stderr, "mailvane: %s\n", p.error.toLocal8Bit().constData());
+        PrintUsage(stderr);
+        return kExitUsage;
     }
+    if (command && command->prepare) {
+        if (const int code = command->prepare(p.rest.mid(1)); code != kExitOk) return code;
+    }
+    p.options.embedded = command && command->embeddedStore;
+    p.options.statusOnStderr = !p.headless;
+    Runtime runtime(p.options);
+    if (const int code = runtime.Start(); code != kExitOk) return code;
 
-    mv::ProgIdRegistry progIds;
-    mv::store::RegisterAdoProgIds(progIds);
-    mv::logging::RegisterLogging(progIds);
-
-    const QString dataDir = mv::os::DataDir();
-    QDir().mkpath(dataDir);
-    auto logging = progIds.Create<mv::logging::cLogging>(QString::fromLatin1(mv::logging::kLoggingProgId));
-    std::unique_ptr<mv::logging::Logger> log;
-    if (logging) log = logging->OpenLog(dataDir + QStringLiteral("/mv.log"));
-
-    mv::os::ConsoleAnswerer answerer(0, log.get());
-    mv::os::ErrorReport report(answerer, log.get());
-    mv::os::SystemClock clock;
-    const QString installDir = mv::os::InstallDir();
-    mv::addin::OutAddIn addIn(report, log.get(), progIds, clock, installDir);
-
-    mv::addin::OutAddIn::PlaceDatabase(dataDir, installDir);
-    if (!addIn.OpenDatabases(dataDir + QStringLiteral("/mv.mdb"))) return 1;
-
-    mv::host::CommandContext ctx{addIn, args.mid(1), stdout};
+    if (p.headless) {
+        HeadlessService service(runtime);
+        if (!service.Start()) return kExitRunFailed;
+        QCoreApplication::exec();
+        runtime.Shutdown();
+        return kExitOk;
+    }
+    CommandContext ctx{runtime, p.rest.mid(1), stdout};
     return command->run(ctx);
 }
