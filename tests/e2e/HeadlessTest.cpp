@@ -82,7 +82,7 @@ TEST(Headless, BurstOfNewMailIsMovedByOneRunAboutTenSecondsLaterAndSigtermCloses
     EXPECT_EQ(service.exitCode(), 0);
     const QString log = world.LogText();
     const auto signal = log.indexOf(QStringLiteral("Signal 15: stopping"));
-    const auto closed = log.indexOf(QStringLiteral("Database closed"));
+    const auto closed = log.lastIndexOf(QStringLiteral("Database closed"));
     EXPECT_GE(signal, 0) << log.toStdString();
     EXPECT_GT(closed, signal) << log.toStdString();
     EXPECT_TRUE(log.trimmed().endsWith(QStringLiteral("Stopped"))) << log.toStdString();

@@ -15,7 +15,7 @@
 namespace mv::e2e {
 namespace {
 
-constexpr int kMessages = 200;
+constexpr int kMessages = 100;
 constexpr int kTrials = 30;
 
 class KillTest : public ::testing::TestWithParam<Backend> {};
