@@ -238,6 +238,9 @@ private:
     // and the window handlers run with errors ignored.
     static void Ignore(const std::function<void()>& step) noexcept;
     void HookApplication();
+    // Holds `explorer` in objExpl and hooks its Close, as re-assigning the
+    // member does: the previous one is unhooked.
+    void HoldExplorer(outlook::Explorer* explorer);
     void PlaceDataFolder();
     void OpenLog();
     void CreateMapiHelpers();
@@ -297,6 +300,7 @@ private:
     QPointer<outlook::Inspectors> m_objInspectors;
     QPointer<outlook::Explorers> m_colExpl;
     QPointer<outlook::Explorer> m_objExpl;
+    QMetaObject::Connection m_objExplClose;
     std::unique_ptr<logging::cLogging> m_logging;
     std::unique_ptr<logging::Logger> m_ownLog;
     std::unique_ptr<outlook::SafeMailItem> m_safeItem;

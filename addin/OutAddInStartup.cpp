@@ -71,11 +71,7 @@ void OutAddIn::InitHandler(outlook::Application* application, const QString& pro
                                  Ignore([&] { AddExpl(expl); });
                              });
     });
-    Ignore([&] {
-        m_objExpl = m_objOutlook->ActiveExplorer();
-        if (m_objExpl)
-            QObject::connect(m_objExpl, &outlook::Explorer::Closed, m_events.get(), [this] { objExpl_Close(); });
-    });
+    Ignore([&] { HoldExplorer(m_objOutlook->ActiveExplorer()); });
     Ignore([&] {
         WriteLog(3, QStringLiteral("InitHandler"), QStringLiteral("Adding new Explorer to collection"));
         AddExpl(m_objOutlook->ActiveExplorer());
@@ -100,6 +96,15 @@ void OutAddIn::HookApplication()
                      [this](outlook::PropertyPages* pages) { objOutlook_OptionsPagesAdd(pages); });
     // The application may go before the add-in does; forget it then.
     QObject::connect(app, &QObject::destroyed, ctx, [this] { m_objOutlook = nullptr; m_ns = nullptr; });
+}
+
+void OutAddIn::HoldExplorer(outlook::Explorer* explorer)
+{
+    QObject::disconnect(m_objExplClose);
+    m_objExpl = explorer;
+    if (explorer && m_events)
+        m_objExplClose =
+            QObject::connect(explorer, &outlook::Explorer::Closed, m_events.get(), [this] { objExpl_Close(); });
 }
 
 void OutAddIn::PlaceDataFolder()
@@ -151,7 +156,7 @@ void OutAddIn::UnInitHandler()
     m_mapiUtils.reset();
     m_safeItem.reset();
     m_cbToolbar = nullptr;
-    m_objExpl = nullptr;
+    HoldExplorer(nullptr);
     m_colExpl = nullptr;
     m_runner.reset();
     m_executor.reset();
@@ -196,7 +201,8 @@ void OutAddIn::objExpl_Close()
     Ignore([&] {
         WriteLog(3, QStringLiteral("objExpl_Close"), QStringLiteral("Top Entry Point"));
         if (!m_objOutlook) return;
-        m_objExpl = m_objOutlook->ActiveExplorer();
+        // The next Explorer becomes the one whose close is watched.
+        HoldExplorer(m_objOutlook->ActiveExplorer());
         if (m_objExpl || m_objOutlook->GetInspectors()->Count() != 0) return;
         WriteLog(3, QStringLiteral("objExpl_Close"), QStringLiteral("Calling UnInitHandler..."));
         m_entryPoint = QStringLiteral("objExpl_Close");

@@ -78,6 +78,23 @@ TEST_F(AddInTest, LastExplorerCloseShutsDownOnce)
               1);
 }
 
+TEST_F(AddInTest, TheNextExplorerIsWatchedAfterTheFirstCloses)
+{
+    addin::OutAddIn& addIn = Start();
+    outlook::Explorer* first = m_app->ActiveExplorer();
+    host::HeadlessExplorer* second = m_app->OpenExplorer();
+    // A message window keeps the add-in up, so both closes reach objExpl_Close.
+    host::HeadlessInspector* inspector = m_app->OpenInspector(std::make_unique<ShownItem>(QStringLiteral("01")));
+    first->Close();
+    DeleteLater();
+    second->Close();
+    DeleteLater();
+    EXPECT_FALSE(addIn.Unloaded());
+    EXPECT_EQ(CountOf(Trail(), "objExpl_Close: Top Entry Point"), 2);
+    inspector->Close();
+    DeleteLater();
+}
+
 TEST_F(AddInTest, AnOpenInspectorKeepsTheAddInUpAndItsItemIsKnownOpen)
 {
     addin::OutAddIn& addIn = Start();
