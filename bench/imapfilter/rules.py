@@ -1,0 +1,96 @@
+#!/usr/bin/env python3
+"""The twenty benchmark rules, written once, emitted for both programs.
+
+usage: rules.py lua PORT > config.lua
+       rules.py xml FOLDERS_OUTPUT SAMPLE_XML > rules.xml
+FOLDERS_OUTPUT is what `mailvane folders` printed (identifiers by path).
+"""
+import re, sys
+from xml.sax.saxutils import quoteattr
+
+# (destination, kind, value): every kind is one criterion both programs have.
+RULES = [
+    ("R01", "from", "anna.berg@example.com"),
+    ("R02", "from", "carl.dahl@example.org"),
+    ("R03", "from", "erik.falk@example.net"),
+    ("R04", "from", "gustav.lund@mail.test"),
+    ("R05", "from", "billing@mail.test"),
+    ("R06", "from", "news@example.com"),
+    ("R07", "from", "helpdesk@example.org"),
+    ("R08", "from", "priya@example.net"),
+    ("R09", "subject", "invoice"),
+    ("R10", "subject", "meeting"),
+    ("R11", "subject", "budget"),
+    ("R12", "subject", "travel"),
+    ("R13", "subject", "contract"),
+    ("R14", "subject", "deadline"),
+    ("R15", "to", "nina.k@example.org"),
+    ("R16", "to", "tom@example.net"),
+    ("R17", "flagged", ""),
+    ("R18", "answered", ""),
+    ("R19", "unseen-subject", "shipping"),
+    ("R20", "seen-older-year", ""),
+]
+
+LUA = {
+    "from": "inbox:contain_from({v})",
+    "subject": "inbox:contain_subject({v})",
+    "to": "inbox:contain_to({v})",
+    "flagged": "inbox:is_flagged()",
+    "answered": "inbox:is_answered()",
+    "unseen-subject": "(inbox:is_unseen() * inbox:contain_subject({v}))",
+    "seen-older-year": "(inbox:is_seen() * inbox:is_older(365))",
+}
+
+# Rules columns: Mailvane's codes for the same criteria.
+XML = {
+    "from": {"FromAddress": "{v}"},
+    "subject": {"Subject": "{v}"},
+    "to": {"ToAddress": "{v}"},
+    "flagged": {"FlagStatus": "2"},
+    "answered": {"LastVerb": "102"},
+    "unseen-subject": {"Status": "0", "Subject": "{v}"},
+    "seen-older-year": {"Status": "1", "MsgAgeID": "12"},
+}
+
+
+def lua(port):
+    out = [
+        "options.timeout = 600",
+        "options.subscribe = false",
+        "options.create = false",
+        "local account = IMAP {server = '127.0.0.1', port = %s, username = 'test', password = 'secret'}" % port,
+        "local inbox = account.INBOX",
+    ]
+    for dst, kind, value in RULES:
+        expr = LUA[kind].format(v="'%s'" % value)
+        out.append("%s:move_messages(account['%s']);" % (expr, dst))
+    return "\n".join(out) + "\n"
+
+
+def xml(folders_text, sample):
+    ids, store = {}, ""
+    for line in folders_text.splitlines():
+        m = re.match(r"^  ([0-9A-F]+)  (\S+)", line)
+        if m:
+            ids[m.group(2)] = m.group(1)
+        m = re.search(r"store ([0-9A-F]+)$", line)
+        if m:
+            store = m.group(1)
+    head = sample[: sample.index("<rs:data>")]
+    rows = []
+    for n, (dst, kind, value) in enumerate(RULES, 1):
+        cols = {"FromAddress": "", "ToAddress": "", "CcAddress": "", "Subject": "", "Message": "",
+                "Importance": "3", "Status": "2", "FlagStatus": "0", "MsgAgeID": "13", "LastVerb": "0"}
+        cols.update({k: v.format(v=value) for k, v in XML[kind].items()})
+        attrs = {"RuleID": str(n), "RuleName": dst, "SortID": str(n), "Active": "-1",
+                 "SrcEntryID": ids.get("INBOX", ids.get("Inbox")), "SrcStoreID": store, "DstEntryID": ids[dst], "DstStoreID": store}
+        attrs.update(cols)
+        rows.append("\t<z:row " + " ".join("%s=%s" % (k, quoteattr(v)) for k, v in attrs.items()) + "/>")
+    return head + "<rs:data>\n" + "\n".join(rows) + "\n</rs:data>\n</xml>\n"
+
+
+if sys.argv[1] == "lua":
+    sys.stdout.write(lua(sys.argv[2]))
+else:
+    sys.stdout.write(xml(open(sys.argv[2]).read(), open(sys.argv[3]).read()))
