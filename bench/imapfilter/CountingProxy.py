@@ -3,10 +3,11 @@
 
 usage: CountingProxy.py LISTEN_PORT SERVER_PORT COUNT_FILE
 Every tagged client line ("a001 UID SEARCH ...") counts as one command; the
-running totals by command name are rewritten to COUNT_FILE after each line.
+running totals by command name are rewritten to COUNT_FILE after each line;
+removing COUNT_FILE starts the totals afresh.
 Literals a client sends ({n}) are passed through without being counted.
 """
-import collections, json, re, socket, sys, threading
+import collections, json, os, re, socket, sys, threading
 
 listen_port, server_port, count_file = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]
 counts = collections.Counter()
@@ -41,6 +42,8 @@ def pump(src, dst, count):
                 if m and line[:1] != b"+":
                     name = ((m.group(1) or b"") + m.group(2)).decode().upper()
                     with lock:
+                        if not os.path.exists(count_file):
+                            counts.clear()  # the script removed it: a new measurement
                         counts[name] += 1
                         with open(count_file, "w") as f:
                             json.dump(counts, f)
