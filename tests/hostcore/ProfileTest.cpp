@@ -22,13 +22,16 @@ class ProfileTest : public ::testing::Test {
 protected:
     QString Write(const QByteArray& text)
     {
-        const QString path = dir.path() + "/profile.ini";
+        // A new name each time: QSettings caches an INI file by path and may
+        // not notice a rewrite of the same size within the same second.
+        const QString path = dir.path() + QStringLiteral("/profile%1.ini").arg(++written);
         QFile f(path);
         EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
         f.write(text);
         return path;
     }
     QTemporaryDir dir;
+    int written = 0;
 };
 
 TEST_F(ProfileTest, ReadsMaildirAndImapSections)
