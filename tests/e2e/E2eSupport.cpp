@@ -267,7 +267,7 @@ bool World::Import(const QStringList& rows, QString* error) const
     return r.code == 0;
 }
 
-QString RuleRow(int sortId, const RuleSpec& rule, const QHash<QString, QString>& folderIds, const QString& storeId)
+QString RuleRow(int sortId, const RuleDef& rule, const QHash<QString, QString>& folderIds, const QString& storeId)
 {
     QHash<QString, QString> a{{QStringLiteral("FromAddress"), {}}, {QStringLiteral("ToAddress"), {}},
                               {QStringLiteral("CcAddress"), {}},   {QStringLiteral("Subject"), {}},

@@ -88,13 +88,13 @@ private:
 
 // A rule row: source INBOX, destination `dst`, criteria as attributes.
 // Attributes not given keep their "no criterion" values; text is escaped.
-struct RuleSpec {
+struct RuleDef {
     QString name;
     QString dst;                       // destination folder path ("Inbox" for the INBOX)
     QHash<QString, QString> criteria;  // column -> value
     bool active = true;
     QString src = QStringLiteral("Inbox");
 };
-QString RuleRow(int sortId, const RuleSpec& rule, const QHash<QString, QString>& folderIds, const QString& storeId);
+QString RuleRow(int sortId, const RuleDef& rule, const QHash<QString, QString>& folderIds, const QString& storeId);
 
 }  // namespace mv::e2e

@@ -49,7 +49,7 @@ TEST(Headless, BurstOfNewMailIsMovedByOneRunAboutTenSecondsLaterAndSigtermCloses
     world.CreateFolder(QStringLiteral("Archive"));
     QString storeId;
     const auto ids = world.FolderIds(&storeId);
-    RuleSpec rule{QStringLiteral("Dropped mail"), QStringLiteral("Archive"),
+    RuleDef rule{QStringLiteral("Dropped mail"), QStringLiteral("Archive"),
                   {{QStringLiteral("FromAddress"), QStringLiteral("drop@e2e.test")}}};
     ASSERT_TRUE(world.Import({RuleRow(1, rule, ids, storeId)}, &error)) << error.toStdString();
 

@@ -52,8 +52,8 @@ TEST_P(KillTest, NoMessageLostOrDuplicated)
     world.HandOver();
     QString storeId;
     const auto ids = world.FolderIds(&storeId);
-    RuleSpec out{QStringLiteral("Out"), QStringLiteral("Archive"), {{QStringLiteral("FromAddress"), QStringLiteral("bulk@e2e.test")}}};
-    RuleSpec back{QStringLiteral("Back"), QStringLiteral("Inbox"), {{QStringLiteral("FromAddress"), QStringLiteral("bulk@e2e.test")}}};
+    RuleDef out{QStringLiteral("Out"), QStringLiteral("Archive"), {{QStringLiteral("FromAddress"), QStringLiteral("bulk@e2e.test")}}};
+    RuleDef back{QStringLiteral("Back"), QStringLiteral("Inbox"), {{QStringLiteral("FromAddress"), QStringLiteral("bulk@e2e.test")}}};
     back.src = QStringLiteral("Archive");
     const QString backRow = RuleRow(2, back, ids, storeId);
     ASSERT_TRUE(world.Import({RuleRow(1, out, ids, storeId), backRow}, &error)) << error.toStdString();

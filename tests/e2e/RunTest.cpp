@@ -15,7 +15,7 @@ namespace {
 
 struct Case {
     const char* folder;  // the rule's destination, under Archive
-    RuleSpec rule;
+    RuleDef rule;
     Mail hit;            // the one message it must move
 };
 

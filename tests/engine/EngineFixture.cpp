@@ -155,7 +155,7 @@ QStringList EngineTest::Subjects(const QString& folder)
     return Sorted(out);
 }
 
-int EngineTest::InsertRule(RuleSpec spec)
+int EngineTest::InsertRule(RuleDef def)
 {
     ado::Command cmd;
     cmd.SetCommandType(ado::adCmdText);
@@ -167,25 +167,25 @@ int EngineTest::InsertRule(RuleSpec spec)
     auto number = [&cmd](const char* name, int v) {
         cmd.AppendParameter(cmd.CreateParameter(QString::fromLatin1(name), ado::adInteger, ado::adParamInput, 10, v));
     };
-    const int sortId = spec.sortId ? spec.sortId : m_nextSort;
+    const int sortId = def.sortId ? def.sortId : m_nextSort;
     m_nextSort = std::max(m_nextSort, sortId) + 1;
-    text("RuleName", spec.name);
-    text("FromAddress", spec.from);
-    text("ToAddress", spec.to);
-    text("CcAddress", spec.cc);
-    text("Subject", spec.subject);
-    number("Importance", spec.importance);
-    number("Status", spec.status);
-    number("FlagStatus", spec.flagStatus);
-    number("MsgAgeID", spec.msgAge);
-    text("SrcEntryID", FolderHex(spec.src));
+    text("RuleName", def.name);
+    text("FromAddress", def.from);
+    text("ToAddress", def.to);
+    text("CcAddress", def.cc);
+    text("Subject", def.subject);
+    number("Importance", def.importance);
+    number("Status", def.status);
+    number("FlagStatus", def.flagStatus);
+    number("MsgAgeID", def.msgAge);
+    text("SrcEntryID", FolderHex(def.src));
     text("SrcStoreID", StoreHex());
-    text("DstEntryID", FolderHex(spec.dst));
+    text("DstEntryID", FolderHex(def.dst));
     text("DstStoreID", StoreHex());
-    number("Active", spec.active);
+    number("Active", def.active);
     number("SortID", sortId);
-    number("LastVerb", spec.lastVerb);
-    text("Message", spec.message);
+    number("LastVerb", def.lastVerb);
+    text("Message", def.message);
     EXPECT_TRUE(m_db->ExecuteSQL(QString(), &cmd));
     return m_db->NewID();
 }

@@ -55,7 +55,7 @@ QByteArray Rfc822(const Msg& m);
 
 // A rule row; folders by path ("Inbox", "Archive", ...). An empty folder
 // name writes identifiers of a folder that does not exist.
-struct RuleSpec {
+struct RuleDef {
     QString name = QStringLiteral("Rule");
     QString from, to, cc, subject, message;
     int importance = 3, status = 2, flagStatus = 0, lastVerb = 0, msgAge = 13;
@@ -96,7 +96,7 @@ protected:
     QByteArray Add(const QString& folder, const Msg& m);
     // Subjects in a folder, sorted ("[none]" for an empty subject).
     QStringList Subjects(const QString& folder);
-    int InsertRule(RuleSpec spec);
+    int InsertRule(RuleDef def);
     // A recordset on one rule row joined with its MsgAge row.
     std::unique_ptr<ado::Recordset> RuleRow(int ruleId);
 

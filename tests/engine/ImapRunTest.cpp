@@ -32,7 +32,7 @@ protected:
         const QByteArray src = Folder(mailbox);
         const QByteArray dst = Folder(mailbox + "-done");
         for (int i = 0; i < count; ++i) {
-            mv::test::MailSpec m;
+            mv::test::MailDef m;
             m.subject = (i % 2 ? QStringLiteral("lunch %1") : QStringLiteral("budget %1")).arg(i);
             if (i % 8 == 0) m.flags.keywords << QStringLiteral("$Completed");
             Add(src, m);

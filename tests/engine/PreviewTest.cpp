@@ -34,7 +34,7 @@ protected:
     }
     int Rule(const QString& name, const QString& subject, const QString& src, const QString& dst, int active = -1)
     {
-        RuleSpec r;
+        RuleDef r;
         r.name = name;
         r.subject = subject;
         r.src = src;
@@ -124,7 +124,7 @@ TEST_P(PreviewTest, WholeRunPreviewSeesTheFlagClearedOnTheWay)
     // later rule asking for completed mail in the destination finds none.
     Mail("Inbox", "done", true);
     Rule("Everything", "", "Inbox", "Archive");
-    RuleSpec completed;
+    RuleDef completed;
     completed.name = "Completed";
     completed.src = "Archive";
     completed.dst = "Trash";

@@ -80,14 +80,14 @@ const char* const kAll[] = {"Budget annual report 2001", "Budget draft", "Annual
 
 struct CriteriaCase {
     const char* name;
-    RuleSpec rule;
+    RuleDef rule;
     bool align;
     QStringList expected;
 };
 
-RuleSpec With(std::function<void(RuleSpec&)> f)
+RuleDef With(std::function<void(RuleDef&)> f)
 {
-    RuleSpec r;
+    RuleDef r;
     f(r);
     return r;
 }
@@ -104,46 +104,46 @@ std::vector<CriteriaCase> Cases()
     const int redCode = 10 + stores::FlagMapping::FlagIcon(Flags(true, true, kRed));
     return {
         {"NoCriterionTakesEveryMovableItem", {}, true, All()},
-        {"SubjectOneWord", With([](RuleSpec& r) { r.subject = "budget"; }), true,
+        {"SubjectOneWord", With([](RuleDef& r) { r.subject = "budget"; }), true,
          {"Budget annual report 2001", "Budget draft", "Undeliverable: Budget", "Budget review meeting"}},
-        {"SubjectTwoWordsNeedBoth", With([](RuleSpec& r) { r.subject = "budget annual"; }), true,
+        {"SubjectTwoWordsNeedBoth", With([](RuleDef& r) { r.subject = "budget annual"; }), true,
          {"Budget annual report 2001"}},
-        {"SubjectQuotedPhrase", With([](RuleSpec& r) { r.subject = "\"annual  report\" 2001"; }), true,
+        {"SubjectQuotedPhrase", With([](RuleDef& r) { r.subject = "\"annual  report\" 2001"; }), true,
          {"Budget annual report 2001"}},
-        {"SubjectPhraseInWrongOrder", With([](RuleSpec& r) { r.subject = "\"report annual\""; }), true, {}},
-        {"FromAddress", With([](RuleSpec& r) { r.from = "ALICE@example.com"; }), true,
+        {"SubjectPhraseInWrongOrder", With([](RuleDef& r) { r.subject = "\"report annual\""; }), true, {}},
+        {"FromAddress", With([](RuleDef& r) { r.from = "ALICE@example.com"; }), true,
          {"Budget annual report 2001", "Annual party", "[none]"}},
-        {"FromDisplayName", With([](RuleSpec& r) { r.from = "dave"; }), true,
+        {"FromDisplayName", With([](RuleDef& r) { r.from = "dave"; }), true,
          {"Budget draft", "Budget review meeting"}},
-        {"FromListAnyEntry", With([](RuleSpec& r) { r.from = "gina@example.com; Mail Delivery"; }), true,
+        {"FromListAnyEntry", With([](RuleDef& r) { r.from = "gina@example.com; Mail Delivery"; }), true,
          {"Notes for Bob", "Undeliverable: Budget"}},
-        {"ToNameFindsCopyRecipient", With([](RuleSpec& r) { r.to = "Carol"; }), true,
+        {"ToNameFindsCopyRecipient", With([](RuleDef& r) { r.to = "Carol"; }), true,
          {"Budget annual report 2001", "Notes for Bob"}},
-        {"ToAddressList", With([](RuleSpec& r) { r.to = "erin@example.org;carol@example.net"; }), true,
+        {"ToAddressList", With([](RuleDef& r) { r.to = "erin@example.org;carol@example.net"; }), true,
          {"Budget annual report 2001", "Budget draft", "Notes for Bob"}},
-        {"CcAddressAgainstDisplayLineShown", With([](RuleSpec& r) { r.cc = "frank@example.com"; }), true,
+        {"CcAddressAgainstDisplayLineShown", With([](RuleDef& r) { r.cc = "frank@example.com"; }), true,
          {"Annual party"}},
-        {"CcAddressHiddenBehindName", With([](RuleSpec& r) { r.cc = "carol@example.net"; }), true, {}},
-        {"BodyWord", With([](RuleSpec& r) { r.message = "numbers"; }), true,
+        {"CcAddressHiddenBehindName", With([](RuleDef& r) { r.cc = "carol@example.net"; }), true, {}},
+        {"BodyWord", With([](RuleDef& r) { r.message = "numbers"; }), true,
          {"Budget annual report 2001", "Budget draft"}},
-        {"Unread", With([](RuleSpec& r) { r.status = 0; }), true,
+        {"Unread", With([](RuleDef& r) { r.status = 0; }), true,
          {"Budget annual report 2001", "Notes for Bob", "Undeliverable: Budget", "Budget review meeting"}},
-        {"Read", With([](RuleSpec& r) { r.status = 1; }), true, {"Budget draft", "Annual party", "[none]"}},
-        {"FlagComplete", With([](RuleSpec& r) { r.flagStatus = 1; }), true, {"Annual party"}},
-        {"Flagged", With([](RuleSpec& r) { r.flagStatus = 2; }), true, {"Budget draft"}},
-        {"NoFlagSet", With([](RuleSpec& r) { r.flagStatus = 9; }), true,
+        {"Read", With([](RuleDef& r) { r.status = 1; }), true, {"Budget draft", "Annual party", "[none]"}},
+        {"FlagComplete", With([](RuleDef& r) { r.flagStatus = 1; }), true, {"Annual party"}},
+        {"Flagged", With([](RuleDef& r) { r.flagStatus = 2; }), true, {"Budget draft"}},
+        {"NoFlagSet", With([](RuleDef& r) { r.flagStatus = 9; }), true,
          {"Budget annual report 2001", "Notes for Bob", "[none]", "Undeliverable: Budget", "Budget review meeting"}},
-        {"ColouredFlag", With([redCode](RuleSpec& r) { r.flagStatus = redCode; }), true, {"Budget draft"}},
-        {"ImportanceHigh", With([](RuleSpec& r) { r.importance = 2; }), true, {"Budget draft"}},
-        {"ImportanceLow", With([](RuleSpec& r) { r.importance = 0; }), true, {"Annual party"}},
-        {"Replied", With([](RuleSpec& r) { r.lastVerb = 102; }), true, {"Annual party"}},
-        {"Forwarded", With([](RuleSpec& r) { r.lastVerb = 104; }), true, {"Notes for Bob"}},
-        {"OneDayAlignedToEndOfYesterday", With([](RuleSpec& r) { r.msgAge = 5; }), true,
+        {"ColouredFlag", With([redCode](RuleDef& r) { r.flagStatus = redCode; }), true, {"Budget draft"}},
+        {"ImportanceHigh", With([](RuleDef& r) { r.importance = 2; }), true, {"Budget draft"}},
+        {"ImportanceLow", With([](RuleDef& r) { r.importance = 0; }), true, {"Annual party"}},
+        {"Replied", With([](RuleDef& r) { r.lastVerb = 102; }), true, {"Annual party"}},
+        {"Forwarded", With([](RuleDef& r) { r.lastVerb = 104; }), true, {"Notes for Bob"}},
+        {"OneDayAlignedToEndOfYesterday", With([](RuleDef& r) { r.msgAge = 5; }), true,
          {"Budget draft", "Annual party", "Undeliverable: Budget"}},
-        {"OneDayUnaligned", With([](RuleSpec& r) { r.msgAge = 5; }), false,
+        {"OneDayUnaligned", With([](RuleDef& r) { r.msgAge = 5; }), false,
          {"Annual party", "Undeliverable: Budget"}},
-        {"FifteenMinutes", With([](RuleSpec& r) { r.msgAge = 14; }), true, All()},
-        {"AllCriteriaTogether", With([](RuleSpec& r) {
+        {"FifteenMinutes", With([](RuleDef& r) { r.msgAge = 14; }), true, All()},
+        {"AllCriteriaTogether", With([](RuleDef& r) {
              r.subject = "budget";
              r.status = 1;
              r.msgAge = 5;
@@ -259,9 +259,9 @@ TEST_P(RowLoopTest, MissingDestinationSkipsEveryRow)
     Msg a;
     a.subject = "stays";
     Add("Inbox", a);
-    RuleSpec spec;
-    spec.dst = "";
-    const RuleOutcome run = Execute(InsertRule(spec), false, Options());
+    RuleDef def;
+    def.dst = "";
+    const RuleOutcome run = Execute(InsertRule(def), false, Options());
     EXPECT_EQ(run.result, kResultGoOn);
     EXPECT_EQ(run.skippedNoDestination, 1);
     EXPECT_EQ(Subjects("Inbox"), QStringList{"stays"});
@@ -357,7 +357,7 @@ TEST_F(EngineTest, ItemFailureAfterSomeRowsKeepsEarlierMoves)
 
 struct SetupCase {
     const char* name;
-    std::function<void(EngineTest&, RuleSpec&)> arrange;
+    std::function<void(EngineTest&, RuleDef&)> arrange;
     QString expected;
 };
 
@@ -372,11 +372,11 @@ TEST_P(SetupErrorTest, ReportedAndResultStaysZero)
     Msg m;
     m.subject = "x";
     Add("Inbox", m);
-    RuleSpec spec;
-    c.arrange(*this, spec);
+    RuleDef def;
+    c.arrange(*this, def);
     bool preview = false;
     std::int16_t result = 99;
-    auto rs = RuleRow(InsertRule(spec));
+    auto rs = RuleRow(InsertRule(def));
     m_exec->ExecuteRule(*rs, preview, result);
     EXPECT_EQ(result, 0);
     EXPECT_EQ(TakeReports(), QStringList{c.expected});
@@ -386,11 +386,11 @@ TEST_P(SetupErrorTest, ReportedAndResultStaysZero)
 INSTANTIATE_TEST_SUITE_P(
     Errors, SetupErrorTest,
     ::testing::Values(
-        SetupCase{"SourceFolderGone", [](EngineTest&, RuleSpec& r) { r.src = ""; },
+        SetupCase{"SourceFolderGone", [](EngineTest&, RuleDef& r) { r.src = ""; },
                   "Error -2147220504 (Failed to create Folder object. Contact Sorquin Support.) in procedure "
                   "ExecuteRule"},
         SetupCase{"NoTableComponent",
-                  [](EngineTest& t, RuleSpec&) {
+                  [](EngineTest& t, RuleDef&) {
                       static_cast<SetupErrorTest&>(t).Registry().Unregister(outlook::kMapiTableProgId);
                   },
                   "Error -2147220503 (Failed to create Table object. Contact Sorquin Support.) in procedure "
@@ -403,9 +403,9 @@ TEST_F(EngineTest, UnknownIntervalLetterIsAnErrorNotAMatchAll)
     m.subject = "x";
     Add("Inbox", m);
     ASSERT_TRUE(m_db->ExecuteSQL("INSERT INTO MsgAge VALUES (30, 'q2', -1)"));
-    RuleSpec spec;
-    spec.msgAge = 30;
-    const RuleOutcome run = Execute(InsertRule(spec), false);
+    RuleDef def;
+    def.msgAge = 30;
+    const RuleOutcome run = Execute(InsertRule(def), false);
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(TakeReports().size(), 1);
     EXPECT_EQ(Subjects("Inbox"), QStringList{"x"});

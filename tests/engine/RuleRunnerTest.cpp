@@ -34,7 +34,7 @@ protected:
     int Rule(const QString& name, const QString& subject, int msgAge = 13, QString src = "Inbox",
              QString dst = "Archive", int active = -1)
     {
-        RuleSpec r;
+        RuleDef r;
         r.name = name;
         r.subject = subject;
         r.msgAge = msgAge;

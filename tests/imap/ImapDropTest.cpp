@@ -29,9 +29,9 @@ protected:
         DovecotStoreTest::SetUp();
         if (IsSkipped() || HasFatalFailure()) return;
         for (int n = 1; n <= 5; ++n) {
-            MailSpec spec;
-            spec.subject = S("Message %1").arg(n);
-            Add(inbox, spec);
+            MailDef def;
+            def.subject = S("Message %1").arg(n);
+            Add(inbox, def);
         }
         archive = Folder("Archive");
         proxy = std::make_unique<CuttingProxy>(server->Port());

@@ -23,32 +23,32 @@ class ImapMoveTest : public DovecotStoreTest, public ::testing::WithParamInterfa
 protected:
     DovecotOptions Options() const override { return {GetParam().hidden, false}; }
 
-    MailSpec Numbered(int n) const
+    MailDef Numbered(int n) const
     {
-        MailSpec spec;
-        spec.subject = S("Message %1").arg(n);
-        return spec;
+        MailDef def;
+        def.subject = S("Message %1").arg(n);
+        return def;
     }
 };
 
 TEST_P(ImapMoveTest, MoveGivesTheNewIdentifierAndKeepsFlags)
 {
-    MailSpec spec;
-    spec.flags.seen = true;
-    spec.flags.keywords = {S("$Forwarded")};
-    const QByteArray id = Add(inbox, spec);
+    MailDef def;
+    def.flags.seen = true;
+    def.flags.keywords = {S("$Forwarded")};
+    const QByteArray id = Add(inbox, def);
     const QByteArray archive = Folder("Archive");
     auto moved = store->Move(id, archive);
     ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
     EXPECT_NE(*moved, id);
     auto item = store->Item(*moved);
     ASSERT_TRUE(item.ok()) << item.error().message.toStdString();
-    EXPECT_EQ(item->Get(PR_SUBJECT)->toString(), spec.subject);
+    EXPECT_EQ(item->Get(PR_SUBJECT)->toString(), def.subject);
     EXPECT_EQ(item->Get(PR_MESSAGE_FLAGS)->toInt() & MSGFLAG_READ, MSGFLAG_READ);
     EXPECT_EQ(item->Get(PR_LAST_VERB_EXECUTED)->toInt(), EXCHIVERB_FORWARD);
     EXPECT_EQ(store->Item(id).error().kind, ErrorKind::NotFound);
     EXPECT_TRUE(Subjects(inbox).isEmpty());
-    EXPECT_EQ(Subjects(archive), QStringList{spec.subject});
+    EXPECT_EQ(Subjects(archive), QStringList{def.subject});
 }
 
 TEST_P(ImapMoveTest, MoveManyKeepsOrderAndCostsTheSameForOneOrMany)

@@ -22,11 +22,11 @@ protected:
     {
         DovecotStoreTest::SetUp();
         if (IsSkipped() || HasFatalFailure()) return;
-        MailSpec budget;  // seen, from Alice to Bob
+        MailDef budget;  // seen, from Alice to Bob
         budget.flags.seen = true;
         Add(inbox, budget);
 
-        MailSpec lunch;
+        MailDef lunch;
         lunch.subject = S("Lunch on Friday");
         lunch.from = S("carol@example.net");
         lunch.cc = S("Dave Dunn <dave@example.com>");
@@ -35,7 +35,7 @@ protected:
         lunch.date = QDateTime(QDate(2026, 10, 20), QTime(8, 0), Qt::UTC);
         Add(inbox, lunch);
 
-        MailSpec review;
+        MailDef review;
         review.subject = S("Re: budget review");
         review.from = S("Bob Baker <bob@example.com>");
         review.to = S("alice@example.org");
@@ -45,7 +45,7 @@ protected:
         review.date = QDateTime(QDate(2026, 9, 1), QTime(7, 0), Qt::UTC);
         Add(inbox, review);
 
-        MailSpec invoice;
+        MailDef invoice;
         invoice.subject = S("Fwd: invoice 4711");
         invoice.from = S("Eve <eve@billing.example>");
         invoice.to = S("test@example.com");
@@ -55,13 +55,13 @@ protected:
         invoice.date = QDateTime(QDate(2026, 10, 31), QTime(11, 0), Qt::UTC);
         Add(inbox, invoice);
 
-        MailSpec cafe;
+        MailDef cafe;
         cafe.subject = S("=?UTF-8?Q?Caf=C3=A9_meeting?=");
         cafe.body = S("Let us meet at the caf\xc3\xa9 at noon.");
         cafe.date = QDateTime(QDate(2026, 10, 31), QTime(23, 0), Qt::UTC);
         Add(inbox, cafe);
 
-        MailSpec ndr;
+        MailDef ndr;
         ndr.subject = S("Undelivered Mail Returned to Sender");
         ndr.from = S("MAILER-DAEMON@example.com");
         ndr.extraHeaders = {S("Content-Type: multipart/report; report-type=delivery-status; boundary=\"b1\"")};
@@ -70,7 +70,7 @@ protected:
         ndr.flags.seen = true;
         Add(inbox, ndr);
 
-        MailSpec invite;
+        MailDef invite;
         invite.subject = S("Planning session");
         invite.extraHeaders = {S("Content-Type: multipart/alternative; boundary=\"c1\"")};
         invite.body = S("--c1\r\nContent-Type: text/plain\r\n\r\nJoin us.\r\n--c1\r\n"
@@ -269,10 +269,10 @@ class ImapFlagTable : public DovecotStoreTest, public ::testing::WithParamInterf
 
 TEST_P(ImapFlagTable, SetFlagStatusChangesOnlyTheFlag)
 {
-    MailSpec spec;
-    spec.flags = GetParam().before;
-    spec.flags.keywords << S("$Forwarded");
-    const QByteArray id = Add(inbox, spec);
+    MailDef def;
+    def.flags = GetParam().before;
+    def.flags.keywords << S("$Forwarded");
+    const QByteArray id = Add(inbox, def);
     ASSERT_TRUE(store->SetFlagStatus(id, GetParam().status).ok());
     auto item = store->Item(id);
     ASSERT_TRUE(item.ok()) << item.error().message.toStdString();
@@ -280,7 +280,7 @@ TEST_P(ImapFlagTable, SetFlagStatusChangesOnlyTheFlag)
     EXPECT_EQ(item->Get(PR_LAST_VERB_EXECUTED)->toInt(), EXCHIVERB_FORWARD);
     // The same answer from a search, which another connection would give.
     const Restriction r = Restriction::Property(RELOP_EQ, PR_FLAG_STATUS, GetParam().expectedStatus);
-    EXPECT_EQ(Subjects(inbox, &r), QStringList{spec.subject});
+    EXPECT_EQ(Subjects(inbox, &r), QStringList{def.subject});
 }
 
 const FlagCase kFlagCases[] = {

@@ -7,20 +7,20 @@
 
 namespace mv::test {
 
-QByteArray BuildMail(const MailSpec& spec, int serial)
+QByteArray BuildMail(const MailDef& def, int serial)
 {
     QString text;
-    text += QStringLiteral("From: %1\r\n").arg(spec.from);
-    if (!spec.to.isEmpty()) text += QStringLiteral("To: %1\r\n").arg(spec.to);
-    if (!spec.cc.isEmpty()) text += QStringLiteral("Cc: %1\r\n").arg(spec.cc);
-    text += QStringLiteral("Subject: %1\r\n").arg(spec.subject);
-    text += QStringLiteral("Date: %1\r\n").arg(QLocale::c().toString(spec.date, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss +0000")));
-    text += QStringLiteral("Message-ID: <m%1.%2@test.example>\r\n").arg(serial).arg(spec.date.toSecsSinceEpoch());
+    text += QStringLiteral("From: %1\r\n").arg(def.from);
+    if (!def.to.isEmpty()) text += QStringLiteral("To: %1\r\n").arg(def.to);
+    if (!def.cc.isEmpty()) text += QStringLiteral("Cc: %1\r\n").arg(def.cc);
+    text += QStringLiteral("Subject: %1\r\n").arg(def.subject);
+    text += QStringLiteral("Date: %1\r\n").arg(QLocale::c().toString(def.date, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss +0000")));
+    text += QStringLiteral("Message-ID: <m%1.%2@test.example>\r\n").arg(serial).arg(def.date.toSecsSinceEpoch());
     text += QStringLiteral("MIME-Version: 1.0\r\n");
-    for (const QString& h : spec.extraHeaders) text += h + QStringLiteral("\r\n");
-    if (!spec.extraHeaders.join(QString()).contains(QStringLiteral("Content-Type"), Qt::CaseInsensitive))
+    for (const QString& h : def.extraHeaders) text += h + QStringLiteral("\r\n");
+    if (!def.extraHeaders.join(QString()).contains(QStringLiteral("Content-Type"), Qt::CaseInsensitive))
         text += QStringLiteral("Content-Type: text/plain; charset=utf-8\r\n");
-    text += QStringLiteral("\r\n") + spec.body + QStringLiteral("\r\n");
+    text += QStringLiteral("\r\n") + def.body + QStringLiteral("\r\n");
     return text.toUtf8();
 }
 
@@ -98,12 +98,12 @@ QByteArray DovecotStoreTest::Folder(const QByteArray& mailbox)
     return made ? *made : QByteArray();
 }
 
-QByteArray DovecotStoreTest::Add(const QByteArray& folderId, const MailSpec& spec)
+QByteArray DovecotStoreTest::Add(const QByteArray& folderId, const MailDef& def)
 {
     mapi::NewMessage m;
-    m.rfc822 = BuildMail(spec, ++serial);
-    m.flags = spec.flags;
-    m.internalDate = spec.date;
+    m.rfc822 = BuildMail(def, ++serial);
+    m.flags = def.flags;
+    m.internalDate = def.date;
     auto id = store->Append(folderId, m);
     EXPECT_TRUE(id.ok()) << id.error().message.toStdString();
     return id ? *id : QByteArray();

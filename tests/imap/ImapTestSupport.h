@@ -15,7 +15,7 @@ namespace mv::test {
 
 inline void PrintTo(const QStringList& list, std::ostream* os) { *os << '[' << list.join(QStringLiteral(" | ")).toStdString() << ']'; }
 
-struct MailSpec {
+struct MailDef {
     QString from = QStringLiteral("Alice Archer <alice@example.org>");
     QString to = QStringLiteral("Bob Baker <bob@example.com>");
     QString cc;
@@ -26,7 +26,7 @@ struct MailSpec {
     QDateTime date = QDateTime(QDate(2026, 10, 1), QTime(9, 30), Qt::UTC);
 };
 
-QByteArray BuildMail(const MailSpec& spec, int serial);
+QByteArray BuildMail(const MailDef& def, int serial);
 
 // Another client: logs in on `port`, sends each command (tagged for it) and
 // returns everything the server said. Commands use plain IMAP syntax.
@@ -40,7 +40,7 @@ protected:
     stores::ImapSettings Settings(quint16 port = 0) const;
     std::unique_ptr<stores::ImapStore> MakeStore(quint16 port = 0) const;
     QByteArray Folder(const QByteArray& mailbox);  // creates it when missing
-    QByteArray Add(const QByteArray& folderId, const MailSpec& spec);
+    QByteArray Add(const QByteArray& folderId, const MailDef& def);
     // Subjects of a folder's messages, sorted (column PR_SUBJECT of a query).
     QStringList Subjects(const QByteArray& folderId, const mapi::Restriction* restriction = nullptr);
 

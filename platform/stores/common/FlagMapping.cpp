@@ -39,7 +39,7 @@ const std::array kVerbs = {
     Verb{nullptr, &kForwarded, mapi::EXCHIVERB_FORWARD},
 };
 
-// Maildir's upper-case letters in the ASCII order the Maildir spec asks for.
+// Maildir's upper-case letters in the ASCII order the Maildir convention asks for.
 struct MaildirLetter {
     char letter;
     bool MessageFlags::*flag;  // or null: the keyword stands for the letter

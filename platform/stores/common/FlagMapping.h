@@ -4,7 +4,7 @@
 // \Flagged / $Completed -> PR_FLAG_STATUS (2 / 1, else 0, always present);
 // $MailFlagBit0..2 on a \Flagged message -> PR_FLAG_ICON colour;
 // \Answered -> PR_LAST_VERB_EXECUTED 102, else $Forwarded -> 104.
-// Maildir letters follow the Maildir spec (D F P R S T, in ASCII order) and
+// Maildir letters follow the Maildir convention (D F P R S T, in ASCII order) and
 // Dovecot's keyword letters a..z from the dovecot-keywords file.
 // docs/stores.md gives the table and the reasons for each choice.
 
