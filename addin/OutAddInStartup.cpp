@@ -8,7 +8,7 @@
 #include "platform/logging/Logger.h"
 #include "platform/office/CommandBars.h"
 #include "platform/os/ErrorReport.h"
-#include "platform/os/SpecialFolders.h"
+#include "platform/os/KnownFolders.h"
 #include "platform/outlook/Application.h"
 #include "platform/outlook/SafeLib.h"
 #include "platform/outlook/SafeMailItem.h"

@@ -15,7 +15,7 @@
 #include "addin/OutAddIn.h"
 #include "engine/RuleRunner.h"
 #include "platform/mapi/MapiUtils.h"
-#include "platform/os/SpecialFolders.h"
+#include "platform/os/KnownFolders.h"
 #include "tools/corpus/CorpusGenerator.h"
 #include "tools/corpus/MaildirWriter.h"
 

@@ -12,7 +12,7 @@
 #include "platform/os/Clock.h"
 #include "platform/os/ErrorReport.h"
 #include "platform/os/MessageBox.h"
-#include "platform/os/SpecialFolders.h"
+#include "platform/os/KnownFolders.h"
 #include "platform/os/TimeZone.h"
 #include "platform/outlook/SafeLib.h"
 #include "store/AdoProgIds.h"

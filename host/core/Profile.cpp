@@ -1,6 +1,6 @@
 #include "Profile.h"
 
-#include "platform/os/SpecialFolders.h"
+#include "platform/os/KnownFolders.h"
 #include "platform/stores/maildir/MaildirLayout.h"
 
 #include <QDir>

@@ -1,7 +1,7 @@
 #include "ScopedEnv.h"
 
 #include "platform/os/ErrorReport.h"
-#include "platform/os/SpecialFolders.h"
+#include "platform/os/KnownFolders.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,7 +15,7 @@ using namespace mv::os;
 namespace {
 
 // Looks at the real XDG lookup, not the test-mode folders.
-class SpecialFolders : public ::testing::Test {
+class KnownFolders : public ::testing::Test {
 protected:
     void SetUp() override { QStandardPaths::setTestModeEnabled(false); }
     void TearDown() override { QStandardPaths::setTestModeEnabled(true); }
@@ -34,7 +34,7 @@ protected:
     ErrorReport report{answerer};
 };
 
-TEST_F(SpecialFolders, FollowXdgHomeAndTmpdir)
+TEST_F(KnownFolders, FollowXdgHomeAndTmpdir)
 {
     SetPath("XDG_DATA_HOME", tmp.path() + QStringLiteral("/data/"));
     SetPath("TMPDIR", tmp.path() + QLatin1Char('/'));
@@ -48,7 +48,7 @@ TEST_F(SpecialFolders, FollowXdgHomeAndTmpdir)
     EXPECT_TRUE(answerer.shown().empty());
 }
 
-TEST_F(SpecialFolders, UnknownCsidlIsReportedAndGivesNothing)
+TEST_F(KnownFolders, UnknownCsidlIsReportedAndGivesNothing)
 {
     EXPECT_EQ(GetSpecialFolderLocation(0x7FFF, report), QString());
     ASSERT_EQ(answerer.shown().size(), 1u);
@@ -56,7 +56,7 @@ TEST_F(SpecialFolders, UnknownCsidlIsReportedAndGivesNothing)
         QStringLiteral(") in procedure GetSpecialFolderLocation of Module modSpecialFolders")));
 }
 
-TEST_F(SpecialFolders, InstallDirIsTheFirstCandidateHoldingTheTemplate)
+TEST_F(KnownFolders, InstallDirIsTheFirstCandidateHoldingTheTemplate)
 {
     const QString empty = tmp.filePath(QStringLiteral("empty"));
     const QString first = MakeInstall(QStringLiteral("first"));
