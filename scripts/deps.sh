@@ -4,7 +4,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config
+  build-essential cmake ninja-build pkg-config ccache
   qt6-base-dev libsqlite3-dev sqlite3
   libetpan-dev libgmime-3.0-dev
   libgtest-dev libgmock-dev

@@ -4,6 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh
+source scripts/build-env.sh
 build=${MV_BUILD_DIR:-build/release}
 cmake --preset release -B "$build" >/dev/null
 cmake --build "$build" -j"$(nproc)"
