@@ -197,6 +197,12 @@ int Runtime::CheckAddIn()
         return kExitRunFailed;
     }
 
+    // Without an Explorer the add-in stays idle by design; for this host
+    // that means its Application did not open one.
+    if (!addIn->MainForm() && !m_app->ActiveExplorer()) {
+        Err(QStringLiteral("the add-in %1 stayed idle: the host opened no Explorer").arg(progId));
+        return kExitRunFailed;
+    }
     // The add-in reports a failed connection in its own box and goes on;
     // a command has nothing to work on without it.
     if (!addIn->DataDir().isEmpty()) m_dataDir = addIn->DataDir();
