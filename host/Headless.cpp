@@ -6,9 +6,9 @@
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
-#include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <csignal>
 
 namespace mv::host {
 
@@ -59,7 +59,8 @@ bool HeadlessService::Start()
                         QStringLiteral("Started: timers on%1")
                             .arg(addIn.RunOnStart() == 1 ? QStringLiteral(", run on start") : QString()));
     else
-        m_runtime.Trail(QStringLiteral("HeadlessService"), QStringLiteral("Started: the add-in's timers are off"));
+        m_runtime.Trail(QStringLiteral("HeadlessService"),
+                        QStringLiteral("Started: the add-in's timers are off"));
     return true;
 }
 

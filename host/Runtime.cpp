@@ -190,7 +190,8 @@ int Runtime::CheckAddIn()
                     why = QStringLiteral("it is switched off (LoadBehavior %1 in %2; 3 loads it at start)")
                               .arg(info.loadBehavior)
                               .arg(m_parts->registry->path());
-            if (why.isEmpty()) why = QStringLiteral("it is not registered in %1").arg(m_parts->registry->path());
+            if (why.isEmpty())
+                why = QStringLiteral("it is not registered in %1").arg(m_parts->registry->path());
         }
         Err(QStringLiteral("the add-in %1 is not loaded: %2").arg(progId, why));
         Trail(QStringLiteral("mailvane"), QStringLiteral("Add-in not loaded: %1").arg(why));
@@ -209,7 +210,8 @@ int Runtime::CheckAddIn()
     if (!QFileInfo::exists(m_dataDir + QStringLiteral("/mv.mdb"))) {
         const QString installDir = addIn->InstallDir();
         Err(QStringLiteral("no rule database in %1 and no blank template in %2/Database")
-                .arg(m_dataDir, installDir.isEmpty() ? QStringLiteral("(no installation folder)") : installDir));
+                .arg(m_dataDir,
+                     installDir.isEmpty() ? QStringLiteral("(no installation folder)") : installDir));
         return kExitDatabase;
     }
     if (!Connection1Open(*addIn) || !addIn->Runner()) {

@@ -67,9 +67,9 @@ struct ApplicationSteps {
 ApplicationSteps HeadlessSteps();
 
 struct RuntimeOptions {
-    QString profilePath;   // empty: $XDG_CONFIG_HOME/Mailvane/profile.ini or the embedded default
-    bool embedded = false;  // the embedded default store, ignoring any profile file
-    int answer = 0;        // vbYes, vbNo, or 0: each box's documented default (console answerer)
+    QString profilePath;          // empty: $XDG_CONFIG_HOME/Mailvane/profile.ini or the embedded default
+    bool embedded = false;        // the embedded default store, ignoring any profile file
+    int answer = 0;               // vbYes, vbNo, or 0: each box's documented default (console answerer)
     bool statusOnStderr = false;  // print the run's progress to stderr
     // False for a one-off command: the add-in's timers are held still, so
     // nothing but the command runs (its run pumps events, and a cycle tick
@@ -127,8 +127,8 @@ private:
     std::unique_ptr<outlook::Application> m_app;
     std::unique_ptr<AddinLoader> m_loader;
     addin::Connect* m_connect = nullptr;  // owned by the loader
-    bool m_opened = false;   // the Application's first Explorer is open
-    bool m_started = false;  // Startup raised
+    bool m_opened = false;                // the Application's first Explorer is open
+    bool m_started = false;               // Startup raised
     bool m_down = false;
 };
 

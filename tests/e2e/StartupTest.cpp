@@ -17,7 +17,8 @@ namespace {
 
 QString RegistryFile(const World& world)
 {
-    return world.Environment().value(QStringLiteral("XDG_CONFIG_HOME")) + QStringLiteral("/Mailvane/registry.ini");
+    return world.Environment().value(QStringLiteral("XDG_CONFIG_HOME")) +
+           QStringLiteral("/Mailvane/registry.ini");
 }
 
 QString DatabaseFile(const World& world)
@@ -57,7 +58,8 @@ TEST(Startup, FirstStartRegistersTheAddInAndASwitchedOffAddInStopsEveryEntryPoin
     off.replace("LoadBehavior=3", "LoadBehavior=2");
     Write(RegistryFile(world), off);
     const QByteArray rules = Read(DatabaseFile(world));
-    for (const QStringList& args : {QStringList{QStringLiteral("run")}, QStringList{QStringLiteral("--headless")}}) {
+    for (const QStringList& args :
+         {QStringList{QStringLiteral("run")}, QStringList{QStringLiteral("--headless")}}) {
         SCOPED_TRACE(args.join(QLatin1Char(' ')).toStdString());
         const Result r = world.Run(args, 30000);
         EXPECT_EQ(r.code, 1);
@@ -82,11 +84,13 @@ TEST(Startup, DatabaseFileThatIsNoDatabaseGivesTheAddInsBoxAndExitCodeThree)
 
     const Result r = world.Run({QStringLiteral("rules")});
     EXPECT_EQ(r.code, 3);
-    EXPECT_TRUE(r.err.contains(QStringLiteral("Connection 1 to Mailvane Database failed!"))) << r.err.toStdString();
+    EXPECT_TRUE(r.err.contains(QStringLiteral("Connection 1 to Mailvane Database failed!")))
+        << r.err.toStdString();
     EXPECT_TRUE(r.err.contains(QStringLiteral("cannot open the rule database"))) << r.err.toStdString();
     EXPECT_EQ(Read(DatabaseFile(world)), garbage);
     // The shut-down trail is complete even after a failed start.
-    EXPECT_TRUE(world.LogText().trimmed().endsWith(QStringLiteral("Stopped"))) << world.LogText().toStdString();
+    EXPECT_TRUE(world.LogText().trimmed().endsWith(QStringLiteral("Stopped")))
+        << world.LogText().toStdString();
 }
 
 }  // namespace

@@ -59,8 +59,9 @@ protected:
     // Mailvane's LoadBehavior in the registry, 0 when there is none.
     quint32 LoadBehavior() const
     {
-        const auto v = os::Registry(RegistryPath()).ReadDword(
-            QString::fromLatin1(kAddinsKey) + QStringLiteral("\\Mailvane.Connect"), QStringLiteral("LoadBehavior"));
+        const auto v = os::Registry(RegistryPath())
+                           .ReadDword(QString::fromLatin1(kAddinsKey) + QStringLiteral("\\Mailvane.Connect"),
+                                      QStringLiteral("LoadBehavior"));
         return v ? *v : 0;
     }
     QString Log() const
@@ -98,7 +99,7 @@ TEST_F(RuntimeTest, CallersApplicationIsOpenedBeforeTheAddInConnectsAndStoppedAf
     };
     own.stop = [&](outlook::Application&) {
         steps << (runtime->Loader().Connected().isEmpty() ? QStringLiteral("stop, add-in gone")
-                                                           : QStringLiteral("stop"));
+                                                          : QStringLiteral("stop"));
         app->Stop();
     };
     Runtime rt(options, own);
@@ -178,8 +179,12 @@ TEST_F(RuntimeTest, StartUpsThatCannotServeStopWithTheirCodeAndKeepTheFiles)
              os::Registry registry(RegistryPath());
              ASSERT_TRUE(registry.WriteDword(key, QStringLiteral("LoadBehavior"), 2).ok());
          },
-         kExitRunFailed, {}},
-        {"no Explorer opened", [](ApplicationSteps& s) { s.open = [](outlook::Application&) {}; }, kExitRunFailed, {}},
+         kExitRunFailed,
+         {}},
+        {"no Explorer opened",
+         [](ApplicationSteps& s) { s.open = [](outlook::Application&) {}; },
+         kExitRunFailed,
+         {}},
         {"database file is not a database",
          [&](ApplicationSteps&) {
              ASSERT_TRUE(QDir().mkpath(DataDir()));
@@ -187,7 +192,8 @@ TEST_F(RuntimeTest, StartUpsThatCannotServeStopWithTheirCodeAndKeepTheFiles)
              ASSERT_TRUE(f.open(QIODevice::WriteOnly));
              f.write(notADatabase);
          },
-         kExitDatabase, QStringLiteral("Connection 1 to Mailvane Database failed!\r\nPlease conatct Sorquin Support")},
+         kExitDatabase,
+         QStringLiteral("Connection 1 to Mailvane Database failed!\r\nPlease conatct Sorquin Support")},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -198,8 +204,11 @@ TEST_F(RuntimeTest, StartUpsThatCannotServeStopWithTheirCodeAndKeepTheFiles)
             Runtime rt(options, steps);
             EXPECT_EQ(rt.Start(), c.code);
         }
-        if (c.box.isEmpty()) EXPECT_TRUE(answerer.shown().empty());
-        else EXPECT_TRUE(answerer.texts().contains(c.box)) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+        if (c.box.isEmpty())
+            EXPECT_TRUE(answerer.shown().empty());
+        else
+            EXPECT_TRUE(answerer.texts().contains(c.box))
+                << answerer.texts().join(QStringLiteral(" | ")).toStdString();
         // Nothing the user had is replaced.
         if (QString::fromLatin1(c.name) == QLatin1String("add-in switched off")) {
             EXPECT_EQ(LoadBehavior(), 2u);
