@@ -70,6 +70,9 @@ void HeadlessService::OnSignal()
     [[maybe_unused]] const ssize_t n = ::read(g_signalFds[1], &byte, 1);
     m_runtime.Trail(QStringLiteral("HeadlessService"),
                     QStringLiteral("Signal %1: stopping").arg(static_cast<int>(byte)));
+    // A run in progress (it pumps events, so this can be inside one) ends
+    // after its current rule, as with the status form's Cancel.
+    m_runtime.CancelFlag() = true;
     QCoreApplication::quit();
 }
 

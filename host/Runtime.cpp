@@ -144,6 +144,10 @@ int Runtime::Start()
     m_stores = std::move(*stores);
     os::Clipboard& clipboard = m_options.clipboard ? *m_options.clipboard : p.clipboard;
     m_app = m_steps.create(*m_stores, clipboard);
+    if (!m_app) {
+        Err(QStringLiteral("the host could not create its Application"));
+        return kExitRunFailed;
+    }
     m_steps.open(*m_app);
     m_opened = true;
     Trail(QStringLiteral("mailvane"),
