@@ -11,6 +11,10 @@
 #include "engine/RuleRunner.h"
 #include "platform/os/MessageBox.h"
 #include "platform/os/Registry.h"
+#include "platform/outlook/Folder.h"
+#include "platform/outlook/NameSpace.h"
+#include "platform/outlook/OutlookConstants.h"
+#include "store/cDB.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -161,6 +165,53 @@ TEST_F(RuntimeTest, NewMailRunsTheImmediateRulesOnlyWhenTheScheduleIsKept)
         while (t.elapsed() < 300) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
         EXPECT_EQ(Log().count(QStringLiteral("RunImmediateRules: Top Entry point")) - before, c.runs);
     }
+}
+
+// "Run on start" is read from the database before the timer form loads,
+// and the form's short first cycle runs every rule under the host's loop.
+TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
+{
+    {
+        Runtime rt(options);
+        ASSERT_EQ(rt.Start(), kExitOk);
+        outlook::NameSpace* ns = rt.AddIn().NameSpace();
+        ASSERT_NE(ns, nullptr);
+        const auto inbox = ns->GetDefaultFolder(outlook::olFolderInbox);
+        std::unique_ptr<outlook::Folder> archive;
+        for (auto& folder : ns->Folders())
+            if (folder->Name() == QLatin1String("Archive")) archive = std::move(folder);
+        ASSERT_TRUE(inbox && archive);
+        ASSERT_TRUE(
+            rt.AddIn().CreateDefaultRule(QStringLiteral("Read mail"), inbox.get(), archive.get(), 13, 0));
+        // CreateDefaultRule leaves Active at the column default, off; switch it on.
+        ASSERT_TRUE(rt.AddIn().DB1()->ExecuteSQL(QStringLiteral("UPDATE Rules SET Active = -1")));
+        rt.AddIn().SetRunOnStart(1);
+        ASSERT_TRUE(rt.AddIn().SaveSettings());
+    }
+    const QString mail = DataDir() + QStringLiteral("/Mail");
+    QFile read(mail + QStringLiteral("/cur/1700000000.read.test:2,S"));
+    ASSERT_TRUE(read.open(QIODevice::WriteOnly));
+    read.write(
+        "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: read one\r\n"
+        "Message-ID: <read@example.org>\r\n\r\nHello\r\n");
+    read.close();
+    auto archived = [&] {
+        return QDir(mail + QStringLiteral("/.Archive/cur")).entryList(QDir::Files).size();
+    };
+
+    Runtime rt(options);
+    ASSERT_EQ(rt.Start(), kExitOk);
+    addin::frmMain* form = rt.AddIn().MainForm();
+    ASSERT_NE(form, nullptr);
+    EXPECT_EQ(form->MinuteTotal(), addin::frmMain::kStartupTicks);
+    rt.StartApplication();
+    QElapsedTimer t;
+    t.start();
+    while (archived() == 0 && t.elapsed() < 20000) QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    EXPECT_EQ(archived(), 1) << Log().toStdString();
+    EXPECT_GE(t.elapsed(), 7000) << "the first cycle is eight one-second ticks";
+    EXPECT_EQ(form->MinuteTotal(), addin::frmMain::kCycleTicks) << "then the hourly cycle";
+    EXPECT_TRUE(form->tmrCron.isActive());
 }
 
 TEST_F(RuntimeTest, StartUpsThatCannotServeStopWithTheirCodeAndKeepTheFiles)
