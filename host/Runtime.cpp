@@ -177,6 +177,9 @@ int Runtime::Start()
     addin::RegisterConnect(p.progIds, std::move(services));
     m_loader = std::make_unique<AddinLoader>(*p.registry, p.progIds, *m_app);
     m_loader->Connect();
+    // Another add-in that is registered but not installed does not stop
+    // the host; the log keeps the reason.
+    for (const QString& failure : m_loader->Failures()) Trail(QStringLiteral("mailvane"), failure);
     return CheckAddIn();
 }
 
@@ -187,7 +190,10 @@ int Runtime::CheckAddIn()
     addin::OutAddIn* addIn = m_connect ? m_connect->AddIn() : nullptr;
     if (!addIn) {
         m_connect = nullptr;
-        QString why = m_loader->Failures().join(QStringLiteral("; "));
+        QString why;
+        for (const QString& failure : m_loader->Failures())
+            if (failure.startsWith(progId + QLatin1Char(':'), Qt::CaseInsensitive))
+                why = failure.mid(progId.size() + 2);
         if (why.isEmpty()) {
             for (const AddinInfo& info : m_loader->Registered())
                 if (info.progId.compare(progId, Qt::CaseInsensitive) == 0)
