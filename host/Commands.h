@@ -1,8 +1,9 @@
 #pragma once
 // The subcommands of the mailvane program, as one table. Each gets the
-// started runtime (the add-in's database, the stores, the engine) and its
-// arguments and returns the process exit code (ExitCodes.h). The add-in and
-// the engine do the work; a command only prints.
+// started runtime (the stores and the connected add-in with its database
+// and runner) and its arguments and returns the process exit code
+// (ExitCodes.h). The add-in and the engine do the work; a command only
+// prints.
 
 #include <QStringList>
 

@@ -2,15 +2,13 @@
 
 #include "Runtime.h"
 #include "addin/OutAddIn.h"
-#include "core/HeadlessApplication.h"
-#include "engine/RuleRunner.h"
 
 #include <QCoreApplication>
 #include <QSocketNotifier>
 
-#include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <csignal>
 
 namespace mv::host {
 
@@ -27,17 +25,7 @@ extern "C" void OnStopSignal(int signo)
 
 }  // namespace
 
-HeadlessService::HeadlessService(Runtime& runtime, QObject* parent) : QObject(parent), m_runtime(runtime)
-{
-    m_cycleTimer.setTimerType(Qt::CoarseTimer);
-    m_mailTimer.setSingleShot(true);
-    m_mailTimer.setInterval(kMailDelayMs);
-    connect(&m_cycleTimer, &QTimer::timeout, this, &HeadlessService::OnCycleTick);
-    connect(&m_mailTimer, &QTimer::timeout, this, &HeadlessService::OnMailTick);
-    outlook::Application* app = &m_runtime.Application();
-    connect(app, &outlook::Application::NewMail, this, &HeadlessService::OnMail);
-    connect(app, &outlook::Application::ItemSend, this, [this](outlook::Item*, bool&) { OnMail(); });
-}
+HeadlessService::HeadlessService(Runtime& runtime, QObject* parent) : QObject(parent), m_runtime(runtime) {}
 
 HeadlessService::~HeadlessService()
 {
@@ -61,58 +49,19 @@ bool HeadlessService::Start()
     ::sigaction(SIGTERM, &sa, nullptr);
     ::sigaction(SIGINT, &sa, nullptr);
 
-    m_runtime.Application().Start();
-    m_startCycle = m_runtime.AddIn().RunOnStart() != 0;
-    m_cycleTimer.start(m_startCycle ? kStartTickMs : kCycleTickMs);
-    m_runtime.Trail(QStringLiteral("HeadlessService"),
-                    QStringLiteral("Started: timers on%1").arg(m_startCycle ? QStringLiteral(", run on start") : QString()));
+    m_runtime.StartApplication();
+    // What the add-in's timer form is doing, so the log shows the service
+    // is scheduling (or why it is not).
+    const addin::OutAddIn& addIn = m_runtime.AddIn();
+    const addin::frmMain* form = addIn.MainForm();
+    if (form && form->tmrCron.isActive())
+        m_runtime.Trail(QStringLiteral("HeadlessService"),
+                        QStringLiteral("Started: timers on%1")
+                            .arg(addIn.RunOnStart() == 1 ? QStringLiteral(", run on start") : QString()));
+    else
+        m_runtime.Trail(QStringLiteral("HeadlessService"),
+                        QStringLiteral("Started: the add-in's timers are off"));
     return true;
-}
-
-void HeadlessService::OnMail()
-{
-    // Re-arming is the debounce: a burst of arrivals gives one run.
-    m_mailTimer.start();
-    m_runtime.Trail(QStringLiteral("HeadlessService"), QStringLiteral("New mail: mail timer armed"));
-}
-
-template <typename Run>
-void HeadlessService::RunWithTimersOff(const char* what, Run run)
-{
-    const bool cycle = m_cycleTimer.isActive();
-    m_cycleTimer.stop();
-    m_runtime.Trail(QStringLiteral("HeadlessService"), QStringLiteral("Run: %1").arg(QLatin1String(what)));
-    const engine::RunReport report = run();
-    for (const QString& line : report.Lines(false))
-        m_runtime.Trail(QStringLiteral("HeadlessService"), line);
-    m_runtime.Trail(QStringLiteral("HeadlessService"),
-                    QStringLiteral("Run done: %1: %2 moved").arg(QLatin1String(what)).arg(report.TotalMoved()));
-    if (cycle) m_cycleTimer.start();
-}
-
-void HeadlessService::OnCycleTick()
-{
-    engine::RuleRunner& runner = m_runtime.Runner();
-    if (m_startCycle) {
-        if (++m_ticks < kStartTicks) return;
-        m_startCycle = false;
-        m_ticks = 0;
-        m_cycleTimer.setInterval(kCycleTickMs);
-        RunWithTimersOff("RunAllRules", [&] { return runner.RunAllRules(); });
-        return;
-    }
-    ++m_ticks;
-    if (m_ticks == 15 || m_ticks == 30 || m_ticks == 45) {
-        RunWithTimersOff("Run15MinuteRules", [&] { return runner.Run15MinuteRules(); });
-    } else if (m_ticks >= 60) {
-        m_ticks = 0;
-        RunWithTimersOff("RunAllRules", [&] { return runner.RunAllRules(); });
-    }
-}
-
-void HeadlessService::OnMailTick()
-{
-    RunWithTimersOff("RunImmediateRules", [this] { return m_runtime.Runner().RunImmediateRules(); });
 }
 
 void HeadlessService::OnSignal()
@@ -121,8 +70,9 @@ void HeadlessService::OnSignal()
     [[maybe_unused]] const ssize_t n = ::read(g_signalFds[1], &byte, 1);
     m_runtime.Trail(QStringLiteral("HeadlessService"),
                     QStringLiteral("Signal %1: stopping").arg(static_cast<int>(byte)));
-    m_cycleTimer.stop();
-    m_mailTimer.stop();
+    // A run in progress (it pumps events, so this can be inside one) ends
+    // after its current rule, as with the status form's Cancel.
+    m_runtime.CancelFlag() = true;
     QCoreApplication::quit();
 }
 

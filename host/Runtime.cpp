@@ -1,24 +1,29 @@
 #include "Runtime.h"
 
+#include "addin/Connect.h"
 #include "addin/OutAddIn.h"
+#include "core/AddinLoader.h"
 #include "core/HeadlessApplication.h"
 #include "core/Profile.h"
 #include "core/StoreSet.h"
-#include "engine/RuleExecutor.h"
 #include "engine/RuleRunner.h"
+#include "platform/ado/Connection.h"
 #include "platform/common/ProgIdRegistry.h"
 #include "platform/logging/FileLogging.h"
 #include "platform/os/Clipboard.h"
 #include "platform/os/Clock.h"
 #include "platform/os/ErrorReport.h"
-#include "platform/os/MessageBox.h"
 #include "platform/os/KnownFolders.h"
-#include "platform/os/TimeZone.h"
+#include "platform/os/MessageBox.h"
+#include "platform/os/Registry.h"
 #include "platform/outlook/SafeLib.h"
 #include "store/AdoProgIds.h"
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
+
+#include <cstdio>
 
 namespace mv::host {
 
@@ -41,29 +46,51 @@ public:
     void Hide() override {}
 };
 
-// Where nothing is shown (the headless service): the drivers still need one.
-class SilentStatus : public engine::StatusForm {
-public:
-    void Show() override {}
-    void SetRuleName(const QString&) override {}
-    void SetProgress(int, int) override {}
-    void Hide() override {}
-};
+HeadlessApplication* Headless(outlook::Application& app)
+{
+    return dynamic_cast<HeadlessApplication*>(&app);
+}
+
+bool Connection1Open(const addin::OutAddIn& addIn)
+{
+    const store::cDB* db = addIn.DB1();
+    return db && db->Connection() && db->Connection()->State() == ado::adStateOpen;
+}
 
 }  // namespace
 
-// The seams the engine and the add-in keep references to; they live as long
-// as the runtime.
+ApplicationSteps HeadlessSteps()
+{
+    ApplicationSteps steps;
+    steps.create = [](StoreSet& stores, os::Clipboard& clipboard) -> std::unique_ptr<outlook::Application> {
+        return std::make_unique<HeadlessApplication>(stores, clipboard);
+    };
+    steps.open = [](outlook::Application& app) {
+        if (auto* headless = Headless(app)) headless->Open();
+    };
+    steps.start = [](outlook::Application& app) {
+        if (auto* headless = Headless(app)) headless->Start();
+    };
+    steps.stop = [](outlook::Application& app) {
+        if (auto* headless = Headless(app)) headless->Stop();
+    };
+    return steps;
+}
+
+// The seams the add-in keeps references to; they live as long as the runtime.
 struct Runtime::Parts {
     ProgIdRegistry progIds;
-    std::unique_ptr<os::ConsoleAnswerer> answerer;
+    std::unique_ptr<os::Registry> registry;
+    std::unique_ptr<os::ConsoleAnswerer> console;
     std::unique_ptr<os::ErrorReport> report;
     os::SystemClock clock;
-    os::SystemTimeZone zone;
     os::MemoryClipboard clipboard;
 };
 
-Runtime::Runtime(RuntimeOptions options) : m_options(std::move(options)), m_parts(std::make_unique<Parts>()) {}
+Runtime::Runtime(RuntimeOptions options, ApplicationSteps steps)
+    : m_options(std::move(options)), m_steps(std::move(steps)), m_parts(std::make_unique<Parts>())
+{
+}
 
 Runtime::~Runtime()
 {
@@ -82,6 +109,8 @@ int Runtime::Start()
     logging::RegisterLogging(p.progIds);
     outlook::RegisterSafeLib(p.progIds);
 
+    // The add-in makes its own folders one level at a time; the parents
+    // above them may not exist yet on a fresh account.
     m_dataDir = os::DataDir();
     if (!QDir().mkpath(m_dataDir)) {
         Err(QStringLiteral("cannot create the data folder %1").arg(m_dataDir));
@@ -89,24 +118,17 @@ int Runtime::Start()
     }
     if (auto logging = p.progIds.Create<logging::cLogging>(QString::fromLatin1(logging::kLoggingProgId)))
         m_log = logging->OpenLog(m_dataDir + QStringLiteral("/mv.log"));
-    Trail(QStringLiteral("mailvane"), QStringLiteral("Starting: %1").arg(QCoreApplication::arguments().join(QLatin1Char(' '))));
+    Trail(QStringLiteral("mailvane"),
+          QStringLiteral("Starting: %1").arg(QCoreApplication::arguments().join(QLatin1Char(' '))));
 
-    p.answerer = std::make_unique<os::ConsoleAnswerer>(m_options.answer, m_log.get());
-    p.report = std::make_unique<os::ErrorReport>(*p.answerer, m_log.get());
-
-    // The database first: without rules no command has anything to do.
-    const QString installDir = os::InstallDir();
-    m_addIn = std::make_unique<addin::OutAddIn>(*p.report, m_log.get(), p.progIds, p.clock, installDir);
-    if (!addin::OutAddIn::PlaceDatabase(m_dataDir, installDir)) {
-        Err(QStringLiteral("no rule database in %1 and no blank template in %2/Database")
-                .arg(m_dataDir, installDir.isEmpty() ? QStringLiteral("(no installation folder)") : installDir));
-        return kExitDatabase;
+    os::MessageBoxAnswerer* answerer = m_options.answerer;
+    if (!answerer) {
+        p.console = std::make_unique<os::ConsoleAnswerer>(m_options.answer, m_log.get());
+        answerer = p.console.get();
     }
-    if (!m_addIn->OpenDatabases(m_dataDir + QStringLiteral("/mv.mdb"))) {
-        Err(QStringLiteral("cannot open the rule database %1/mv.mdb").arg(m_dataDir));
-        return kExitDatabase;
-    }
+    p.report = std::make_unique<os::ErrorReport>(*answerer, m_log.get());
 
+    // The stores, then the Application over them.
     auto profile = m_options.embedded                ? Profile::Embedded(m_dataDir)
                    : m_options.profilePath.isEmpty() ? Profile::LoadDefault()
                                                      : Profile::Load(m_options.profilePath);
@@ -120,51 +142,140 @@ int Runtime::Start()
         return kExitStore;
     }
     m_stores = std::move(*stores);
+    os::Clipboard& clipboard = m_options.clipboard ? *m_options.clipboard : p.clipboard;
+    m_app = m_steps.create(*m_stores, clipboard);
+    if (!m_app) {
+        Err(QStringLiteral("the host could not create its Application"));
+        return kExitRunFailed;
+    }
+    m_steps.open(*m_app);
+    m_opened = true;
+    Trail(QStringLiteral("mailvane"),
+          QStringLiteral("Profile %1: %2 store(s)")
+              .arg(profile->file.isEmpty() ? QStringLiteral("(embedded default)") : profile->file)
+              .arg(m_stores->Stores().size()));
 
-    m_app = std::make_unique<HeadlessApplication>(*m_stores, p.clipboard);
-    m_app->Open();
-    Trail(QStringLiteral("mailvane"), QStringLiteral("Profile %1: %2 store(s)")
-                                          .arg(profile->file.isEmpty() ? QStringLiteral("(embedded default)") : profile->file)
-                                          .arg(m_stores->Stores().size()));
+    // The add-ins, as the registry lists them. Mailvane registers itself
+    // on first start; a user's later LoadBehavior is kept.
+    p.registry = std::make_unique<os::Registry>(m_options.registryPath.isEmpty() ? os::Registry::DefaultPath()
+                                                                                 : m_options.registryPath);
+    if (Status s = RegisterMailvaneAddin(*p.registry); !s)
+        Trail(QStringLiteral("mailvane"), QStringLiteral("Cannot register the add-in in %1: %2")
+                                              .arg(p.registry->path(), s.error().message));
+    addin::AddInServices services;
+    services.report = p.report.get();
+    services.progIds = &p.progIds;
+    services.clock = &p.clock;
+    services.clipboard = &clipboard;
+    services.log = m_log.get();
+    services.installDir = os::InstallDir();
+    services.forms = m_options.forms;
+    if (m_options.statusOnStderr)
+        services.configure = [](addin::OutAddIn& addIn) {
+            addIn.SetStatusFormFactory([] { return std::make_unique<ConsoleStatus>(); });
+        };
+    addin::RegisterConnect(p.progIds, std::move(services));
+    m_loader = std::make_unique<AddinLoader>(*p.registry, p.progIds, *m_app);
+    m_loader->Connect();
+    // Another add-in that is registered but not installed does not stop
+    // the host; the log keeps the reason.
+    for (const QString& failure : m_loader->Failures()) Trail(QStringLiteral("mailvane"), failure);
+    return CheckAddIn();
+}
 
-    m_executor = std::make_unique<engine::RuleExecutor>(m_app->Session(), p.progIds, *p.report, p.clock, p.zone);
-    addin::OutAddIn* addIn = m_addIn.get();
-    m_executor->SetSettingsSource([addIn]() {
-        engine::EngineSettings s;
-        s.alignTime = addIn->AlignTime();
-        s.weekStart = addIn->WeekStart();
-        s.statusPops = addIn->StatusPops();
-        return s;
-    });
-    m_executor->SetLogger(m_log.get());
+int Runtime::CheckAddIn()
+{
+    const QString progId = QString::fromLatin1(kMailvaneProgId);
+    m_connect = dynamic_cast<addin::Connect*>(m_loader->AddInObject(progId));
+    addin::OutAddIn* addIn = m_connect ? m_connect->AddIn() : nullptr;
+    if (!addIn) {
+        m_connect = nullptr;
+        QString why;
+        for (const QString& failure : m_loader->Failures())
+            if (failure.startsWith(progId + QLatin1Char(':'), Qt::CaseInsensitive))
+                why = failure.mid(progId.size() + 2);
+        if (why.isEmpty()) {
+            for (const AddinInfo& info : m_loader->Registered())
+                if (info.progId.compare(progId, Qt::CaseInsensitive) == 0)
+                    why = QStringLiteral("it is switched off (LoadBehavior %1 in %2; 3 loads it at start)")
+                              .arg(info.loadBehavior)
+                              .arg(m_parts->registry->path());
+            if (why.isEmpty())
+                why = QStringLiteral("it is not registered in %1").arg(m_parts->registry->path());
+        }
+        Err(QStringLiteral("the add-in %1 is not loaded: %2").arg(progId, why));
+        Trail(QStringLiteral("mailvane"), QStringLiteral("Add-in not loaded: %1").arg(why));
+        return kExitRunFailed;
+    }
 
-    engine::RunnerHooks hooks;
-    hooks.database = [addIn]() { return addIn->DB1(); };
-    const bool console = m_options.statusOnStderr;
-    hooks.createStatusForm = [console]() -> std::unique_ptr<engine::StatusForm> {
-        if (console) return std::make_unique<ConsoleStatus>();
-        return std::make_unique<SilentStatus>();
-    };
-    hooks.mainFormExists = []() { return true; };
-    m_runner = std::make_unique<engine::RuleRunner>(*m_executor, *p.report, m_log.get(), std::move(hooks), m_cancel,
-                                                    addin::OutAddIn::AppTitle());
+    // Without an Explorer the add-in stays idle by design; for this host
+    // that means its Application did not open one.
+    if (!addIn->MainForm() && !m_app->ActiveExplorer()) {
+        Err(QStringLiteral("the add-in %1 stayed idle: the host opened no Explorer").arg(progId));
+        return kExitRunFailed;
+    }
+    // The add-in reports a failed connection in its own box and goes on;
+    // a command has nothing to work on without it.
+    if (!addIn->DataDir().isEmpty()) m_dataDir = addIn->DataDir();
+    if (!QFileInfo::exists(m_dataDir + QStringLiteral("/mv.mdb"))) {
+        const QString installDir = addIn->InstallDir();
+        Err(QStringLiteral("no rule database in %1 and no blank template in %2/Database")
+                .arg(m_dataDir,
+                     installDir.isEmpty() ? QStringLiteral("(no installation folder)") : installDir));
+        return kExitDatabase;
+    }
+    if (!Connection1Open(*addIn) || !addIn->Runner()) {
+        Err(QStringLiteral("cannot open the rule database %1/mv.mdb").arg(m_dataDir));
+        return kExitDatabase;
+    }
+    if (!m_options.schedule) {
+        if (addin::frmMain* form = addIn->MainForm()) {
+            for (QTimer* timer : {&form->tmrCron, &form->tmrMail}) {
+                timer->stop();
+                timer->blockSignals(true);
+            }
+        }
+    }
+    Trail(QStringLiteral("mailvane"), QStringLiteral("Add-in connected: %1").arg(progId));
     return kExitOk;
+}
+
+void Runtime::StartApplication()
+{
+    if (m_started || !m_app) return;
+    m_started = true;
+    m_steps.start(*m_app);
+}
+
+addin::OutAddIn& Runtime::AddIn() const
+{
+    return *m_connect->AddIn();
+}
+
+engine::RuleRunner& Runtime::Runner() const
+{
+    return *AddIn().Runner();
+}
+
+bool& Runtime::CancelFlag() const
+{
+    return AddIn().CancelFlag();
 }
 
 void Runtime::Shutdown()
 {
     if (m_down) return;
     m_down = true;
-    m_runner.reset();
-    m_executor.reset();
-    if (m_app) m_app->Stop();
-    if (m_addIn) {
-        m_addIn->CloseDatabases();
-        Trail(QStringLiteral("mailvane"), QStringLiteral("Database closed"));
-    }
+    // The add-ins first (UnInitHandler closes the databases and unloads
+    // frmMain), while the Application they hold is still there.
+    const bool connected = m_connect != nullptr;
+    if (m_loader) m_loader->Disconnect();
+    m_connect = nullptr;
+    if (connected) Trail(QStringLiteral("mailvane"), QStringLiteral("Database closed"));
+    if (m_app && m_opened) m_steps.stop(*m_app);
+    m_loader.reset();
     m_app.reset();
     m_stores.reset();
-    m_addIn.reset();
     Trail(QStringLiteral("mailvane"), QStringLiteral("Stopped"));
     m_log.reset();
 }

@@ -62,6 +62,8 @@ int main(int argc, char** argv)
     }
     p.options.embedded = command && command->embeddedStore;
     p.options.statusOnStderr = !p.headless;
+    // A command is one run on demand; only the service keeps the schedule.
+    p.options.schedule = p.headless;
     Runtime runtime(p.options);
     if (const int code = runtime.Start(); code != kExitOk) return code;
 

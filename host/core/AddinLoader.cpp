@@ -103,6 +103,13 @@ bool AddinLoader::Remove(const QString& progId)
     return false;
 }
 
+outlook::IDTExtensibility2* AddinLoader::AddInObject(const QString& progId) const
+{
+    for (const Loaded& loaded : m_loaded)
+        if (loaded.progId.compare(progId, Qt::CaseInsensitive) == 0) return loaded.instance.Object;
+    return nullptr;
+}
+
 QStringList AddinLoader::Connected() const
 {
     QStringList list;

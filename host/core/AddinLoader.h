@@ -52,6 +52,9 @@ public:
     bool Remove(const QString& progId);
 
     QStringList Connected() const;
+    // The object a connected add-in handed back in AddInInstance.Object
+    // (Mailvane: its Connect); nullptr when that add-in is not connected.
+    outlook::IDTExtensibility2* AddInObject(const QString& progId) const;
     // "<ProgID>: <reason>" for each add-in that could not be connected.
     const QStringList& Failures() const { return m_failures; }
 

@@ -273,10 +273,16 @@ TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeAndDisconnectsInReverse)
         ASSERT_EQ(loader.Failures().size(), 1);
         EXPECT_TRUE(loader.Failures()[0].startsWith("Delta.Connect"));
         EXPECT_EQ(loader.Connect(), 0) << "connected add-ins are not connected twice";
+        // What each add-in handed back, found as the registry finds keys: without regard to case.
+        EXPECT_NE(loader.AddInObject("gamma.connect"), nullptr);
+        EXPECT_NE(loader.AddInObject("Alpha.Connect"), loader.AddInObject("Gamma.Connect"));
+        EXPECT_EQ(loader.AddInObject("Beta.Connect"), nullptr) << "switched off";
+        EXPECT_EQ(loader.AddInObject("Delta.Connect"), nullptr) << "not installed";
         for (const AddinInfo& info : loader.Registered())
             EXPECT_EQ(info.connected, info.progId == "Alpha.Connect" || info.progId == "Gamma.Connect") << info.progId.toStdString();
         loader.Disconnect();
         loader.Disconnect();
+        EXPECT_EQ(loader.AddInObject("Alpha.Connect"), nullptr);
     }
     EXPECT_EQ(log.calls.join('\n').toStdString(), QStringList({
                                                         "Alpha connect 1 Alpha.Connect explorer",

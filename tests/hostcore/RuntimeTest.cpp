@@ -1,0 +1,235 @@
+// The host's start-up with an Application the caller builds, as a desktop
+// host does: the order of the steps around the add-in's connection, the
+// schedule held still for one-off commands, and the start-ups that must
+// stop with a clear code.
+
+#include "host/Runtime.h"
+#include "host/core/AddinLoader.h"
+#include "host/core/HeadlessApplication.h"
+
+#include "addin/OutAddIn.h"
+#include "engine/RuleRunner.h"
+#include "platform/os/MessageBox.h"
+#include "platform/os/Registry.h"
+#include "platform/outlook/Folder.h"
+#include "platform/outlook/NameSpace.h"
+#include "platform/outlook/OutlookConstants.h"
+#include "store/cDB.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QSignalSpy>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace mv::test {
+namespace {
+
+using namespace mv::host;
+
+// A private home: data folder, registry and install folder of the build.
+class RuntimeTest : public ::testing::Test {
+protected:
+    // The runtime finds its folders as the program does, from XDG_*.
+    void SetUp() override
+    {
+        QStandardPaths::setTestModeEnabled(false);
+        qputenv("MAILVANE_INSTALL_DIR", MV_BINARY_DIR);
+        options.embedded = true;
+        options.answerer = &answerer;
+        NewHome();
+    }
+
+    void TearDown() override { QStandardPaths::setTestModeEnabled(true); }
+
+    // A fresh, empty home for the next start-up.
+    void NewHome()
+    {
+        homes.push_back(std::make_unique<QTemporaryDir>());
+        ASSERT_TRUE(homes.back()->isValid());
+        home = homes.back()->path();
+        qputenv("XDG_DATA_HOME", (home + QStringLiteral("/data")).toLocal8Bit());
+        qputenv("XDG_CONFIG_HOME", (home + QStringLiteral("/config")).toLocal8Bit());
+        options.registryPath = RegistryPath();
+        answerer.clear();
+    }
+
+    QString RegistryPath() const { return home + QStringLiteral("/registry.ini"); }
+    QString DataDir() const { return home + QStringLiteral("/data/Sorquin Software/Mailvane"); }
+    // Mailvane's LoadBehavior in the registry, 0 when there is none.
+    quint32 LoadBehavior() const
+    {
+        const auto v = os::Registry(RegistryPath())
+                           .ReadDword(QString::fromLatin1(kAddinsKey) + QStringLiteral("\\Mailvane.Connect"),
+                                      QStringLiteral("LoadBehavior"));
+        return v ? *v : 0;
+    }
+    QString Log() const
+    {
+        QFile f(DataDir() + QStringLiteral("/mv.log"));
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+    }
+
+    std::vector<std::unique_ptr<QTemporaryDir>> homes;
+    QString home;
+    os::ScriptedAnswerer answerer;
+    RuntimeOptions options;
+};
+
+TEST_F(RuntimeTest, CallersApplicationIsOpenedBeforeTheAddInConnectsAndStoppedAfterItDisconnects)
+{
+    QStringList steps;
+    Runtime* runtime = nullptr;
+    HeadlessApplication* app = nullptr;
+    ApplicationSteps own = HeadlessSteps();
+    own.create = [&](StoreSet& stores, os::Clipboard& clipboard) -> std::unique_ptr<outlook::Application> {
+        steps << QStringLiteral("create");
+        auto made = std::make_unique<HeadlessApplication>(stores, clipboard);
+        app = made.get();
+        return made;
+    };
+    own.open = [&](outlook::Application&) {
+        steps << QStringLiteral("open");
+        app->Open();
+    };
+    own.start = [&](outlook::Application&) {
+        // Startup reaches an add-in that is up, with its timer form loaded.
+        steps << (runtime->AddIn().MainForm() ? QStringLiteral("start, add-in up") : QStringLiteral("start"));
+        app->Start();
+    };
+    own.stop = [&](outlook::Application&) {
+        steps << (runtime->Loader().Connected().isEmpty() ? QStringLiteral("stop, add-in gone")
+                                                          : QStringLiteral("stop"));
+        app->Stop();
+    };
+    Runtime rt(options, own);
+    runtime = &rt;
+    ASSERT_EQ(rt.Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+    EXPECT_EQ(steps, QStringList({"create", "open"}));
+
+    // The add-in came up over the caller's Application, as InitHandler does.
+    addin::OutAddIn& addIn = rt.AddIn();
+    EXPECT_EQ(addIn.Application(), app);
+    EXPECT_EQ(addIn.ProgId(), "Mailvane.Connect");
+    EXPECT_EQ(addIn.DataDir(), DataDir());
+    EXPECT_EQ(rt.DataDir(), DataDir());
+    ASSERT_NE(app->Explorer(), nullptr);
+    EXPECT_NE(app->Explorer()->CommandBars()->Item(QStringLiteral("Mailvane")), nullptr);
+    EXPECT_TRUE(addIn.MainForm()->tmrCron.isActive());
+    EXPECT_TRUE(answerer.shown().empty()) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+    EXPECT_EQ(rt.Runner().RunAllRules().end, engine::RunEnd::Completed);
+    EXPECT_EQ(LoadBehavior(), 3u);
+
+    QSignalSpy startup(app, &outlook::Application::Startup);
+    rt.StartApplication();
+    rt.StartApplication();
+    EXPECT_EQ(startup.count(), 1);
+
+    rt.Shutdown();
+    rt.Shutdown();
+    EXPECT_EQ(steps, QStringList({"create", "open", "start, add-in up", "stop, add-in gone"}));
+    const QString log = Log();
+    const auto connected = log.indexOf(QStringLiteral("Add-in connected: Mailvane.Connect"));
+    const auto closed = log.indexOf(QStringLiteral("Database closed"));
+    EXPECT_GT(connected, log.indexOf(QStringLiteral("InitHandler: Adding new Explorer to collection")));
+    EXPECT_GT(closed, connected);
+    EXPECT_TRUE(log.trimmed().endsWith(QStringLiteral("Stopped"))) << log.toStdString();
+}
+
+// New mail arms the add-in's mail timer; only a scheduling host lets it run.
+TEST_F(RuntimeTest, NewMailRunsTheImmediateRulesOnlyWhenTheScheduleIsKept)
+{
+    const struct {
+        bool schedule;
+        bool cycleRuns;
+        int runs;
+    } cases[] = {{true, true, 1}, {false, false, 0}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.schedule ? "schedule kept" : "one-off command");
+        options.schedule = c.schedule;
+        Runtime rt(options);
+        ASSERT_EQ(rt.Start(), kExitOk);
+        addin::frmMain* form = rt.AddIn().MainForm();
+        ASSERT_NE(form, nullptr);
+        EXPECT_EQ(form->tmrCron.isActive(), c.cycleRuns);
+        const auto before = Log().count(QStringLiteral("RunImmediateRules: Top Entry point"));
+
+        Q_EMIT rt.Application().NewMail();
+        form->tmrMail.setInterval(1);  // instead of ten seconds
+        QElapsedTimer t;
+        t.start();
+        while (t.elapsed() < 300) QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        EXPECT_EQ(Log().count(QStringLiteral("RunImmediateRules: Top Entry point")) - before, c.runs);
+    }
+}
+
+// "Run on start" is read from the database before the timer form loads,
+// and the form's short first cycle runs every rule under the host's loop.
+TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
+{
+    {
+        Runtime rt(options);
+        ASSERT_EQ(rt.Start(), kExitOk);
+        outlook::NameSpace* ns = rt.AddIn().NameSpace();
+        ASSERT_NE(ns, nullptr);
+        const auto inbox = ns->GetDefaultFolder(outlook::olFolderInbox);
+        std::unique_ptr<outlook::Folder> archive;
+        for (auto& folder : ns->Folders())
+            if (folder->Name() == QLatin1String("Archive")) archive = std::move(folder);
+        ASSERT_TRUE(inbox && archive);
+        ASSERT_TRUE(
+            rt.AddIn().CreateDefaultRule(QStringLiteral("Read mail"), inbox.get(), archive.get(), 13, 0));
+        // CreateDefaultRule leaves Active at the column default, off; switch it on.
+        ASSERT_TRUE(rt.AddIn().DB1()->ExecuteSQL(QStringLiteral("UPDATE Rules SET Active = -1")));
+        rt.AddIn().SetRunOnStart(1);
+        ASSERT_TRUE(rt.AddIn().SaveSettings());
+    }
+    const QString mail = DataDir() + QStringLiteral("/Mail");
+    QFile read(mail + QStringLiteral("/cur/1700000000.read.test:2,S"));
+    ASSERT_TRUE(read.open(QIODevice::WriteOnly));
+    read.write(
+        "From: Ann <ann@example.org>\r\nTo: bob@example.org\r\nSubject: read one\r\n"
+        "Message-ID: <read@example.org>\r\n\r\nHello\r\n");
+    read.close();
+    auto archived = [&] {
+        return QDir(mail + QStringLiteral("/.Archive/cur")).entryList(QDir::Files).size();
+    };
+
+    Runtime rt(options);
+    ASSERT_EQ(rt.Start(), kExitOk);
+    addin::frmMain* form = rt.AddIn().MainForm();
+    ASSERT_NE(form, nullptr);
+    EXPECT_EQ(form->MinuteTotal(), addin::frmMain::kStartupTicks);
+    rt.StartApplication();
+    QElapsedTimer t;
+    t.start();
+    while (archived() == 0 && t.elapsed() < 20000) QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    EXPECT_EQ(archived(), 1) << Log().toStdString();
+    EXPECT_GE(t.elapsed(), 7000) << "the first cycle is eight one-second ticks";
+    EXPECT_EQ(form->MinuteTotal(), addin::frmMain::kCycleTicks) << "then the hourly cycle";
+    EXPECT_TRUE(form->tmrCron.isActive());
+}
+
+// A host whose Application opens no window leaves the add-in idle (it
+// sets nothing up then): the start stops instead of running without rules.
+// The command line's failed start-ups are in tests/e2e/StartupTest.cpp.
+TEST_F(RuntimeTest, ApplicationWithoutAnExplorerStopsTheStartAndCreatesNoDatabase)
+{
+    ApplicationSteps steps = HeadlessSteps();
+    steps.open = [](outlook::Application&) {};
+    {
+        Runtime rt(options, steps);
+        EXPECT_EQ(rt.Start(), kExitRunFailed);
+    }
+    EXPECT_TRUE(answerer.shown().empty()) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+    EXPECT_FALSE(QFile::exists(DataDir() + QStringLiteral("/mv.mdb")));
+    EXPECT_EQ(LoadBehavior(), 3u);
+    EXPECT_TRUE(Log().trimmed().endsWith(QStringLiteral("Stopped"))) << Log().toStdString();
+}
+
+}  // namespace
+}  // namespace mv::test
