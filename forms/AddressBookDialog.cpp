@@ -155,8 +155,7 @@ void AddressBookDialog::UpdateButtons()
     btnOK->setEnabled(lstContacts->selectionModel()->hasSelection());
 }
 
-void AddressBookDialog::ScanFolder(mapi::MessageStore& store, const mapi::FolderInfo& folder, bool sent,
-                                   Seen& seen)
+void AddressBookDialog::ScanFolder(mapi::MessageStore& store, const mapi::FolderInfo& folder, Seen& seen)
 {
     // Only recent mail: on a remote store the restriction keeps the server's
     // answer small, and old correspondents are rarely wanted in new rules.
@@ -188,9 +187,9 @@ void AddressBookDialog::ScanFolder(mapi::MessageStore& store, const mapi::Folder
         for (std::size_t c : {kDisplayTo, kDisplayCc})
             for (const QString& part : Text(row, c).split(u';')) seen.Add(QString(), part, false);
     }
-    if (!sent) return;
-    // What was sent names its recipients only in the message itself.
-    const std::size_t items = std::min<std::size_t>(limit, std::max(0, m_options.maxSentItems));
+    // The table's display lines name recipients without their addresses; the
+    // newest messages are read in full for those.
+    const std::size_t items = std::min<std::size_t>(limit, std::max(0, m_options.maxItemsRead));
     for (std::size_t i = 0; i < items; ++i) {
         const QByteArray id = kEntryId < all[i].size() ? all[i][kEntryId].toByteArray() : QByteArray();
         if (id.isEmpty()) continue;
@@ -212,7 +211,7 @@ void AddressBookDialog::ScanStore(mapi::MessageStore& store, Seen& seen)
         const bool inbox = f.specialUse.compare(QLatin1String("\\Inbox"), Qt::CaseInsensitive) == 0 ||
                            (f.parentId.isEmpty() && f.name.compare(QLatin1String("INBOX"), Qt::CaseInsensitive) == 0);
         const bool sent = f.specialUse.compare(QLatin1String("\\Sent"), Qt::CaseInsensitive) == 0;
-        if (inbox || sent) ScanFolder(store, f, sent, seen);
+        if (inbox || sent) ScanFolder(store, f, seen);
     }
 }
 

@@ -39,7 +39,7 @@ struct AddressBookOptions {
     QString vcardFolder;         // empty: DefaultVCardFolder()
     int recentDays = 365;        // only mail delivered this recently; 0: any age
     int maxRowsPerFolder = 2000; // rows read from one folder's contents table
-    int maxSentItems = 200;      // sent messages whose recipients are read
+    int maxItemsRead = 100;      // newest messages per folder whose recipients are read
     int maxVCardFiles = 5000;
 };
 
@@ -72,7 +72,7 @@ public:
 private:
     struct Seen;
     void ScanStore(mapi::MessageStore& store, Seen& seen);
-    void ScanFolder(mapi::MessageStore& store, const mapi::FolderInfo& folder, bool sent, Seen& seen);
+    void ScanFolder(mapi::MessageStore& store, const mapi::FolderInfo& folder, Seen& seen);
     void ScanVCards(Seen& seen);
     void UpdateButtons();
 
