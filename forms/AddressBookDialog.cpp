@@ -31,12 +31,24 @@ namespace {
 using mapi::PropTag;
 
 // Columns of the contents-table scan, in this order.
-const std::vector<PropTag> kColumns = {
-    mapi::PR_SENT_REPRESENTING_NAME, mapi::PR_SENT_REPRESENTING_EMAIL_ADDRESS,
-    mapi::PR_RCVD_REPRESENTING_NAME, mapi::PR_RCVD_REPRESENTING_EMAIL_ADDRESS,
-    mapi::PR_DISPLAY_TO,             mapi::PR_DISPLAY_CC,
-    mapi::PR_ENTRYID,                mapi::PR_MESSAGE_DELIVERY_TIME};
-enum Column : std::size_t { kSenderName, kSender, kReceiverName, kReceiver, kDisplayTo, kDisplayCc, kEntryId, kTime };
+const std::vector<PropTag> kColumns = {mapi::PR_SENT_REPRESENTING_NAME,
+                                       mapi::PR_SENT_REPRESENTING_EMAIL_ADDRESS,
+                                       mapi::PR_RCVD_REPRESENTING_NAME,
+                                       mapi::PR_RCVD_REPRESENTING_EMAIL_ADDRESS,
+                                       mapi::PR_DISPLAY_TO,
+                                       mapi::PR_DISPLAY_CC,
+                                       mapi::PR_ENTRYID,
+                                       mapi::PR_MESSAGE_DELIVERY_TIME};
+enum Column : std::size_t {
+    kSenderName,
+    kSender,
+    kReceiverName,
+    kReceiver,
+    kDisplayTo,
+    kDisplayCc,
+    kEntryId,
+    kTime
+};
 
 QString Text(const mapi::Row& row, std::size_t column)
 {
@@ -196,7 +208,8 @@ void AddressBookDialog::ScanFolder(mapi::MessageStore& store, const mapi::Folder
         auto record = store.Item(id);
         if (!record) continue;  // moved or deleted since the query
         for (const mapi::PropertyMap& r : record->recipients)
-            seen.Add(r.value(mapi::PR_DISPLAY_NAME).toString(), r.value(mapi::PR_EMAIL_ADDRESS).toString(), false);
+            seen.Add(r.value(mapi::PR_DISPLAY_NAME).toString(), r.value(mapi::PR_EMAIL_ADDRESS).toString(),
+                     false);
     }
 }
 
@@ -208,8 +221,9 @@ void AddressBookDialog::ScanStore(mapi::MessageStore& store, Seen& seen)
         return;
     }
     for (const mapi::FolderInfo& f : *folders) {
-        const bool inbox = f.specialUse.compare(QLatin1String("\\Inbox"), Qt::CaseInsensitive) == 0 ||
-                           (f.parentId.isEmpty() && f.name.compare(QLatin1String("INBOX"), Qt::CaseInsensitive) == 0);
+        const bool inbox =
+            f.specialUse.compare(QLatin1String("\\Inbox"), Qt::CaseInsensitive) == 0 ||
+            (f.parentId.isEmpty() && f.name.compare(QLatin1String("INBOX"), Qt::CaseInsensitive) == 0);
         const bool sent = f.specialUse.compare(QLatin1String("\\Sent"), Qt::CaseInsensitive) == 0;
         if (inbox || sent) ScanFolder(store, f, seen);
     }
@@ -220,7 +234,8 @@ void AddressBookDialog::ScanVCards(Seen& seen)
     const QString folder = m_options.vcardFolder.isEmpty() ? DefaultVCardFolder() : m_options.vcardFolder;
     if (!QDir(folder).exists()) return;
     // Sync tools keep one sub-folder per address book.
-    QDirIterator it(folder, {QStringLiteral("*.vcf"), QStringLiteral("*.vcard")}, QDir::Files | QDir::Readable,
+    QDirIterator it(folder, {QStringLiteral("*.vcf"), QStringLiteral("*.vcard")},
+                    QDir::Files | QDir::Readable,
                     QDirIterator::Subdirectories | QDirIterator::FollowSymlinks);
     QStringList files;
     while (it.hasNext() && files.size() < m_options.maxVCardFiles) files << it.next();
@@ -256,7 +271,8 @@ void AddressBookDialog::Load()
     lstContacts->resizeColumnToContents(0);
 
     QString status = QStringLiteral("%1 addresses").arg(seen.people.size());
-    if (!m_problems.isEmpty()) status += QStringLiteral("; %1 source(s) could not be read").arg(m_problems.size());
+    if (!m_problems.isEmpty())
+        status += QStringLiteral("; %1 source(s) could not be read").arg(m_problems.size());
     lblStatus->setText(status);
     lblStatus->setToolTip(m_problems.join(QLatin1Char('\n')));
     UpdateButtons();
@@ -266,7 +282,8 @@ std::vector<AddressBookEntry> AddressBookDialog::Entries() const
 {
     std::vector<AddressBookEntry> out;
     for (int r = 0; r < m_model->rowCount(); ++r)
-        out.push_back({true, QStringLiteral("SMTP"), m_model->item(r, 0)->text(), m_model->item(r, 1)->text()});
+        out.push_back(
+            {true, QStringLiteral("SMTP"), m_model->item(r, 0)->text(), m_model->item(r, 1)->text()});
     return out;
 }
 

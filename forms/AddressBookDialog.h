@@ -36,10 +36,10 @@ class NameSpace;
 namespace mv::forms {
 
 struct AddressBookOptions {
-    QString vcardFolder;         // empty: DefaultVCardFolder()
-    int recentDays = 365;        // only mail delivered this recently; 0: any age
-    int maxRowsPerFolder = 2000; // rows read from one folder's contents table
-    int maxItemsRead = 100;      // newest messages per folder whose recipients are read
+    QString vcardFolder;          // empty: DefaultVCardFolder()
+    int recentDays = 365;         // only mail delivered this recently; 0: any age
+    int maxRowsPerFolder = 2000;  // rows read from one folder's contents table
+    int maxItemsRead = 100;       // newest messages per folder whose recipients are read
     int maxVCardFiles = 5000;
 };
 

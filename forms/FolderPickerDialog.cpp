@@ -59,7 +59,8 @@ FolderPickerDialog::FolderPickerDialog(QWidget* parent) : QDialog(parent)
     connect(tvwFolders, &QTreeView::doubleClicked, this, [this](const QModelIndex& index) {
         if (IsFolder(index)) accept();
     });
-    connect(tvwFolders->selectionModel(), &QItemSelectionModel::currentChanged, this, [this] { UpdateButtons(); });
+    connect(tvwFolders->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this] { UpdateButtons(); });
     UpdateButtons();
 }
 
@@ -68,7 +69,10 @@ bool FolderPickerDialog::IsFolder(const QModelIndex& index) const
     return index.isValid() && !index.data(kEntryRole).toString().isEmpty();
 }
 
-void FolderPickerDialog::UpdateButtons() { btnOK->setEnabled(IsFolder(tvwFolders->currentIndex())); }
+void FolderPickerDialog::UpdateButtons()
+{
+    btnOK->setEnabled(IsFolder(tvwFolders->currentIndex()));
+}
 
 void FolderPickerDialog::Load(outlook::NameSpace& nameSpace)
 {
@@ -120,8 +124,8 @@ bool FolderPickerDialog::SelectPath(const QString& storeName, const QString& pat
     for (int s = 0; s < m_model->rowCount(); ++s) {
         QStandardItem* storeNode = m_model->item(s);
         if (storeNode->text() != storeName) continue;
-        const QModelIndexList hits = m_model->match(m_model->index(0, 0, storeNode->index()),
-                                                    kPathRole, path, 1, Qt::MatchExactly | Qt::MatchRecursive);
+        const QModelIndexList hits = m_model->match(m_model->index(0, 0, storeNode->index()), kPathRole, path,
+                                                    1, Qt::MatchExactly | Qt::MatchRecursive);
         if (hits.isEmpty()) return false;
         tvwFolders->setCurrentIndex(hits.front());
         return true;

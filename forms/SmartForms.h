@@ -17,11 +17,13 @@ namespace mv::forms {
 // The rule editor in mode "NewSA", filled from the first selected item of
 // `explorer` (nullptr or an empty selection: an empty new rule). The item's
 // folder is the folder the Explorer shows. True when a rule was saved.
-bool ShowSmartAddForm(const RulePropsContext& context, outlook::Explorer* explorer, QWidget* parent = nullptr);
+bool ShowSmartAddForm(const RulePropsContext& context, outlook::Explorer* explorer,
+                      QWidget* parent = nullptr);
 
 // frmRuleUpdate over the first selected item of `explorer`. True when the
 // rule editor it opened saved the rule.
-bool ShowSmartUpdateForm(const RulePropsContext& context, outlook::Explorer* explorer, QWidget* parent = nullptr);
+bool ShowSmartUpdateForm(const RulePropsContext& context, outlook::Explorer* explorer,
+                         QWidget* parent = nullptr);
 
 // The Smart Add settings form. Only one is open at a time: a second call
 // while it is shown brings that one to the front.

@@ -77,7 +77,8 @@ Result<std::vector<VCardContact>> VCard::Parse(const QByteArray& text)
     for (const QString& line : Unfold(QString::fromUtf8(text))) {
         ContentLine cl;
         if (!Split(line, &cl)) continue;  // blank or junk lines between properties
-        if (cl.name == QLatin1String("BEGIN") && cl.value.trimmed().compare(QLatin1String("VCARD"), Qt::CaseInsensitive) == 0) {
+        if (cl.name == QLatin1String("BEGIN") &&
+            cl.value.trimmed().compare(QLatin1String("VCARD"), Qt::CaseInsensitive) == 0) {
             // A BEGIN inside a card means the previous one was cut off.
             inCard = true;
             current = {};
@@ -106,7 +107,8 @@ Result<std::vector<VCardContact>> VCard::ReadFile(const QString& path)
         return Error::notFound(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
     // Contact files are small; a huge one is not a contact file.
     constexpr qint64 kMaxBytes = 4 * 1024 * 1024;
-    if (file.size() > kMaxBytes) return Error::permanent(QStringLiteral("%1 is too large for a vCard").arg(path));
+    if (file.size() > kMaxBytes)
+        return Error::permanent(QStringLiteral("%1 is too large for a vCard").arg(path));
     auto parsed = Parse(file.readAll());
     if (!parsed) return Error::permanent(path + QStringLiteral(": ") + parsed.error().message);
     return parsed;

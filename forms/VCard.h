@@ -18,7 +18,7 @@
 namespace mv::forms {
 
 struct VCardContact {
-    QString name;       // FN, unescaped; empty when the card has none
+    QString name;        // FN, unescaped; empty when the card has none
     QStringList emails;  // in file order, without duplicates
 };
 

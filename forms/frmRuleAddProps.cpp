@@ -32,8 +32,8 @@ const Choice kRuleNameChoices[] = {
 // The editor's age list without its longest windows: a Smart Add rule is
 // meant for recent mail.
 const Choice kSmartAgeChoices[] = {
-    {"Any Time", 13}, {"15 minutes", 14}, {"1 hour", 1},   {"2 hours", 2},  {"4 hours", 3},   {"8 hours", 4},
-    {"1 day", 5},     {"2 days", 6},      {"3 days", 15},  {"4 days", 16},  {"5 days", 17},   {"1 week", 7},
+    {"Any Time", 13}, {"15 minutes", 14}, {"1 hour", 1},    {"2 hours", 2},   {"4 hours", 3}, {"8 hours", 4},
+    {"1 day", 5},     {"2 days", 6},      {"3 days", 15},   {"4 days", 16},   {"5 days", 17}, {"1 week", 7},
     {"2 weeks", 8},   {"1 month", 9},     {"2 months", 10}, {"3 months", 11}, {"1 year", 12}};
 constexpr int kDefaultAgeEntry = 4;  // "4 hours"
 
@@ -47,7 +47,10 @@ void Fill(QComboBox& list, std::span<const Choice> choices)
     for (const Choice& c : choices) list.addItem(QString::fromUtf8(c.label), c.code);
 }
 
-bool Present(const QVariant& v) { return v.isValid() && !v.isNull(); }
+bool Present(const QVariant& v)
+{
+    return v.isValid() && !v.isNull();
+}
 
 }  // namespace
 
@@ -93,7 +96,8 @@ void frmRuleAddProps::BuildUi()
     };
 
     auto* intro = new QLabel(
-        QStringLiteral("When a rule is added from a selected message, take these parts of the message:"), this);
+        QStringLiteral("When a rule is added from a selected message, take these parts of the message:"),
+        this);
     intro->setWordWrap(true);
 
     auto* naming = new QFormLayout;

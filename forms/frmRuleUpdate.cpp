@@ -32,7 +32,8 @@ struct Party {
     mapi::PropTag addrType, name, email;
 };
 constexpr Party kParties[] = {
-    {mapi::PR_SENT_REPRESENTING_ADDRTYPE, mapi::PR_SENT_REPRESENTING_NAME, mapi::PR_SENT_REPRESENTING_EMAIL_ADDRESS},
+    {mapi::PR_SENT_REPRESENTING_ADDRTYPE, mapi::PR_SENT_REPRESENTING_NAME,
+     mapi::PR_SENT_REPRESENTING_EMAIL_ADDRESS},
     {mapi::PR_RCVD_REPRESENTING_ADDRTYPE, mapi::PR_RCVD_REPRESENTING_NAME,
      mapi::PR_RCVD_REPRESENTING_EMAIL_ADDRESS},
 };
@@ -41,7 +42,10 @@ constexpr Party kParties[] = {
 constexpr std::pair<const char*, const char*> kFields[] = {
     {"From Address", "txtFrom"}, {"To Address", "txtTo"}, {"Cc Address", "txtCC"}};
 
-QString Text(const QVariant& v) { return v.isValid() && !v.isNull() ? v.toString() : QString(); }
+QString Text(const QVariant& v)
+{
+    return v.isValid() && !v.isNull() ? v.toString() : QString();
+}
 
 }  // namespace
 
@@ -112,7 +116,10 @@ void frmRuleUpdate::BuildUi()
     outer->addLayout(buttons);
 }
 
-void frmRuleUpdate::SetSelection(std::unique_ptr<outlook::Item> item) { m_selection = std::move(item); }
+void frmRuleUpdate::SetSelection(std::unique_ptr<outlook::Item> item)
+{
+    m_selection = std::move(item);
+}
 
 void frmRuleUpdate::Form_Load()
 {
@@ -213,8 +220,9 @@ void frmRuleUpdate::btnOK_Click()
     for (int i = 0; i < lstData->count(); ++i)
         if (lstData->item(i)->isSelected()) chosen << lstData->item(i)->text();
     if (chosen.isEmpty()) {
-        m_ctx.answerer.Show(QStringLiteral("Please select one or more email addresses to complete this action."),
-                            os::vbOKOnly + os::vbInformation, m_ctx.title);
+        m_ctx.answerer.Show(
+            QStringLiteral("Please select one or more email addresses to complete this action."),
+            os::vbOKOnly + os::vbInformation, m_ctx.title);
         return;
     }
     Trap("btnOK_Click", [&] {

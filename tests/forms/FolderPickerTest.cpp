@@ -54,8 +54,8 @@ TEST_F(FolderPickerTest, ReturnsTheChosenFolderOrNothing)
 {
     const struct {
         const char* store;
-        const char* path;  // nullptr: the store node itself
-        bool ok;           // OK rather than Cancel
+        const char* path;      // nullptr: the store node itself
+        bool ok;               // OK rather than Cancel
         const char* expected;  // the folder's name; nullptr: none
     } cases[] = {
         {"Home", "Archive/2026", true, "2026"},
@@ -111,8 +111,8 @@ TEST_F(FolderPickerTest, DrivesTheRuleEditorsBrowseButtons)
 {
     FolderPickerDialog dialog;
     forms::RulePropsContext ctx = Context();
-    forms::RulePropsContext withDialog{ctx.db,      ctx.nameSpace, dialog,         ctx.contacts, ctx.answerer,
-                                        ctx.report,  ctx.hostVersion, ctx.title, ctx.installDir, ctx.shell};
+    forms::RulePropsContext withDialog{ctx.db,     ctx.nameSpace,   dialog,    ctx.contacts,   ctx.answerer,
+                                       ctx.report, ctx.hostVersion, ctx.title, ctx.installDir, ctx.shell};
     forms::frmRuleProps editor(withDialog);
     editor.Form_Load();
     WhenShown<FolderPickerDialog>([&](FolderPickerDialog& shown) {
@@ -123,7 +123,8 @@ TEST_F(FolderPickerTest, DrivesTheRuleEditorsBrowseButtons)
     EXPECT_EQ(Child<QLineEdit>(editor, "txtDstFolder")->text(), QStringLiteral("Projects"));
     EXPECT_EQ(editor.DstStoreID(), mapi::MapiUtils::HrGetHexFromBinary(m_work->StoreId()));
 
-    WhenShown<FolderPickerDialog>([&](FolderPickerDialog& shown) { Child<QPushButton>(shown, "btnCancel")->click(); });
+    WhenShown<FolderPickerDialog>(
+        [&](FolderPickerDialog& shown) { Child<QPushButton>(shown, "btnCancel")->click(); });
     Child<QPushButton>(editor, "btnDstFolderBrowse")->click();
     EXPECT_EQ(Child<QLineEdit>(editor, "txtDstFolder")->text(), QStringLiteral("Projects"));
 }

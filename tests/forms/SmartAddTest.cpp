@@ -24,11 +24,15 @@ protected:
     }
     QVariantMap Settings()
     {
-        const auto rows = Rows(QStringLiteral(
-            "SELECT raRuleName, raFrom, raTo, raCc, raSubject, raImportance, raStatus, raMsgAge FROM Settings"));
+        const auto rows =
+            Rows(QStringLiteral("SELECT raRuleName, raFrom, raTo, raCc, raSubject, raImportance, raStatus, "
+                                "raMsgAge FROM Settings"));
         return rows.isEmpty() ? QVariantMap() : rows.front();
     }
-    static QString Shown(frmRuleAddProps& f, const char* list) { return Child<QComboBox>(f, list)->currentText(); }
+    static QString Shown(frmRuleAddProps& f, const char* list)
+    {
+        return Child<QComboBox>(f, list)->currentText();
+    }
     static bool Checked(frmRuleAddProps& f, const char* box) { return Child<QCheckBox>(f, box)->isChecked(); }
 };
 
@@ -45,16 +49,18 @@ TEST_F(SmartAddTest, StoredChoicesSelectTheirEntries)
     } cases[] = {
         {"", "Email Subject", "Read", "1 hour", true, true, false, true, true},
         {"raMsgAge=15", "Email Subject", "Read", "3 days", true, true, false, true, true},
-        {"raMsgAge=12, raRuleName=3, raStatus=2", "Leave Blank", "Any", "1 year", true, true, false, true, true},
+        {"raMsgAge=12, raRuleName=3, raStatus=2", "Leave Blank", "Any", "1 year", true, true, false, true,
+         true},
         {"raMsgAge=NULL, raStatus=NULL", "Email Subject", "Unread", "4 hours", true, true, false, true, true},
         {"raMsgAge=18, raRuleName=9", "Email Subject", "Read", "4 hours", true, true, false, true, true},
-        {"raFrom=0, raTo=0, raCc=1, raSubject=0, raImportance=0", "Email Subject", "Read", "1 hour", false, false,
-         true, false, false},
+        {"raFrom=0, raTo=0, raCc=1, raSubject=0, raImportance=0", "Email Subject", "Read", "1 hour", false,
+         false, true, false, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.settings);
         // Each case starts from the choices the upgrade writes.
-        Sql(QStringLiteral("UPDATE settings SET raRuleName=0, raFrom=1, raTo=1, raCc=0, raSubject=1, "
+        Sql(
+            QStringLiteral("UPDATE settings SET raRuleName=0, raFrom=1, raTo=1, raCc=0, raSubject=1, "
                            "raImportance=1, raStatus=1, raMsgAge=1"));
         if (*c.settings) Sql(QStringLiteral("UPDATE settings SET %1").arg(QLatin1String(c.settings)));
         auto form = OpenSettings();
@@ -118,7 +124,8 @@ TEST_F(SmartAddTest, OkSavesEveryControlAndCancelSavesNothing)
 
 TEST_F(SmartAddTest, FailedSaveIsReportedAndStillCloses)
 {
-    Sql(QStringLiteral("CREATE TRIGGER no_change BEFORE UPDATE ON settings BEGIN SELECT RAISE(ABORT, 'locked'); END"));
+    Sql(QStringLiteral(
+        "CREATE TRIGGER no_change BEFORE UPDATE ON settings BEGIN SELECT RAISE(ABORT, 'locked'); END"));
     auto form = OpenSettings();
     Child<QCheckBox>(*form, "chkCC")->setChecked(true);
     Child<QPushButton>(*form, "btnOK")->click();
@@ -138,9 +145,12 @@ struct PrefillCase {
     const char* status;
     const char* age;
     // What the editor shows.
-    const char* txtRuleName, *txtFrom, *txtTo, *txtCC, *txtSubject, *cmbImportance;
+    const char *txtRuleName, *txtFrom, *txtTo, *txtCC, *txtSubject, *cmbImportance;
 };
-void PrintTo(const PrefillCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const PrefillCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class SmartAddPrefillTest : public SmartAddTest, public ::testing::WithParamInterface<PrefillCase> {};
 
@@ -163,10 +173,11 @@ TEST_P(SmartAddPrefillTest, EditorTakesWhatTheSettingsSay)
         Child<QCheckBox>(*settings, "chkImportance")->setChecked(c.importance);
         Child<QPushButton>(*settings, "btnOK")->click();
     }
-    const QString id = Deliver(*m_home, QStringLiteral("Inbox"),
-                               "Delivered-To: me@home.example\r\nFrom: Ann Lee <ann@example.org>\r\n"
-                               "To: Me <me@home.example>\r\nCc: cat@example.org\r\nSubject: Quarterly numbers\r\n"
-                               "X-Priority: 5\r\nDate: Mon, 2 Mar 2026 10:00:00 +0000\r\n\r\nBody\r\n");
+    const QString id =
+        Deliver(*m_home, QStringLiteral("Inbox"),
+                "Delivered-To: me@home.example\r\nFrom: Ann Lee <ann@example.org>\r\n"
+                "To: Me <me@home.example>\r\nCc: cat@example.org\r\nSubject: Quarterly numbers\r\n"
+                "X-Priority: 5\r\nDate: Mon, 2 Mar 2026 10:00:00 +0000\r\n\r\nBody\r\n");
     auto explorer = ExplorerOn(QStringLiteral("Inbox"), id);
 
     bool seen = false;
@@ -199,13 +210,14 @@ TEST_P(SmartAddPrefillTest, EditorTakesWhatTheSettingsSay)
 
 const PrefillCase kPrefill[] = {
     {"SubjectNameAllParts", "Email Subject", true, true, true, true, true, "Read", "1 hour",
-     "Quarterly numbers", "ann@example.org", "me@home.example", "cat@example.org", "Quarterly numbers", "Low"},
+     "Quarterly numbers", "ann@example.org", "me@home.example", "cat@example.org", "Quarterly numbers",
+     "Low"},
     {"SenderNameOnlySender", "From Email", true, false, false, false, false, "Unread", "3 days",
      "ann@example.org", "ann@example.org", "", "", "", "Any"},
     {"RecipientNameNoSender", "Destination Email", false, true, false, true, false, "Any", "Any Time",
      "me@home.example", "", "me@home.example", "", "Quarterly numbers", "Any"},
-    {"BlankName", "Leave Blank", true, true, false, false, true, "Read", "1 year",
-     "", "ann@example.org", "me@home.example", "", "", "Low"},
+    {"BlankName", "Leave Blank", true, true, false, false, true, "Read", "1 year", "", "ann@example.org",
+     "me@home.example", "", "", "Low"},
 };
 INSTANTIATE_TEST_SUITE_P(Settings, SmartAddPrefillTest, ::testing::ValuesIn(kPrefill),
                          [](const auto& info) { return std::string(info.param.name); });

@@ -36,15 +36,18 @@ void SmartFixture::SetUp()
 {
     RulePropsFixture::SetUp();
     if (HasFatalFailure()) return;
-    m_home = MakeStore(m_tmp.filePath(QStringLiteral("home")), QStringLiteral("Home"),
-                       {QStringLiteral(".Sent"), QStringLiteral(".Archive"), QStringLiteral(".Archive.2026")});
-    m_work = MakeStore(m_tmp.filePath(QStringLiteral("work")), QStringLiteral("Work"), {QStringLiteral(".Projects")});
-    m_ns = std::make_unique<outlook::StoreNameSpace>(std::vector<mapi::MessageStore*>{m_home.get(), m_work.get()});
+    m_home =
+        MakeStore(m_tmp.filePath(QStringLiteral("home")), QStringLiteral("Home"),
+                  {QStringLiteral(".Sent"), QStringLiteral(".Archive"), QStringLiteral(".Archive.2026")});
+    m_work = MakeStore(m_tmp.filePath(QStringLiteral("work")), QStringLiteral("Work"),
+                       {QStringLiteral(".Projects")});
+    m_ns = std::make_unique<outlook::StoreNameSpace>(
+        std::vector<mapi::MessageStore*>{m_home.get(), m_work.get()});
     const QString storeHex = mapi::MapiUtils::HrGetHexFromBinary(m_home->StoreId());
-    m_inbox = m_ns->GetFolderFromID(mapi::MapiUtils::HrGetHexFromBinary(FolderOf(*m_home, QStringLiteral("Inbox")).entryId),
-                                    storeHex);
-    m_archive = m_ns->GetFolderFromID(mapi::MapiUtils::HrGetHexFromBinary(FolderOf(*m_home, QStringLiteral("Archive")).entryId),
-                                      storeHex);
+    m_inbox = m_ns->GetFolderFromID(
+        mapi::MapiUtils::HrGetHexFromBinary(FolderOf(*m_home, QStringLiteral("Inbox")).entryId), storeHex);
+    m_archive = m_ns->GetFolderFromID(
+        mapi::MapiUtils::HrGetHexFromBinary(FolderOf(*m_home, QStringLiteral("Archive")).entryId), storeHex);
     ASSERT_TRUE(m_inbox && m_archive);
 }
 
@@ -69,7 +72,8 @@ QString SmartFixture::Deliver(stores::maildir::MaildirStore& store, const QStrin
     return id ? mapi::MapiUtils::HrGetHexFromBinary(id.value()) : QString();
 }
 
-std::unique_ptr<SelectionExplorer> SmartFixture::ExplorerOn(const QString& folderPath, const QString& entryHex)
+std::unique_ptr<SelectionExplorer> SmartFixture::ExplorerOn(const QString& folderPath,
+                                                            const QString& entryHex)
 {
     auto explorer = std::make_unique<SelectionExplorer>(*m_ns);
     const QString storeHex = mapi::MapiUtils::HrGetHexFromBinary(m_home->StoreId());
@@ -82,8 +86,16 @@ std::unique_ptr<SelectionExplorer> SmartFixture::ExplorerOn(const QString& folde
 
 forms::RulePropsContext SmartFixture::Context()
 {
-    return forms::RulePropsContext{*m_db, *m_ns, m_picker, m_contacts, m_answerer, *m_report,
-                                   QStringLiteral("11.0"), QStringLiteral("Mailvane"), m_tmp.path(), nullptr};
+    return forms::RulePropsContext{*m_db,
+                                   *m_ns,
+                                   m_picker,
+                                   m_contacts,
+                                   m_answerer,
+                                   *m_report,
+                                   QStringLiteral("11.0"),
+                                   QStringLiteral("Mailvane"),
+                                   m_tmp.path(),
+                                   nullptr};
 }
 
 }  // namespace mv::test

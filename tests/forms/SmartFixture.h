@@ -16,7 +16,10 @@
 
 // Readable failure messages for Qt strings.
 QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
+inline void PrintTo(const QString& s, std::ostream* os)
+{
+    *os << '"' << s.toStdString() << '"';
+}
 inline void PrintTo(const QStringList& l, std::ostream* os)
 {
     *os << '{' << l.join(QStringLiteral(" | ")).toStdString() << '}';
@@ -35,7 +38,10 @@ public:
     office::CommandBars* CommandBars() override { return nullptr; }
     std::vector<std::unique_ptr<outlook::Item>> Selection() override;
     int SelectionCount() override { return itemEntry.isEmpty() ? 0 : 1; }
-    std::unique_ptr<outlook::Folder> CurrentFolder() override { return m_ns.GetFolderFromID(folderEntry, folderStore); }
+    std::unique_ptr<outlook::Folder> CurrentFolder() override
+    {
+        return m_ns.GetFolderFromID(folderEntry, folderStore);
+    }
     void Close() override {}
 
 private:
@@ -51,7 +57,8 @@ protected:
     // The folder of `store` ("Home" or "Work") with that display path.
     mapi::FolderInfo FolderOf(stores::maildir::MaildirStore& store, const QString& path);
     // Appends a message to a folder; returns its hex entry identifier.
-    QString Deliver(stores::maildir::MaildirStore& store, const QString& folderPath, const QByteArray& rfc822);
+    QString Deliver(stores::maildir::MaildirStore& store, const QString& folderPath,
+                    const QByteArray& rfc822);
     // An Explorer showing `folderPath` of the Home store with `entryHex` selected.
     std::unique_ptr<SelectionExplorer> ExplorerOn(const QString& folderPath, const QString& entryHex);
     forms::RulePropsContext Context();

@@ -72,8 +72,9 @@ TEST_F(SmartUpdateTest, ListsRulesByNameAndTheMessageAddresses)
     for (int i = 0; i < fields.size(); ++i) EXPECT_EQ(field->itemText(i), fields[i]);
     EXPECT_EQ(Child<QComboBox>(*form, "cmbAction")->itemText(1), QStringLiteral("Replace Contents"));
     // Sender, receiving mailbox, then the copy recipients by address.
-    EXPECT_EQ(Listed(*form), (QStringList{QStringLiteral("ann@example.org"), QStringLiteral("me@home.example"),
-                                          QStringLiteral("cat@example.org"), QStringLiteral("dan@example.org")}));
+    EXPECT_EQ(Listed(*form),
+              (QStringList{QStringLiteral("ann@example.org"), QStringLiteral("me@home.example"),
+                           QStringLiteral("cat@example.org"), QStringLiteral("dan@example.org")}));
 }
 
 TEST_F(SmartUpdateTest, WithoutRulesOkIsDisabled)
@@ -90,21 +91,25 @@ TEST_F(SmartUpdateTest, OkWithNothingChosenAsksAndChangesNothing)
     form->ShowEditor = [&](forms::frmRuleProps&) { ++editors; };
     Child<QPushButton>(*form, "btnOK")->click();
     EXPECT_EQ(editors, 0);
-    EXPECT_EQ(m_answerer.texts(),
-              QStringList{QStringLiteral("Please select one or more email addresses to complete this action.")});
+    EXPECT_EQ(
+        m_answerer.texts(),
+        QStringList{QStringLiteral("Please select one or more email addresses to complete this action.")});
     EXPECT_EQ(m_answerer.shown().front().style, os::vbOKOnly + os::vbInformation);
     EXPECT_NE(form->result(), QDialog::Accepted);
 }
 
 struct UpdateCase {
     const char* name;
-    const char* field;    // cmbField entry
-    const char* action;   // cmbAction entry
-    const char* before;   // the rule's column before
-    const char* chosen;   // addresses chosen, "|"-separated
-    const char* after;    // the field and the saved column
+    const char* field;   // cmbField entry
+    const char* action;  // cmbAction entry
+    const char* before;  // the rule's column before
+    const char* chosen;  // addresses chosen, "|"-separated
+    const char* after;   // the field and the saved column
 };
-void PrintTo(const UpdateCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const UpdateCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class SmartUpdateFieldTest : public SmartUpdateTest, public ::testing::WithParamInterface<UpdateCase> {};
 
@@ -177,8 +182,9 @@ TEST_F(SmartUpdateTest, CancelInTheEditorLeavesTheRule)
     Select(*form, {QStringLiteral("ann@example.org")});
     form->ShowEditor = [&](forms::frmRuleProps& editor) { Child<QPushButton>(editor, "btnCancel")->click(); };
     Child<QPushButton>(*form, "btnOK")->click();
-    EXPECT_EQ(Rows(QStringLiteral("SELECT FromAddress FROM Rules")).front().value(QStringLiteral("FromAddress")),
-              QStringLiteral("bob@example.org"));
+    EXPECT_EQ(
+        Rows(QStringLiteral("SELECT FromAddress FROM Rules")).front().value(QStringLiteral("FromAddress")),
+        QStringLiteral("bob@example.org"));
 }
 
 TEST_F(SmartUpdateTest, ToolbarEntryRunsBothDialogs)
@@ -206,7 +212,8 @@ TEST_F(SmartUpdateTest, MessagesOtherThanMailOfferNoAddresses)
 {
     const QByteArray calendar =
         "From: Ann Lee <ann@example.org>\r\nTo: me@home.example\r\nCc: cat@example.org\r\nSubject: Meet\r\n"
-        "MIME-Version: 1.0\r\nContent-Type: text/calendar; method=REQUEST\r\n\r\nBEGIN:VCALENDAR\r\nEND:VCALENDAR\r\n";
+        "MIME-Version: 1.0\r\nContent-Type: text/calendar; "
+        "method=REQUEST\r\n\r\nBEGIN:VCALENDAR\r\nEND:VCALENDAR\r\n";
     auto meeting = OpenUpdate(calendar);
     // A meeting request names its sender, but its copy line is not offered.
     EXPECT_EQ(Listed(*meeting), QStringList{QStringLiteral("ann@example.org")});
