@@ -6,6 +6,8 @@
 #include "forms/AddressBookDialog.h"
 #include "forms/VCard.h"
 
+#include "platform/os/Clock.h"
+
 #include <QDir>
 #include <QFile>
 #include <QItemSelectionModel>
@@ -161,6 +163,26 @@ TEST_F(AddressBookTest, CapsBoundTheScan)
     EXPECT_FALSE(listed.contains(QStringLiteral("Carol <carol@example.org>")));
     // The display line still names a recipient that has no name.
     EXPECT_TRUE(listed.contains(QStringLiteral("Ann <ANN@example.org>")));
+}
+
+TEST_F(AddressBookTest, OnlyRecentMailIsScanned)
+{
+    auto options = Options();
+    options.recentDays = 30;
+    const struct {
+        const char* name;
+        int daysAhead;  // the clock against the time the mail was delivered
+        bool mailListed;
+    } cases[] = {{"Today", 0, true}, {"TwoMonthsLater", 60, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        os::FakeClock clock(QDateTime::currentDateTime().addDays(c.daysAhead));
+        AddressBookDialog dialog(*m_ns, options, &clock);
+        dialog.Load();
+        const QStringList listed = Addresses(dialog.Entries());
+        EXPECT_EQ(listed.contains(QStringLiteral("Boss <boss@work.example>")), c.mailListed);
+        EXPECT_TRUE(listed.contains(QStringLiteral("Ed Zed <ZED@example.net>")));  // contacts have no age
+    }
 }
 
 // --- the vCard reader ---
