@@ -151,20 +151,6 @@ TEST_F(AddressBookTest, BrokenContactFilesAreSkippedAndLeftAlone)
         Child<QLabel>(dialog, "lblStatus")->text().contains(QStringLiteral("2 source(s) could not be read")));
 }
 
-TEST_F(AddressBookTest, CapsBoundTheScan)
-{
-    auto options = Options();
-    options.vcardFolder = m_tmp.filePath(QStringLiteral("none"));
-    options.maxItemsRead = 0;  // named recipients come only from the messages themselves
-    AddressBookDialog dialog(*m_ns, options);
-    dialog.Load();
-    const QStringList listed = Addresses(dialog.Entries());
-    EXPECT_FALSE(listed.contains(QStringLiteral("Dave Doe <dave@example.com>")));
-    EXPECT_FALSE(listed.contains(QStringLiteral("Carol <carol@example.org>")));
-    // The display line still names a recipient that has no name.
-    EXPECT_TRUE(listed.contains(QStringLiteral("Ann <ANN@example.org>")));
-}
-
 TEST_F(AddressBookTest, OnlyRecentMailIsScanned)
 {
     auto options = Options();

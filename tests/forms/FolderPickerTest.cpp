@@ -91,22 +91,6 @@ TEST_F(FolderPickerTest, ReturnsTheChosenFolderOrNothing)
     }
 }
 
-TEST_F(FolderPickerTest, FoldersCreatedMeanwhileAppear)
-{
-    FolderPickerDialog dialog;
-    dialog.Load(*m_ns);
-    EXPECT_FALSE(Tree(dialog).contains(QStringLiteral("Work/Clients")));
-    ASSERT_TRUE(m_work->CreateFolder(QByteArray(), QStringLiteral("Clients")).ok());
-    WhenShown<FolderPickerDialog>([&](FolderPickerDialog& shown) {
-        EXPECT_TRUE(Tree(shown).contains(QStringLiteral("Work/Clients")));
-        EXPECT_TRUE(shown.SelectPath(QStringLiteral("Work"), QStringLiteral("Clients")));
-        Child<QPushButton>(shown, "btnOK")->click();
-    });
-    auto folder = dialog.Pick(*m_ns);
-    ASSERT_NE(folder, nullptr);
-    EXPECT_EQ(folder->Name(), QStringLiteral("Clients"));
-}
-
 TEST_F(FolderPickerTest, DrivesTheRuleEditorsBrowseButtons)
 {
     FolderPickerDialog dialog;

@@ -79,8 +79,7 @@ TEST_F(SmartUpdateTest, ListsRulesByNameAndTheMessageAddresses)
 
 TEST_F(SmartUpdateTest, WithoutRulesOkIsDisabled)
 {
-    auto form = OpenUpdate();
-    EXPECT_FALSE(Child<QPushButton>(*form, "btnOK")->isEnabled());
+    EXPECT_FALSE(Child<QPushButton>(*OpenUpdate(), "btnOK")->isEnabled());
 }
 
 TEST_F(SmartUpdateTest, OkWithNothingChosenAsksAndChangesNothing)
@@ -173,19 +172,6 @@ const UpdateCase kUpdates[] = {
 };
 INSTANTIATE_TEST_SUITE_P(Fields, SmartUpdateFieldTest, ::testing::ValuesIn(kUpdates),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(SmartUpdateTest, CancelInTheEditorLeavesTheRule)
-{
-    const int target = AddRule(QStringLiteral("Alpha"));
-    Sql(QStringLiteral("UPDATE Rules SET FromAddress='bob@example.org' WHERE RuleID=%1").arg(target));
-    auto form = OpenUpdate();
-    Select(*form, {QStringLiteral("ann@example.org")});
-    form->ShowEditor = [&](forms::frmRuleProps& editor) { Child<QPushButton>(editor, "btnCancel")->click(); };
-    Child<QPushButton>(*form, "btnOK")->click();
-    EXPECT_EQ(
-        Rows(QStringLiteral("SELECT FromAddress FROM Rules")).front().value(QStringLiteral("FromAddress")),
-        QStringLiteral("bob@example.org"));
-}
 
 TEST_F(SmartUpdateTest, ToolbarEntryRunsBothDialogs)
 {
