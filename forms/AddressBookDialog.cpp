@@ -7,6 +7,7 @@
 #include "platform/os/Clock.h"
 #include "platform/outlook/NameSpace.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QDirIterator>
 #include <QHBoxLayout>
@@ -16,6 +17,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSortFilterProxyModel>
 #include <QStandardItemModel>
 #include <QStandardPaths>
@@ -190,20 +192,27 @@ void AddressBookDialog::ScanFolder(mapi::MessageStore& store, const mapi::Folder
                (kTime < b.size() ? b[kTime].toDateTime() : QDateTime());
     });
     const std::size_t limit = std::min<std::size_t>(all.size(), std::max(0, m_options.maxRowsPerFolder));
+    // Rows whose display lines name someone: only the message itself has
+    // that recipient's address.
+    std::vector<QByteArray> named;
     for (std::size_t i = 0; i < limit; ++i) {
         const mapi::Row& row = all[i];
         seen.Add(Text(row, kSenderName), Text(row, kSender), false);
         seen.Add(Text(row, kReceiverName), Text(row, kReceiver), false);
-        // The display lines hold names; a recipient without one shows its
-        // address there.
-        for (std::size_t c : {kDisplayTo, kDisplayCc})
-            for (const QString& part : Text(row, c).split(u';')) seen.Add(QString(), part, false);
+        bool hasName = false;
+        for (std::size_t c : {kDisplayTo, kDisplayCc}) {
+            for (const QString& part : Text(row, c).split(u';', Qt::SkipEmptyParts)) {
+                if (LooksLikeAddress(part.trimmed()))
+                    seen.Add(QString(), part, false);
+                else
+                    hasName = true;
+            }
+        }
+        if (hasName && kEntryId < row.size()) named.push_back(row[kEntryId].toByteArray());
     }
-    // The table's display lines name recipients without their addresses; the
-    // newest messages are read in full for those.
-    const std::size_t items = std::min<std::size_t>(limit, std::max(0, m_options.maxItemsRead));
-    for (std::size_t i = 0; i < items; ++i) {
-        const QByteArray id = kEntryId < all[i].size() ? all[i][kEntryId].toByteArray() : QByteArray();
+    // Reading a message costs a round trip on a remote store: the newest few.
+    named.resize(std::min<std::size_t>(named.size(), std::max(0, m_options.maxItemsRead)));
+    for (const QByteArray& id : named) {
         if (id.isEmpty()) continue;
         auto record = store.Item(id);
         if (!record) continue;  // moved or deleted since the query
@@ -253,6 +262,9 @@ void AddressBookDialog::ScanVCards(Seen& seen)
 
 void AddressBookDialog::Load()
 {
+    // The scan may wait on a server; say so rather than look frozen.
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    const auto restore = qScopeGuard([] { QApplication::restoreOverrideCursor(); });
     m_problems.clear();
     Seen seen;
     // Contacts first: their names are the ones the user chose.

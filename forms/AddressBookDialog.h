@@ -39,7 +39,7 @@ struct AddressBookOptions {
     QString vcardFolder;          // empty: DefaultVCardFolder()
     int recentDays = 365;         // only mail delivered this recently; 0: any age
     int maxRowsPerFolder = 2000;  // rows read from one folder's contents table
-    int maxItemsRead = 100;       // newest messages per folder whose recipients are read
+    int maxItemsRead = 50;        // messages per folder read for the addresses of named recipients
     int maxVCardFiles = 5000;
 };
 
