@@ -4,10 +4,12 @@
 
 #include "SmartFixture.h"
 
+#include "forms/AddressBookDialog.h"
 #include "forms/FolderPickerDialog.h"
 
 #include "platform/mapi/MapiUtils.h"
 
+#include <QDir>
 #include <QStandardItemModel>
 #include <QTreeView>
 
@@ -48,6 +50,27 @@ TEST_F(FolderPickerTest, ListsEveryStoreWithItsFolders)
                                          QStringLiteral("Home/Archive"), QStringLiteral("Home/Archive/2026"),
                                          QStringLiteral("Home/Sent"), QStringLiteral("Work"),
                                          QStringLiteral("Work/Inbox"), QStringLiteral("Work/Projects")}));
+}
+
+TEST_F(FolderPickerTest, AStoreThatCannotBeReadKeepsTheOthers)
+{
+    // The Work account's disk is gone (an unmounted drive, a moved folder).
+    ASSERT_TRUE(QDir(m_tmp.filePath(QStringLiteral("work"))).removeRecursively());
+    FolderPickerDialog dialog;
+    dialog.Load(*m_ns);
+    const QStringList tree = Tree(dialog);
+    ASSERT_EQ(tree.size(), 6);
+    EXPECT_EQ(
+        tree.mid(0, 5),
+        (QStringList{QStringLiteral("Home"), QStringLiteral("Home/Inbox"), QStringLiteral("Home/Archive"),
+                     QStringLiteral("Home/Archive/2026"), QStringLiteral("Home/Sent")}));
+    EXPECT_TRUE(tree[5].startsWith(QStringLiteral("Work (The Maildir folder"))) << tree[5].toStdString();
+    // The address book goes on without it too, and says what it missed.
+    forms::AddressBookOptions options;
+    options.vcardFolder = m_tmp.filePath(QStringLiteral("none"));
+    forms::AddressBookDialog book(*m_ns, options);
+    book.Load();
+    EXPECT_EQ(book.Problems().size(), 1);
 }
 
 TEST_F(FolderPickerTest, ReturnsTheChosenFolderOrNothing)
