@@ -30,9 +30,15 @@ void QtFormLauncher::ShowRulesManager()
         form.exec();
 }
 
-void QtFormLauncher::ShowSmartAdd() { ShowSmartAddForm(m_addIn, m_services); }
+void QtFormLauncher::ShowSmartAdd()
+{
+    ShowSmartAddForm(m_addIn, m_services);
+}
 
-void QtFormLauncher::ShowSmartUpdate() { ShowSmartUpdateForm(m_addIn, m_services); }
+void QtFormLauncher::ShowSmartUpdate()
+{
+    ShowSmartUpdateForm(m_addIn, m_services);
+}
 
 // ---- placeholders: replaced when the Smart Add and Smart Update forms land ----
 

@@ -44,7 +44,10 @@ struct FormServices {
 
 class QtFormLauncher final : public addin::FormLauncher {
 public:
-    QtFormLauncher(addin::OutAddIn& addIn, FormServices services) : m_addIn(addIn), m_services(std::move(services)) {}
+    QtFormLauncher(addin::OutAddIn& addIn, FormServices services)
+        : m_addIn(addIn), m_services(std::move(services))
+    {
+    }
 
     void ShowRulesManager() override;
     void ShowSmartAdd() override;

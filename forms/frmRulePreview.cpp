@@ -28,7 +28,10 @@ frmRulePreview::frmRulePreview(std::function<void(QDialog&)> runModal, QWidget* 
     resize(480, 320);
 }
 
-void frmRulePreview::SetCaption(const QString& caption) { setWindowTitle(caption); }
+void frmRulePreview::SetCaption(const QString& caption)
+{
+    setWindowTitle(caption);
+}
 
 void frmRulePreview::SetLines(const QStringList& lines)
 {

@@ -47,8 +47,14 @@ const QString kDuplicate = QStringLiteral(
     "[Status], [FlagStatus], [MsgAgeID], [SrcEntryID], [SrcStoreID], [DstEntryID], [DstStoreID], [Active], "
     "[SortID]) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ");
 
-QString Text(const QVariant& v) { return v.isValid() && !v.isNull() ? v.toString() : QString(); }
-bool IsTrue(const QVariant& v) { return v.isValid() && !v.isNull() && v.toInt() != 0; }
+QString Text(const QVariant& v)
+{
+    return v.isValid() && !v.isNull() ? v.toString() : QString();
+}
+bool IsTrue(const QVariant& v)
+{
+    return v.isValid() && !v.isNull() && v.toInt() != 0;
+}
 
 void AddParameter(ado::Command& cmd, const char* name, int type, long size, const QVariant& value)
 {
@@ -60,7 +66,8 @@ class RenameDelegate final : public QStyledItemDelegate {
 public:
     RenameDelegate(frmRulesMain* form, QObject* parent) : QStyledItemDelegate(parent), m_form(form) {}
 
-    QWidget* createEditor(QWidget* parent, const QStyleOptionViewItem& option, const QModelIndex& index) const override
+    QWidget* createEditor(QWidget* parent, const QStyleOptionViewItem& option,
+                          const QModelIndex& index) const override
     {
         QWidget* editor = QStyledItemDelegate::createEditor(parent, option, index);
         editor->setObjectName(QStringLiteral("txtRename"));
@@ -101,7 +108,8 @@ bool frmRulesMain::Trap(const char* procedure, F&& body) noexcept
     return false;
 }
 
-frmRulesMain::frmRulesMain(RulesMainContext context, QWidget* parent) : QDialog(parent), m_ctx(std::move(context))
+frmRulesMain::frmRulesMain(RulesMainContext context, QWidget* parent)
+    : QDialog(parent), m_ctx(std::move(context))
 {
     setObjectName(QStringLiteral("frmRulesMain"));
     setWindowTitle(QStringLiteral(" Mailvane Rules Manager"));
@@ -173,6 +181,7 @@ void frmRulesMain::BuildUi()
     button(btnCancel, "btnCancel", QStringLiteral("Cancel"));
     button(btnApply, "btnApply", QStringLiteral("Apply"));
     btnOK->setDefault(true);
+    btnApply->setEnabled(false);
     btnSettings->setEnabled(bool(m_ctx.showSettings));
     btnAbout->setEnabled(bool(m_ctx.showAbout));
 
@@ -242,7 +251,8 @@ void frmRulesMain::ConnectUi()
     on(btnCancel, &frmRulesMain::btnCancel_Click);
     connect(ListView1, &QTreeWidget::itemSelectionChanged, this, &frmRulesMain::UpdateButtons);
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, [this] { btnModify_Click(); });
-    connect(ListView1, &QTreeWidget::itemChanged, this, [this](QTreeWidgetItem* item) { ListView1_ItemCheck(item); });
+    connect(ListView1, &QTreeWidget::itemChanged, this,
+            [this](QTreeWidgetItem* item) { ListView1_ItemCheck(item); });
     connect(ListView1->header(), &QHeaderView::sectionClicked, this, &frmRulesMain::ListView1_ColumnClick);
 }
 
@@ -260,7 +270,9 @@ bool frmRulesMain::eventFilter(QObject* watched, QEvent* event)
 store::cDB& frmRulesMain::Db()
 {
     store::cDB* db = m_ctx.addIn.DB1();
-    if (!db) throw ado::AdoError(91, addin::OutAddIn::AppTitle(), QStringLiteral("Object variable or With block variable not set"));
+    if (!db)
+        throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
+                            QStringLiteral("Object variable or With block variable not set"));
     return *db;
 }
 
@@ -296,6 +308,7 @@ int frmRulesMain::FillRuleList()
         // Rows stay in the order they are added until a column is clicked.
         m_sortOrder = Qt::DescendingOrder;
         ListView1->setSortingEnabled(false);
+        ListView1->header()->setSectionsClickable(true);  // switched off with the sorting
         ListView1->header()->setSortIndicatorShown(false);
 
         store::cDB* db = m_ctx.addIn.DB1();
@@ -304,7 +317,8 @@ int frmRulesMain::FillRuleList()
             total = db->RecordCount(*rs);
             for (int i = 1; i <= total; ++i) {
                 auto* row = new QTreeWidgetItem(ListView1);
-                row->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsUserCheckable | Qt::ItemIsEditable);
+                row->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsUserCheckable |
+                              Qt::ItemIsEditable);
                 row->setText(0, Text(rs->Value(QStringLiteral("RuleName"))));
                 row->setData(0, Qt::UserRole, Text(rs->Value(QStringLiteral("RuleID"))));
                 const bool checked = IsTrue(rs->Value(QStringLiteral("Active")));
@@ -316,8 +330,8 @@ int frmRulesMain::FillRuleList()
             rs->Close();
         }
     });
-    lblTotalRules->setText(QString::number(total) + QStringLiteral(" rules total, ") + QString::number(active) +
-                           QStringLiteral(" active"));
+    lblTotalRules->setText(QString::number(total) + QStringLiteral(" rules total, ") +
+                           QString::number(active) + QStringLiteral(" active"));
     ListView1->resizeColumnToContents(0);
     return total;
 }
@@ -353,8 +367,9 @@ void frmRulesMain::UpdateButtons()
     }
     const bool any = rows > 0;
     for (QAbstractButton* b : single) b->setEnabled(any);
-    for (QAbstractButton* b : {static_cast<QAbstractButton*>(btnExport), static_cast<QAbstractButton*>(btnCheckNone),
-                               static_cast<QAbstractButton*>(btnCheckAll), static_cast<QAbstractButton*>(btnDelete)})
+    for (QAbstractButton* b :
+         {static_cast<QAbstractButton*>(btnExport), static_cast<QAbstractButton*>(btnCheckNone),
+          static_cast<QAbstractButton*>(btnCheckAll), static_cast<QAbstractButton*>(btnDelete)})
         b->setEnabled(any);
     // Pending order or check changes keep the run off until they are saved.
     btnRunNow->setEnabled(any && !btnApply->isEnabled());
@@ -370,10 +385,22 @@ void frmRulesMain::SetAllChecked(bool checked)
     }
 }
 
-void frmRulesMain::EnableApply() { btnApply->setEnabled(true); }
-void frmRulesMain::DisableApply() { btnApply->setEnabled(false); }
-void frmRulesMain::EnableRunNow() { btnRunNow->setEnabled(true); }
-void frmRulesMain::DisableRunNow() { btnRunNow->setEnabled(false); }
+void frmRulesMain::EnableApply()
+{
+    btnApply->setEnabled(true);
+}
+void frmRulesMain::DisableApply()
+{
+    btnApply->setEnabled(false);
+}
+void frmRulesMain::EnableRunNow()
+{
+    btnRunNow->setEnabled(true);
+}
+void frmRulesMain::DisableRunNow()
+{
+    btnRunNow->setEnabled(false);
+}
 
 void frmRulesMain::ListMoveRow(int from, int to)
 {
@@ -432,12 +459,14 @@ void frmRulesMain::ListView1_AfterLabelEdit(int row, const QString& newText, boo
         // apostrophe ended it. The failure is kept, but nothing after the
         // quote ever reaches the database: the name goes in as a parameter.
         if (newText.contains(u'\''))
-            throw ado::AdoError(ado::kErrSyntax, QStringLiteral("Microsoft JET Database Engine"),
-                                QStringLiteral("Syntax error (missing operator) in query expression 'RuleName='") +
-                                    newText + QStringLiteral("''."));
+            throw ado::AdoError(
+                ado::kErrSyntax, QStringLiteral("Microsoft JET Database Engine"),
+                QStringLiteral("Syntax error (missing operator) in query expression 'RuleName='") + newText +
+                    QStringLiteral("''."));
         ado::Command cmd;
         cmd.SetCommandType(ado::adCmdText);
-        cmd.SetCommandText(QStringLiteral("UPDATE [Rules] SET RuleName=? WHERE RuleID=") + QString::number(ruleId));
+        cmd.SetCommandText(QStringLiteral("UPDATE [Rules] SET RuleName=? WHERE RuleID=") +
+                           QString::number(ruleId));
         AddParameter(cmd, "RuleName", ado::adVarWChar, static_cast<long>(newText.size()) + 1, newText);
         (void)Db().ExecuteSQL(QString(), &cmd);
     });
@@ -523,10 +552,10 @@ void frmRulesMain::btnCancel_Click()
 {
     Trap("btnCancel_Click", [&] {
         if (btnApply->isEnabled()) {
-            const int answer = m_ctx.answerer.Show(QStringLiteral("You have made changes that have not been saved") +
-                                                       kCrLf + QStringLiteral("Do you want to save them now?"),
-                                                   os::vbYesNoCancel + os::vbExclamation,
-                                                   addin::OutAddIn::AppTitle());
+            const int answer =
+                m_ctx.answerer.Show(QStringLiteral("You have made changes that have not been saved") + kCrLf +
+                                        QStringLiteral("Do you want to save them now?"),
+                                    os::vbYesNoCancel + os::vbExclamation, addin::OutAddIn::AppTitle());
             if (answer == os::vbCancel) return;
             if (answer == os::vbYes) SaveRuleOrder();
         }
@@ -534,24 +563,37 @@ void frmRulesMain::btnCancel_Click()
     });
 }
 
-void frmRulesMain::reject() { btnCancel_Click(); }
+void frmRulesMain::reject()
+{
+    btnCancel_Click();
+}
 
 void frmRulesMain::btnNew_Click()
 {
     Trap("btnNew_Click", [&] {
         if (!m_ctx.nameSpace)
-            throw ado::AdoError(91, addin::OutAddIn::AppTitle(), QStringLiteral("Object variable or With block variable not set"));
-        RulePropsContext props{Db(), *m_ctx.nameSpace, m_ctx.folderPicker, m_ctx.contacts, m_ctx.answerer,
-                               m_ctx.report, m_ctx.hostVersion, addin::OutAddIn::AppTitle(),
-                               m_ctx.addIn.InstallDir(), m_ctx.shell};
+            throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
+                                QStringLiteral("Object variable or With block variable not set"));
+        RulePropsContext props{Db(),
+                               *m_ctx.nameSpace,
+                               m_ctx.folderPicker,
+                               m_ctx.contacts,
+                               m_ctx.answerer,
+                               m_ctx.report,
+                               m_ctx.hostVersion,
+                               addin::OutAddIn::AppTitle(),
+                               m_ctx.addIn.InstallDir(),
+                               m_ctx.shell};
         frmRuleProps editor(props, this);
         editor.Action = QStringLiteral("New");
         editor.Form_Load();
         RunModal(editor);
         if (editor.Cancelled) return;
+        // Pending order and check changes are saved with the new rule's
+        // place; the reload below would otherwise drop them.
+        if (btnApply->isEnabled()) SaveRuleOrder();
         FillRuleList();
         UpdateButtons();
-        // The new rule's place is saved together with any pending changes.
         btnApply_Click();
     });
 }
@@ -562,10 +604,18 @@ void frmRulesMain::btnModify_Click()
         const int row = SelectedRow();
         if (row < 0) return;
         if (!m_ctx.nameSpace)
-            throw ado::AdoError(91, addin::OutAddIn::AppTitle(), QStringLiteral("Object variable or With block variable not set"));
-        RulePropsContext props{Db(), *m_ctx.nameSpace, m_ctx.folderPicker, m_ctx.contacts, m_ctx.answerer,
-                               m_ctx.report, m_ctx.hostVersion, addin::OutAddIn::AppTitle(),
-                               m_ctx.addIn.InstallDir(), m_ctx.shell};
+            throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
+                                QStringLiteral("Object variable or With block variable not set"));
+        RulePropsContext props{Db(),
+                               *m_ctx.nameSpace,
+                               m_ctx.folderPicker,
+                               m_ctx.contacts,
+                               m_ctx.answerer,
+                               m_ctx.report,
+                               m_ctx.hostVersion,
+                               addin::OutAddIn::AppTitle(),
+                               m_ctx.addIn.InstallDir(),
+                               m_ctx.shell};
         frmRuleProps editor(props, this);
         editor.RuleID = TagOf(row);
         editor.Action = QStringLiteral("Update");
@@ -585,7 +635,9 @@ void frmRulesMain::btnCopy_Click()
         if (row < 0) return;
         store::cDB& db = Db();
         std::unique_ptr<ado::Recordset> rs;
-        if (!db.CreateRS(rs, QStringLiteral("SELECT * From [Rules] WHERE RuleID=") + QString::number(TagOf(row))) || !rs)
+        if (!db.CreateRS(
+                rs, QStringLiteral("SELECT * From [Rules] WHERE RuleID=") + QString::number(TagOf(row))) ||
+            !rs)
             return;
         if (db.RecordCount(*rs) > 0) {
             auto value = [&rs](const char* column) { return rs->Value(QString::fromLatin1(column)); };
@@ -622,12 +674,13 @@ void frmRulesMain::btnDelete_Click()
     Trap("btnDelete_Click", [&] {
         if (SelectedRow() < 0) return;
         const int remembered = ListView1->topLevelItemCount() == 1 ? SelectedRow() : -1;
-        if (m_ctx.answerer.Show(QStringLiteral("Delete the selected Rule(s)?"), os::vbYesNo + os::vbExclamation,
-                                addin::OutAddIn::AppTitle()) != os::vbYes)
+        if (m_ctx.answerer.Show(QStringLiteral("Delete the selected Rule(s)?"),
+                                os::vbYesNo + os::vbExclamation, addin::OutAddIn::AppTitle()) != os::vbYes)
             return;
         store::cDB& db = Db();
         for (int position : SelectedPositions())
-            (void)db.ExecuteSQL(QStringLiteral("DELETE FROM [Rules] WHERE RuleID=") + QString::number(TagOf(position - 1)));
+            (void)db.ExecuteSQL(QStringLiteral("DELETE FROM [Rules] WHERE RuleID=") +
+                                QString::number(TagOf(position - 1)));
         const int rows = FillRuleList();
         UpdateButtons();
         if (rows > 0 && remembered >= 0) SelectRow(remembered);
@@ -641,7 +694,8 @@ void frmRulesMain::btnPreview_Click()
         if (row < 0) return;
         engine::RuleRunner* runner = m_ctx.addIn.Runner();
         if (!runner)
-            throw ado::AdoError(91, addin::OutAddIn::AppTitle(), QStringLiteral("Object variable or With block variable not set"));
+            throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
+                                QStringLiteral("Object variable or With block variable not set"));
         frmRulePreview preview([this](QDialog& d) { RunModal(d); }, this);
         (void)runner->PreviewRule(TagOf(row), preview);
     });
@@ -712,7 +766,8 @@ void frmRulesMain::btnHelp_Click()
 {
     Trap("btnHelp_Click", [&] {
         if (!m_ctx.shell) return;
-        const Status opened = m_ctx.shell->Open(m_ctx.addIn.InstallDir() + QStringLiteral("/help/index.html"));
+        const Status opened =
+            m_ctx.shell->Open(m_ctx.addIn.InstallDir() + QStringLiteral("/help/index.html"));
         if (!opened.ok()) Warn(opened.error().message);
     });
 }

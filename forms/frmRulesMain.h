@@ -46,7 +46,7 @@ namespace mv::forms {
 
 // What the manager works through; all references must outlive the dialog.
 struct RulesMainContext {
-    addin::OutAddIn& addIn;  // connection 1, runs, the export/import halves, install folder
+    addin::OutAddIn& addIn;         // connection 1, runs, the export/import halves, install folder
     outlook::NameSpace* nameSpace;  // the editor's folders; null: New and Modify fail
     outlook::FolderPicker& folderPicker;
     ContactPicker& contacts;
