@@ -37,9 +37,9 @@ struct FormServices {
     os::Shell* shell = nullptr;
     QWidget* parent = nullptr;  // the window the forms are modal to
     // Default exec(); tests answer the dialogs in its place.
-    std::function<void(QDialog&)> runModal;
-    std::function<void(QWidget*)> showAbout;
-    std::function<void(QWidget*)> showSettings;
+    std::function<void(QDialog&)> runModal = {};
+    std::function<void(QWidget*)> showAbout = {};
+    std::function<void(QWidget*)> showSettings = {};
 };
 
 class QtFormLauncher final : public addin::FormLauncher {

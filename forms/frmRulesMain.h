@@ -57,11 +57,11 @@ struct RulesMainContext {
     QString hostVersion = QStringLiteral("11.0");
     // Shows a modal dialog (the editor, the preview) and returns when it is
     // closed; default exec(). Tests answer the dialog in its place.
-    std::function<void(QDialog&)> runModal;
+    std::function<void(QDialog&)> runModal = {};
     // The About box and the Smart Add settings form; a missing one leaves
     // its button disabled.
-    std::function<void(QWidget* parent)> showAbout;
-    std::function<void(QWidget* parent)> showSettings;
+    std::function<void(QWidget* parent)> showAbout = {};
+    std::function<void(QWidget* parent)> showSettings = {};
 };
 
 class frmRulesMain : public QDialog {

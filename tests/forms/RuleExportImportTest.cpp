@@ -127,7 +127,8 @@ TEST_F(RuleExportImportTest, ExportStartsInTheHomeFolderWhenTheInstallationIsRea
 TEST_F(RuleExportImportTest, LauncherOpensTheRulesManagerOverTheAddIn)
 {
     AddRule(QStringLiteral("Bills"), 1, true);
-    forms::FormServices services{m_picker, m_contacts, m_answerer, m_report, m_files};
+    forms::FormServices services{m_picker, m_contacts, m_answerer, m_report, m_files,
+                                 nullptr,  nullptr,    {},         {},       {}};
     QStringList seen;
     services.runModal = [&](QDialog& dialog) {
         seen << dialog.objectName();

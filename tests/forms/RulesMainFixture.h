@@ -18,6 +18,7 @@
 #include "platform/os/ErrorReport.h"
 #include "platform/os/FileDialog.h"
 #include "platform/os/MessageBox.h"
+#include "platform/os/Shell.h"
 #include "platform/os/TimeZone.h"
 #include "platform/outlook/FolderPicker.h"
 #include "platform/outlook/store/StoreNameSpace.h"
@@ -101,6 +102,8 @@ protected:
     std::unique_ptr<Profile> m_p;
     // Receives every modal dialog; unset: a modal dialog fails the test.
     std::function<void(QDialog&)> onModal;
+    os::Shell* m_shell = nullptr;
+    std::function<void(QWidget*)> showAbout, showSettings;
     int m_expectedReports = 0;
 };
 

@@ -5,6 +5,9 @@
 #include "forms/frmRulePreview.h"
 #include "forms/frmRuleProps.h"
 
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -387,6 +390,60 @@ TEST_F(RulesMainTest, GetUpdatesWithoutAnUpdaterSaysWhereUpdatesComeFrom)
     ASSERT_EQ(m_answerer.shown().size(), 1u);
     EXPECT_EQ(m_answerer.shown()[0].style, os::vbInformation);
     EXPECT_TRUE(m_answerer.shown()[0].text.contains(QStringLiteral("package manager")));
+}
+
+TEST_F(RulesMainTest, GetUpdatesStartsTheUpdaterOfTheInstallation)
+{
+    os::Shell shell;
+    m_shell = &shell;
+    const QString install = m_p->addIn->InstallDir();
+    QFile script(install + QStringLiteral("/update"));
+    ASSERT_TRUE(script.open(QIODevice::WriteOnly));
+    script.write("#!/bin/sh\necho started > \"$PWD/update.ran\"\n");
+    script.close();
+    script.setPermissions(script.permissions() | QFile::ExeOwner);
+    auto form = Open();
+    Button(*form, "btnUpdates")->click();
+    EXPECT_TRUE(m_answerer.shown().empty());
+    // Started without waiting: it leaves its mark in the installation folder.
+    QDeadlineTimer deadline(10000);
+    while (!QFile::exists(install + QStringLiteral("/update.ran")) && !deadline.hasExpired())
+        QTest::qWait(20);
+    EXPECT_TRUE(QFile::exists(install + QStringLiteral("/update.ran")));
+}
+
+TEST_F(RulesMainTest, HelpOpensTheManualOrSaysWhyNot)
+{
+    os::Shell shell(QStringLiteral("true"));
+    m_shell = &shell;
+    auto form = Open();
+    Button(*form, "btnHelp")->click();  // no manual installed yet
+    ASSERT_EQ(m_answerer.shown().size(), 1u);
+    EXPECT_EQ(m_answerer.shown()[0].style, os::vbExclamation);
+
+    m_answerer.clear();
+    const QString help = m_p->addIn->InstallDir() + QStringLiteral("/help");
+    QDir().mkpath(help);
+    QFile page(help + QStringLiteral("/index.html"));
+    ASSERT_TRUE(page.open(QIODevice::WriteOnly));
+    page.close();
+    Button(*form, "btnHelp")->click();
+    EXPECT_TRUE(m_answerer.shown().empty());
+}
+
+TEST_F(RulesMainTest, AboutAndSettingsOpenOverTheManagerWhenInstalled)
+{
+    {
+        auto form = Open();
+        EXPECT_EQ(Enabled(*form, {"btnAbout", "btnSettings"}), QString());
+    }
+    QStringList opened;
+    showAbout = [&](QWidget* parent) { opened << QStringLiteral("about:") + parent->objectName(); };
+    showSettings = [&](QWidget* parent) { opened << QStringLiteral("settings:") + parent->objectName(); };
+    auto form = Open();
+    Button(*form, "btnAbout")->click();
+    Button(*form, "btnSettings")->click();
+    EXPECT_EQ(opened, QStringList({"about:frmRulesMain", "settings:frmRulesMain"}));
 }
 
 }  // namespace
