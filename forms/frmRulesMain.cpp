@@ -258,13 +258,43 @@ void frmRulesMain::ConnectUi()
 
 bool frmRulesMain::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched == ListView1 && event->type() == QEvent::KeyPress) {
-        if (static_cast<QKeyEvent*>(event)->key() == Qt::Key_Delete) {
-            btnDelete_Click();
-            return true;
+    if (watched != ListView1 || event->type() != QEvent::KeyPress)
+        return QDialog::eventFilter(watched, event);
+    const auto* key = static_cast<QKeyEvent*>(event);
+    if (key->key() == Qt::Key_Delete) {
+        btnDelete_Click();
+        return true;
+    }
+    // Keyboard moves: Ctrl+Up/Down as the arrow buttons, Ctrl+Home/End to
+    // the top or the bottom; all leave the change pending like the buttons.
+    if (key->modifiers() & Qt::ControlModifier) {
+        switch (key->key()) {
+            case Qt::Key_Up:
+                btnMoveUp_Click();
+                return true;
+            case Qt::Key_Down:
+                btnMoveDown_Click();
+                return true;
+            case Qt::Key_Home:
+                MoveSelectedTo(1);
+                return true;
+            case Qt::Key_End:
+                MoveSelectedTo(ListView1->topLevelItemCount());
+                return true;
+            default:
+                break;
         }
     }
     return QDialog::eventFilter(watched, event);
+}
+
+void frmRulesMain::MoveSelectedTo(int position)
+{
+    if (ListView1->selectedItems().size() > 1) return;
+    const int row = SelectedRow();
+    if (row >= 0) ListMoveRow(row + 1, position);
+    DisableRunNow();
+    EnableApply();
 }
 
 store::cDB& frmRulesMain::Db()

@@ -105,6 +105,7 @@ private:
     void btnDelete_Click();
     void btnMoveUp_Click();
     void btnMoveDown_Click();
+    void MoveSelectedTo(int position);  // 1-based
     void btnCheckAll_Click();
     void btnCheckNone_Click();
     void btnPreview_Click();

@@ -105,6 +105,47 @@ TEST_F(RulesMainTest, MovesAtTheEdgesChangeNothingButStillMarkPending)
     }
 }
 
+TEST_F(RulesMainTest, KeyboardMovesReachTheTopAndTheBottom)
+{
+    struct Case {
+        int row;
+        Qt::Key key;
+        std::initializer_list<const char*> order;
+    };
+    AddRule(QStringLiteral("A"), 1, true);
+    AddRule(QStringLiteral("B"), 2, true);
+    AddRule(QStringLiteral("C"), 3, true);
+    AddRule(QStringLiteral("D"), 4, true);
+    for (const Case& c :
+         {Case{2, Qt::Key_Home, {"C", "A", "B", "D"}}, Case{0, Qt::Key_End, {"B", "C", "D", "A"}},
+          Case{1, Qt::Key_Up, {"B", "A", "C", "D"}}, Case{1, Qt::Key_Down, {"A", "C", "B", "D"}}}) {
+        auto form = Open();
+        Select(*form, {c.row});
+        QTest::keyClick(List(*form), c.key, Qt::ControlModifier);
+        QStringList expected;
+        for (const char* name : c.order) expected << QString::fromLatin1(name);
+        EXPECT_EQ(ListNames(*form), expected) << c.key;
+        EXPECT_TRUE(Pending(*form));
+        // The moved rule stays selected.
+        const QList<int> selected = form->SelectedPositions();
+        ASSERT_EQ(selected.size(), 1);
+        EXPECT_EQ(expected.at(selected.front() - 1), QString(QChar(u'A' + c.row)));
+    }
+}
+
+TEST_F(RulesMainTest, OkSavesTheListAndCloses)
+{
+    AddThree();
+    auto form = Open();
+    Select(*form, {0});
+    Button(*form, "btnMoveDown")->click();
+    Button(*form, "btnOK")->click();
+    EXPECT_FALSE(form->isVisible());
+    EXPECT_TRUE(m_answerer.shown().empty());
+    EXPECT_EQ(StoredOrder(), QStringList({"Beta", "Alpha", "Gamma"}));
+    EXPECT_EQ(Rows(QStringLiteral("SELECT * FROM Rules WHERE SortID IN (1, 2, 3)")).size(), 3);
+}
+
 TEST_F(RulesMainTest, ColumnSortThenApplyStoresTheSortedOrder)
 {
     AddRule(QStringLiteral("b"), 1, true);
