@@ -5,9 +5,6 @@
 
 #include "forms/QtFileDialog.h"
 #include "forms/QtFormLauncher.h"
-#include "forms/RuleExportImport.h"
-
-#include "platform/logging/MemoryLogger.h"
 
 #include <QFile>
 #include <QLabel>
@@ -85,43 +82,6 @@ TEST_F(RuleExportImportTest, CancelledDialogsDoNothing)
     EXPECT_EQ(m_files.requests().size(), 2u);
     EXPECT_TRUE(m_answerer.shown().empty());
     EXPECT_EQ(StoredOrder(), QStringList({"Bills"}));
-}
-
-TEST_F(RuleExportImportTest, ANonRulesFileIsReportedAndAddsNothing)
-{
-    AddRule(QStringLiteral("Bills"), 1, true);
-    const QString file = m_tmp.filePath(QStringLiteral("notes.xml"));
-    QFile out(file);
-    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-    out.write("<notes><note>not rules</note></notes>");
-    out.close();
-    auto form = Open();
-    m_files.Queue(file);
-    m_expectedReports = 1;
-    Button(*form, "btnImport")->click();
-    EXPECT_FALSE(m_answerer.texts().contains(QStringLiteral("Rules Imported Successfully")));
-    EXPECT_EQ(StoredOrder(), QStringList({"Bills"}));
-}
-
-TEST(QtFileDialogTest, NameFilterKeepsAPatternThatIsAlreadyThere)
-{
-    struct Case {
-        const char* name;
-        const char* pattern;
-        const char* filter;
-    };
-    for (const Case c :
-         {Case{"XML Files", "*.xml", "XML Files (*.xml)"},
-          Case{"XML Files (*.xml)", "*.xml", "XML Files (*.xml)"}, Case{"All Files", "", "All Files"}})
-        EXPECT_EQ(
-            forms::QtFileDialog::NameFilter(QString::fromLatin1(c.name), QString::fromLatin1(c.pattern)),
-            QString::fromLatin1(c.filter));
-}
-
-TEST_F(RuleExportImportTest, ExportStartsInTheHomeFolderWhenTheInstallationIsReadOnly)
-{
-    EXPECT_EQ(forms::RuleExportImport::ExportRequest(QStringLiteral("/nonexistent/mailvane")).initialDir,
-              QDir::homePath());
 }
 
 TEST_F(RuleExportImportTest, LauncherOpensTheRulesManagerOverTheAddIn)

@@ -83,8 +83,6 @@ std::unique_ptr<forms::frmRulesMain> RulesMainFixture::Open(Profile* profile)
     Profile& p = profile ? *profile : *m_p;
     forms::RulesMainContext ctx{*p.addIn, p.ns.get(), m_picker, m_contacts, m_answerer, m_report, m_files};
     ctx.shell = m_shell;
-    ctx.showAbout = showAbout;
-    ctx.showSettings = showSettings;
     ctx.runModal = [this](QDialog& dialog) {
         if (onModal)
             onModal(dialog);

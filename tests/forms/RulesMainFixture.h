@@ -103,7 +103,6 @@ protected:
     // Receives every modal dialog; unset: a modal dialog fails the test.
     std::function<void(QDialog&)> onModal;
     os::Shell* m_shell = nullptr;
-    std::function<void(QWidget*)> showAbout, showSettings;
     int m_expectedReports = 0;
 };
 

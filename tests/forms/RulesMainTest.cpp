@@ -6,7 +6,6 @@
 #include "forms/frmRuleProps.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 #include <QHeaderView>
 #include <QLabel>
@@ -131,19 +130,6 @@ TEST_F(RulesMainTest, KeyboardMovesReachTheTopAndTheBottom)
         ASSERT_EQ(selected.size(), 1);
         EXPECT_EQ(expected.at(selected.front() - 1), QString(QChar(u'A' + c.row)));
     }
-}
-
-TEST_F(RulesMainTest, OkSavesTheListAndCloses)
-{
-    AddThree();
-    auto form = Open();
-    Select(*form, {0});
-    Button(*form, "btnMoveDown")->click();
-    Button(*form, "btnOK")->click();
-    EXPECT_FALSE(form->isVisible());
-    EXPECT_TRUE(m_answerer.shown().empty());
-    EXPECT_EQ(StoredOrder(), QStringList({"Beta", "Alpha", "Gamma"}));
-    EXPECT_EQ(Rows(QStringLiteral("SELECT * FROM Rules WHERE SortID IN (1, 2, 3)")).size(), 3);
 }
 
 TEST_F(RulesMainTest, ColumnSortThenApplyStoresTheSortedOrder)
@@ -451,40 +437,6 @@ TEST_F(RulesMainTest, GetUpdatesStartsTheUpdaterOfTheInstallation)
     while (!QFile::exists(install + QStringLiteral("/update.ran")) && !deadline.hasExpired())
         QTest::qWait(20);
     EXPECT_TRUE(QFile::exists(install + QStringLiteral("/update.ran")));
-}
-
-TEST_F(RulesMainTest, HelpOpensTheManualOrSaysWhyNot)
-{
-    os::Shell shell(QStringLiteral("true"));
-    m_shell = &shell;
-    auto form = Open();
-    Button(*form, "btnHelp")->click();  // no manual installed yet
-    ASSERT_EQ(m_answerer.shown().size(), 1u);
-    EXPECT_EQ(m_answerer.shown()[0].style, os::vbExclamation);
-
-    m_answerer.clear();
-    const QString help = m_p->addIn->InstallDir() + QStringLiteral("/help");
-    QDir().mkpath(help);
-    QFile page(help + QStringLiteral("/index.html"));
-    ASSERT_TRUE(page.open(QIODevice::WriteOnly));
-    page.close();
-    Button(*form, "btnHelp")->click();
-    EXPECT_TRUE(m_answerer.shown().empty());
-}
-
-TEST_F(RulesMainTest, AboutAndSettingsOpenOverTheManagerWhenInstalled)
-{
-    {
-        auto form = Open();
-        EXPECT_EQ(Enabled(*form, {"btnAbout", "btnSettings"}), QString());
-    }
-    QStringList opened;
-    showAbout = [&](QWidget* parent) { opened << QStringLiteral("about:") + parent->objectName(); };
-    showSettings = [&](QWidget* parent) { opened << QStringLiteral("settings:") + parent->objectName(); };
-    auto form = Open();
-    Button(*form, "btnAbout")->click();
-    Button(*form, "btnSettings")->click();
-    EXPECT_EQ(opened, QStringList({"about:frmRulesMain", "settings:frmRulesMain"}));
 }
 
 }  // namespace
