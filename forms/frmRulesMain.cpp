@@ -71,6 +71,8 @@ public:
     {
         QWidget* editor = QStyledItemDelegate::createEditor(parent, option, index);
         editor->setObjectName(QStringLiteral("txtRename"));
+        // RuleName is a Text(150) column.
+        if (auto* line = qobject_cast<QLineEdit*>(editor)) line->setMaxLength(150);
         return editor;
     }
 
