@@ -31,14 +31,13 @@ TEST_P(StyleTest, ButtonsAndIcon)
 
 INSTANTIATE_TEST_SUITE_P(
     Styles, StyleTest,
-    ::testing::Values(
-        StyleCase{os::vbOKOnly + os::vbExclamation, {SB::Ok}, QMessageBox::Warning},
-        StyleCase{os::vbOKCancel + os::vbInformation, {SB::Ok, SB::Cancel}, QMessageBox::Information},
-        StyleCase{os::vbYesNoCancel + os::vbQuestion, {SB::Yes, SB::No, SB::Cancel}, QMessageBox::Question},
-        StyleCase{os::vbYesNo + os::vbCritical + 256, {SB::Yes, SB::No}, QMessageBox::Critical},
-        StyleCase{os::vbRetryCancel, {SB::Retry, SB::Cancel}, QMessageBox::NoIcon},
-        StyleCase{os::vbAbortRetryIgnore, {SB::Abort, SB::Retry, SB::Ignore}, QMessageBox::NoIcon},
-        StyleCase{9, {SB::Ok}, QMessageBox::NoIcon}));
+    ::testing::Values(StyleCase{os::vbOKOnly + os::vbExclamation, {SB::Ok}, QMessageBox::Warning},
+                      StyleCase{os::vbOKCancel + os::vbInformation, {SB::Ok, SB::Cancel}, QMessageBox::Information},
+                      StyleCase{os::vbYesNoCancel + os::vbQuestion, {SB::Yes, SB::No, SB::Cancel}, QMessageBox::Question},
+                      StyleCase{os::vbYesNo + os::vbCritical + 256, {SB::Yes, SB::No}, QMessageBox::Critical},
+                      StyleCase{os::vbRetryCancel, {SB::Retry, SB::Cancel}, QMessageBox::NoIcon},
+                      StyleCase{os::vbAbortRetryIgnore, {SB::Abort, SB::Retry, SB::Ignore}, QMessageBox::NoIcon},
+                      StyleCase{9, {SB::Ok}, QMessageBox::NoIcon}));
 
 struct ClickCase {
     int style;

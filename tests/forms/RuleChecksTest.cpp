@@ -11,21 +11,18 @@ namespace mv::test {
 namespace {
 
 const QString kRequired = QStringLiteral("The Following Fields are Required to save this rule:\r\n\r\n");
-const QString kSubjectQuotes =
-    QStringLiteral("There are unmatched quote characters in the Subject contains field.");
-const QString kMessageQuotes =
-    QStringLiteral("There are unmatched quote characters in the Message contains field.");
+const QString kSubjectQuotes = QStringLiteral("There are unmatched quote characters in the Subject contains field.");
+const QString kMessageQuotes = QStringLiteral("There are unmatched quote characters in the Message contains field.");
 const QString kCatchAll = QStringLiteral(
-    "The rule as configured is invalid:\r\n\r\nThis would result in all messages being moved regardless of "
-    "any "
+    "The rule as configured is invalid:\r\n\r\nThis would result in all messages being moved regardless of any "
     "criteria.");
 
 using Edit = std::function<void(forms::frmRuleProps&)>;
 
 struct CheckCase {
     const char* name;
-    Edit edit;        // applied after the required fields are filled
-    QString message;  // empty: the rule is saved
+    Edit edit;         // applied after the required fields are filled
+    QString message;   // empty: the rule is saved
 };
 
 Edit Text(const char* field, const char* text)
@@ -55,10 +52,7 @@ Edit AllAny()
     return Both(Pick("cmbStatus", "Any"), Pick("cmbMsgAge", "Any Time"));
 }
 
-void PrintTo(const CheckCase& c, std::ostream* os)
-{
-    *os << c.name;
-}
+void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
 
 class RuleCheckTest : public RulePropsFixture, public ::testing::WithParamInterface<CheckCase> {};
 
@@ -95,10 +89,8 @@ const CheckCase kChecks[] = {
      kRequired + QStringLiteral("RuleName\r\nDestination Folder\r\n")},
     {"BlankNameIsAName", Both(Text("txtRuleName", " "), Text("txtFrom", "a@example.org")), {}},
     {"OneQuoteInSubject", Text("txtSubject", "\"foo"), kSubjectQuotes},
-    {"SubjectCheckedBeforeMessage", Both(Text("txtSubject", "a\"b"), Text("txtMessage", "\"")),
-     kSubjectQuotes},
-    {"OneQuoteInMessage", Both(Text("txtSubject", "\"a\" \"b\""), Text("txtMessage", "x \" y")),
-     kMessageQuotes},
+    {"SubjectCheckedBeforeMessage", Both(Text("txtSubject", "a\"b"), Text("txtMessage", "\"")), kSubjectQuotes},
+    {"OneQuoteInMessage", Both(Text("txtSubject", "\"a\" \"b\""), Text("txtMessage", "x \" y")), kMessageQuotes},
     {"ThreeQuotesInMessage", Text("txtMessage", "\"a\" \"b"), kMessageQuotes},
     {"QuotesCheckedBeforeCatchAll", Text("txtMessage", "\""), kMessageQuotes},
     {"EveryCriterionAny", [](forms::frmRuleProps&) {}, kCatchAll},
@@ -120,12 +112,9 @@ TEST_F(RulePropsFixture, AddressSeparatorCheckNamesEveryField)
     SetText(*form, "txtFrom", QStringLiteral("a,b"));
     SetText(*form, "txtCC", QStringLiteral("c, d"));
     EXPECT_FALSE(form->CheckAddressSeparators());
-    EXPECT_EQ(
-        m_answerer.texts(),
-        QStringList({QStringLiteral(
-                         "Please separate multiple email addresses in the From field with a semicolon (;)."),
-                     QStringLiteral(
-                         "Please separate multiple email addresses in the Cc field with a semicolon (;).")}));
+    EXPECT_EQ(m_answerer.texts(),
+              QStringList({QStringLiteral("Please separate multiple email addresses in the From field with a semicolon (;)."),
+                           QStringLiteral("Please separate multiple email addresses in the Cc field with a semicolon (;).")}));
     SetText(*form, "txtFrom", QStringLiteral("a;b"));
     SetText(*form, "txtCC", QString());
     m_answerer.clear();

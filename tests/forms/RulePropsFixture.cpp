@@ -44,11 +44,10 @@ void RulePropsFixture::TearDown()
 }
 
 std::unique_ptr<forms::frmRuleProps> RulePropsFixture::Open(const QString& action, int ruleId,
-                                                            const QString& hostVersion, bool load)
+                                                             const QString& hostVersion, bool load)
 {
-    forms::RulePropsContext ctx{*m_db,        *m_ns,     m_picker,    m_contacts,
-                                m_answerer,   *m_report, hostVersion, QStringLiteral("Mailvane"),
-                                m_tmp.path(), nullptr};
+    forms::RulePropsContext ctx{*m_db, *m_ns, m_picker, m_contacts, m_answerer, *m_report,
+                                hostVersion, QStringLiteral("Mailvane"), m_tmp.path(), nullptr};
     auto form = std::make_unique<forms::frmRuleProps>(ctx);
     form->Action = action;
     form->RuleID = static_cast<std::int16_t>(ruleId);
@@ -104,15 +103,10 @@ QList<QVariantMap> RulePropsFixture::Rows(const QString& sql)
         for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
             const QString name = QString::fromUtf8(sqlite3_column_name(stmt, i));
             switch (sqlite3_column_type(stmt, i)) {
-                case SQLITE_NULL:
-                    row.insert(name, QVariant());
-                    break;
-                case SQLITE_INTEGER:
-                    row.insert(name, sqlite3_column_int64(stmt, i));
-                    break;
-                default:
-                    row.insert(
-                        name, QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i))));
+            case SQLITE_NULL: row.insert(name, QVariant()); break;
+            case SQLITE_INTEGER: row.insert(name, sqlite3_column_int64(stmt, i)); break;
+            default:
+                row.insert(name, QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i))));
             }
         }
         rows.push_back(row);
@@ -124,14 +118,13 @@ QList<QVariantMap> RulePropsFixture::Rows(const QString& sql)
 
 int RulePropsFixture::AddRule(const QString& name, const QString& extraColumns, const QString& extraValues)
 {
-    const QString columns =
-        QStringLiteral("RuleName, SrcEntryID, SrcStoreID, DstEntryID, DstStoreID, SortID") +
-        (extraColumns.isEmpty() ? QString() : QStringLiteral(", ") + extraColumns);
-    const QString values =
-        QStringLiteral("'%1', '%2', '%3', '%4', '%5', %6")
-            .arg(name, m_inbox->EntryID(), m_inbox->StoreID(), m_archive->EntryID(), m_archive->StoreID())
-            .arg(RuleCount() + 1) +
-        (extraValues.isEmpty() ? QString() : QStringLiteral(", ") + extraValues);
+    const QString columns = QStringLiteral("RuleName, SrcEntryID, SrcStoreID, DstEntryID, DstStoreID, SortID") +
+                            (extraColumns.isEmpty() ? QString() : QStringLiteral(", ") + extraColumns);
+    const QString values = QStringLiteral("'%1', '%2', '%3', '%4', '%5', %6")
+                               .arg(name, m_inbox->EntryID(), m_inbox->StoreID(), m_archive->EntryID(),
+                                    m_archive->StoreID())
+                               .arg(RuleCount() + 1) +
+                           (extraValues.isEmpty() ? QString() : QStringLiteral(", ") + extraValues);
     Sql(QStringLiteral("INSERT INTO Rules (%1) VALUES (%2)").arg(columns, values));
     const auto rows = Rows(QStringLiteral("SELECT MAX(RuleID) AS id FROM Rules"));
     return rows.isEmpty() ? 0 : rows.front().value(QStringLiteral("id")).toInt();

@@ -22,10 +22,7 @@ struct ListCase {
     std::span<const Choice> (*choices)();
 };
 
-std::span<const Choice> ColouredFlags()
-{
-    return forms::FlagStatusChoices(11);
-}
+std::span<const Choice> ColouredFlags() { return forms::FlagStatusChoices(11); }
 
 const ListCase kLists[] = {
     {"cmbMsgAge", "MsgAgeID", &forms::MsgAgeChoices},
@@ -35,10 +32,7 @@ const ListCase kLists[] = {
     {"cmbOnlyItems", "LastVerb", &forms::LastVerbChoices},
 };
 
-void PrintTo(const ListCase& c, std::ostream* os)
-{
-    *os << c.list;
-}
+void PrintTo(const ListCase& c, std::ostream* os) { *os << c.list; }
 
 class ListCodeTest : public RulePropsFixture, public ::testing::WithParamInterface<ListCase> {};
 
@@ -56,13 +50,11 @@ TEST_P(ListCodeTest, EveryEntrySavesItsCodeAndLoadsBack)
         SetText(*form, "txtSubject", QStringLiteral("keep"));  // never a catch-all
         Choose(*form, c.list, label);
         Click(*form, "btnOK");
-        ASSERT_EQ(form->result(), QDialog::Accepted)
-            << m_answerer.texts().join(QStringLiteral("|")).toStdString();
+        ASSERT_EQ(form->result(), QDialog::Accepted) << m_answerer.texts().join(QStringLiteral("|")).toStdString();
         EXPECT_FALSE(form->Cancelled);
 
-        const auto rows =
-            Rows(QStringLiteral("SELECT RuleID, %1 AS code FROM Rules ORDER BY RuleID DESC LIMIT 1")
-                     .arg(QLatin1String(c.column)));
+        const auto rows = Rows(QStringLiteral("SELECT RuleID, %1 AS code FROM Rules ORDER BY RuleID DESC LIMIT 1")
+                                   .arg(QLatin1String(c.column)));
         ASSERT_EQ(rows.size(), 1);
         EXPECT_EQ(rows.front().value(QStringLiteral("code")).toInt(), choice.code);
 
@@ -84,10 +76,7 @@ struct StoredCodeCase {
     const char* shown;
 };
 
-void PrintTo(const StoredCodeCase& c, std::ostream* os)
-{
-    *os << c.name;
-}
+void PrintTo(const StoredCodeCase& c, std::ostream* os) { *os << c.name; }
 
 class StoredCodeTest : public RulePropsFixture, public ::testing::WithParamInterface<StoredCodeCase> {};
 
@@ -117,12 +106,10 @@ INSTANTIATE_TEST_SUITE_P(Codes, StoredCodeTest, ::testing::ValuesIn(kStored),
 
 TEST_F(RulePropsFixture, OldHostSavesDontCareForAColouredFlag)
 {
-    const int id =
-        AddRule(QStringLiteral("r"), QStringLiteral("FlagStatus, Subject"), QStringLiteral("16, 'x'"));
+    const int id = AddRule(QStringLiteral("r"), QStringLiteral("FlagStatus, Subject"), QStringLiteral("16, 'x'"));
     auto form = Open(QStringLiteral("Update"), id, QStringLiteral("10.0"));
     Click(*form, "btnOK");
-    EXPECT_EQ(
-        Rows(QStringLiteral("SELECT FlagStatus FROM Rules")).front().value(QStringLiteral("FlagStatus")), 0);
+    EXPECT_EQ(Rows(QStringLiteral("SELECT FlagStatus FROM Rules")).front().value(QStringLiteral("FlagStatus")), 0);
 }
 
 TEST_F(RulePropsFixture, NewRulesGoToTheEndOfTheOrder)
@@ -137,9 +124,8 @@ TEST_F(RulePropsFixture, NewRulesGoToTheEndOfTheOrder)
         Click(*form, "btnOK");
         ASSERT_EQ(form->result(), QDialog::Accepted);
     }
-    const auto rows =
-        Rows(QStringLiteral("SELECT RuleName, SortID, SrcEntryID, DstStoreID, Message, CcAddress "
-                            "FROM Rules ORDER BY RuleID"));
+    const auto rows = Rows(QStringLiteral("SELECT RuleName, SortID, SrcEntryID, DstStoreID, Message, CcAddress "
+                                          "FROM Rules ORDER BY RuleID"));
     ASSERT_EQ(rows.size(), 3);
     EXPECT_EQ(rows[1].value(QStringLiteral("RuleName")), QStringLiteral("second"));
     EXPECT_EQ(rows[1].value(QStringLiteral("SortID")), 8);
@@ -153,8 +139,7 @@ TEST_F(RulePropsFixture, NewRulesGoToTheEndOfTheOrder)
 
 TEST_F(RulePropsFixture, ModifyUpdatesOnlyItsRow)
 {
-    const int a =
-        AddRule(QStringLiteral("a"), QStringLiteral("Subject, Active"), QStringLiteral("'old', -1"));
+    const int a = AddRule(QStringLiteral("a"), QStringLiteral("Subject, Active"), QStringLiteral("'old', -1"));
     const int b = AddRule(QStringLiteral("b"), QStringLiteral("Subject"), QStringLiteral("'other'"));
     const auto before = Rows(QStringLiteral("SELECT * FROM Rules WHERE RuleID=%1").arg(b));
 
@@ -201,8 +186,7 @@ TEST_F(RulePropsFixture, VanishedFoldersAreReportedAndMustBePickedAgain)
     m_answerer.clear();
     Click(*form, "btnOK");
     ASSERT_EQ(m_answerer.texts().size(), 1);
-    EXPECT_TRUE(
-        m_answerer.texts().front().endsWith(QStringLiteral("Source Folder\r\nDestination Folder\r\n")));
+    EXPECT_TRUE(m_answerer.texts().front().endsWith(QStringLiteral("Source Folder\r\nDestination Folder\r\n")));
 }
 
 TEST_F(RulePropsFixture, FolderPickerCancelKeepsTheFolder)
@@ -223,10 +207,9 @@ TEST_F(RulePropsFixture, ContactPickerJoinsChosenAddresses)
     Click(*form, "btnTo");  // nothing chosen: the text stays
     EXPECT_EQ(Find<QLineEdit>(*form, "txtTo")->text(), QStringLiteral("kept@example.org"));
 
-    m_contacts.entries = {
-        {true, QStringLiteral("EX"), QStringLiteral("Ann Lee"), QStringLiteral("/O=ORG/CN=ANN")},
-        {false, QStringLiteral("SMTP"), QStringLiteral("Skipped"), QStringLiteral("x@example.org")},
-        {true, QStringLiteral("SMTP"), QStringLiteral("Bob"), QStringLiteral("bob@example.org")}};
+    m_contacts.entries = {{true, QStringLiteral("EX"), QStringLiteral("Ann Lee"), QStringLiteral("/O=ORG/CN=ANN")},
+                          {false, QStringLiteral("SMTP"), QStringLiteral("Skipped"), QStringLiteral("x@example.org")},
+                          {true, QStringLiteral("SMTP"), QStringLiteral("Bob"), QStringLiteral("bob@example.org")}};
     Click(*form, "btnCc");
     EXPECT_EQ(m_contacts.lastTitle, QStringLiteral("Choose a Contact"));
     EXPECT_EQ(Find<QLineEdit>(*form, "txtCC")->text(), QStringLiteral("Ann Lee; bob@example.org; "));
@@ -269,9 +252,8 @@ TEST_F(RulePropsFixture, FailedSaveIsReportedAndKeepsTheForm)
     Sql(QStringLiteral("DROP TABLE Rules"));
     Click(*form, "btnOK");
     EXPECT_NE(form->result(), QDialog::Accepted);
-    EXPECT_TRUE(
-        m_answerer.texts().contains(QStringLiteral("There was a problem saving your changes.\r\n\r\nIf this "
-                                                   "problem persists, please contact Sorquin support.")));
+    EXPECT_TRUE(m_answerer.texts().contains(QStringLiteral(
+        "There was a problem saving your changes.\r\n\r\nIf this problem persists, please contact Sorquin support.")));
     EXPECT_EQ(Find<QLineEdit>(*form, "txtFrom")->text(), QStringLiteral("a@example.org"));
     m_expectedReports = static_cast<int>(m_answerer.shown().size());
 }
@@ -281,13 +263,10 @@ TEST_F(RulePropsFixture, FailedSaveIsReportedAndKeepsTheForm)
 struct SmartAddCase {
     const char* name;
     const char* settings;  // SET clause for the settings row
-    const char *ruleName, *from, *to, *cc, *subject, *importance, *status, *age;
+    const char* ruleName, *from, *to, *cc, *subject, *importance, *status, *age;
 };
 
-void PrintTo(const SmartAddCase& c, std::ostream* os)
-{
-    *os << c.name;
-}
+void PrintTo(const SmartAddCase& c, std::ostream* os) { *os << c.name; }
 
 class SmartAddTest : public RulePropsFixture, public ::testing::WithParamInterface<SmartAddCase> {};
 
@@ -329,14 +308,13 @@ TEST_P(SmartAddTest, PrefillFollowsTheSettings)
 
 const SmartAddCase kSmartAdd[] = {
     {"TemplateDefaults", "raRuleName=0",  // the blank template's choices
-     "Quarterly numbers", "ann@example.org", "me@example.net", "", "Quarterly numbers", "High", "Read",
-     "1 hour"},
+     "Quarterly numbers", "ann@example.org", "me@example.net", "", "Quarterly numbers", "High", "Read", "1 hour"},
     {"NameFromSender", "raRuleName=1, raTo=0, raSubject=0, raImportance=0, raStatus=0, raMsgAge=18",
      "ann@example.org", "ann@example.org", "", "", "", "Any", "Unread", "6 months"},
     {"NameFromRecipientWithCopies", "raRuleName=2, raFrom=0, raCc=1, raStatus=2, raMsgAge=13",
      "me@example.net", "", "me@example.net", "Cat", "Quarterly numbers", "High", "Any", "Any Time"},
-    {"UnknownNameChoiceLeavesItEmpty", "raRuleName=7, raFrom=2, raTo=2, raSubject=5", "", "", "", "", "",
-     "High", "Read", "1 hour"},
+    {"UnknownNameChoiceLeavesItEmpty", "raRuleName=7, raFrom=2, raTo=2, raSubject=5",
+     "", "", "", "", "", "High", "Read", "1 hour"},
 };
 INSTANTIATE_TEST_SUITE_P(Settings, SmartAddTest, ::testing::ValuesIn(kSmartAdd),
                          [](const auto& info) { return std::string(info.param.name); });
