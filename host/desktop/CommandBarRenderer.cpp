@@ -141,13 +141,6 @@ void CommandBarRenderer::OnBarAdded(office::CommandBar* bar)
         m_window.addToolBar(AreaOf(bar->Position()), toolbar);
         toolbar->setVisible(bar->Visible());
         shown.toolbar = toolbar;
-        const QString key = Key(bar->Name());
-        auto read = [this, key] {
-            auto it = m_shown.find(key);
-            if (it != m_shown.end()) ReadPlace(*it);
-        };
-        connect(toolbar, &QToolBar::topLevelChanged, this, read);
-        connect(toolbar, &QToolBar::orientationChanged, this, read);
     }
     connect(bar, &office::CommandBar::Changed, this, [this] {
         if (!m_busy) Schedule();
@@ -362,11 +355,17 @@ void CommandBarRenderer::ReadPlaces()
 
 bool CommandBarRenderer::eventFilter(QObject* watched, QEvent* event)
 {
-    if (event->type() == QEvent::Move || event->type() == QEvent::Show) {
-        if (auto* toolbar = qobject_cast<QToolBar*>(watched)) {
-            auto it = m_shown.find(Key(toolbar->objectName()));
-            if (it != m_shown.end() && it->toolbar == toolbar) ReadPlace(*it);
-        }
+    if ((event->type() == QEvent::Move || event->type() == QEvent::Show) && !m_readPending &&
+        qobject_cast<QToolBar*>(watched)) {
+        // After the layout pass: the central area may move after the bar.
+        m_readPending = true;
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                m_readPending = false;
+                ReadPlaces();
+            },
+            Qt::QueuedConnection);
     }
     return QObject::eventFilter(watched, event);
 }

@@ -95,6 +95,7 @@ private:
     QHash<QString, Shown> m_shown;
     QHash<QString, QPointer<QMenu>> m_boundMenus;
     bool m_pending = false;
+    bool m_readPending = false;
     bool m_busy = false;  // writing to the model or the widgets: ignore the echo
 };
 
