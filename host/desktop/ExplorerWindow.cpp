@@ -298,9 +298,14 @@ void ExplorerWindow::RefreshIfChanged()
     if (!store || m_closed) return;
     auto info = store->Folder(m_messages->FolderId());
     if (!info) return;
-    outlook::StoreFolder folder(*store, *info);
-    if (folder.ItemCount() != m_messages->rowCount() || folder.UnReadItemCount() != m_messages->UnreadCount())
-        Refresh();
+    int total = info->total, unread = info->unread;
+    if (total < 0 || unread < 0) {
+        // The store could not tell cheaply: count with a query.
+        outlook::StoreFolder folder(*store, *info);
+        if (total < 0) total = folder.ItemCount();
+        if (unread < 0) unread = folder.UnReadItemCount();
+    }
+    if (total != m_messages->rowCount() || unread != m_messages->UnreadCount()) Refresh();
 }
 
 void ExplorerWindow::QueueRefresh()

@@ -21,6 +21,8 @@
 #include <QApplication>
 #include <QMessageBox>
 
+#include <cstdio>
+
 namespace mv::host::desktop {
 
 namespace {
@@ -35,6 +37,13 @@ int Fail(const QString& text, int code)
 
 int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
 {
+    // Qt aborts without a display; say what to do instead.
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+        std::fprintf(stderr, "mailvane: no display to open windows on; use --headless or a command "
+                             "(mailvane --help)\n");
+        return kExitUsage;
+    }
     QApplication qapp(argc, argv);
     QApplication::setApplicationName(QStringLiteral("mailvane"));
 

@@ -6,6 +6,7 @@
 #include "host/desktop/CommandBarRenderer.h"
 #include "platform/office/CommandBars.h"
 
+#include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
 #include <QToolBar>
@@ -117,6 +118,18 @@ TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage
         << StoredSubjects(QStringLiteral("Archive")).join(u',').toStdString() << LogText().toStdString();
     EXPECT_EQ(ListedSubjects(w), (QStringList{QStringLiteral("Read and open"), QStringLiteral("Still unread")}));
     EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")), QStringList{QStringLiteral("Already read")});
+}
+
+TEST_F(CommandBarsTest, ATimerDrivenRunShowsInTheListAtTheNextChangeCheck)
+{
+    m_checkMs = 100;
+    ExplorerWindow& w = Start();
+    AddReadMailRule();
+    AddIn().RunAllRules();  // as the hourly cycle does: no click to react to
+    EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")).size(), 2);
+    ASSERT_TRUE(WaitFor([&] { return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")}; }))
+        << ListedSubjects(w).join(u',').toStdString();
+    EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(), QStringLiteral("1 item, 1 unread"));
 }
 
 TEST_F(CommandBarsTest, SmartAddWithNothingSelectedAsksForAMailItem)

@@ -74,7 +74,7 @@ host::desktop::ExplorerWindow& DesktopTest::Start()
     options.displayName = QStringLiteral("Local Mail");
     m_stores->Add(std::make_unique<stores::maildir::MaildirStore>(Root(), options));
     m_app = std::make_unique<host::desktop::DesktopApplication>(*m_stores, m_clipboard);
-    m_app->SetChangeCheckInterval(0);  // the tests say when to look
+    m_app->SetChangeCheckInterval(m_checkMs);
     m_app->Open();
 
     addin::AddInServices services;

@@ -76,6 +76,7 @@ protected:
     std::unique_ptr<host::desktop::DesktopApplication> m_app;
     std::unique_ptr<addin::Connect> m_connect;
     int m_sequence = 0;
+    int m_checkMs = 0;  // the windows' change check; off unless a test wants it
 };
 
 }  // namespace mv::test
