@@ -21,42 +21,42 @@ namespace {
 Qt::ToolBarArea AreaOf(int position)
 {
     switch (position) {
-    case office::msoBarLeft:
-        return Qt::LeftToolBarArea;
-    case office::msoBarRight:
-        return Qt::RightToolBarArea;
-    case office::msoBarBottom:
-        return Qt::BottomToolBarArea;
-    default:
-        return Qt::TopToolBarArea;  // floating and the rest start at the top
+        case office::msoBarLeft:
+            return Qt::LeftToolBarArea;
+        case office::msoBarRight:
+            return Qt::RightToolBarArea;
+        case office::msoBarBottom:
+            return Qt::BottomToolBarArea;
+        default:
+            return Qt::TopToolBarArea;  // floating and the rest start at the top
     }
 }
 
 int PositionOf(Qt::ToolBarArea area)
 {
     switch (area) {
-    case Qt::LeftToolBarArea:
-        return office::msoBarLeft;
-    case Qt::RightToolBarArea:
-        return office::msoBarRight;
-    case Qt::BottomToolBarArea:
-        return office::msoBarBottom;
-    default:
-        return office::msoBarTop;
+        case Qt::LeftToolBarArea:
+            return office::msoBarLeft;
+        case Qt::RightToolBarArea:
+            return office::msoBarRight;
+        case Qt::BottomToolBarArea:
+            return office::msoBarBottom;
+        default:
+            return office::msoBarTop;
     }
 }
 
 Qt::ToolButtonStyle ButtonStyle(const office::CommandBarControl& c)
 {
     switch (c.Style()) {
-    case office::msoButtonIcon:
-        return Qt::ToolButtonIconOnly;
-    case office::msoButtonCaption:
-        return Qt::ToolButtonTextOnly;
-    case office::msoButtonIconAndCaption:
-        return c.Face().isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonTextBesideIcon;
-    default:
-        return c.Face().isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonIconOnly;
+        case office::msoButtonIcon:
+            return Qt::ToolButtonIconOnly;
+        case office::msoButtonCaption:
+            return Qt::ToolButtonTextOnly;
+        case office::msoButtonIconAndCaption:
+            return c.Face().isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonTextBesideIcon;
+        default:
+            return c.Face().isNull() ? Qt::ToolButtonTextOnly : Qt::ToolButtonIconOnly;
     }
 }
 
@@ -199,10 +199,11 @@ void CommandBarRenderer::Watch(Shown& shown, office::CommandBarControls* control
     if (!controls) return;
     for (const QPointer<office::CommandBarControl>& c : controls->items()) {
         if (!c) continue;
-        shown.controlLinks.push_back(connect(c, &office::CommandBarControl::Changed, this, &CommandBarRenderer::Schedule));
+        shown.controlLinks.push_back(
+            connect(c, &office::CommandBarControl::Changed, this, &CommandBarRenderer::Schedule));
         if (c->Controls()) {
-            shown.controlLinks.push_back(
-                connect(c->Controls(), &office::CommandBarControls::Changed, this, &CommandBarRenderer::Schedule));
+            shown.controlLinks.push_back(connect(c->Controls(), &office::CommandBarControls::Changed, this,
+                                                 &CommandBarRenderer::Schedule));
             Watch(shown, c->Controls());
         }
     }
@@ -235,7 +236,8 @@ void CommandBarRenderer::FillToolBar(Shown& shown)
     }
 }
 
-void CommandBarRenderer::FillMenu(Shown& shown, QMenu* menu, office::CommandBarControls* controls, bool topLevel)
+void CommandBarRenderer::FillMenu(Shown& shown, QMenu* menu, office::CommandBarControls* controls,
+                                  bool topLevel)
 {
     if (topLevel && shown.bound) {
         for (const QPointer<QAction>& a : shown.own) {
@@ -297,10 +299,14 @@ void CommandBarRenderer::ApplyPlace(Shown& shown)
             const QWidget* central = m_window.centralWidget();
             const int width = central ? central->width() : 0;
             const int height = central ? central->height() : 0;
-            if (wanted.left < 0) area = Qt::LeftToolBarArea;
-            else if (wanted.top < 0) area = Qt::TopToolBarArea;
-            else if (width > 0 && wanted.left >= width) area = Qt::RightToolBarArea;
-            else if (height > 0 && wanted.top >= height) area = Qt::BottomToolBarArea;
+            if (wanted.left < 0)
+                area = Qt::LeftToolBarArea;
+            else if (wanted.top < 0)
+                area = Qt::TopToolBarArea;
+            else if (width > 0 && wanted.left >= width)
+                area = Qt::RightToolBarArea;
+            else if (height > 0 && wanted.top >= height)
+                area = Qt::BottomToolBarArea;
             bar->SetPosition(PositionOf(area));
         }
         if (m_window.toolBarArea(toolbar) != area) {

@@ -63,7 +63,10 @@ public:
 
     DesktopHooks& Hooks() { return m_hooks; }
     // The first folder window (nullptr before Open).
-    ExplorerWindow* FirstExplorer() const { return m_explorerObjects.empty() ? nullptr : m_explorerObjects.front().get(); }
+    ExplorerWindow* FirstExplorer() const
+    {
+        return m_explorerObjects.empty() ? nullptr : m_explorerObjects.front().get();
+    }
     outlook::StoreNameSpace& Session() { return m_core.Session(); }
     std::vector<mapi::MessageStore*> Stores() const { return m_stores.Stores(); }
     // How often a folder window asks its store whether the open folder

@@ -87,7 +87,8 @@ ExplorerWindow::ExplorerWindow(DesktopApplication& app, os::Clipboard* clipboard
     connect(&m_changeCheck, &QTimer::timeout, this, &ExplorerWindow::RefreshIfChanged);
 
     // Open the first store's Inbox, as a mail program starts.
-    if (!OpenFolder(QStringLiteral("Inbox")) && m_folders->rowCount() > 0 && m_folders->item(0)->rowCount() > 0)
+    if (!OpenFolder(QStringLiteral("Inbox")) && m_folders->rowCount() > 0 &&
+        m_folders->item(0)->rowCount() > 0)
         m_folderView->setCurrentIndex(m_folders->item(0)->child(0)->index());
     UpdateStatus();
 }
@@ -104,7 +105,8 @@ void ExplorerWindow::BuildMenus()
     QMenuBar* bar = m_window->menuBar();
     QMenu* file = bar->addMenu(QStringLiteral("&File"));
     file->setObjectName(QStringLiteral("mnuFile"));
-    QAction* newWindow = file->addAction(QStringLiteral("New &Window"), this, [this] { m_app.OpenExplorer(); });
+    QAction* newWindow =
+        file->addAction(QStringLiteral("New &Window"), this, [this] { m_app.OpenExplorer(); });
     newWindow->setObjectName(QStringLiteral("mnuNewWindow"));
     newWindow->setShortcut(QKeySequence::New);
     QAction* close = file->addAction(QStringLiteral("&Close"), this, [this] { Close(); });
@@ -165,7 +167,7 @@ void ExplorerWindow::Close()
 {
     if (m_closed) return;
     m_window->close();  // the close event marks the window closed
-    MarkClosed();        // also when the window was never shown
+    MarkClosed();       // also when the window was never shown
 }
 
 void ExplorerWindow::MarkClosed()
@@ -180,20 +182,20 @@ bool ExplorerWindow::eventFilter(QObject* watched, QEvent* event)
 {
     if (watched == m_window.get()) {
         switch (event->type()) {
-        case QEvent::Close:
-            MarkClosed();
-            break;
-        case QEvent::WindowActivate:
-            if (!m_closed) {
-                QueueRefresh();
-                Q_EMIT Activate();
-            }
-            break;
-        case QEvent::WindowDeactivate:
-            if (!m_closed) Q_EMIT Deactivate();
-            break;
-        default:
-            break;
+            case QEvent::Close:
+                MarkClosed();
+                break;
+            case QEvent::WindowActivate:
+                if (!m_closed) {
+                    QueueRefresh();
+                    Q_EMIT Activate();
+                }
+                break;
+            case QEvent::WindowDeactivate:
+                if (!m_closed) Q_EMIT Deactivate();
+                break;
+            default:
+                break;
         }
     } else if (watched == m_messageView && event->type() == QEvent::KeyPress) {
         const int key = static_cast<QKeyEvent*>(event)->key();
@@ -240,7 +242,8 @@ void ExplorerWindow::OnFolderChosen(const QModelIndex& current, const QModelInde
 void ExplorerWindow::LoadList(mapi::MessageStore* store, const QByteArray& folderId)
 {
     m_quiet = true;
-    const Status loaded = folderId.isEmpty() ? m_messages->Load(nullptr, {}) : m_messages->Load(store, folderId);
+    const Status loaded =
+        folderId.isEmpty() ? m_messages->Load(nullptr, {}) : m_messages->Load(store, folderId);
     m_quiet = false;
     UpdateStatus();
     if (!loaded) m_window->statusBar()->showMessage(loaded.error().message);
@@ -250,7 +253,8 @@ QList<QByteArray> ExplorerWindow::SelectedIds() const
 {
     QList<QByteArray> ids;
     QModelIndexList rows = m_messageView->selectionModel()->selectedRows();
-    std::sort(rows.begin(), rows.end(), [](const QModelIndex& a, const QModelIndex& b) { return a.row() < b.row(); });
+    std::sort(rows.begin(), rows.end(),
+              [](const QModelIndex& a, const QModelIndex& b) { return a.row() < b.row(); });
     for (const QModelIndex& row : rows) ids << row.data(MessageListModel::EntryIdRole).toByteArray();
     return ids;
 }
@@ -273,7 +277,8 @@ void ExplorerWindow::Select(const QList<QByteArray>& ids, const QByteArray& curr
 void ExplorerWindow::ReloadKeepingSelection()
 {
     const QList<QByteArray> before = SelectedIds();
-    const QByteArray currentId = m_messageView->currentIndex().data(MessageListModel::EntryIdRole).toByteArray();
+    const QByteArray currentId =
+        m_messageView->currentIndex().data(MessageListModel::EntryIdRole).toByteArray();
     m_quiet = true;
     const Status loaded = m_messages->Load(m_messages->Store(), m_messages->FolderId());
     Select(before, currentId);

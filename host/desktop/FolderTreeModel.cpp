@@ -38,7 +38,8 @@ void FolderTreeModel::Reload()
             progress = false;
             std::vector<const mapi::FolderInfo*> later;
             for (const mapi::FolderInfo* info : pending) {
-                QStandardItem* parentItem = info->parentId.isEmpty() ? storeItem : placed.value(info->parentId);
+                QStandardItem* parentItem =
+                    info->parentId.isEmpty() ? storeItem : placed.value(info->parentId);
                 if (!parentItem) {
                     later.push_back(info);
                     continue;

@@ -27,7 +27,7 @@ public:
     static constexpr int StoreRole = Qt::UserRole + 2;     // the store, as a QObject*
     static constexpr int NameRole = Qt::UserRole + 3;      // the folder's name without the count
     static constexpr int UnreadRole = Qt::UserRole + 4;
-    static constexpr int PathRole = Qt::UserRole + 5;      // "Inbox/Projects"
+    static constexpr int PathRole = Qt::UserRole + 5;  // "Inbox/Projects"
 
     explicit FolderTreeModel(StoreList stores, QObject* parent = nullptr);
 

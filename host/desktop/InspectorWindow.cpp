@@ -40,21 +40,26 @@ InspectorWindow::InspectorWindow(std::unique_ptr<outlook::Item> item, QObject* p
     : outlook::Inspector(parent), m_item(std::move(item)), m_window(std::make_unique<QWidget>())
 {
     m_window->setObjectName(QStringLiteral("frmInspector"));
-    m_window->setWindowTitle(m_item->Subject().isEmpty() ? QStringLiteral("(no subject)") : m_item->Subject());
+    m_window->setWindowTitle(m_item->Subject().isEmpty() ? QStringLiteral("(no subject)")
+                                                         : m_item->Subject());
     m_window->resize(720, 560);
     m_window->installEventFilter(this);
 
     auto* headers = new QFormLayout;
     const QDateTime date = m_item->Fields(mapi::PR_MESSAGE_DELIVERY_TIME).toDateTime();
-    headers->addRow(QStringLiteral("From:"), HeaderLabel(QStringLiteral("lblFrom"), FromLine(*m_item), m_window.get()));
-    headers->addRow(QStringLiteral("To:"), HeaderLabel(QStringLiteral("lblTo"), m_item->To(), m_window.get()));
-    headers->addRow(QStringLiteral("Cc:"), HeaderLabel(QStringLiteral("lblCc"), m_item->CC(), m_window.get()));
+    headers->addRow(QStringLiteral("From:"),
+                    HeaderLabel(QStringLiteral("lblFrom"), FromLine(*m_item), m_window.get()));
+    headers->addRow(QStringLiteral("To:"),
+                    HeaderLabel(QStringLiteral("lblTo"), m_item->To(), m_window.get()));
+    headers->addRow(QStringLiteral("Cc:"),
+                    HeaderLabel(QStringLiteral("lblCc"), m_item->CC(), m_window.get()));
     headers->addRow(QStringLiteral("Subject:"),
                     HeaderLabel(QStringLiteral("lblSubject"), m_item->Subject(), m_window.get()));
-    headers->addRow(QStringLiteral("Date:"),
-                    HeaderLabel(QStringLiteral("lblDate"),
-                                date.isValid() ? QLocale().toString(date.toLocalTime(), QLocale::LongFormat) : QString(),
-                                m_window.get()));
+    headers->addRow(
+        QStringLiteral("Date:"),
+        HeaderLabel(QStringLiteral("lblDate"),
+                    date.isValid() ? QLocale().toString(date.toLocalTime(), QLocale::LongFormat) : QString(),
+                    m_window.get()));
 
     auto* body = new QPlainTextEdit(m_window.get());
     body->setObjectName(QStringLiteral("txtBody"));

@@ -26,24 +26,24 @@ const std::vector<mapi::PropTag> kColumns = {mapi::PR_ENTRYID,
 QString FlagText(int flagStatus)
 {
     switch (flagStatus) {
-    case mapi::FLAG_STATUS_MARKED:
-        return QStringLiteral("\u2691");  // a flag
-    case mapi::FLAG_STATUS_COMPLETE:
-        return QStringLiteral("\u2713");  // a tick
-    default:
-        return {};
+        case mapi::FLAG_STATUS_MARKED:
+            return QStringLiteral("\u2691");  // a flag
+        case mapi::FLAG_STATUS_COMPLETE:
+            return QStringLiteral("\u2713");  // a tick
+        default:
+            return {};
     }
 }
 
 QString FlagToolTip(int flagStatus)
 {
     switch (flagStatus) {
-    case mapi::FLAG_STATUS_MARKED:
-        return QStringLiteral("Flagged for follow up");
-    case mapi::FLAG_STATUS_COMPLETE:
-        return QStringLiteral("Completed");
-    default:
-        return {};
+        case mapi::FLAG_STATUS_MARKED:
+            return QStringLiteral("Flagged for follow up");
+        case mapi::FLAG_STATUS_COMPLETE:
+            return QStringLiteral("Completed");
+        default:
+            return {};
     }
 }
 
@@ -96,7 +96,8 @@ void MessageListModel::Clear()
 
 int MessageListModel::UnreadCount() const
 {
-    return static_cast<int>(std::count_if(m_rows.begin(), m_rows.end(), [](const Message& m) { return m.unread; }));
+    return static_cast<int>(
+        std::count_if(m_rows.begin(), m_rows.end(), [](const Message& m) { return m.unread; }));
 }
 
 int MessageListModel::rowCount(const QModelIndex& parent) const
@@ -120,30 +121,31 @@ QVariant MessageListModel::data(const QModelIndex& index, int role) const
         return bold;
     }
     switch (index.column()) {
-    case ColFlag:
-        if (role == Qt::DisplayRole) return FlagText(m.flagStatus);
-        if (role == Qt::ToolTipRole) return FlagToolTip(m.flagStatus);
-        if (role == SortRole) return m.flagStatus;
-        break;
-    case ColRead:
-        if (role == Qt::DisplayRole) return m.unread ? QStringLiteral("\u25CF") : QString();  // a dot
-        if (role == Qt::ToolTipRole) return m.unread ? QStringLiteral("Unread") : QStringLiteral("Read");
-        if (role == SortRole) return m.unread ? 1 : 0;
-        break;
-    case ColFrom:
-        if (role == Qt::DisplayRole || role == Qt::ToolTipRole) return m.from;
-        if (role == SortRole) return m.from.toCaseFolded();
-        break;
-    case ColSubject:
-        if (role == Qt::DisplayRole || role == Qt::ToolTipRole) return m.subject;
-        if (role == SortRole) return m.subject.toCaseFolded();
-        break;
-    case ColReceived:
-        if (role == Qt::DisplayRole) return QLocale().toString(m.received.toLocalTime(), QLocale::ShortFormat);
-        if (role == SortRole) return m.received;
-        break;
-    default:
-        break;
+        case ColFlag:
+            if (role == Qt::DisplayRole) return FlagText(m.flagStatus);
+            if (role == Qt::ToolTipRole) return FlagToolTip(m.flagStatus);
+            if (role == SortRole) return m.flagStatus;
+            break;
+        case ColRead:
+            if (role == Qt::DisplayRole) return m.unread ? QStringLiteral("\u25CF") : QString();  // a dot
+            if (role == Qt::ToolTipRole) return m.unread ? QStringLiteral("Unread") : QStringLiteral("Read");
+            if (role == SortRole) return m.unread ? 1 : 0;
+            break;
+        case ColFrom:
+            if (role == Qt::DisplayRole || role == Qt::ToolTipRole) return m.from;
+            if (role == SortRole) return m.from.toCaseFolded();
+            break;
+        case ColSubject:
+            if (role == Qt::DisplayRole || role == Qt::ToolTipRole) return m.subject;
+            if (role == SortRole) return m.subject.toCaseFolded();
+            break;
+        case ColReceived:
+            if (role == Qt::DisplayRole)
+                return QLocale().toString(m.received.toLocalTime(), QLocale::ShortFormat);
+            if (role == SortRole) return m.received;
+            break;
+        default:
+            break;
     }
     return {};
 }

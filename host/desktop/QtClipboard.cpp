@@ -10,7 +10,8 @@ QtClipboard::Snapshot QtClipboard::Save() const
 {
     Snapshot snapshot;
     if (const QMimeData* data = QGuiApplication::clipboard()->mimeData())
-        for (const QString& format : data->formats()) snapshot.formats.emplace_back(format, data->data(format));
+        for (const QString& format : data->formats())
+            snapshot.formats.emplace_back(format, data->data(format));
     return snapshot;
 }
 

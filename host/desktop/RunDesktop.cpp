@@ -40,8 +40,9 @@ int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
     // Qt aborts without a display; say what to do instead.
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
         qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
-        std::fprintf(stderr, "mailvane: no display to open windows on; use --headless or a command "
-                             "(mailvane --help)\n");
+        std::fprintf(stderr,
+                     "mailvane: no display to open windows on; use --headless or a command "
+                     "(mailvane --help)\n");
         return kExitUsage;
     }
     QApplication qapp(argc, argv);
@@ -56,7 +57,8 @@ int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
     os::SystemClock clock;
     QtClipboard clipboard;
 
-    auto profile = options.profilePath.isEmpty() ? Profile::LoadDefault() : Profile::Load(options.profilePath);
+    auto profile =
+        options.profilePath.isEmpty() ? Profile::LoadDefault() : Profile::Load(options.profilePath);
     if (!profile) return Fail(profile.error().message, kExitProfile);
     auto stores = StoreSet::Open(*profile);
     if (!stores) return Fail(stores.error().message, kExitStore);

@@ -61,9 +61,9 @@ TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgets)
     ASSERT_NE(toolbar, nullptr);
     EXPECT_TRUE(toolbar->isVisible());
     EXPECT_EQ(w.Window()->toolBarArea(toolbar), Qt::TopToolBarArea);
-    EXPECT_EQ(ButtonCaptions(toolbar), (QStringList{QStringLiteral("Mailvane"), QStringLiteral("Smart Add Rule"),
-                                                    QStringLiteral("Smart Rule Update"),
-                                                    QStringLiteral("Run Mailvane Rules")}));
+    EXPECT_EQ(ButtonCaptions(toolbar),
+              (QStringList{QStringLiteral("Mailvane"), QStringLiteral("Smart Add Rule"),
+                           QStringLiteral("Smart Rule Update"), QStringLiteral("Run Mailvane Rules")}));
     struct Case {
         const char* caption;
         const char* tooltip;
@@ -83,8 +83,9 @@ TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgets)
     EXPECT_EQ(entries.last(), QStringLiteral("Mailvane"));
     QMenu* popup = tools->findChild<QMenu*>(QStringLiteral("Mailvane"));
     ASSERT_NE(popup, nullptr);
-    EXPECT_EQ(MenuTexts(popup), (QStringList{QStringLiteral("Rules Manager..."), QStringLiteral("Smart Add Rule..."),
-                                             QStringLiteral("Smart Rule Update..."), QStringLiteral("Run Rules")}));
+    EXPECT_EQ(MenuTexts(popup),
+              (QStringList{QStringLiteral("Rules Manager..."), QStringLiteral("Smart Add Rule..."),
+                           QStringLiteral("Smart Rule Update..."), QStringLiteral("Run Rules")}));
 }
 
 TEST_F(CommandBarsTest, ToolsMenuEntriesCallTheHostHooks)
@@ -116,7 +117,8 @@ TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage
     run->click();
     ASSERT_TRUE(WaitFor([&] { return !ListedSubjects(w).contains(QStringLiteral("Already read")); }))
         << StoredSubjects(QStringLiteral("Archive")).join(u',').toStdString() << LogText().toStdString();
-    EXPECT_EQ(ListedSubjects(w), (QStringList{QStringLiteral("Read and open"), QStringLiteral("Still unread")}));
+    EXPECT_EQ(ListedSubjects(w),
+              (QStringList{QStringLiteral("Read and open"), QStringLiteral("Still unread")}));
     EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")), QStringList{QStringLiteral("Already read")});
 }
 
@@ -129,7 +131,8 @@ TEST_F(CommandBarsTest, ATimerDrivenRunShowsInTheListAtTheNextChangeCheck)
     EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")).size(), 2);
     ASSERT_TRUE(WaitFor([&] { return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")}; }))
         << ListedSubjects(w).join(u',').toStdString();
-    EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(), QStringLiteral("1 item, 1 unread"));
+    EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(),
+              QStringLiteral("1 item, 1 unread"));
 }
 
 TEST_F(CommandBarsTest, SmartAddWithNothingSelectedAsksForAMailItem)
@@ -138,7 +141,8 @@ TEST_F(CommandBarsTest, SmartAddWithNothingSelectedAsksForAMailItem)
     w.MessageView()->clearSelection();
     Button(w, QStringLiteral("Smart Add Rule"))->click();
     ASSERT_EQ(m_answerer.shown().size(), 1u);
-    EXPECT_EQ(m_answerer.shown()[0].text, QStringLiteral("Please select a Mail Item before using this feature."));
+    EXPECT_EQ(m_answerer.shown()[0].text,
+              QStringLiteral("Please select a Mail Item before using this feature."));
     EXPECT_EQ(m_answerer.shown()[0].style, os::vbInformation);
 }
 
@@ -189,7 +193,8 @@ TEST(CommandBarRendererTest, ControlsAddedOrDeletedLaterAppearOrDisappear)
     EXPECT_EQ(ButtonCaptions(toolbar), (QStringList{QStringLiteral("One"), QStringLiteral("Two")}));
 
     int clicks = 0;
-    QObject::connect(two, &office::CommandBarControl::Click, [&](office::CommandBarControl*, bool&) { ++clicks; });
+    QObject::connect(two, &office::CommandBarControl::Click,
+                     [&](office::CommandBarControl*, bool&) { ++clicks; });
     toolbar->findChild<QToolButton*>(QStringLiteral("Two"))->click();
     EXPECT_EQ(clicks, 1);
 
@@ -200,7 +205,8 @@ TEST(CommandBarRendererTest, ControlsAddedOrDeletedLaterAppearOrDisappear)
     } steps[] = {
         {"deleted", [&] { one->Delete(); }, {QStringLiteral("Two")}},
         {"hidden", [&] { two->SetVisible(false); }, {}},
-        {"added", [&] { bar->Controls()->Add(office::msoControlButton)->SetCaption(QStringLiteral("Three")); },
+        {"added",
+         [&] { bar->Controls()->Add(office::msoControlButton)->SetCaption(QStringLiteral("Three")); },
          {QStringLiteral("Three")}},
     };
     for (const Step& step : steps) {

@@ -2,11 +2,11 @@
 
 #include "host/core/Profile.h"
 #include "host/desktop/MessageListModel.h"
-#include "store/cDB.h"
 #include "platform/logging/FileLogging.h"
 #include "platform/outlook/SafeLib.h"
 #include "platform/stores/maildir/MaildirStore.h"
 #include "store/AdoProgIds.h"
+#include "store/cDB.h"
 
 #include <QAbstractItemModel>
 #include <QCoreApplication>
@@ -52,16 +52,18 @@ void DesktopTest::Write(const QString& folder, const TestMail& mail, bool intoNe
     const QString name = QStringLiteral("%1.M%2.test").arg(1700000000 + m_sequence).arg(m_sequence);
     ++m_sequence;
     const QString path = intoNew ? dir + QStringLiteral("/new/") + name
-                                 : dir + QStringLiteral("/cur/") + name + (mail.read ? QStringLiteral(":2,S")
-                                                                                     : QStringLiteral(":2,"));
+                                 : dir + QStringLiteral("/cur/") + name +
+                                       (mail.read ? QStringLiteral(":2,S") : QStringLiteral(":2,"));
     const QDateTime date = QDateTime::currentDateTimeUtc().addSecs(-3600 + m_sequence * 60);
-    QString text = QStringLiteral("From: %1\r\nTo: Bob <bob@example.org>\r\nSubject: %2\r\n"
-                                  "Message-ID: <m%3@example.com>\r\nDate: %4\r\nMIME-Version: 1.0\r\n"
-                                  "Content-Type: %5; charset=utf-8\r\n\r\n%6\r\n")
-                       .arg(mail.from, mail.subject)
-                       .arg(m_sequence)
-                       .arg(date.toString(Qt::RFC2822Date),
-                            mail.html ? QStringLiteral("text/html") : QStringLiteral("text/plain"), mail.body);
+    QString text =
+        QStringLiteral(
+            "From: %1\r\nTo: Bob <bob@example.org>\r\nSubject: %2\r\n"
+            "Message-ID: <m%3@example.com>\r\nDate: %4\r\nMIME-Version: 1.0\r\n"
+            "Content-Type: %5; charset=utf-8\r\n\r\n%6\r\n")
+            .arg(mail.from, mail.subject)
+            .arg(m_sequence)
+            .arg(date.toString(Qt::RFC2822Date),
+                 mail.html ? QStringLiteral("text/html") : QStringLiteral("text/plain"), mail.body);
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
     file.write(text.toUtf8());

@@ -64,8 +64,9 @@ TEST_F(ExplorerWindowTest, FolderTreeShowsEveryFolderWithItsUnreadCount)
         EXPECT_EQ(index.parent().data().toString(), QStringLiteral("Local Mail")) << c.path;
     }
     // The window opens on the Inbox, newest first, with its count below.
-    EXPECT_EQ(ListedSubjects(w), (QStringList{QStringLiteral("Re: holidays"), QStringLiteral("Server down"),
-                                              QStringLiteral("Quarterly report"), QStringLiteral("Lunch on Friday")}));
+    EXPECT_EQ(ListedSubjects(w),
+              (QStringList{QStringLiteral("Re: holidays"), QStringLiteral("Server down"),
+                           QStringLiteral("Quarterly report"), QStringLiteral("Lunch on Friday")}));
     EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(),
               QStringLiteral("4 items, 2 unread"));
 }
@@ -127,13 +128,15 @@ TEST_F(ExplorerWindowTest, NewMailShowsInTheOpenFolderWithoutLosingTheSelection)
         << "the list did not follow the arrival";
     ASSERT_EQ(w.SelectionCount(), 1);
     EXPECT_EQ(w.Selection().front()->Subject(), selected);
-    EXPECT_EQ(w.Folders().IndexOfPath(QStringLiteral("Inbox")).data().toString(), QStringLiteral("Inbox (3)"));
+    EXPECT_EQ(w.Folders().IndexOfPath(QStringLiteral("Inbox")).data().toString(),
+              QStringLiteral("Inbox (3)"));
 }
 
 TEST_F(ExplorerWindowTest, EnterOpensTheMessageWithItsHeadersAndText)
 {
     Write({}, {QStringLiteral("Newsletter"), false, QStringLiteral("News <news@example.net>"),
-               QStringLiteral("<html><body><p>Big&nbsp;<b>sale</b></p><script>x()</script></body></html>"), true});
+               QStringLiteral("<html><body><p>Big&nbsp;<b>sale</b></p><script>x()</script></body></html>"),
+               true});
     ExplorerWindow& w = Start();
     QTreeView* view = w.MessageView();
     view->setCurrentIndex(view->model()->index(0, 0));  // the newest: the newsletter
@@ -141,7 +144,8 @@ TEST_F(ExplorerWindowTest, EnterOpensTheMessageWithItsHeadersAndText)
     ASSERT_EQ(m_app->GetInspectors()->Count(), 1);
     auto* inspector = static_cast<InspectorWindow*>(m_app->GetInspectors()->Item(1));
     QWidget* window = inspector->Window();
-    EXPECT_EQ(window->findChild<QLabel*>(QStringLiteral("lblFrom"))->text(), QStringLiteral("News <news@example.net>"));
+    EXPECT_EQ(window->findChild<QLabel*>(QStringLiteral("lblFrom"))->text(),
+              QStringLiteral("News <news@example.net>"));
     EXPECT_EQ(window->findChild<QLabel*>(QStringLiteral("lblSubject"))->text(), QStringLiteral("Newsletter"));
     EXPECT_TRUE(window->findChild<QLabel*>(QStringLiteral("lblTo"))->text().contains(QStringLiteral("Bob")));
     EXPECT_FALSE(window->findChild<QLabel*>(QStringLiteral("lblDate"))->text().isEmpty());
