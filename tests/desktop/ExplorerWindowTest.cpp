@@ -180,6 +180,19 @@ TEST_F(ExplorerWindowTest, NewWindowOpensASecondExplorerThatTheAddInTracks)
     EXPECT_EQ(m_app->ActiveExplorer(), &first);
 }
 
+TEST_F(ExplorerWindowTest, TheActiveExplorerFollowsTheWindowTheUserActivates)
+{
+    ExplorerWindow& first = Start();
+    auto* second = m_app->OpenExplorer();
+    ASSERT_EQ(m_app->ActiveExplorer(), second);
+    QSignalSpy activated(&first, &outlook::Explorer::Activate);
+    QSignalSpy deactivated(second, &outlook::Explorer::Deactivate);
+    first.Window()->activateWindow();
+    ASSERT_TRUE(WaitFor([&] { return activated.count() > 0; })) << "no activation on this platform";
+    EXPECT_EQ(m_app->ActiveExplorer(), &first);
+    EXPECT_TRUE(WaitFor([&] { return deactivated.count() > 0; }));
+}
+
 TEST_F(ExplorerWindowTest, ClosingTheLastWindowShutsTheAddInDownOnceUnlessAMessageIsOpen)
 {
     for (bool messageOpen : {false, true}) {
