@@ -123,8 +123,7 @@ void ExplorerWindow::BuildMenus()
     QMenu* view = bar->addMenu(QStringLiteral("&View"));
     view->setObjectName(QStringLiteral("mnuView"));
     QAction* refresh = view->addAction(QStringLiteral("&Refresh"), this, [this] {
-        m_folders->Reload();
-        m_folderView->expandAll();
+        ReloadTree();
         Refresh();
     });
     refresh->setObjectName(QStringLiteral("mnuRefresh"));
@@ -294,7 +293,18 @@ void ExplorerWindow::Refresh()
     m_refreshQueued = false;
     if (m_closed) return;
     if (m_messages->Store()) ReloadKeepingSelection();
-    m_folders->UpdateCounts();
+    if (!m_folders->UpdateCounts()) ReloadTree();
+}
+
+void ExplorerWindow::ReloadTree()
+{
+    // The open folder stays open: no folder switch happens.
+    m_quiet = true;
+    m_folders->Reload();
+    m_folderView->expandAll();
+    const QModelIndex current = m_folders->IndexOf(m_messages->Store(), m_messages->FolderId());
+    if (current.isValid()) m_folderView->setCurrentIndex(current);
+    m_quiet = false;
 }
 
 void ExplorerWindow::RefreshIfChanged()

@@ -82,6 +82,7 @@ private:
     void OnFolderChosen(const QModelIndex& current, const QModelIndex& previous);
     void LoadList(mapi::MessageStore* store, const QByteArray& folderId);
     void ReloadKeepingSelection();
+    void ReloadTree();
     QList<QByteArray> SelectedIds() const;
     void Select(const QList<QByteArray>& ids, const QByteArray& currentId);
     void UpdateStatus();

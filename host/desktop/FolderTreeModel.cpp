@@ -7,6 +7,16 @@
 
 namespace mv::host::desktop {
 
+namespace {
+
+int UnreadOf(mapi::MessageStore& store, const mapi::FolderInfo& info)
+{
+    // The store could not tell cheaply: the folder counts with a query.
+    return info.unread >= 0 ? info.unread : outlook::StoreFolder(store, info).UnReadItemCount();
+}
+
+}  // namespace
+
 FolderTreeModel::FolderTreeModel(StoreList stores, QObject* parent)
     : QStandardItemModel(parent), m_stores(std::move(stores))
 {
@@ -52,7 +62,7 @@ void FolderTreeModel::Reload()
                 item->setData(info->path, PathRole);
                 parentItem->appendRow(item);
                 placed.insert(info->entryId, item);
-                SetCount(item, outlook::StoreFolder(*store, *info).UnReadItemCount());
+                SetCount(item, UnreadOf(*store, *info));
                 progress = true;
             }
             pending = std::move(later);
@@ -60,15 +70,34 @@ void FolderTreeModel::Reload()
     }
 }
 
-void FolderTreeModel::UpdateCounts()
+bool FolderTreeModel::UpdateCounts()
 {
-    ForEachFolder([this](QStandardItem* item) {
-        auto* store = qobject_cast<mapi::MessageStore*>(item->data(StoreRole).value<QObject*>());
-        if (!store) return;
-        auto info = store->Folder(item->data(FolderIdRole).toByteArray());
-        if (!info) return;
-        SetCount(item, outlook::StoreFolder(*store, *info).UnReadItemCount());
+    // One folder list per store, not one question per folder: an IMAP
+    // store answers each question with a round trip.
+    QHash<QObject*, QHash<QByteArray, mapi::FolderInfo>> fresh;
+    for (mapi::MessageStore* store : m_stores()) {
+        auto folders = store->Folders();
+        if (!folders) continue;  // unreachable just now: keep what is shown
+        auto& byId = fresh[store];
+        for (mapi::FolderInfo& info : *folders) byId.insert(info.entryId, std::move(info));
+    }
+    bool same = true;
+    QHash<QObject*, int> shown;
+    ForEachFolder([&](QStandardItem* item) {
+        QObject* store = item->data(StoreRole).value<QObject*>();
+        auto storeIt = fresh.constFind(store);
+        if (storeIt == fresh.constEnd()) return;
+        ++shown[store];
+        auto it = storeIt->constFind(item->data(FolderIdRole).toByteArray());
+        if (it == storeIt->constEnd()) {
+            same = false;  // deleted or renamed
+            return;
+        }
+        SetCount(item, UnreadOf(*qobject_cast<mapi::MessageStore*>(store), *it));
     });
+    for (auto it = fresh.constBegin(); it != fresh.constEnd(); ++it)
+        if (shown.value(it.key()) != it->size()) same = false;  // a folder was made
+    return same;
 }
 
 void FolderTreeModel::SetCount(QStandardItem* item, int unread)

@@ -4,7 +4,8 @@
 // A folder with unread mail shows the count beside its name, in bold.
 //
 // Reload() rebuilds the tree; UpdateCounts() only refreshes the counts, so
-// a view keeps its selection and expansion. The stores must outlive the
+// a view keeps its selection and expansion, and tells whether the folders
+// themselves changed (then a Reload() is due). The stores must outlive the
 // model or the next Reload().
 
 #include <QByteArray>
@@ -32,7 +33,8 @@ public:
     explicit FolderTreeModel(StoreList stores, QObject* parent = nullptr);
 
     void Reload();
-    void UpdateCounts();
+    // False when a store now has folders the tree lacks, or lacks some it shows.
+    [[nodiscard]] bool UpdateCounts();
 
     // The row of a folder; invalid when the tree does not hold it.
     QModelIndex IndexOf(const mapi::MessageStore* store, const QByteArray& folderId) const;

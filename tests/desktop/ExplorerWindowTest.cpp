@@ -6,6 +6,7 @@
 #include "host/desktop/FolderTreeModel.h"
 #include "host/desktop/InspectorWindow.h"
 #include "host/desktop/MessageListModel.h"
+#include "platform/mapi/MessageStore.h"
 
 #include <QAction>
 #include <QLabel>
@@ -69,6 +70,22 @@ TEST_F(ExplorerWindowTest, FolderTreeShowsEveryFolderWithItsUnreadCount)
                            QStringLiteral("Quarterly report"), QStringLiteral("Lunch on Friday")}));
     EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(),
               QStringLiteral("4 items, 2 unread"));
+}
+
+TEST_F(ExplorerWindowTest, AFolderMadeMeanwhileAppearsAtTheNextRefreshAndTheOpenFolderStays)
+{
+    ExplorerWindow& w = Start();
+    ASSERT_TRUE(w.OpenFolder(QStringLiteral("Archive")));
+    int switches = 0;
+    QObject::connect(&w, &outlook::Explorer::BeforeFolderSwitch, [&](outlook::Folder*, bool&) { ++switches; });
+    mapi::MessageStore* store = m_stores->Stores().front();
+    ASSERT_TRUE(store->CreateFolder({}, QStringLiteral("Projects")));
+    w.Refresh();
+    EXPECT_TRUE(w.Folders().IndexOfPath(QStringLiteral("Projects")).isValid());
+    EXPECT_EQ(w.FolderView()->currentIndex().data(FolderTreeModel::NameRole).toString(),
+              QStringLiteral("Archive"));
+    EXPECT_EQ(ListedSubjects(w), QStringList{QStringLiteral("Old news")});
+    EXPECT_EQ(switches, 0);
 }
 
 TEST_F(ExplorerWindowTest, SelectingMessagesFillsSelectionAndRaisesSelectionChange)
