@@ -4,6 +4,7 @@
 #include "DesktopFixture.h"
 
 #include "host/desktop/CommandBarRenderer.h"
+#include "host/desktop/InspectorWindow.h"
 #include "platform/office/CommandBars.h"
 
 #include <QLabel>
@@ -120,6 +121,14 @@ TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage
     EXPECT_EQ(ListedSubjects(w),
               (QStringList{QStringLiteral("Read and open"), QStringLiteral("Still unread")}));
     EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")), QStringList{QStringLiteral("Already read")});
+
+    // Once its window closes, the message is free to go.
+    auto* inspector = static_cast<host::desktop::InspectorWindow*>(m_app->GetInspectors()->Item(1));
+    inspector->Window()->close();
+    Settle();
+    EXPECT_TRUE(AddIn().OpenItemIds().isEmpty());
+    Button(w, QStringLiteral("Run Mailvane Rules"))->click();
+    ASSERT_TRUE(WaitFor([&] { return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")}; }));
 }
 
 TEST_F(CommandBarsTest, ATimerDrivenRunShowsInTheListAtTheNextChangeCheck)

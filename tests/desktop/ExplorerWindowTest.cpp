@@ -77,7 +77,8 @@ TEST_F(ExplorerWindowTest, AFolderMadeMeanwhileAppearsAtTheNextRefreshAndTheOpen
     ExplorerWindow& w = Start();
     ASSERT_TRUE(w.OpenFolder(QStringLiteral("Archive")));
     int switches = 0;
-    QObject::connect(&w, &outlook::Explorer::BeforeFolderSwitch, [&](outlook::Folder*, bool&) { ++switches; });
+    QObject::connect(&w, &outlook::Explorer::BeforeFolderSwitch,
+                     [&](outlook::Folder*, bool&) { ++switches; });
     mapi::MessageStore* store = m_stores->Stores().front();
     ASSERT_TRUE(store->CreateFolder({}, QStringLiteral("Projects")));
     w.Refresh();
