@@ -58,6 +58,9 @@ public:
     // A message window for `item` (raises NewInspector); when one shows
     // that message already, it is raised instead and `item` dropped.
     InspectorWindow* OpenInspector(std::unique_ptr<outlook::Item> item);
+    // The host's Options dialog calls this as it opens, so add-ins add
+    // their pages.
+    void RaiseOptionsPagesAdd(outlook::PropertyPages* pages) { Q_EMIT OptionsPagesAdd(pages); }
     // Reads the folder lists and counts of every open folder window again.
     void RefreshWindows();
 

@@ -1,6 +1,7 @@
 #include "RunDesktop.h"
 
 #include "DesktopApplication.h"
+#include "ExplorerWindow.h"
 #include "QtClipboard.h"
 
 #include "addin/Connect.h"
@@ -19,6 +20,7 @@
 #include "store/AdoProgIds.h"
 
 #include <QApplication>
+#include <QMainWindow>
 #include <QMessageBox>
 
 #include <cstdio>
@@ -65,6 +67,7 @@ int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
 
     DesktopApplication app(**stores, clipboard);
     app.Open();  // the first window, before add-ins look for it
+    if (ExplorerWindow* first = app.FirstExplorer()) answerer.SetParent(first->Window());
 
     addin::AddInServices services;
     services.report = &report;

@@ -91,16 +91,23 @@ TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgets)
 
 TEST_F(CommandBarsTest, ToolsMenuEntriesCallTheHostHooks)
 {
+    // The pages an Options dialog collects from the add-ins.
+    struct Pages : outlook::PropertyPages {
+        void Add(const QString& page, const QString& caption) override { added << page + u'=' + caption; }
+        QStringList added;
+    } pages;
     ExplorerWindow& w = Start();
     QStringList called;
     m_app->Hooks().showOptions = [&](QWidget* parent) {
         EXPECT_EQ(parent, w.Window());
         called << QStringLiteral("options");
+        m_app->RaiseOptionsPagesAdd(&pages);
     };
     m_app->Hooks().showAddins = [&](QWidget*) { called << QStringLiteral("addins"); };
     w.Window()->findChild<QAction*>(QStringLiteral("mnuOptions"))->trigger();
     w.Window()->findChild<QAction*>(QStringLiteral("mnuAddins"))->trigger();
     EXPECT_EQ(called, (QStringList{QStringLiteral("options"), QStringLiteral("addins")}));
+    EXPECT_EQ(pages.added, QStringList{QStringLiteral("MailvaneProps.ctlMailvane=Mailvane")});
 }
 
 TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage)
