@@ -93,15 +93,15 @@ CommandBarRenderer::~CommandBarRenderer()
         for (const auto& link : shown.controlLinks) disconnect(link);
 }
 
-void CommandBarRenderer::BindMenu(const QString& barName, QMenu* menu)
+void CommandBarRenderer::BindMenu(const QString& barName, QWidget* menu)
 {
     m_boundMenus.insert(Key(barName), menu);
     auto it = m_shown.find(Key(barName));
     if (it == m_shown.end()) return;
     // Already shown on its own: move it into the window's menu.
-    if (it->menu && !it->bound) {
-        m_window.menuBar()->removeAction(it->menu->menuAction());
-        it->menu->deleteLater();
+    if (auto* alone = qobject_cast<QMenu*>(it->menu.data()); alone && !it->bound) {
+        m_window.menuBar()->removeAction(alone->menuAction());
+        alone->deleteLater();
     }
     it->menu = menu;
     it->bound = true;
@@ -117,7 +117,7 @@ QToolBar* CommandBarRenderer::ToolBar(const QString& barName) const
 QMenu* CommandBarRenderer::Menu(const QString& barName) const
 {
     auto it = m_shown.constFind(Key(barName));
-    return it == m_shown.constEnd() ? nullptr : it->menu.data();
+    return it == m_shown.constEnd() ? nullptr : qobject_cast<QMenu*>(it->menu.data());
 }
 
 void CommandBarRenderer::OnBarAdded(office::CommandBar* bar)
@@ -127,12 +127,13 @@ void CommandBarRenderer::OnBarAdded(office::CommandBar* bar)
     shown.bar = bar;
     shown.last = Place{bar->Position(), bar->Left(), bar->Top(), bar->RowIndex()};
     if (bar->IsMenuBar()) {
-        if (QMenu* own = m_boundMenus.value(Key(bar->Name()))) {
+        if (QWidget* own = m_boundMenus.value(Key(bar->Name()))) {
             shown.menu = own;
             shown.bound = true;
         } else {
-            shown.menu = m_window.menuBar()->addMenu(bar->Name());
-            shown.menu->setObjectName(bar->Name());
+            QMenu* menu = m_window.menuBar()->addMenu(bar->Name());
+            menu->setObjectName(bar->Name());
+            shown.menu = menu;
         }
     } else {
         auto* toolbar = new QToolBar(bar->Name(), &m_window);
@@ -158,9 +159,9 @@ void CommandBarRenderer::OnBarRemoved(const QString& name)
     if (it->bound) {
         for (const QPointer<QAction>& a : it->own)
             if (a) a->deleteLater();
-    } else if (it->menu) {
-        m_window.menuBar()->removeAction(it->menu->menuAction());
-        it->menu->deleteLater();
+    } else if (auto* alone = qobject_cast<QMenu*>(it->menu.data())) {
+        m_window.menuBar()->removeAction(alone->menuAction());
+        alone->deleteLater();
     }
     m_shown.erase(it);
 }
@@ -236,9 +237,11 @@ void CommandBarRenderer::FillToolBar(Shown& shown)
     }
 }
 
-void CommandBarRenderer::FillMenu(Shown& shown, QMenu* menu, office::CommandBarControls* controls,
+void CommandBarRenderer::FillMenu(Shown& shown, QWidget* menu, office::CommandBarControls* controls,
                                   bool topLevel)
 {
+    // A menu bar shows no separators; popups become its menus.
+    const bool separators = !qobject_cast<QMenuBar*>(menu);
     if (topLevel && shown.bound) {
         for (const QPointer<QAction>& a : shown.own) {
             if (!a) continue;
@@ -256,7 +259,7 @@ void CommandBarRenderer::FillMenu(Shown& shown, QMenu* menu, office::CommandBarC
         menu->addAction(a);
         if (topLevel && shown.bound) shown.own.emplace_back(a);
     };
-    if (topLevel && shown.bound && controls && controls->Count() > 0) {
+    if (separators && topLevel && shown.bound && controls && controls->Count() > 0) {
         auto* separator = new QAction(menu);
         separator->setSeparator(true);
         add(separator);
@@ -265,7 +268,7 @@ void CommandBarRenderer::FillMenu(Shown& shown, QMenu* menu, office::CommandBarC
     bool first = true;
     for (const QPointer<office::CommandBarControl>& c : controls->items()) {
         if (!c || !c->Visible()) continue;
-        if (c->BeginGroup() && !first) {
+        if (separators && c->BeginGroup() && !first) {
             auto* separator = new QAction(menu);
             separator->setSeparator(true);
             add(separator);

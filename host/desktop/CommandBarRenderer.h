@@ -43,9 +43,10 @@ public:
     CommandBarRenderer(office::CommandBars& bars, QMainWindow& window, QObject* parent = nullptr);
     ~CommandBarRenderer() override;
 
-    // The menu bar named `barName` is shown inside `menu` (after a
-    // separator), below the entries the window put there itself.
-    void BindMenu(const QString& barName, QMenu* menu);
+    // The menu bar named `barName` is shown inside `menu` (a QMenu, after a
+    // separator, below the entries the window put there itself; or the
+    // window's QMenuBar, whose menus its popups then join).
+    void BindMenu(const QString& barName, QWidget* menu);
 
     QToolBar* ToolBar(const QString& barName) const;
     QMenu* Menu(const QString& barName) const;
@@ -70,7 +71,7 @@ private:
     struct Shown {
         QPointer<office::CommandBar> bar;
         QPointer<QToolBar> toolbar;
-        QPointer<QMenu> menu;
+        QPointer<QWidget> menu;              // a QMenu, or a bound QMenuBar
         bool bound = false;                  // a menu of the window's own
         std::vector<QPointer<QAction>> own;  // what was added into a bound menu
         std::vector<QMetaObject::Connection> controlLinks;
@@ -83,7 +84,7 @@ private:
     void Schedule();
     void Render(Shown& shown);
     void FillToolBar(Shown& shown);
-    void FillMenu(Shown& shown, QMenu* menu, office::CommandBarControls* controls, bool topLevel);
+    void FillMenu(Shown& shown, QWidget* menu, office::CommandBarControls* controls, bool topLevel);
     void Watch(Shown& shown, office::CommandBarControls* controls);
     void ApplyPlace(Shown& shown);
     void ReadPlace(Shown& shown);
@@ -93,7 +94,7 @@ private:
     office::CommandBars& m_bars;
     QMainWindow& m_window;
     QHash<QString, Shown> m_shown;
-    QHash<QString, QPointer<QMenu>> m_boundMenus;
+    QHash<QString, QPointer<QWidget>> m_boundMenus;
     bool m_pending = false;
     bool m_readPending = false;
     bool m_busy = false;  // writing to the model or the widgets: ignore the echo

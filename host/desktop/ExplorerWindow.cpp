@@ -64,7 +64,8 @@ ExplorerWindow::ExplorerWindow(DesktopApplication& app, os::Clipboard* clipboard
     m_count->setObjectName(QStringLiteral("lblItemCount"));
     m_window->statusBar()->addPermanentWidget(m_count);
 
-    // A host's folder window always has its Tools menu; add-ins look it up by name.
+    // A host's folder window always has these; add-ins look them up by name.
+    m_bars.Add(QStringLiteral("Menu Bar"), office::msoBarTop, true, false)->SetVisible(true);
     m_bars.Add(QStringLiteral("Tools"), office::msoBarTop, true, false)->SetVisible(true);
     m_renderer = std::make_unique<CommandBarRenderer>(m_bars, *m_window);
     BuildMenus();
@@ -153,6 +154,8 @@ void ExplorerWindow::BuildMenus()
                            QStringLiteral("Mailvane: message automation rules for your mail folders."));
     });
     about->setObjectName(QStringLiteral("mnuAbout"));
+    // Popups an add-in puts on the menu bar come after Help.
+    m_renderer->BindMenu(QStringLiteral("Menu Bar"), bar);
 }
 
 void ExplorerWindow::Show()

@@ -10,6 +10,7 @@
 #include <QLabel>
 #include <QMainWindow>
 #include <QMenu>
+#include <QMenuBar>
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeView>
@@ -240,6 +241,44 @@ TEST(CommandBarRendererTest, ControlsAddedOrDeletedLaterAppearOrDisappear)
     bar->Delete();
     DesktopTest::WaitFor([] { return false; }, 50);
     EXPECT_EQ(renderer.ToolBar(QStringLiteral("Extras")), nullptr);
+}
+
+}  // namespace mv::test
+
+namespace mv::test {
+
+TEST(CommandBarRendererTest, PopupsOnTheMenuBarBecomeMenusOfTheWindow)
+{
+    os::MemoryClipboard clipboard;
+    office::CommandBars bars(&clipboard);
+    QMainWindow window;
+    window.menuBar()->addMenu(QStringLiteral("&File"));
+    bars.Add(QStringLiteral("Menu Bar"), office::msoBarTop, true, false);
+    host::desktop::CommandBarRenderer renderer(bars, window);
+    renderer.BindMenu(QStringLiteral("Menu Bar"), window.menuBar());
+
+    office::CommandBarControl* popup =
+        bars.Item(QStringLiteral("Menu Bar"))->Controls()->Add(office::msoControlPopup, 0, {}, 0, true);
+    popup->SetCaption(QStringLiteral("Extras"));
+    office::CommandBarControl* item = popup->Controls()->Add(office::msoControlButton);
+    item->SetCaption(QStringLiteral("Do it"));
+    int clicks = 0;
+    QObject::connect(item, &office::CommandBarControl::Click,
+                     [&](office::CommandBarControl*, bool&) { ++clicks; });
+    DesktopTest::WaitFor([] { return false; }, 50);
+
+    QStringList titles;
+    for (QAction* a : window.menuBar()->actions()) titles << a->text();
+    EXPECT_EQ(titles, (QStringList{QStringLiteral("&File"), QStringLiteral("Extras")}));
+    QMenu* extras = window.menuBar()->actions().last()->menu();
+    ASSERT_NE(extras, nullptr);
+    ASSERT_EQ(extras->actions().size(), 1);
+    extras->actions().first()->trigger();
+    EXPECT_EQ(clicks, 1);
+
+    popup->Delete();
+    DesktopTest::WaitFor([] { return false; }, 50);
+    EXPECT_EQ(window.menuBar()->actions().size(), 1);
 }
 
 }  // namespace mv::test
