@@ -1,6 +1,7 @@
 #include "FolderTreeModel.h"
 
 #include "platform/mapi/MessageStore.h"
+#include "platform/mapi/Restriction.h"
 #include "platform/outlook/store/StoreFolder.h"
 
 #include <QHash>
@@ -13,6 +14,16 @@ int UnreadOf(mapi::MessageStore& store, const mapi::FolderInfo& info)
 {
     // The store could not tell cheaply: the folder counts with a query.
     return info.unread >= 0 ? info.unread : outlook::StoreFolder(store, info).UnReadItemCount();
+}
+
+// Counted, not taken from the store's summary: a Maildir store's summary
+// says 0 for a folder it has not read yet. Reading it here also makes the
+// later cheap counts right.
+int CountUnread(mapi::MessageStore& store, const mapi::FolderInfo& info)
+{
+    const auto unread = mapi::Restriction::Bitmask(mapi::BMR_EQZ, mapi::PR_MESSAGE_FLAGS, mapi::MSGFLAG_READ);
+    auto rows = store.Query(info.entryId, &unread, {mapi::PR_ENTRYID});
+    return rows ? static_cast<int>(rows->size()) : UnreadOf(store, info);
 }
 
 }  // namespace
@@ -62,7 +73,7 @@ void FolderTreeModel::Reload()
                 item->setData(info->path, PathRole);
                 parentItem->appendRow(item);
                 placed.insert(info->entryId, item);
-                SetCount(item, UnreadOf(*store, *info));
+                SetCount(item, CountUnread(*store, *info));
                 progress = true;
             }
             pending = std::move(later);

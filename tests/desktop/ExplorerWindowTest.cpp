@@ -7,6 +7,8 @@
 #include "host/desktop/InspectorWindow.h"
 #include "host/desktop/MessageListModel.h"
 #include "platform/mapi/MessageStore.h"
+#include "tools/corpus/CorpusGenerator.h"
+#include "tools/corpus/MaildirWriter.h"
 
 #include <QAction>
 #include <QLabel>
@@ -70,6 +72,36 @@ TEST_F(ExplorerWindowTest, FolderTreeShowsEveryFolderWithItsUnreadCount)
                            QStringLiteral("Quarterly report"), QStringLiteral("Lunch on Friday")}));
     EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(),
               QStringLiteral("4 items, 2 unread"));
+}
+
+// A generated mailbox: every folder's count in the tree is the number of
+// unread messages written there, nested folders sit under their parent.
+TEST_F(DesktopTest, FolderTreeCountsMatchAGeneratedMailbox)
+{
+    corpus::CorpusOptions options;
+    options.seed = 7;
+    options.count = 150;
+    options.withAttachments = false;
+    const auto messages = corpus::CorpusGenerator::Generate(options);
+    ASSERT_TRUE(corpus::MaildirWriter(Root()).Write(messages));
+    QHash<QString, int> unread, total;
+    for (const auto& m : messages) {
+        if (m.message.flags.deleted) continue;
+        ++total[m.folder];
+        if (!m.message.flags.seen) ++unread[m.folder];
+    }
+
+    ExplorerWindow& w = Start();
+    for (const QString& folder : corpus::CorpusGenerator::Folders()) {
+        const QString path = folder.isEmpty() ? QStringLiteral("Inbox") : folder;
+        const QModelIndex index = w.Folders().IndexOfPath(path);
+        ASSERT_TRUE(index.isValid()) << path.toStdString();
+        EXPECT_EQ(index.data(FolderTreeModel::UnreadRole).toInt(), unread.value(folder))
+            << path.toStdString();
+        const QString parent = path.contains(u'/') ? path.section(u'/', 0, 0) : QStringLiteral("Local Mail");
+        EXPECT_EQ(index.parent().data(FolderTreeModel::NameRole).toString(), parent) << path.toStdString();
+    }
+    EXPECT_EQ(w.MessageView()->model()->rowCount(), total.value(QString()));
 }
 
 TEST_F(ExplorerWindowTest, AFolderMadeMeanwhileAppearsAtTheNextRefreshAndTheOpenFolderStays)
