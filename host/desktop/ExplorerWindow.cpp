@@ -33,36 +33,7 @@ ExplorerWindow::ExplorerWindow(DesktopApplication& app, os::Clipboard* clipboard
     m_window->resize(1000, 640);
     m_window->installEventFilter(this);
 
-    m_folders = new FolderTreeModel([&app] { return app.Stores(); }, this);
-    m_messages = new MessageListModel(this);
-    m_sorted = new QSortFilterProxyModel(this);
-    m_sorted->setSourceModel(m_messages);
-    m_sorted->setSortRole(MessageListModel::SortRole);
-
-    auto* splitter = new QSplitter(m_window.get());
-    m_folderView = new QTreeView(splitter);
-    m_folderView->setObjectName(QStringLiteral("trvFolders"));
-    m_folderView->setHeaderHidden(true);
-    m_folderView->setModel(m_folders);
-    m_messageView = new QTreeView(splitter);
-    m_messageView->setObjectName(QStringLiteral("lstMessages"));
-    m_messageView->setRootIsDecorated(false);
-    m_messageView->setUniformRowHeights(true);
-    m_messageView->setAllColumnsShowFocus(true);
-    m_messageView->setSelectionMode(QAbstractItemView::ExtendedSelection);
-    m_messageView->setSelectionBehavior(QAbstractItemView::SelectRows);
-    m_messageView->setModel(m_sorted);
-    m_messageView->setSortingEnabled(true);
-    m_messageView->sortByColumn(MessageListModel::ColReceived, Qt::DescendingOrder);
-    m_messageView->header()->setSectionResizeMode(MessageListModel::ColFlag, QHeaderView::ResizeToContents);
-    m_messageView->header()->setSectionResizeMode(MessageListModel::ColRead, QHeaderView::ResizeToContents);
-    m_messageView->installEventFilter(this);
-    splitter->setStretchFactor(1, 3);
-    m_window->setCentralWidget(splitter);
-
-    m_count = new QLabel(m_window.get());
-    m_count->setObjectName(QStringLiteral("lblItemCount"));
-    m_window->statusBar()->addPermanentWidget(m_count);
+    BuildViews();
 
     // A host's folder window always has these; add-ins look them up by name.
     m_bars.Add(QStringLiteral("Menu Bar"), office::msoBarTop, true, false)->SetVisible(true);
@@ -99,6 +70,40 @@ ExplorerWindow::~ExplorerWindow()
     // The renderer watches the window's toolbars: it goes first.
     m_renderer.reset();
     if (m_window) m_window->removeEventFilter(this);
+}
+
+void ExplorerWindow::BuildViews()
+{
+    m_folders = new FolderTreeModel([this] { return m_app.Stores(); }, this);
+    m_messages = new MessageListModel(this);
+    m_sorted = new QSortFilterProxyModel(this);
+    m_sorted->setSourceModel(m_messages);
+    m_sorted->setSortRole(MessageListModel::SortRole);
+
+    auto* splitter = new QSplitter(m_window.get());
+    m_folderView = new QTreeView(splitter);
+    m_folderView->setObjectName(QStringLiteral("trvFolders"));
+    m_folderView->setHeaderHidden(true);
+    m_folderView->setModel(m_folders);
+    m_messageView = new QTreeView(splitter);
+    m_messageView->setObjectName(QStringLiteral("lstMessages"));
+    m_messageView->setRootIsDecorated(false);
+    m_messageView->setUniformRowHeights(true);
+    m_messageView->setAllColumnsShowFocus(true);
+    m_messageView->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    m_messageView->setSelectionBehavior(QAbstractItemView::SelectRows);
+    m_messageView->setModel(m_sorted);
+    m_messageView->setSortingEnabled(true);
+    m_messageView->sortByColumn(MessageListModel::ColReceived, Qt::DescendingOrder);
+    m_messageView->header()->setSectionResizeMode(MessageListModel::ColFlag, QHeaderView::ResizeToContents);
+    m_messageView->header()->setSectionResizeMode(MessageListModel::ColRead, QHeaderView::ResizeToContents);
+    m_messageView->installEventFilter(this);
+    splitter->setStretchFactor(1, 3);
+    m_window->setCentralWidget(splitter);
+
+    m_count = new QLabel(m_window.get());
+    m_count->setObjectName(QStringLiteral("lblItemCount"));
+    m_window->statusBar()->addPermanentWidget(m_count);
 }
 
 void ExplorerWindow::BuildMenus()

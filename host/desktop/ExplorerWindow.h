@@ -78,6 +78,7 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
+    void BuildViews();
     void BuildMenus();
     void OnFolderChosen(const QModelIndex& current, const QModelIndex& previous);
     void LoadList(mapi::MessageStore* store, const QByteArray& folderId);
