@@ -5,6 +5,7 @@
 #include "ExitCodes.h"
 #include "Headless.h"
 #include "Runtime.h"
+#include "desktop/RunDesktop.h"
 
 #include "platform/os/MessageBox.h"
 
@@ -42,9 +43,15 @@ Parsed Parse(const QStringList& args)
 int main(int argc, char** argv)
 {
     using namespace mv::host;
+    QStringList args;
+    for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
+    Parsed p = Parse(args);
+    // No command and no --headless: the windows. They need a QApplication,
+    // the rest a QCoreApplication.
+    if (p.error.isEmpty() && !p.help && !p.headless && p.rest.isEmpty())
+        return desktop::RunDesktop(argc, argv, {p.options.profilePath});
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("mailvane"));
-    Parsed p = Parse(app.arguments().mid(1));
     if (p.help) {
         PrintUsage(stdout);
         return kExitOk;

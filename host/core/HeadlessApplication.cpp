@@ -76,6 +76,13 @@ void HeadlessApplication::Open()
 {
     if (!m_explorerObjects.empty()) return;
     OpenExplorer();
+    Listen();
+}
+
+void HeadlessApplication::Listen()
+{
+    if (m_listening) return;
+    m_listening = true;
     // Connecting is what starts an IMAP store's IDLE watch.
     for (mapi::MessageStore* store : m_stores.Stores())
         connect(store, &mapi::MessageStore::MessagesArrived, this,

@@ -30,6 +30,10 @@ public:
     // Opens the windowless Explorer (before add-ins connect, so they find
     // one) and starts listening to the stores.
     void Open();
+    // Starts listening to the stores without opening a window; a host with
+    // windows of its own shares the store events this way. Harmless when
+    // repeated.
+    void Listen();
     // Raises Startup, once.
     void Start();
     // Raises Quit (once), then closes the Inspectors and the Explorers.
@@ -59,7 +63,7 @@ private:
     HeadlessInspectors m_inspectors;
     std::vector<std::unique_ptr<HeadlessExplorer>> m_explorerObjects;
     std::vector<std::unique_ptr<HeadlessInspector>> m_inspectorObjects;
-    bool m_started = false, m_stopped = false;
+    bool m_started = false, m_stopped = false, m_listening = false;
 };
 
 }  // namespace mv::host
