@@ -58,9 +58,4 @@ private:
     FormServices m_services;
 };
 
-// Smart Add Rule and Smart Rule Update come with their own forms; until
-// those are linked in, these only log that the form is not available.
-void ShowSmartAddForm(addin::OutAddIn& addIn, const FormServices& services);
-void ShowSmartUpdateForm(addin::OutAddIn& addIn, const FormServices& services);
-
 }  // namespace mv::forms

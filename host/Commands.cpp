@@ -224,7 +224,8 @@ const Command* FindCommand(const QString& name)
 
 void PrintUsage(std::FILE* out)
 {
-    std::fputs("usage: mailvane [OPTIONS] COMMAND [ARGS]\n"
+    std::fputs("usage: mailvane [OPTIONS]                 the desktop program (needs a display)\n"
+               "       mailvane [OPTIONS] COMMAND [ARGS]\n"
                "       mailvane [OPTIONS] --headless\n\ncommands:\n",
                out);
     for (const Command* c = kCommands; c->name; ++c) std::fprintf(out, "  %-36s %s\n", c->usage, c->summary);

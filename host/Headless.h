@@ -5,14 +5,13 @@
 // host with windows. The service only raises Startup and turns SIGTERM and
 // SIGINT into the end of the loop.
 //
-// A signal becomes an event-loop event through a socket pair (a signal
-// handler may only write(2)); the loop then stops and the caller shuts the
-// runtime down: the add-in disconnects (UnInitHandler closes the databases
-// and unloads frmMain), Quit, the log's last lines.
+// On a signal the loop stops and the caller shuts the runtime down: the
+// add-in disconnects (UnInitHandler closes the databases and unloads
+// frmMain), Quit, the log's last lines.
+
+#include "StopSignals.h"
 
 #include <QObject>
-
-class QSocketNotifier;
 
 namespace mv::host {
 
@@ -22,17 +21,16 @@ class HeadlessService : public QObject {
     Q_OBJECT
 public:
     explicit HeadlessService(Runtime& runtime, QObject* parent = nullptr);
-    ~HeadlessService() override;
 
     // Installs the signal handlers and raises Startup; false when the
     // signal pipe cannot be made.
     bool Start();
 
 private:
-    void OnSignal();
+    void OnSignal(int signo);
 
     Runtime& m_runtime;
-    QSocketNotifier* m_notifier = nullptr;
+    StopSignals m_signals;
 };
 
 }  // namespace mv::host

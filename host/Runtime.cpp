@@ -97,6 +97,16 @@ Runtime::~Runtime()
     Shutdown();
 }
 
+os::ErrorReport& Runtime::Report() const
+{
+    return *m_parts->report;
+}
+
+ProgIdRegistry& Runtime::ProgIds() const
+{
+    return m_parts->progIds;
+}
+
 void Runtime::Trail(const QString& source, const QString& text)
 {
     if (m_log) m_log->Write(3, source, text);
@@ -245,6 +255,11 @@ void Runtime::StartApplication()
     if (m_started || !m_app) return;
     m_started = true;
     m_steps.start(*m_app);
+}
+
+bool Runtime::Connected() const
+{
+    return m_connect && m_connect->AddIn() && !m_down;
 }
 
 addin::OutAddIn& Runtime::AddIn() const

@@ -40,6 +40,7 @@ class Logger;
 }
 namespace mv::os {
 class Clipboard;
+class ErrorReport;
 class MessageBoxAnswerer;
 }  // namespace mv::os
 namespace mv::outlook {
@@ -100,6 +101,9 @@ public:
     // the log; harmless when repeated.
     void Shutdown();
 
+    // True while Mailvane's add-in is connected (the user may take it off
+    // in the host's add-ins dialog).
+    bool Connected() const;
     // The connected add-in; valid from a successful Start() to Shutdown().
     addin::OutAddIn& AddIn() const;
     engine::RuleRunner& Runner() const;
@@ -113,6 +117,10 @@ public:
     void Trail(const QString& source, const QString& text);
     // The add-in's shared run-cancel flag; the drivers read it.
     bool& CancelFlag() const;
+    // The host's error report and ProgID registry (valid after Start()); a
+    // desktop host's dialogs report and create objects through them.
+    os::ErrorReport& Report() const;
+    ProgIdRegistry& ProgIds() const;
 
 private:
     int CheckAddIn();

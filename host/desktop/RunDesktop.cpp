@@ -4,35 +4,45 @@
 #include "ExplorerWindow.h"
 #include "QtClipboard.h"
 
-#include "addin/Connect.h"
+#include "addin/OutAddIn.h"
+#include "forms/AddressBookDialog.h"
+#include "forms/FolderPickerDialog.h"
+#include "forms/QtFileDialog.h"
+#include "forms/QtFormLauncher.h"
 #include "forms/QtMessageBoxAnswerer.h"
 #include "host/ExitCodes.h"
-#include "host/core/AddinLoader.h"
-#include "host/core/Profile.h"
-#include "host/core/StoreSet.h"
-#include "platform/common/ProgIdRegistry.h"
-#include "platform/logging/FileLogging.h"
-#include "platform/os/Clock.h"
-#include "platform/os/ErrorReport.h"
-#include "platform/os/KnownFolders.h"
-#include "platform/os/Registry.h"
-#include "platform/outlook/SafeLib.h"
-#include "store/AdoProgIds.h"
+#include "host/Runtime.h"
+#include "host/StopSignals.h"
+#include "platform/os/Shell.h"
 
 #include <QApplication>
 #include <QMainWindow>
-#include <QMessageBox>
 
 #include <cstdio>
+#include <memory>
 
 namespace mv::host::desktop {
 
 namespace {
 
-int Fail(const QString& text, int code)
+// The steps of the common start-up that differ on the desktop: the
+// Application has real windows, and the message boxes are modal to the
+// first one.
+ApplicationSteps DesktopSteps(DesktopApplication*& desktop, forms::QtMessageBoxAnswerer& answerer)
 {
-    QMessageBox::critical(nullptr, QStringLiteral("Mailvane"), text);
-    return code;
+    ApplicationSteps steps;
+    steps.create = [&desktop](StoreSet& stores, os::Clipboard& clipboard) {
+        auto app = std::make_unique<DesktopApplication>(stores, clipboard);
+        desktop = app.get();
+        return std::unique_ptr<outlook::Application>(std::move(app));
+    };
+    steps.open = [&desktop, &answerer](outlook::Application&) {
+        desktop->Open();
+        if (ExplorerWindow* first = desktop->FirstExplorer()) answerer.SetParent(first->Window());
+    };
+    steps.start = [&desktop](outlook::Application&) { desktop->Start(); };
+    steps.stop = [&desktop](outlook::Application&) { desktop->Stop(); };
+    return steps;
 }
 
 }  // namespace
@@ -50,41 +60,48 @@ int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
     QApplication qapp(argc, argv);
     QApplication::setApplicationName(QStringLiteral("mailvane"));
 
-    ProgIdRegistry progIds;
-    store::RegisterAdoProgIds(progIds);
-    logging::RegisterLogging(progIds);
-    outlook::RegisterSafeLib(progIds);
     forms::QtMessageBoxAnswerer answerer;
-    os::ErrorReport report(answerer);
-    os::SystemClock clock;
     QtClipboard clipboard;
+    RuntimeOptions runtimeOptions;
+    runtimeOptions.profilePath = options.profilePath;
+    runtimeOptions.answerer = &answerer;
+    runtimeOptions.clipboard = &clipboard;
+    DesktopApplication* desktop = nullptr;
+    Runtime runtime(runtimeOptions, DesktopSteps(desktop, answerer));
+    if (const int code = runtime.Start(); code != kExitOk) return code;
 
-    auto profile =
-        options.profilePath.isEmpty() ? Profile::LoadDefault() : Profile::Load(options.profilePath);
-    if (!profile) return Fail(profile.error().message, kExitProfile);
-    auto stores = StoreSet::Open(*profile);
-    if (!stores) return Fail(stores.error().message, kExitStore);
+    // The forms the toolbar and the Tools menu open, over the connected
+    // add-in and the desktop's dialogs.
+    // The dialogs live here, not as children of a window: the windows go
+    // with the Application at shut-down, and the dialogs must not go twice.
+    QWidget* parent = desktop->FirstExplorer() ? desktop->FirstExplorer()->Window() : nullptr;
+    forms::FolderPickerDialog folderPicker;
+    desktop->Session().SetPicker(&folderPicker);
+    forms::AddressBookDialog addressBook(desktop->Session());
+    forms::QtFileDialog files(parent);
+    os::Shell shell;
+    std::unique_ptr<forms::QtFormLauncher> launcher;
+    const auto installForms = [&] {
+        if (!runtime.Connected()) return;
+        forms::FormServices services{folderPicker, addressBook, answerer, runtime.Report(), files, &shell, parent};
+        launcher = std::make_unique<forms::QtFormLauncher>(runtime.AddIn(), std::move(services));
+        runtime.AddIn().SetFormLauncher(launcher.get());
+    };
+    installForms();
 
-    DesktopApplication app(**stores, clipboard);
-    app.Open();  // the first window, before add-ins look for it
-    if (ExplorerWindow* first = app.FirstExplorer()) answerer.SetParent(first->Window());
+    // SIGTERM and SIGINT close the program as File > Exit would, so the
+    // add-in is taken down and the database closed.
+    StopSignals signals;
+    QObject::connect(&signals, &StopSignals::Received, &qapp, [&runtime](int signo) {
+        runtime.Trail(QStringLiteral("mailvane"), QStringLiteral("Signal %1: stopping").arg(signo));
+        if (runtime.Connected()) runtime.CancelFlag() = true;
+        QApplication::quit();
+    });
+    if (!signals.Install()) runtime.Trail(QStringLiteral("mailvane"), QStringLiteral("No signal handling"));
 
-    addin::AddInServices services;
-    services.report = &report;
-    services.progIds = &progIds;
-    services.clock = &clock;
-    services.clipboard = &clipboard;
-    services.installDir = os::InstallDir();
-    addin::RegisterConnect(progIds, services);
-    os::Registry registry;
-    (void)RegisterMailvaneAddin(registry);
-    AddinLoader loader(registry, progIds, app);
-    loader.Connect();
-
-    app.Start();
+    runtime.StartApplication();
     const int code = QApplication::exec();
-    app.Stop();
-    loader.Disconnect();
+    runtime.Shutdown();
     return code;
 }
 

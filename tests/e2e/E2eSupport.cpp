@@ -187,6 +187,9 @@ QStringList World::Keywords(const QString& folder, const QString& id) const
 QProcessEnvironment World::Environment() const
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    // The program as a user starts it from a terminal with no display: a
+    // bare `mailvane` must then say so instead of opening windows.
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}) env.remove(QString::fromLatin1(name));
     env.insert(QStringLiteral("HOME"), m_dir.path());
     env.insert(QStringLiteral("XDG_DATA_HOME"), m_dir.filePath(QStringLiteral("data")));
     env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_dir.filePath(QStringLiteral("config")));

@@ -188,7 +188,7 @@ TEST_P(CliErrorTest, ExitCode)
 
 INSTANTIATE_TEST_SUITE_P(
     Cli, CliErrorTest,
-    ::testing::Values(ErrorCase{"NoCommand", {}, 2}, ErrorCase{"UnknownCommand", {"frobnicate"}, 2},
+    ::testing::Values(ErrorCase{"NoCommandNoDisplay", {}, 2}, ErrorCase{"UnknownCommand", {"frobnicate"}, 2},
                       ErrorCase{"UnknownOption", {"--frob", "rules"}, 2},
                       ErrorCase{"TooManyArguments", {"rules", "extra"}, 2},
                       ErrorCase{"UnknownRunOption", {"run", "--sometimes"}, 2},
