@@ -88,17 +88,6 @@ TEST_F(AddinsDialogTest, UncheckingRemovesMailvaneAndCheckingBringsItBack)
     EXPECT_TRUE(m_answerer.shown().empty()) << m_answerer.texts().join(u'|').toStdString();
 }
 
-TEST_F(AddinsDialogTest, CancelChangesNothing)
-{
-    host::AddinLoader loader(m_registry, m_progIds, *m_app);
-    ASSERT_EQ(loader.Connect(), 1);
-    host::AddinsDialog dialog(loader);
-    Row(dialog, "Mailvane Add-In")->setCheckState(Qt::Unchecked);
-    dialog.findChild<QPushButton*>("btnCancel")->click();
-    EXPECT_EQ(loader.Connected(), QStringList{"Mailvane.Connect"});
-    EXPECT_EQ(LoadBehavior("Mailvane.Connect"), 3u);
-}
-
 TEST_F(AddinsDialogTest, AnAddInWithoutComponentStaysOpenWithTheReason)
 {
     const QString other = Key("Other.Connect");
