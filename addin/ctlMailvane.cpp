@@ -15,9 +15,18 @@ namespace mv::addin {
 
 namespace {
 
-bool NonZero(std::int16_t v) { return v != 0; }
-bool Positive(std::int16_t v) { return v > 0; }
-bool One(std::int16_t v) { return v == 1; }
+bool NonZero(std::int16_t v)
+{
+    return v != 0;
+}
+bool Positive(std::int16_t v)
+{
+    return v > 0;
+}
+bool One(std::int16_t v)
+{
+    return v == 1;
+}
 
 // Day numbers as the age windows count them: 1 = Sunday ... 7 = Saturday.
 const char* const kDays[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
@@ -28,9 +37,10 @@ const ctlMailvane::Switch ctlMailvane::kSwitches[] = {
     {"chkToolbar", "Show the Mailvane toolbar", &OutAddIn::Toolbar, &OutAddIn::SetToolbar, NonZero},
     {"chkMenubar", "Show the Mailvane entries in the Tools menu", &OutAddIn::Menubar, &OutAddIn::SetMenubar,
      Positive},
-    {"chkRunOnStart", "Run all rules shortly after start-up", &OutAddIn::RunOnStart, &OutAddIn::SetRunOnStart, One},
-    {"chkStatusPops", "Show the status window while rules run", &OutAddIn::StatusPops, &OutAddIn::SetStatusPops,
-     NonZero},
+    {"chkRunOnStart", "Run all rules shortly after start-up", &OutAddIn::RunOnStart, &OutAddIn::SetRunOnStart,
+     One},
+    {"chkStatusPops", "Show the status window while rules run", &OutAddIn::StatusPops,
+     &OutAddIn::SetStatusPops, NonZero},
     {"chkAlignTime", "Align message ages to calendar boundaries (end of day, start of week, month, year)",
      &OutAddIn::AlignTime, &OutAddIn::SetAlignTime, One},
 };
@@ -54,7 +64,8 @@ ctlMailvane::ctlMailvane(OutAddIn& addIn, QWidget* parent) : QWidget(parent), m_
         layout->addWidget(box);
         m_boxes.push_back(box);
     }
-    auto* note = new QLabel(QStringLiteral("Toolbar and menu changes show the next time Mailvane starts."), this);
+    auto* note =
+        new QLabel(QStringLiteral("Toolbar and menu changes show the next time Mailvane starts."), this);
     note->setObjectName(QStringLiteral("lblNote"));
     note->setWordWrap(true);
     layout->addWidget(note);
@@ -96,12 +107,11 @@ bool ctlMailvane::Apply()
 
 void RegisterOptionsPage(ProgIdRegistry& progIds, OutAddIn& addIn)
 {
-    progIds.Register<outlook::PropertyPage>(QString::fromLatin1(kOptionsPageProgId),
-                                            [&addIn]() -> std::unique_ptr<outlook::PropertyPage> {
-                                                if (!qobject_cast<QApplication*>(QCoreApplication::instance()))
-                                                    return nullptr;
-                                                return std::make_unique<ctlMailvane>(addIn);
-                                            });
+    progIds.Register<outlook::PropertyPage>(
+        QString::fromLatin1(kOptionsPageProgId), [&addIn]() -> std::unique_ptr<outlook::PropertyPage> {
+            if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return nullptr;
+            return std::make_unique<ctlMailvane>(addIn);
+        });
 }
 
 }  // namespace mv::addin

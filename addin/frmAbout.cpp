@@ -21,7 +21,8 @@ namespace mv::addin {
 
 namespace {
 
-QPushButton* AddButton(QDialogButtonBox* box, const char* text, const char* name, QDialogButtonBox::ButtonRole role)
+QPushButton* AddButton(QDialogButtonBox* box, const char* text, const char* name,
+                       QDialogButtonBox::ButtonRole role)
 {
     QPushButton* button = box->addButton(QString::fromLatin1(text), role);
     button->setObjectName(QString::fromLatin1(name));
@@ -30,8 +31,8 @@ QPushButton* AddButton(QDialogButtonBox* box, const char* text, const char* name
 
 }  // namespace
 
-frmAbout::frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswerer& answerer, const os::Shell& shell,
-                   const os::Registry& registry, QWidget* parent)
+frmAbout::frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswerer& answerer,
+                   const os::Shell& shell, const os::Registry& registry, QWidget* parent)
     : QDialog(parent),
       m_installDir(std::move(installDir)),
       m_log(log),
@@ -65,7 +66,10 @@ frmAbout::frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswe
 
 QString frmAbout::VersionText()
 {
-    return QStringLiteral("Version %1.%2.%3").arg(MV_VERSION_MAJOR).arg(MV_VERSION_MINOR).arg(MV_VERSION_PATCH);
+    return QStringLiteral("Version %1.%2.%3")
+        .arg(MV_VERSION_MAJOR)
+        .arg(MV_VERSION_MINOR)
+        .arg(MV_VERSION_PATCH);
 }
 
 void frmAbout::Form_Load()
@@ -74,7 +78,10 @@ void frmAbout::Form_Load()
     m_lblVersion->setText(VersionText());
 }
 
-void frmAbout::btnOK_Click() { accept(); }
+void frmAbout::btnOK_Click()
+{
+    accept();
+}
 
 QString frmAbout::FindSystemInfo(const os::Registry& registry)
 {
@@ -97,7 +104,8 @@ void frmAbout::btnSysInfo_Click()
         return;
     }
     if (Status started = m_shell.Start(program); !started && m_log)
-        m_log->Write(4, QStringLiteral("btnSysInfo_Click"), QStringLiteral("Shell Error: ") + started.error().message);
+        m_log->Write(4, QStringLiteral("btnSysInfo_Click"),
+                     QStringLiteral("Shell Error: ") + started.error().message);
 }
 
 void frmAbout::btnHelp_Click()
@@ -105,7 +113,8 @@ void frmAbout::btnHelp_Click()
     // No message box: the About box stays usable and the reason is in the log.
     const Status opened = m_shell.Open(m_installDir + u'/' + QLatin1String(kHelpIndex));
     if (!opened && m_log)
-        m_log->Write(4, QStringLiteral("btnHelp_Click"), QStringLiteral("Shell Error: ") + opened.error().message);
+        m_log->Write(4, QStringLiteral("btnHelp_Click"),
+                     QStringLiteral("Shell Error: ") + opened.error().message);
 }
 
 }  // namespace mv::addin

@@ -25,14 +25,15 @@ class Shell;
 namespace mv::addin {
 
 inline constexpr const char* kMsInfoKey = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Shared Tools\\MSINFO";
-inline constexpr const char* kSharedToolsKey = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Shared Tools Location";
+inline constexpr const char* kSharedToolsKey =
+    "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Shared Tools Location";
 inline constexpr const char* kHelpIndex = "help/index.html";
 
 class frmAbout : public QDialog {
     Q_OBJECT
 public:
-    frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswerer& answerer, const os::Shell& shell,
-             const os::Registry& registry, QWidget* parent = nullptr);
+    frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswerer& answerer,
+             const os::Shell& shell, const os::Registry& registry, QWidget* parent = nullptr);
 
     // The system-information program the registry names, if that file
     // exists: the "PATH" of the MSINFO key first, else the "MSINFO" folder

@@ -67,7 +67,8 @@ AddinsDialog::AddinsDialog(AddinLoader& loader, QWidget* parent) : QDialog(paren
 QString AddinsDialog::LoadBehaviorText(const AddinInfo& info)
 {
     if (info.connected)
-        return info.loadBehavior == kLoadAtStartup ? QStringLiteral("Load at Startup") : QStringLiteral("Loaded");
+        return info.loadBehavior == kLoadAtStartup ? QStringLiteral("Load at Startup")
+                                                   : QStringLiteral("Loaded");
     if (info.loadBehavior == kLoadAtStartup)
         return QStringLiteral("Not loaded. A runtime error occurred during the loading of the COM Add-in.");
     return QStringLiteral("Unloaded");
@@ -78,7 +79,8 @@ void AddinsDialog::Fill()
     const int row = m_lstAddins->currentRow();
     m_lstAddins->clear();
     for (const AddinInfo& info : m_loader.Registered()) {
-        auto* item = new QListWidgetItem(info.friendlyName.isEmpty() ? info.progId : info.friendlyName, m_lstAddins);
+        auto* item =
+            new QListWidgetItem(info.friendlyName.isEmpty() ? info.progId : info.friendlyName, m_lstAddins);
         item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
         item->setCheckState(info.connected ? Qt::Checked : Qt::Unchecked);
         item->setData(kProgIdRole, info.progId);
@@ -111,8 +113,10 @@ bool AddinsDialog::ApplyChecks()
         const QString progId = item->data(kProgIdRole).toString();
         const bool wanted = item->checkState() == Qt::Checked;
         if (wanted == item->data(kConnectedRole).toBool()) continue;
-        if (!wanted) (void)m_loader.Remove(progId);
-        else if (!m_loader.Reconnect(progId)) failed << item->text();
+        if (!wanted)
+            (void)m_loader.Remove(progId);
+        else if (!m_loader.Reconnect(progId))
+            failed << item->text();
     }
     Fill();
     if (failed.isEmpty()) {

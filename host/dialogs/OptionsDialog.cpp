@@ -16,7 +16,10 @@ namespace mv::host {
 class OptionsDialog::Pages : public outlook::PropertyPages {
 public:
     explicit Pages(OptionsDialog& dialog) : m_dialog(dialog) {}
-    void Add(const QString& progIdOrPage, const QString& caption) override { m_dialog.AddPage(progIdOrPage, caption); }
+    void Add(const QString& progIdOrPage, const QString& caption) override
+    {
+        m_dialog.AddPage(progIdOrPage, caption);
+    }
 
 private:
     OptionsDialog& m_dialog;
@@ -64,9 +67,9 @@ void OptionsDialog::AddPage(const QString& progId, const QString& caption)
 {
     std::unique_ptr<outlook::PropertyPage> page = m_progIds.Create<outlook::PropertyPage>(progId);
     if (!page || !page->Control()) {
-        auto* missing = new QLabel(QStringLiteral("This page cannot be shown: no component is registered as %1.")
-                                       .arg(progId),
-                                   m_tabs);
+        auto* missing = new QLabel(
+            QStringLiteral("This page cannot be shown: no component is registered as %1.").arg(progId),
+            m_tabs);
         missing->setObjectName(QStringLiteral("lblMissingPage"));
         missing->setWordWrap(true);
         m_tabs->addTab(missing, caption);

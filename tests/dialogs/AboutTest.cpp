@@ -112,12 +112,11 @@ TEST_P(AboutHelpTest, HelpOpensTheManualOrLogsWhy)
     EXPECT_GT(m_log.lines()[0].text.size(), QStringLiteral("Shell Error: ").size()) << "the reason follows";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    frmAbout, AboutHelpTest,
-    ::testing::Values(HelpCase{"ManualOpened", true, "/bin/true", false},
-                      HelpCase{"NoManual", false, "/bin/true", true},
-                      HelpCase{"NoBrowserOpener", true, "/nonexistent/xdg-open", true}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(frmAbout, AboutHelpTest,
+                         ::testing::Values(HelpCase{"ManualOpened", true, "/bin/true", false},
+                                           HelpCase{"NoManual", false, "/bin/true", true},
+                                           HelpCase{"NoBrowserOpener", true, "/nonexistent/xdg-open", true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 struct SysInfoCase {
     const char* name;
@@ -132,13 +131,15 @@ class AboutSysInfoTest : public AboutTest, public ::testing::WithParamInterface<
 TEST_P(AboutSysInfoTest, StartsTheRegisteredProgramOrSaysItIsUnavailable)
 {
     const SysInfoCase& c = GetParam();
-    for (const QString& p : QString::fromLatin1(c.programs).split(u';', Qt::SkipEmptyParts)) MakeProgram(Path(p));
+    for (const QString& p : QString::fromLatin1(c.programs).split(u';', Qt::SkipEmptyParts))
+        MakeProgram(Path(p));
     if (c.pathValue) {
-        ASSERT_TRUE(m_registry.WriteString(QString::fromLatin1(addin::kMsInfoKey), "PATH", Path(c.pathValue)));
+        ASSERT_TRUE(
+            m_registry.WriteString(QString::fromLatin1(addin::kMsInfoKey), "PATH", Path(c.pathValue)));
     }
     if (c.toolsFolder) {
-        ASSERT_TRUE(
-            m_registry.WriteString(QString::fromLatin1(addin::kSharedToolsKey), "MSINFO", Path(c.toolsFolder)));
+        ASSERT_TRUE(m_registry.WriteString(QString::fromLatin1(addin::kSharedToolsKey), "MSINFO",
+                                           Path(c.toolsFolder)));
     }
 
     auto form = Form(Path("install"));
@@ -156,13 +157,15 @@ TEST_P(AboutSysInfoTest, StartsTheRegisteredProgramOrSaysItIsUnavailable)
 
 INSTANTIATE_TEST_SUITE_P(
     frmAbout, AboutSysInfoTest,
-    ::testing::Values(
-        SysInfoCase{"NothingRegistered", nullptr, nullptr, "", ""},
-        SysInfoCase{"RegisteredFilesMissing", "bin/sysinfo", "tools", "", ""},
-        SysInfoCase{"PathValue", "bin/sysinfo", nullptr, "bin/sysinfo", "bin/sysinfo"},
-        SysInfoCase{"SharedToolsFolder", nullptr, "tools", "tools/MSINFO32.EXE", "tools/MSINFO32.EXE"},
-        SysInfoCase{"PathWinsOverFolder", "bin/sysinfo", "tools", "bin/sysinfo;tools/MSINFO32.EXE", "bin/sysinfo"},
-        SysInfoCase{"MissingPathFallsBackToFolder", "bin/gone", "tools", "tools/MSINFO32.EXE", "tools/MSINFO32.EXE"}),
+    ::testing::Values(SysInfoCase{"NothingRegistered", nullptr, nullptr, "", ""},
+                      SysInfoCase{"RegisteredFilesMissing", "bin/sysinfo", "tools", "", ""},
+                      SysInfoCase{"PathValue", "bin/sysinfo", nullptr, "bin/sysinfo", "bin/sysinfo"},
+                      SysInfoCase{"SharedToolsFolder", nullptr, "tools", "tools/MSINFO32.EXE",
+                                  "tools/MSINFO32.EXE"},
+                      SysInfoCase{"PathWinsOverFolder", "bin/sysinfo", "tools",
+                                  "bin/sysinfo;tools/MSINFO32.EXE", "bin/sysinfo"},
+                      SysInfoCase{"MissingPathFallsBackToFolder", "bin/gone", "tools", "tools/MSINFO32.EXE",
+                                  "tools/MSINFO32.EXE"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -91,7 +91,8 @@ TEST_F(AddinsDialogTest, UncheckingRemovesMailvaneAndCheckingBringsItBack)
 TEST_F(AddinsDialogTest, AnAddInWithoutComponentStaysOpenWithTheReason)
 {
     const QString other = Key("Other.Connect");
-    ASSERT_TRUE(m_registry.WriteString(other, QStringLiteral("FriendlyName"), QStringLiteral("Other Add-In")));
+    ASSERT_TRUE(
+        m_registry.WriteString(other, QStringLiteral("FriendlyName"), QStringLiteral("Other Add-In")));
     ASSERT_TRUE(m_registry.WriteDword(other, QStringLiteral("LoadBehavior"), 2));
     host::AddinLoader loader(m_registry, m_progIds, *m_app);
     ASSERT_EQ(loader.Connect(), 1);

@@ -29,9 +29,11 @@ std::map<std::string, int> StoredSettings(const QString& path)
         return out;
     }
     sqlite3_stmt* st = nullptr;
-    const char* sql = "SELECT WeekStart, toolbar, menubar, runOnStart, statusPopups, alignTime, init FROM Settings";
+    const char* sql =
+        "SELECT WeekStart, toolbar, menubar, runOnStart, statusPopups, alignTime, init FROM Settings";
     if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
-        for (int i = 0; i < sqlite3_column_count(st); ++i) out[sqlite3_column_name(st, i)] = sqlite3_column_int(st, i);
+        for (int i = 0; i < sqlite3_column_count(st); ++i)
+            out[sqlite3_column_name(st, i)] = sqlite3_column_int(st, i);
     }
     sqlite3_finalize(st);
     sqlite3_close(db);
@@ -46,7 +48,10 @@ protected:
         return dialog.findChild<addin::ctlMailvane*>("ctlMailvane");
     }
     static void Click(QWidget& w, const char* name) { w.findChild<QPushButton*>(name)->click(); }
-    static void Check(QWidget& w, const char* name, bool on) { w.findChild<QCheckBox*>(name)->setChecked(on); }
+    static void Check(QWidget& w, const char* name, bool on)
+    {
+        w.findChild<QCheckBox*>(name)->setChecked(on);
+    }
 };
 
 TEST_F(OptionsDialogTest, ThePageShowsTheAddInsSettings)
@@ -79,7 +84,8 @@ TEST_F(OptionsDialogTest, OkStoresEverySettingInTheDatabase)
     // Every value the opposite of what the template holds.
     auto* week = page->findChild<QComboBox*>("cmbWeekStart");
     week->setCurrentIndex(week->findText("Friday"));
-    const std::pair<const char*, const char*> boxes[] = {{"chkToolbar", "toolbar"},   {"chkMenubar", "menubar"},
+    const std::pair<const char*, const char*> boxes[] = {{"chkToolbar", "toolbar"},
+                                                         {"chkMenubar", "menubar"},
                                                          {"chkRunOnStart", "runOnStart"},
                                                          {"chkStatusPops", "statusPopups"},
                                                          {"chkAlignTime", "alignTime"}};
