@@ -3,12 +3,14 @@
 
 #include "addin/frmAbout.h"
 
+#include "tests/addin/AddInFixture.h"
+
 #include "platform/logging/MemoryLogger.h"
 #include "platform/os/MessageBox.h"
 #include "platform/os/Registry.h"
 #include "platform/os/Shell.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -17,6 +19,7 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QThread>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -167,6 +170,20 @@ INSTANTIATE_TEST_SUITE_P(
                       SysInfoCase{"MissingPathFallsBackToFolder", "bin/gone", "tools", "tools/MSINFO32.EXE",
                                   "tools/MSINFO32.EXE"}),
     [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(AddInTest, ShowAboutOpensTheBoxModally)
+{
+    addin::OutAddIn& addIn = Start();
+    QString seen;
+    QTimer::singleShot(0, [&] {
+        QWidget* box = QApplication::activeModalWidget();
+        if (!box) return;
+        seen = box->objectName() + u'|' + box->windowTitle();
+        box->findChild<QPushButton*>("btnOK")->click();
+    });
+    addIn.ShowAbout();
+    EXPECT_EQ(seen, "frmAbout|About Mailvane");
+}
 
 }  // namespace
 }  // namespace mv::test

@@ -146,6 +146,25 @@ TEST_F(OptionsDialogTest, UnusualStoredValuesSurviveUntouched)
     EXPECT_EQ(stored.at("toolbar"), 0);
 }
 
+TEST_F(OptionsDialogTest, AFailedSaveIsReportedAndTheChangeStaysPending)
+{
+    Start();
+    const int stored = StoredSettings(Database()).at("WeekStart");
+    host::OptionsDialog dialog(*m_app, m_progIds);
+    addin::ctlMailvane* page = Page(dialog);
+    ASSERT_NE(page, nullptr);
+    AddIn().CloseDatabases();  // the connection is gone
+    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
+    week->setCurrentIndex(week->findText(stored == 3 ? "Monday" : "Tuesday"));
+    Click(dialog, "btnApply");
+    ASSERT_EQ(m_answerer.shown().size(), 1u);
+    EXPECT_TRUE(m_answerer.shown()[0].text.endsWith("in procedure SaveSettings of Class Module OutAddIn"))
+        << m_answerer.shown()[0].text.toStdString();
+    EXPECT_TRUE(page->Dirty());
+    EXPECT_TRUE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "the user may try again";
+    EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), stored);
+}
+
 TEST_F(OptionsDialogTest, PagesThatCannotBeMade)
 {
     Start();
