@@ -43,9 +43,10 @@ OptionsDialog::OptionsDialog(outlook::Application& application, ProgIdRegistry& 
     cancel->setObjectName(QStringLiteral("btnCancel"));
     m_btnApply->setObjectName(QStringLiteral("btnApply"));
     layout->addWidget(buttons);
+    // A page that cannot store its values has told the user why; the dialog
+    // stays open so the change is not dropped unseen.
     connect(ok, &QPushButton::clicked, this, [this] {
-        ApplyPages();  // a page that fails has told the user itself
-        accept();
+        if (ApplyPages()) accept();
     });
     connect(cancel, &QPushButton::clicked, this, &QDialog::reject);
     connect(m_btnApply, &QPushButton::clicked, this, [this] { ApplyPages(); });

@@ -2,7 +2,7 @@
 // The host's Options dialog. Opening it raises the application's
 // OptionsPagesAdd; each page an add-in names there is made by its ProgID
 // and shown in a tab under the caption given. OK and Apply apply every page
-// that has changes; Cancel drops them.
+// that has changes (OK closes only when all were stored); Cancel drops them.
 //
 // A ProgID with no component behind it still gets its tab, saying so, so the
 // user sees which add-in's page is missing instead of nothing.

@@ -163,6 +163,9 @@ TEST_F(OptionsDialogTest, AFailedSaveIsReportedAndTheChangeStaysPending)
     EXPECT_TRUE(page->Dirty());
     EXPECT_TRUE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "the user may try again";
     EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), stored);
+    Click(dialog, "btnOK");
+    EXPECT_NE(dialog.result(), QDialog::Accepted) << "OK does not close over an unsaved change";
+    EXPECT_EQ(m_answerer.shown().size(), 2u);
 }
 
 TEST_F(OptionsDialogTest, PagesThatCannotBeMade)
