@@ -65,15 +65,16 @@ set(CPACK_PACKAGE_DESCRIPTION "Mailvane keeps an ordered list of rules; each nam
 folder and criteria on sender, recipients, subject, body, importance, read state, flags and age. Matching mail
 is moved hourly, after new mail and on demand, from a desktop window, the command line or a user service.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Mailvane maintainers <maintainers@mailvane.invalid>")
 set(CPACK_DEBIAN_PACKAGE_SECTION mail)
 set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://mailvane.invalid/")
-# Debian 12's runtime libraries of what the program links, and the Qt
-# platform plugins a window needs.
+# Debian 12's runtime libraries of what the program links (dpkg-shlibdeps
+# finds the same set), and the Qt platform plugins a window needs.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libstdc++6 (>= 12), libgcc-s1, \
 libqt6core6 (>= 6.4), libqt6gui6 (>= 6.4), libqt6widgets6 (>= 6.4), libqt6network6 (>= 6.4), qt6-qpa-plugins, \
-libsqlite3-0 (>= 3.40), libgmime-3.0-0 (>= 3.2), libglib2.0-0, libetpan20 (>= 1.9), libgnutls30, libsasl2-2")
+libsqlite3-0 (>= 3.40), libgmime-3.0-0 (>= 3.2), libglib2.0-0, libetpan20 (>= 1.9)")
 # xdg-open shows the manual in the desktop's browser.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "xdg-utils")
 include(CPack)
