@@ -2,6 +2,8 @@
 
 #include "ExplWrap.h"
 #include "InspWrap.h"
+#include "ctlMailvane.h"
+#include "frmAbout.h"
 
 #include "engine/RuleExecutor.h"
 #include "engine/RuleRunner.h"
@@ -11,7 +13,12 @@
 #include "platform/outlook/SafeMapiUtils.h"
 
 #include "platform/ado/AdoError.h"
+#include "platform/common/ProgIdRegistry.h"
 #include "platform/os/ErrorReport.h"
+#include "platform/os/Registry.h"
+#include "platform/os/Shell.h"
+
+#include <QApplication>
 
 #include <QDir>
 #include <QFile>
@@ -31,12 +38,14 @@ OutAddIn::OutAddIn(os::ErrorReport& report, logging::Logger* log, ProgIdRegistry
                    QString installDir)
     : m_report(report), m_log(log), m_progIds(progIds), m_clock(clock), m_installDir(std::move(installDir))
 {
+    RegisterOptionsPage(m_progIds, *this);
 }
 
 OutAddIn::~OutAddIn()
 {
     // Unhook first: no event may reach a half-destroyed add-in.
     m_events.reset();
+    m_progIds.Unregister(QString::fromLatin1(kOptionsPageProgId));
     for (auto& [key, wrap] : m_explorers) delete wrap;
     for (auto& [key, wrap] : m_inspectors) delete wrap;
     m_frmMain.reset();
@@ -46,6 +55,17 @@ OutAddIn::~OutAddIn()
 QString OutAddIn::AppTitle()
 {
     return QStringLiteral("Mailvane");
+}
+
+void OutAddIn::ShowAbout()
+{
+    Ignore([&] {
+        if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return;
+        const os::Shell shell;
+        const os::Registry registry;
+        frmAbout form(m_installDir, m_log, m_report.answerer(), shell, registry);
+        form.exec();
+    });
 }
 
 bool OutAddIn::PlaceDatabase(const QString& dataDir, const QString& installDir)

@@ -72,6 +72,7 @@ class OutAddIn : public ScheduleTarget {
 public:
     // `installDir` holds "Database/_mvblank.mdb"; it is also the default
     // directory of the connections.
+    // The add-in's Options page is registered in `progIds` for its lifetime.
     OutAddIn(os::ErrorReport& report, logging::Logger* log, ProgIdRegistry& progIds, os::Clock& clock,
              QString installDir = {});
     ~OutAddIn() override;
@@ -232,6 +233,9 @@ public:
     void objOutlook_Startup();
     void objOutlook_OptionsPagesAdd(outlook::PropertyPages* pages);
     void objExpl_Close();
+
+    // The About box, modal; nothing where no window can be shown.
+    void ShowAbout();
 
 private:
     // Runs `step`, swallowing any error: the start-up and shut-down steps

@@ -7,6 +7,9 @@
 #include "engine/RuleRunner.h"
 #include "platform/ado/Recordset.h"
 #include "platform/mapi/MapiUtils.h"
+#include "platform/os/KnownFolders.h"
+
+#include <QFileInfo>
 
 namespace mv::host {
 
@@ -239,6 +242,12 @@ void PrintUsage(std::FILE* out)
                "\nexit codes: 0 ok, 1 a rule or run failed, 2 usage, 3 database, 4 store, 5 profile\n"
                "Messages and questions go to stderr and to mv.log in the data folder.\n",
                out);
+    // Where the files are, so a user (and the package test) can see that an
+    // installed program found its own data.
+    const QString install = os::InstallDir();
+    const bool found = QFileInfo::exists(install + u'/' + QLatin1String(os::kTemplateRelPath));
+    std::fprintf(out, "\ndata folder:     %s\ninstalled files: %s%s\n", qUtf8Printable(os::DataDir()),
+                 qUtf8Printable(install), found ? "" : " (Database/_mvblank.mdb is missing)");
 }
 
 }  // namespace mv::host

@@ -110,6 +110,20 @@ outlook::IDTExtensibility2* AddinLoader::AddInObject(const QString& progId) cons
     return nullptr;
 }
 
+bool AddinLoader::Reconnect(const QString& progId)
+{
+    if (Connected().contains(progId, Qt::CaseInsensitive)) return true;
+    const QString key = KeyOf(progId);
+    if (!m_registry.KeyExists(key)) return false;
+    const auto before = m_registry.ReadDword(key, QStringLiteral("LoadBehavior"));
+    if (!m_registry.WriteDword(key, QStringLiteral("LoadBehavior"), kLoadAtStartup)) return false;
+    Connect(outlook::ext_cm_AfterStartup);
+    if (Connected().contains(progId, Qt::CaseInsensitive)) return true;
+    // One that cannot load is not tried again at every start.
+    (void)m_registry.WriteDword(key, QStringLiteral("LoadBehavior"), before ? *before : kNotLoaded);
+    return false;
+}
+
 QStringList AddinLoader::Connected() const
 {
     QStringList list;

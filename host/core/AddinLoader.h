@@ -50,6 +50,9 @@ public:
     // The user removes the add-in: OnDisconnection(ext_dm_UserClosed) and its
     // LoadBehavior becomes 2. False when it was not connected.
     bool Remove(const QString& progId);
+    // The user checks it again: LoadBehavior 3 and OnConnection(ext_cm_AfterStartup).
+    // False when it is not registered or has no component (see Failures()).
+    bool Reconnect(const QString& progId);
 
     QStringList Connected() const;
     // The object a connected add-in handed back in AddInInstance.Object

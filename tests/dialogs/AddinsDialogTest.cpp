@@ -1,0 +1,118 @@
+// The COM Add-ins dialog over a real registry file and the real add-in:
+// unchecking disconnects it as a user removal, checking brings it back.
+
+#include "host/dialogs/AddinsDialog.h"
+
+#include "host/core/AddinLoader.h"
+#include "tests/addin/AddInFixture.h"
+
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+
+namespace mv::test {
+namespace {
+
+class AddinsDialogTest : public AddInTest {
+protected:
+    void SetUp() override
+    {
+        AddInTest::SetUp();
+        addin::AddInServices services;
+        services.report = &m_report;
+        services.progIds = &m_progIds;
+        services.clock = &m_clock;
+        services.clipboard = &m_clipboard;
+        services.installDir = InstallDir();
+        services.forms = &m_forms;
+        services.appDataOverride = AppData();
+        addin::RegisterConnect(m_progIds, services);
+        ASSERT_TRUE(host::RegisterMailvaneAddin(m_registry));
+        m_app->Open();
+    }
+    QString Key(const char* progId) const { return QString::fromLatin1(host::kAddinsKey) + u'\\' + progId; }
+    quint32 LoadBehavior(const char* progId) const
+    {
+        auto v = m_registry.ReadDword(Key(progId), QStringLiteral("LoadBehavior"));
+        return v ? *v : 0;
+    }
+    static QListWidgetItem* Row(host::AddinsDialog& dialog, const QString& text)
+    {
+        const auto found = dialog.findChild<QListWidget*>("lstAddins")->findItems(text, Qt::MatchExactly);
+        return found.isEmpty() ? nullptr : found.front();
+    }
+    static void ClickOk(host::AddinsDialog& dialog) { dialog.findChild<QPushButton*>("btnOK")->click(); }
+
+    os::Registry m_registry{m_dir.filePath(QStringLiteral("registry.ini"))};
+};
+
+TEST_F(AddinsDialogTest, UncheckingRemovesMailvaneAndCheckingBringsItBack)
+{
+    host::AddinLoader loader(m_registry, m_progIds, *m_app);
+    ASSERT_EQ(loader.Connect(), 1);
+    office::CommandBars* bars = m_app->ActiveExplorer()->CommandBars();
+    ASSERT_NE(bars->Add(QStringLiteral("Items")), nullptr);
+    ASSERT_NE(bars->Item("Mailvane"), nullptr);
+
+    {
+        host::AddinsDialog dialog(loader);
+        QListWidgetItem* row = Row(dialog, "Mailvane Add-In");
+        ASSERT_NE(row, nullptr);
+        EXPECT_EQ(row->checkState(), Qt::Checked);
+        EXPECT_EQ(dialog.findChild<QLabel*>("lblDescription")->text(),
+                  "This Add-in provides Message Automation Rules.");
+        EXPECT_EQ(dialog.findChild<QLabel*>("lblLoadBehavior")->text(), "Load at Startup");
+        row->setCheckState(Qt::Unchecked);
+        ClickOk(dialog);
+        EXPECT_EQ(dialog.result(), QDialog::Accepted);
+    }
+    EXPECT_TRUE(loader.Connected().isEmpty());
+    EXPECT_EQ(LoadBehavior("Mailvane.Connect"), 2u);
+    // A user removal (RemoveMode 1) takes the "Items" bar away; a shutdown would not.
+    EXPECT_EQ(bars->Item("Items"), nullptr);
+    DeleteLater();
+
+    {
+        host::AddinsDialog dialog(loader);
+        QListWidgetItem* row = Row(dialog, "Mailvane Add-In");
+        ASSERT_NE(row, nullptr);
+        EXPECT_EQ(row->checkState(), Qt::Unchecked);
+        EXPECT_EQ(dialog.findChild<QLabel*>("lblLoadBehavior")->text(), "Unloaded");
+        row->setCheckState(Qt::Checked);
+        ClickOk(dialog);
+        EXPECT_EQ(dialog.result(), QDialog::Accepted);
+    }
+    EXPECT_EQ(loader.Connected(), QStringList{"Mailvane.Connect"});
+    EXPECT_EQ(LoadBehavior("Mailvane.Connect"), 3u);
+    EXPECT_NE(bars->Item("Mailvane"), nullptr) << "connected again, it builds its toolbar";
+    EXPECT_TRUE(m_answerer.shown().empty()) << m_answerer.texts().join(u'|').toStdString();
+}
+
+TEST_F(AddinsDialogTest, AnAddInWithoutComponentStaysOpenWithTheReason)
+{
+    const QString other = Key("Other.Connect");
+    ASSERT_TRUE(
+        m_registry.WriteString(other, QStringLiteral("FriendlyName"), QStringLiteral("Other Add-In")));
+    ASSERT_TRUE(m_registry.WriteDword(other, QStringLiteral("LoadBehavior"), 2));
+    host::AddinLoader loader(m_registry, m_progIds, *m_app);
+    ASSERT_EQ(loader.Connect(), 1);
+
+    host::AddinsDialog dialog(loader);
+    QListWidgetItem* row = Row(dialog, "Other Add-In");
+    ASSERT_NE(row, nullptr);
+    EXPECT_EQ(row->checkState(), Qt::Unchecked);
+    row->setCheckState(Qt::Checked);
+    dialog.show();
+    ClickOk(dialog);
+    EXPECT_TRUE(dialog.isVisible()) << "the dialog stays open";
+    auto* error = dialog.findChild<QLabel*>("lblError");
+    EXPECT_TRUE(error->isVisibleTo(&dialog));
+    EXPECT_TRUE(error->text().startsWith("Could not connect Other Add-In.")) << error->text().toStdString();
+    EXPECT_TRUE(error->text().contains("no component")) << error->text().toStdString();
+    EXPECT_EQ(Row(dialog, "Other Add-In")->checkState(), Qt::Unchecked);
+    EXPECT_EQ(LoadBehavior("Other.Connect"), 2u) << "not tried again at the next start";
+    EXPECT_EQ(loader.Connected(), QStringList{"Mailvane.Connect"}) << "the others are left alone";
+}
+
+}  // namespace
+}  // namespace mv::test
