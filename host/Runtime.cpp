@@ -196,10 +196,9 @@ int Runtime::Start()
 int Runtime::CheckAddIn()
 {
     const QString progId = QString::fromLatin1(kMailvaneProgId);
-    m_connect = dynamic_cast<addin::Connect*>(m_loader->AddInObject(progId));
-    addin::OutAddIn* addIn = m_connect ? m_connect->AddIn() : nullptr;
+    addin::Connect* connect = CurrentConnect();
+    addin::OutAddIn* addIn = connect ? connect->AddIn() : nullptr;
     if (!addIn) {
-        m_connect = nullptr;
         QString why;
         for (const QString& failure : m_loader->Failures())
             if (failure.startsWith(progId + QLatin1Char(':'), Qt::CaseInsensitive))
@@ -257,14 +256,23 @@ void Runtime::StartApplication()
     m_steps.start(*m_app);
 }
 
+addin::Connect* Runtime::CurrentConnect() const
+{
+    // Looked up each time: the user may remove the add-in and connect it
+    // again in the add-ins dialog, which makes a new object.
+    if (!m_loader) return nullptr;
+    return dynamic_cast<addin::Connect*>(m_loader->AddInObject(QString::fromLatin1(kMailvaneProgId)));
+}
+
 bool Runtime::Connected() const
 {
-    return m_connect && m_connect->AddIn() && !m_down;
+    const addin::Connect* connect = CurrentConnect();
+    return connect && connect->AddIn() && !m_down;
 }
 
 addin::OutAddIn& Runtime::AddIn() const
 {
-    return *m_connect->AddIn();
+    return *CurrentConnect()->AddIn();
 }
 
 engine::RuleRunner& Runtime::Runner() const
@@ -283,9 +291,8 @@ void Runtime::Shutdown()
     m_down = true;
     // The add-ins first (UnInitHandler closes the databases and unloads
     // frmMain), while the Application they hold is still there.
-    const bool connected = m_connect != nullptr;
+    const bool connected = CurrentConnect() != nullptr;
     if (m_loader) m_loader->Disconnect();
-    m_connect = nullptr;
     if (connected) Trail(QStringLiteral("mailvane"), QStringLiteral("Database closed"));
     if (m_app && m_opened) m_steps.stop(*m_app);
     m_loader.reset();

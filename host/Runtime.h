@@ -124,6 +124,7 @@ public:
 
 private:
     int CheckAddIn();
+    addin::Connect* CurrentConnect() const;  // owned by the loader; nullptr when not connected
 
     struct Parts;
     RuntimeOptions m_options;
@@ -134,7 +135,6 @@ private:
     std::unique_ptr<StoreSet> m_stores;
     std::unique_ptr<outlook::Application> m_app;
     std::unique_ptr<AddinLoader> m_loader;
-    addin::Connect* m_connect = nullptr;  // owned by the loader
     bool m_opened = false;                // the Application's first Explorer is open
     bool m_started = false;               // Startup raised
     bool m_down = false;

@@ -13,6 +13,8 @@
 #include "host/ExitCodes.h"
 #include "host/Runtime.h"
 #include "host/StopSignals.h"
+#include "host/dialogs/AddinsDialog.h"
+#include "host/dialogs/OptionsDialog.h"
 #include "platform/os/Shell.h"
 
 #include <QApplication>
@@ -84,10 +86,23 @@ int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
     const auto installForms = [&] {
         if (!runtime.Connected()) return;
         forms::FormServices services{folderPicker, addressBook, answerer, runtime.Report(), files, &shell, parent};
+        services.showAbout = [&runtime](QWidget*) {
+            if (runtime.Connected()) runtime.AddIn().ShowAbout();
+        };
         launcher = std::make_unique<forms::QtFormLauncher>(runtime.AddIn(), std::move(services));
         runtime.AddIn().SetFormLauncher(launcher.get());
     };
     installForms();
+    desktop->Hooks().showOptions = [&](QWidget* owner) {
+        OptionsDialog dialog(*desktop, runtime.ProgIds(), owner);
+        dialog.exec();
+    };
+    desktop->Hooks().showAddins = [&](QWidget* owner) {
+        AddinsDialog dialog(runtime.Loader(), owner);
+        dialog.exec();
+        // Connecting again makes a new add-in object: give it the forms.
+        installForms();
+    };
 
     // SIGTERM and SIGINT close the program as File > Exit would, so the
     // add-in is taken down and the database closed.
