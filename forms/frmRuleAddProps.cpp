@@ -1,5 +1,7 @@
 #include "frmRuleAddProps.h"
 
+#include "FormTrap.h"
+
 #include "RuleChoices.h"
 
 #include "platform/ado/AdoConstants.h"
@@ -57,18 +59,7 @@ bool Present(const QVariant& v)
 template <typename F>
 bool frmRuleAddProps::Trap(const char* procedure, F&& body) noexcept
 {
-    const QString label = QString::fromLatin1(procedure) + QStringLiteral(" of Form frmRuleAddProps");
-    try {
-        body();
-        return true;
-    } catch (const ado::AdoError& e) {
-        m_report.ShowProcedureError(e.Number(), e.Description(), label);
-    } catch (const std::exception& e) {
-        m_report.ShowProcedureError(5, QString::fromLocal8Bit(e.what()), label);
-    } catch (...) {
-        m_report.ShowProcedureError(5, QStringLiteral("Invalid procedure call or argument"), label);
-    }
-    return false;
+    return TrapFormErrors(m_report, "frmRuleAddProps", procedure, std::forward<F>(body));
 }
 
 frmRuleAddProps::frmRuleAddProps(store::cDB& db, os::ErrorReport& report, QWidget* parent)

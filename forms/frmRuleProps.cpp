@@ -1,5 +1,7 @@
 #include "frmRuleProps.h"
 
+#include "FormTrap.h"
+
 #include "RuleChoices.h"
 
 #include "platform/ado/AdoConstants.h"
@@ -93,18 +95,7 @@ private:
 template <typename F>
 bool frmRuleProps::Trap(const char* procedure, F&& body) noexcept
 {
-    const QString label = QString::fromLatin1(procedure) + QStringLiteral(" of Form frmRuleProps");
-    try {
-        body();
-        return true;
-    } catch (const ado::AdoError& e) {
-        m_ctx.report.ShowProcedureError(e.Number(), e.Description(), label);
-    } catch (const std::exception& e) {
-        m_ctx.report.ShowProcedureError(5, QString::fromLocal8Bit(e.what()), label);
-    } catch (...) {
-        m_ctx.report.ShowProcedureError(5, QStringLiteral("Invalid procedure call or argument"), label);
-    }
-    return false;
+    return TrapFormErrors(m_ctx.report, "frmRuleProps", procedure, std::forward<F>(body));
 }
 
 frmRuleProps::frmRuleProps(RulePropsContext context, QWidget* parent) : QDialog(parent), m_ctx(std::move(context))

@@ -1,5 +1,7 @@
 #include "frmRuleUpdate.h"
 
+#include "FormTrap.h"
+
 #include "platform/ado/AdoError.h"
 #include "platform/ado/Recordset.h"
 #include "platform/mapi/PropTags.h"
@@ -52,18 +54,7 @@ QString Text(const QVariant& v)
 template <typename F>
 bool frmRuleUpdate::Trap(const char* procedure, F&& body) noexcept
 {
-    const QString label = QString::fromLatin1(procedure) + QStringLiteral(" of Form frmRuleUpdate");
-    try {
-        body();
-        return true;
-    } catch (const ado::AdoError& e) {
-        m_ctx.report.ShowProcedureError(e.Number(), e.Description(), label);
-    } catch (const std::exception& e) {
-        m_ctx.report.ShowProcedureError(5, QString::fromLocal8Bit(e.what()), label);
-    } catch (...) {
-        m_ctx.report.ShowProcedureError(5, QStringLiteral("Invalid procedure call or argument"), label);
-    }
-    return false;
+    return TrapFormErrors(m_ctx.report, "frmRuleUpdate", procedure, std::forward<F>(body));
 }
 
 frmRuleUpdate::frmRuleUpdate(RulePropsContext context, QWidget* parent)

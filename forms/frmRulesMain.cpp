@@ -1,5 +1,7 @@
 #include "frmRulesMain.h"
 
+#include "FormTrap.h"
+
 #include "RuleExportImport.h"
 #include "frmRulePreview.h"
 #include "frmRuleProps.h"
@@ -96,18 +98,7 @@ private:
 template <typename F>
 bool frmRulesMain::Trap(const char* procedure, F&& body) noexcept
 {
-    const QString label = QString::fromLatin1(procedure) + QStringLiteral(" of Form frmRulesMain");
-    try {
-        body();
-        return true;
-    } catch (const ado::AdoError& e) {
-        m_ctx.report.ShowProcedureError(e.Number(), e.Description(), label);
-    } catch (const std::exception& e) {
-        m_ctx.report.ShowProcedureError(5, QString::fromLocal8Bit(e.what()), label);
-    } catch (...) {
-        m_ctx.report.ShowProcedureError(5, QStringLiteral("Invalid procedure call or argument"), label);
-    }
-    return false;
+    return TrapFormErrors(m_ctx.report, "frmRulesMain", procedure, std::forward<F>(body));
 }
 
 frmRulesMain::frmRulesMain(RulesMainContext context, QWidget* parent)
