@@ -46,7 +46,9 @@ TEST_F(RuleExportImportTest, ExportThenImportIntoAnotherProfileGivesTheSameRules
     EXPECT_EQ(m_answerer.texts(), QStringList({"Rules Exported Successfully"}));
 
     auto second = MakeProfile(QStringLiteral("second"));
-    AddRule(QStringLiteral("Already here"), 1, true, {}, second.get());
+    AddRule(QStringLiteral("Already here"), 1, false, {}, second.get());
+    AddMail(QStringLiteral("Inbox"), QStringLiteral("Invoice due now"), second.get());
+    AddMail(QStringLiteral("Inbox"), QStringLiteral("Invoice paid"), second.get());
     auto form = Open(second.get());
     Button(*form, "btnCheckNone")->click();  // pending changes are dropped by the import
     m_files.Queue(file);
@@ -70,6 +72,24 @@ TEST_F(RuleExportImportTest, ExportThenImportIntoAnotherProfileGivesTheSameRules
     Select(*form, {1});
     Button(*form, "btnPreview")->click();
     EXPECT_EQ(m_answerer.texts(), QStringList({"The Source Folder for rule: Bills can not be found."}));
+
+    // Picked again in the editor, the imported rule runs in its new home.
+    onModal = [&](QDialog& dialog) {
+        auto* editor = dynamic_cast<forms::frmRuleProps*>(&dialog);
+        ASSERT_NE(editor, nullptr);
+        const QString storeHex = StoreHex(second.get());
+        for (const char* folder : {"Inbox", "Archive"})
+            m_picker.answers.push_back(
+                second->ns->GetFolderFromID(FolderHex(QLatin1String(folder), second.get()), storeHex));
+        editor->findChild<QAbstractButton*>(QStringLiteral("btnSrcFolderBrowse"))->click();
+        editor->findChild<QAbstractButton*>(QStringLiteral("btnDstFolderBrowse"))->click();
+        editor->findChild<QAbstractButton*>(QStringLiteral("btnOK"))->click();
+    };
+    Select(*form, {1});
+    Button(*form, "btnModify")->click();
+    Button(*form, "btnRunNow")->click();
+    EXPECT_EQ(Subjects(QStringLiteral("Archive"), second.get()), QStringList({"Invoice due now"}));
+    EXPECT_EQ(Subjects(QStringLiteral("Inbox"), second.get()), QStringList({"Invoice paid"}));
     second->addIn->CloseDatabases();
 }
 
