@@ -381,12 +381,19 @@ Result<QByteArray> MaildirStore::Move(const QByteArray& messageId, const QByteAr
 Result<std::vector<QByteArray>> MaildirStore::MoveMany(const std::vector<QByteArray>& messageIds,
                                                        const QByteArray& destFolderId)
 {
+    // A missing destination is refused before anything moves; after that a
+    // NotFound can only be a message that left its folder: passed over with
+    // an empty identifier, as the IMAP store does.
+    const auto destPath = ParseFolderId(destFolderId);
+    if (!destPath) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    if (!m_layout.DirOf(*destPath))
+        return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*destPath));
     std::vector<QByteArray> out;
     out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
         auto moved = Move(id, destFolderId);
-        if (!moved) return moved.error();
-        out.push_back(*moved);
+        if (!moved && (moved.error().kind != ErrorKind::NotFound || !m_layout.DirOf(*destPath))) return moved.error();
+        out.push_back(moved ? *moved : QByteArray());
     }
     return out;
 }

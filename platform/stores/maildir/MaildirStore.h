@@ -51,6 +51,8 @@ public:
     Result<QByteArray> RawMessage(const QByteArray& messageId) override;
 
     Result<QByteArray> Move(const QByteArray& messageId, const QByteArray& destFolderId) override;
+    // A message that has left its folder gets an empty identifier and the
+    // rest still move; a missing destination is NotFound and moves nothing.
     Result<std::vector<QByteArray>> MoveMany(const std::vector<QByteArray>& messageIds,
                                              const QByteArray& destFolderId) override;
     Status SetFlagStatus(const QByteArray& messageId, int flagStatus) override;
