@@ -213,8 +213,8 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
     const MaildirFolderState& state = **folder;
     std::vector<const CachedMessage*> candidates;
     candidates.reserve(state.messages().size());
-    for (const auto& [unique, message] : state.messages())
-        if (!message.flags().deleted) candidates.push_back(&message);
+    for (const CachedMessage* message : state.ordered())
+        if (!message->flags().deleted) candidates.push_back(message);
 
     // Evaluation is CPU-bound and the sources are read-only, so large
     // folders are split over the cores; rows are assembled in order after.
