@@ -117,8 +117,9 @@ public:
         }
         if (moved || moved.error().kind != ErrorKind::NotFound) {
             GiveBackFlags(*store, entries, 0);
-            RaiseStore(moved ? Error::permanent(QStringLiteral("the store moved a different number of messages"))
-                             : moved.error());
+            RaiseStore(
+                moved ? Error::permanent(QStringLiteral("the store moved a different number of messages"))
+                      : moved.error());
         }
         // Something of the batch (a message, or the destination) is gone,
         // and a store that says so has moved nothing: one by one, so what
@@ -129,8 +130,8 @@ public:
                 Count(outcome, entries[i], true);
                 continue;
             }
-            if (one.error().kind == ErrorKind::NotFound && !store->Item(entries[i].id).ok()
-                && store->Folder(dst->BinaryEntryID()).ok()) {
+            if (one.error().kind == ErrorKind::NotFound && !store->Item(entries[i].id).ok() &&
+                store->Folder(dst->BinaryEntryID()).ok()) {
                 Count(outcome, entries[i], false);
                 continue;
             }
@@ -155,7 +156,8 @@ private:
     static void GiveBackFlags(MessageStore& store, const std::vector<Entry>& entries, size_t from)
     {
         for (size_t i = from; i < entries.size(); ++i)
-            if (entries[i].flagCleared && store.Item(entries[i].id).ok()) (void)store.SetFlagStatus(entries[i].id, 1);
+            if (entries[i].flagCleared && store.Item(entries[i].id).ok())
+                (void)store.SetFlagStatus(entries[i].id, 1);
     }
 
     std::unique_ptr<outlook::Folder> m_dst;
@@ -259,10 +261,11 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
             if (!item) item = m_ns.GetItemFromID(entryId, storeId);
             if (!item) Raise(kErrItemNotFound, QStringLiteral("The message \"%1\" could not be opened.").arg(subject));
 
-            std::unique_ptr<outlook::Folder> destination = m_ns.GetFolderFromID(rule.dstEntryId, rule.dstStoreId);
+            std::unique_ptr<outlook::Folder> destination =
+                m_ns.GetFolderFromID(rule.dstEntryId, rule.dstStoreId);
             const bool open = !preview && IsOpen(item->EntryID());
-            const bool batchable = !preview && !open && options.batchMoves && destination && destination->Store() &&
-                                   item->StoreID() == destination->StoreID() &&
+            const bool batchable = !preview && !open && options.batchMoves && destination &&
+                                   destination->Store() && item->StoreID() == destination->StoreID() &&
                                    MapiUtils::HexToBinary(item->EntryID()).has_value();
 
             // A completed flag is cleared whether or not the item then moves;

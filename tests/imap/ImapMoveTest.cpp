@@ -137,7 +137,8 @@ TEST_P(ImapMoveTest, BatchAfterAQueryIsOneCommandAndSkipsWhatVanished)
     EXPECT_EQ(store->CommandsSent() - before, hasMove ? 1 : 3) << "UID MOVE, or UID COPY + STORE + EXPUNGE";
 
     OtherClient(server->Port(),
-                {"SELECT INBOX", "UID MOVE " + QByteArray::number(stores::ImapIds::ParseMessage(gone)->uid) + " Trash"});
+                {"SELECT INBOX",
+                 "UID MOVE " + QByteArray::number(stores::ImapIds::ParseMessage(gone)->uid) + " Trash"});
     moved = store->MoveMany(second, archive);
     ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
     for (size_t i = 0; i < second.size(); ++i) EXPECT_EQ((*moved)[i].isEmpty(), second[i] == gone) << i;

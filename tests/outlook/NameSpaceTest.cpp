@@ -355,7 +355,8 @@ TEST_F(MemoryNameSpaceTest, HeldLookupsAskTheStoreOncePerFolder)
         EXPECT_EQ(folder->BinaryEntryID(), a.InboxId());
         EXPECT_FALSE(ns.GetFolderFromID(missing, item->StoreID()));
     }
-    EXPECT_EQ(a.CallCount(stores::MemoryStore::Call::Folder) - before, 2) << "one lookup per folder, found or not";
+    EXPECT_EQ(a.CallCount(stores::MemoryStore::Call::Folder) - before, 2)
+        << "one lookup per folder, found or not";
     ns.HoldFolderLookups(false);
     a.FailNext(stores::MemoryStore::Call::Folder, 1, Error::temporary("connection dropped"));
     EXPECT_TRUE(ns.GetFolderFromID(inbox, item->StoreID())) << "still held once";

@@ -321,7 +321,8 @@ Result<FolderInfo> ImapStore::Folder(const QByteArray& folderId)
             if (Status s = ReadList(conn); !s) return s.error();
         const auto it = m_list->constFind(ref->mailbox);
         if (it == m_list->constEnd())
-            return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
+            return Error::notFound(
+                QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
         const ListEntry entry = *it;
         auto info = Describe(conn, ref->mailbox, entry.delimiter, 0, entry.specialUse);
         if (!info && info.error().kind == ErrorKind::NotFound) m_list.reset();  // the list is out of date
@@ -407,7 +408,8 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
         qsizetype chars = 0;
         while (end < uids.size() && end - at < kFetchBatch && chars < kMaxSetChars) {
             size_t run = end;
-            while (run + 1 < uids.size() && uids[run + 1] == uids[run] + 1 && run + 1 - at < kFetchBatch) ++run;
+            while (run + 1 < uids.size() && uids[run + 1] == uids[run] + 1 && run + 1 - at < kFetchBatch)
+                ++run;
             chars += QByteArray::number(uids[end]).size() + 1;
             if (run > end) chars += QByteArray::number(uids[run]).size() + 1;
             end = run + 1;
@@ -480,7 +482,8 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
         const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
         const MessageRecord record = BuildRecord(m, folder);
-        m_queried.insert(m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
+        m_queried.insert(
+            m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
         const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {
             if (!bodies.contains(uid)) loadBodies(index);
             std::optional<QVariant> body = bodies.value(uid);
@@ -681,7 +684,8 @@ Result<std::vector<QByteArray>> ImapStore::RecoverMove(const ImapFolderRef& sour
     return out;
 }
 
-std::optional<ImapStore::MovePlan> ImapStore::KnownPlan(const ImapFolderRef& source, const std::vector<quint32>& uids,
+std::optional<ImapStore::MovePlan> ImapStore::KnownPlan(const ImapFolderRef& source,
+                                                        const std::vector<quint32>& uids,
                                                         const ImapFolderRef& dest) const
 {
     // Only with UIDPLUS: COPYUID then tells which messages moved, so one
@@ -701,7 +705,7 @@ std::optional<ImapStore::MovePlan> ImapStore::KnownPlan(const ImapFolderRef& sou
 }
 
 Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray>& messageIds,
-                                                   const QByteArray& destFolderId, std::vector<bool>& gone)
+                                                    const QByteArray& destFolderId, std::vector<bool>& gone)
 {
     gone.assign(messageIds.size(), false);
     if (messageIds.empty()) return std::vector<QByteArray>{};
@@ -726,18 +730,18 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
     const bool fromQuery = known.has_value();
     auto ask = [&]() {
         return Retrying<MovePlan>([&](ImapConnection& conn) -> Result<MovePlan> {
-                            MovePlan p;
-                            auto destUv = UidValidity(conn, dest->mailbox, &p.destUidNext);
-                            if (!destUv) return destUv.error();
-                            if (*destUv != dest->uidValidity)
-                                return Error::notFound(QStringLiteral("IMAP folder %1 was recreated")
-                                                           .arg(ModifiedUtf7::Decode(dest->mailbox)));
-                            if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
-                            auto ids = MessageIds(conn, uids);
-                            if (!ids) return ids.error();
-                            p.messageIds = std::move(*ids);
-                            return p;
-                        });
+            MovePlan p;
+            auto destUv = UidValidity(conn, dest->mailbox, &p.destUidNext);
+            if (!destUv) return destUv.error();
+            if (*destUv != dest->uidValidity)
+                return Error::notFound(
+                    QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(dest->mailbox)));
+            if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
+            auto ids = MessageIds(conn, uids);
+            if (!ids) return ids.error();
+            p.messageIds = std::move(*ids);
+            return p;
+        });
     };
     auto plan = fromQuery ? Result<MovePlan>(std::move(*known)) : ask();
     std::vector<quint32> present;
@@ -772,7 +776,8 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
         for (size_t i = 0; i < present.size(); ++i) {
             if (!(*moved)[i].isEmpty()) continue;
             if (auto uv = SelectChecked(**conn, *dest); !uv) return uv.error();
-            auto found = FindByMessageId(**conn, plan->messageIds.value(present[i]), taken, plan->destUidNext);
+            auto found =
+                FindByMessageId(**conn, plan->messageIds.value(present[i]), taken, plan->destUidNext);
             if (!found) return found.error();
             if (*found) {
                 taken.insert(*found);
@@ -791,7 +796,8 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
     return out;
 }
 
-Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray>& messageIds, const QByteArray& destFolderId)
+Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray>& messageIds,
+                                                    const QByteArray& destFolderId)
 {
     std::vector<bool> gone;
     return MoveUids(messageIds, destFolderId, gone);
@@ -832,8 +838,9 @@ Status ImapStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, i
             // one of these (a rule's batch right after its query); a
             // message gone since is one a UID STORE passes over.
             std::vector<FetchedMessage> current;
-            const bool known = FolderKey(folder) == m_queriedFolder &&
-                               std::all_of(uids.begin(), uids.end(), [&](quint32 u) { return m_queried.contains(u); });
+            const bool known =
+                FolderKey(folder) == m_queriedFolder &&
+                std::all_of(uids.begin(), uids.end(), [&](quint32 u) { return m_queried.contains(u); });
             if (known) {
                 for (quint32 uid : uids) {
                     FetchedMessage m;
@@ -842,7 +849,8 @@ Status ImapStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, i
                     current.push_back(std::move(m));
                 }
             } else {
-                if (Status s = conn.Custom("UID FETCH " + ImapFetcher::UidSet(uids) + " (UID FLAGS)"); !s) return s.error();
+                if (Status s = conn.Custom("UID FETCH " + ImapFetcher::UidSet(uids) + " (UID FLAGS)"); !s)
+                    return s.error();
                 current = ImapFetcher::Parse(conn.session());
             }
             // Messages wanting the same change share one STORE; only the
@@ -862,7 +870,8 @@ Status ImapStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, i
                 if (!remove.isEmpty()) stores["-FLAGS.SILENT (" + remove.join(' ') + ')'].push_back(m.uid);
             }
             for (auto it = stores.constBegin(); it != stores.constEnd(); ++it)
-                if (Status s = conn.Custom("UID STORE " + ImapFetcher::UidSet(it.value()) + ' ' + it.key()); !s)
+                if (Status s = conn.Custom("UID STORE " + ImapFetcher::UidSet(it.value()) + ' ' + it.key());
+                    !s)
                     return s.error();
             return true;
         });

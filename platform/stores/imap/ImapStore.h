@@ -101,8 +101,8 @@ private:
         quint32 destUidNext = 0;
     };
     // Moves; `gone[i]` is set for a message that was no longer in the source.
-    Result<std::vector<QByteArray>> MoveUids(const std::vector<QByteArray>& messageIds, const QByteArray& destFolderId,
-                                             std::vector<bool>& gone);
+    Result<std::vector<QByteArray>> MoveUids(const std::vector<QByteArray>& messageIds,
+                                             const QByteArray& destFolderId, std::vector<bool>& gone);
     std::optional<MovePlan> KnownPlan(const ImapFolderRef& source, const std::vector<quint32>& uids,
                                       const ImapFolderRef& dest) const;
     struct ListEntry {

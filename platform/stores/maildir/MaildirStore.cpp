@@ -259,7 +259,8 @@ Result<MaildirStore::Located> MaildirStore::Locate(const QByteArray& messageId)
     if (!key) return Error::notFound(QStringLiteral("Not a message of this Maildir store."));
     Result<MaildirFolderState*> folder = Error::notFound(QString());
     const auto known = m_folders.find(key->folder);
-    if (m_inBatch && m_scannedForBatch.contains(key->folder) && known != m_folders.end() && known->second->loaded()) {
+    if (m_inBatch && m_scannedForBatch.contains(key->folder) && known != m_folders.end() &&
+        known->second->loaded()) {
         folder = known->second.get();
     } else {
         folder = ScannedFolder(key->folder);
@@ -402,7 +403,8 @@ Result<std::vector<QByteArray>> MaildirStore::MoveMany(const std::vector<QByteAr
     out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
         auto moved = Move(id, destFolderId);
-        if (!moved && (moved.error().kind != ErrorKind::NotFound || !m_layout.DirOf(*destPath))) return moved.error();
+        if (!moved && (moved.error().kind != ErrorKind::NotFound || !m_layout.DirOf(*destPath)))
+            return moved.error();
         out.push_back(moved ? *moved : QByteArray());
     }
     return out;
