@@ -65,6 +65,9 @@ const std::vector<PropTag> kColumns = {PR_ENTRYID, PR_STORE_ENTRYID, PR_MESSAGE_
 // moved exactly as they would have been. The one difference is on a failed
 // batch: items it did not move get their completed flag back, where moving
 // one by one would have stopped with only the failing item's flag cleared.
+// Items opened from their rows are not fetched again, so a message that
+// another program took away after the query shows only at the move; it is
+// counted as vanished and the rest of the batch still moves.
 class MoveBatch {
 public:
     struct Entry {
@@ -95,24 +98,68 @@ public:
         MessageStore* store = dst->Store();
         std::vector<QByteArray> ids;
         ids.reserve(entries.size());
-        for (const Entry& e : entries) ids.push_back(e.id);
-        auto moved = store->MoveMany(ids, dst->BinaryEntryID());
-        if (!moved) {
-            // A message still under its old id did not move: give back the
-            // flag cleared for it, so the next run finds it as it was.
-            for (const Entry& e : entries) {
-                if (e.flagCleared && store->Item(e.id).ok()) (void)store->SetFlagStatus(e.id, 1);
-            }
-            RaiseStore(moved.error());
-        }
+        std::vector<QByteArray> completed;
         for (const Entry& e : entries) {
-            ++outcome.moved;
-            outcome.subjects << e.subject;
-            outcome.entryIds << e.hex;
+            ids.push_back(e.id);
+            if (e.flagCleared) completed.push_back(e.id);
+        }
+        if (!completed.empty()) {
+            if (Status s = store->SetFlagStatusMany(completed, outlook::olNoFlag); !s) {
+                GiveBackFlags(*store, entries, 0);
+                RaiseStore(s.error());
+            }
+        }
+        auto moved = store->MoveMany(ids, dst->BinaryEntryID());
+        if (moved && moved->size() == entries.size()) {
+            // An empty new identifier: the message had left the source.
+            for (size_t i = 0; i < entries.size(); ++i) Count(outcome, entries[i], !(*moved)[i].isEmpty());
+            return;
+        }
+        if (moved || moved.error().kind != ErrorKind::NotFound) {
+            GiveBackFlags(*store, entries, 0);
+            RaiseStore(
+                moved ? Error::permanent(QStringLiteral("the store moved a different number of messages"))
+                      : moved.error());
+        }
+        // Something of the batch (a message, or the destination) is gone,
+        // and a store that says so has moved nothing: one by one, so what
+        // can still move does and a message that left is passed over.
+        for (size_t i = 0; i < entries.size(); ++i) {
+            auto one = store->Move(entries[i].id, dst->BinaryEntryID());
+            if (one) {
+                Count(outcome, entries[i], true);
+                continue;
+            }
+            if (one.error().kind == ErrorKind::NotFound && !store->Item(entries[i].id).ok() &&
+                store->Folder(dst->BinaryEntryID()).ok()) {
+                Count(outcome, entries[i], false);
+                continue;
+            }
+            GiveBackFlags(*store, entries, i);
+            RaiseStore(one.error());
         }
     }
 
 private:
+    static void Count(RuleOutcome& outcome, const Entry& e, bool moved)
+    {
+        if (!moved) {
+            ++outcome.vanished;
+            return;
+        }
+        ++outcome.moved;
+        outcome.subjects << e.subject;
+        outcome.entryIds << e.hex;
+    }
+    // A message still under its old id did not move: give back the flag
+    // cleared for it, so the next run finds it as it was.
+    static void GiveBackFlags(MessageStore& store, const std::vector<Entry>& entries, size_t from)
+    {
+        for (size_t i = from; i < entries.size(); ++i)
+            if (entries[i].flagCleared && store.Item(entries[i].id).ok())
+                (void)store.SetFlagStatus(entries[i].id, 1);
+    }
+
     std::unique_ptr<outlook::Folder> m_dst;
     std::vector<Entry> m_entries;
 };
@@ -171,6 +218,12 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
     outcome.ruleId = rule.ruleId;
     outcome.ruleName = rule.ruleName;
     MoveBatch batch;
+    // Source and destination are looked up once for the rule, not per row.
+    struct Hold {
+        outlook::NameSpace& ns;
+        explicit Hold(outlook::NameSpace& n) : ns(n) { ns.HoldFolderLookups(true); }
+        ~Hold() { ns.HoldFolderLookups(false); }
+    } hold(m_ns);
     try {
         // Step 1: folder, table, filter.
         std::unique_ptr<outlook::Folder> source = m_ns.GetFolderFromID(rule.srcEntryId, rule.srcStoreId);
@@ -203,18 +256,31 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
             if (kind == outlook::ItemKind::Other) continue;
             if (preview && options.excludedIds && options.excludedIds->contains(entryId)) continue;
 
-            std::unique_ptr<outlook::Item> item = m_ns.GetItemFromID(entryId, storeId);
+            // The row already holds what the loop needs of the item.
+            std::unique_ptr<outlook::Item> item = options.itemsFromRows ? table->RowItem() : nullptr;
+            if (!item) item = m_ns.GetItemFromID(entryId, storeId);
             if (!item) Raise(kErrItemNotFound, QStringLiteral("The message \"%1\" could not be opened.").arg(subject));
 
+            std::unique_ptr<outlook::Folder> destination =
+                m_ns.GetFolderFromID(rule.dstEntryId, rule.dstStoreId);
+            const bool open = !preview && IsOpen(item->EntryID());
+            const bool batchable = !preview && !open && options.batchMoves && destination &&
+                                   destination->Store() && item->StoreID() == destination->StoreID() &&
+                                   MapiUtils::HexToBinary(item->EntryID()).has_value();
+
+            // A completed flag is cleared whether or not the item then moves;
+            // for an item joining the batch the batch clears it, with the
+            // others, just before moving them.
             bool flagCleared = false;
             if (kind == outlook::ItemKind::Mail && !preview && item->FlagStatus() == outlook::olFlagComplete) {
-                item->SetFlagStatus(outlook::olNoFlag);
-                if (Status s = item->Save(); !s) RaiseStore(s.error());
+                if (!batchable) {
+                    item->SetFlagStatus(outlook::olNoFlag);
+                    if (Status s = item->Save(); !s) RaiseStore(s.error());
+                }
                 flagCleared = true;
                 ++outcome.flagsCleared;
             }
 
-            std::unique_ptr<outlook::Folder> destination = m_ns.GetFolderFromID(rule.dstEntryId, rule.dstStoreId);
             if (!destination) {
                 ++outcome.skippedNoDestination;
                 continue;
@@ -229,13 +295,10 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
                 outcome.entryIds << entryId;
                 continue;
             }
-            if (IsOpen(item->EntryID())) {
+            if (open) {
                 ++outcome.skippedOpen;
                 continue;
             }
-            const bool batchable = options.batchMoves && destination->Store() &&
-                                   item->StoreID() == destination->StoreID() &&
-                                   MapiUtils::HexToBinary(item->EntryID()).has_value();
             if (batchable) {
                 if (!batch.Accepts(*destination)) batch.Flush(outcome);
                 const QString hex = item->EntryID();

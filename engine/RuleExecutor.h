@@ -82,6 +82,9 @@ struct RuleOutcome {
     int skippedOpen = 0;      // left because they are open in an Inspector
     int skippedNoDestination = 0;
     int flagsCleared = 0;     // completed flags cleared before the move
+    // Matched, but gone from the source (another program moved or deleted
+    // them) by the time the batch was moved: nothing to move, not an error.
+    int vanished = 0;
     // Subjects ("[EMPTY SUBJECT]" for none): preview: every listed item;
     // a real run: every moved item.
     QStringList subjects;
@@ -101,6 +104,10 @@ struct ExecuteOptions {
     // Real run: move the matched items of a destination with one MoveMany
     // (one UID MOVE on IMAP) instead of one Move each. See RuleExecutor.cpp.
     bool batchMoves = true;
+    // Open each row's item from the values the table read with the row
+    // instead of fetching the message again (one round trip per row on
+    // IMAP). A message gone meanwhile is then noticed at its move.
+    bool itemsFromRows = true;
 };
 
 class RuleExecutor {

@@ -129,6 +129,14 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
 
     m_cancel = false;
     RunResources res;
+    // Every rule checks its two folders and the run looks them up again:
+    // one lookup per folder for the whole run. A folder deleted during the
+    // run then shows as the store error of the rule that reaches it.
+    struct Hold {
+        outlook::NameSpace& ns;
+        explicit Hold(outlook::NameSpace& n) : ns(n) { ns.HoldFolderLookups(true); }
+        ~Hold() { ns.HoldFolderLookups(false); }
+    } hold(m_exec.nameSpace());
     try {
         if (immediate) {
             if (m_log) m_log->Write(3, kRunImmediate, QStringLiteral("Top Entry point"));

@@ -17,4 +17,13 @@ Result<std::vector<QByteArray>> MessageStore::MoveMany(const std::vector<QByteAr
     return moved;
 }
 
+Status MessageStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
+{
+    for (const QByteArray& id : messageIds) {
+        Status s = SetFlagStatus(id, flagStatus);
+        if (!s && s.error().kind != ErrorKind::NotFound) return s;
+    }
+    return Status::success();
+}
+
 }  // namespace mv::mapi

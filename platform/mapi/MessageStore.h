@@ -95,6 +95,9 @@ public:
     // Follow-up flag as PR_FLAG_STATUS: 0 none (clears \Flagged and
     // $Completed), 1 complete ($Completed, not \Flagged), 2 flagged.
     virtual Status SetFlagStatus(const QByteArray& messageId, int flagStatus) = 0;
+    // The same for several messages of one folder, in as few round trips as
+    // the backend allows. Messages no longer there are passed over.
+    virtual Status SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus);
 
     virtual Result<QByteArray> Append(const QByteArray& folderId, const NewMessage& message) = 0;
 

@@ -28,6 +28,12 @@ public:
     // has no windows.
     virtual std::unique_ptr<Folder> PickFolder() = 0;
 
+    // While held (calls nest), a folder lookup by identifier may be answered
+    // from what an earlier lookup of the same hold found, so a rule run asks
+    // the stores once per folder instead of once per rule and row. Default:
+    // every lookup asks.
+    virtual void HoldFolderLookups(bool hold) { (void)hold; }
+
     virtual std::vector<mapi::MessageStore*> Stores() const = 0;
     // The top-level folders of every store, for folder trees.
     virtual std::vector<std::unique_ptr<Folder>> Folders() = 0;

@@ -5,6 +5,9 @@
 #include "platform/stores/common/FlagMapping.h"
 #include "platform/stores/memory/MemoryStore.h"
 
+#include <QDir>
+#include <QFile>
+
 using namespace mv;
 using namespace mv::engine;
 using namespace mv::engine::test;
@@ -276,6 +279,7 @@ struct InjectionCase {
     const char* name;
     stores::MemoryStore::Call call;
     bool batched;
+    bool itemsFromRows = true;
 };
 
 class FailureTest : public EngineTest, public ::testing::WithParamInterface<InjectionCase> {};
@@ -294,6 +298,7 @@ TEST_P(FailureTest, PlatformFailureEndsTheRuleWithResultZero)
 
     ExecuteOptions o;
     o.batchMoves = c.batched;
+    o.itemsFromRows = c.itemsFromRows;
     const RuleOutcome run = Execute(id, false, o);
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.moved, 0);
@@ -310,7 +315,8 @@ TEST_P(FailureTest, PlatformFailureEndsTheRuleWithResultZero)
 INSTANTIATE_TEST_SUITE_P(
     Injection, FailureTest,
     ::testing::Values(InjectionCase{"QueryFails", stores::MemoryStore::Call::Query, true},
-                      InjectionCase{"ItemFetchFails", stores::MemoryStore::Call::Item, true},
+                      InjectionCase{"ItemFetchFails", stores::MemoryStore::Call::Item, true, false},
+                      InjectionCase{"OneByOneSaveFails", stores::MemoryStore::Call::SetFlagStatus, false},
                       InjectionCase{"SaveFails", stores::MemoryStore::Call::SetFlagStatus, true},
                       InjectionCase{"MoveFails", stores::MemoryStore::Call::Move, false},
                       InjectionCase{"BatchMoveFails", stores::MemoryStore::Call::MoveMany, true}),
@@ -346,11 +352,60 @@ TEST_F(EngineTest, ItemFailureAfterSomeRowsKeepsEarlierMoves)
         if (++calls == 2) memory.FailNext(stores::MemoryStore::Call::Item, 1, Error::temporary("gone"));
         return false;
     });
-    const RuleOutcome run = Execute(id, false);
+    ExecuteOptions fetching;
+    fetching.itemsFromRows = false;
+    const RuleOutcome run = Execute(id, false, fetching);
     EXPECT_EQ(run.result, 0);
     EXPECT_EQ(run.moved, 2);
     EXPECT_EQ(Subjects("Inbox"), QStringList{"c"});
     EXPECT_EQ(TakeReports().size(), 1);
+}
+
+// A message taken away by another program after the query: the rest of the
+// batch moves, the rule ends normally, nothing is reported, and the lookups
+// of the run reach the store once per folder.
+class VanishedTest : public EngineTest {
+protected:
+    void SetUp() override
+    {
+        m_useMaildir = true;
+        EngineTest::SetUp();
+    }
+};
+
+TEST_F(VanishedTest, MessageGoneBeforeTheBatchMovesIsPassedOver)
+{
+    QByteArray ids[4];
+    for (int i = 0; i < 4; ++i) {
+        Msg m;
+        m.subject = QStringLiteral("m%1").arg(i);
+        if (i == 3) m.flags = Flags(true, false, {"$Completed"});
+        ids[i] = Add("Inbox", m);
+    }
+    const int id = InsertRule({});
+    // The open-item test runs once per row, before the move: there the
+    // second message's file is deleted, as another mail program would.
+    int rows = 0;
+    m_exec->SetOpenItemTest([&](const QString&) {
+        if (++rows != 2) return false;
+        for (const char* sub : {"/Mail/cur", "/Mail/new"}) {
+            QDir dir(m_tmp.path() + QLatin1String(sub));
+            for (const QString& name : dir.entryList(QDir::Files)) {
+                QFile file(dir.filePath(name));
+                if (file.open(QIODevice::ReadOnly) && file.readAll().contains("Subject: m1")) file.remove();
+            }
+        }
+        return false;
+    });
+    const RuleOutcome run = Execute(id, false);
+    EXPECT_EQ(run.result, kResultGoOn) << run.error.toStdString();
+    EXPECT_EQ(run.moved, 3);
+    EXPECT_EQ(run.vanished, 1);
+    EXPECT_EQ(run.flagsCleared, 1);
+    EXPECT_EQ(Sorted(run.subjects), Sorted({"m0", "m2", "m3"}));
+    EXPECT_TRUE(TakeReports().isEmpty());
+    EXPECT_EQ(Subjects("Archive"), Sorted({"m0", "m2", "m3"}));
+    EXPECT_TRUE(Subjects("Inbox").isEmpty());
 }
 
 // --- set-up errors ----------------------------------------------------------

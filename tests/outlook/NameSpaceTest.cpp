@@ -339,6 +339,70 @@ TEST_F(MemoryNameSpaceTest, SaveWithoutChangeDoesNotWrite)
     EXPECT_EQ(ns.GetItemFromID(item->EntryID(), item->StoreID())->FlagStatus(), olFlagMarked);
 }
 
+TEST_F(MemoryNameSpaceTest, HeldLookupsAskTheStoreOncePerFolder)
+{
+    auto item = DeliverTo(a);
+    ASSERT_TRUE(item);
+    const QString inbox = MapiUtils::HrGetHexFromBinary(a.InboxId());
+    const QString missing = MapiUtils::HrGetHexFromBinary(a.InboxId() + "x");
+    ns.HoldFolderLookups(true);
+    ns.HoldFolderLookups(true);  // holds nest
+    const int before = a.CallCount(stores::MemoryStore::Call::Folder);
+    for (int i = 0; i < 3; ++i) {
+        auto folder = ns.GetFolderFromID(inbox, item->StoreID());
+        ASSERT_TRUE(folder);
+        EXPECT_EQ(folder->Store(), &a);
+        EXPECT_EQ(folder->BinaryEntryID(), a.InboxId());
+        EXPECT_FALSE(ns.GetFolderFromID(missing, item->StoreID()));
+    }
+    EXPECT_EQ(a.CallCount(stores::MemoryStore::Call::Folder) - before, 2)
+        << "one lookup per folder, found or not";
+    ns.HoldFolderLookups(false);
+    a.FailNext(stores::MemoryStore::Call::Folder, 1, Error::temporary("connection dropped"));
+    EXPECT_TRUE(ns.GetFolderFromID(inbox, item->StoreID())) << "still held once";
+    ns.HoldFolderLookups(false);
+    a.FailNext(stores::MemoryStore::Call::Folder, 1, Error::temporary("connection dropped"));
+    EXPECT_FALSE(ns.GetFolderFromID(inbox, item->StoreID())) << "released: the store is asked again";
+}
+
+TEST_F(MemoryNameSpaceTest, RowItemUsesTheRowAndFetchesOnlyWhatItLacks)
+{
+    NewMessage m;
+    m.rfc822 = Message("From the row");
+    m.flags.keywords << QStringLiteral("$Completed");
+    ASSERT_TRUE(a.Append(a.InboxId(), m).ok());
+    auto inbox = StoreNameSpace::SpecialFolder(a, "\\Inbox");
+    ASSERT_TRUE(inbox);
+    MapiTable table;
+    ASSERT_TRUE(table.SetItems(*inbox));
+    table.SetColumns({PR_ENTRYID, PR_SUBJECT});
+    table.GoToFirstRow();
+    auto row = table.GetNextRow();
+    ASSERT_TRUE(row.ok());
+    ASSERT_EQ(row->size(), 2u) << "only the columns asked for";
+    auto item = table.RowItem();
+    ASSERT_TRUE(item);
+    EXPECT_EQ(item->EntryID(), MapiUtils::HrGetHexFromBinary((*row)[0].toByteArray()));
+    EXPECT_EQ(item->Subject(), QStringLiteral("From the row"));
+    EXPECT_EQ(item->FlagStatus(), olFlagComplete);
+    EXPECT_EQ(a.CallCount(stores::MemoryStore::Call::Item), 0);
+    // The body was not in the row: fetched once, on demand.
+    EXPECT_TRUE(item->Body().startsWith(QStringLiteral("Body of From the row")));
+    EXPECT_EQ(item->SenderEmailAddress(), QStringLiteral("ann@example.org"));
+    EXPECT_EQ(a.CallCount(stores::MemoryStore::Call::Item), 1);
+    // Save and Move act on the store as for a fetched item.
+    item->SetFlagStatus(olNoFlag);
+    ASSERT_TRUE(item->Save().ok());
+    auto archive = StoreNameSpace::SpecialFolder(a, "\\Archive");
+    ASSERT_TRUE(archive);
+    ASSERT_TRUE(item->Move(*archive).ok());
+    auto moved = ns.GetItemFromID(item->EntryID(), item->StoreID());
+    ASSERT_TRUE(moved);
+    EXPECT_EQ(moved->FlagStatus(), olNoFlag);
+    EXPECT_FALSE(table.GetNextRow()->size());
+    EXPECT_FALSE(table.RowItem()) << "no current row";
+}
+
 TEST(KindOfMessageClass, FirstMatchingMarkerWins)
 {
     const struct {

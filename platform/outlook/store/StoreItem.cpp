@@ -20,6 +20,37 @@ Result<std::unique_ptr<StoreItem>> StoreItem::Fetch(MessageStore& store, const Q
     return std::make_unique<StoreItem>(store, messageId, std::move(*record));
 }
 
+std::unique_ptr<StoreItem> StoreItem::FromRow(MessageStore& store, QByteArray messageId, PropertyMap props)
+{
+    MessageRecord record;
+    record.props = std::move(props);
+    auto item = std::make_unique<StoreItem>(store, std::move(messageId), std::move(record));
+    item->m_complete = false;
+    return item;
+}
+
+const MessageRecord& StoreItem::Record() const
+{
+    if (!m_complete) {
+        m_complete = true;
+        if (auto fetched = m_store.Item(m_messageId)) {
+            const PropertyMap rowProps = m_record.props;
+            m_record = std::move(*fetched);
+            // What this object already holds or changed wins over the fetch.
+            m_record.props.insert(PR_ENTRYID, m_messageId);
+            m_record.props.insert(PR_FLAG_STATUS, m_storedFlagStatus);
+            for (auto it = rowProps.constBegin(); it != rowProps.constEnd(); ++it)
+                if (!m_record.props.contains(it.key())) m_record.props.insert(it.key(), it.value());
+        }
+    }
+    return m_record;
+}
+
+const MessageRecord& StoreItem::Record(PropTag tag) const
+{
+    return m_complete || m_record.props.contains(tag) ? m_record : Record();
+}
+
 QString StoreItem::EntryID() const
 {
     return MapiUtils::HrGetHexFromBinary(m_messageId);
@@ -32,7 +63,7 @@ QString StoreItem::StoreID() const
 
 QString StoreItem::Text(PropTag tag) const
 {
-    return m_record.Get(tag).value_or(QVariant()).toString();
+    return Record(tag).Get(tag).value_or(QVariant()).toString();
 }
 
 QString StoreItem::MessageClass() const { return Text(PR_MESSAGE_CLASS); }
@@ -66,14 +97,15 @@ QVariant StoreItem::Fields(PropTag tag) const
     if (tag == PR_ENTRYID) return m_messageId;
     if (tag == PR_STORE_ENTRYID) return m_store.StoreId();
     if (tag == PR_FLAG_STATUS) return m_flagStatus;
-    return m_record.Get(tag).value_or(QVariant());
+    return Record(tag).Get(tag).value_or(QVariant());
 }
 
 std::vector<Recipient> StoreItem::Recipients() const
 {
     std::vector<Recipient> list;
-    list.reserve(m_record.recipients.size());
-    for (const PropertyMap& row : m_record.recipients) {
+    const MessageRecord& record = Record();
+    list.reserve(record.recipients.size());
+    for (const PropertyMap& row : record.recipients) {
         Recipient r;
         r.address = row.value(PR_EMAIL_ADDRESS).toString();
         r.name = row.value(PR_DISPLAY_NAME).toString();
@@ -92,12 +124,12 @@ QString StoreItem::Body() const { return Text(PR_BODY); }
 
 int StoreItem::Importance() const
 {
-    return m_record.Get(PR_IMPORTANCE).value_or(QVariant(IMPORTANCE_NORMAL)).toInt();
+    return Record(PR_IMPORTANCE).Get(PR_IMPORTANCE).value_or(QVariant(IMPORTANCE_NORMAL)).toInt();
 }
 
 bool StoreItem::UnRead() const
 {
-    return (m_record.Get(PR_MESSAGE_FLAGS).value_or(QVariant(0)).toInt() & MSGFLAG_READ) == 0;
+    return (Record(PR_MESSAGE_FLAGS).Get(PR_MESSAGE_FLAGS).value_or(QVariant(0)).toInt() & MSGFLAG_READ) == 0;
 }
 
 }  // namespace mv::outlook

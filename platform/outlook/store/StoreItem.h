@@ -1,7 +1,9 @@
 #pragma once
 // An Item over one message of a mapi::MessageStore: its properties are
-// fetched once, when the item is made (MessageStore::Item); Save and Move act
-// on the store at once.
+// fetched once, when the item is made (MessageStore::Item), or, for an item
+// opened from a contents-table row (FromRow), taken from the row and fetched
+// only when something the row did not hold is asked for. Save and Move act on
+// the store at once.
 
 #include "platform/outlook/Item.h"
 
@@ -15,6 +17,11 @@ public:
     StoreItem(mapi::MessageStore& store, QByteArray messageId, mapi::MessageRecord record);
     // Fetches the message; a store error as such.
     static Result<std::unique_ptr<StoreItem>> Fetch(mapi::MessageStore& store, const QByteArray& messageId);
+    // An item from the values a contents table already read (`props` must
+    // hold PR_FLAG_STATUS); nothing is asked of the store until a property
+    // outside `props` is read.
+    static std::unique_ptr<StoreItem> FromRow(mapi::MessageStore& store, QByteArray messageId,
+                                              mapi::PropertyMap props);
 
     QString EntryID() const override;
     QString StoreID() const override;
@@ -43,12 +50,20 @@ public:
     const QByteArray& MessageId() const { return m_messageId; }
     mapi::MessageStore& Store() const { return m_store; }
 
+    // False while only a row's values are held.
+    bool Complete() const { return m_complete; }
+
 private:
     QString Text(mapi::PropTag tag) const;
+    // The whole record, fetched once for a row's item; the row's values
+    // stand when the fetch fails (the message may have moved meanwhile).
+    const mapi::MessageRecord& Record(mapi::PropTag tag) const;
+    const mapi::MessageRecord& Record() const;
 
     mapi::MessageStore& m_store;
     QByteArray m_messageId;
-    mapi::MessageRecord m_record;
+    mutable mapi::MessageRecord m_record;
+    mutable bool m_complete = true;
     int m_flagStatus = 0;        // as the caller set it
     int m_storedFlagStatus = 0;  // as the store has it
 };

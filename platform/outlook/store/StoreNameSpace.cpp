@@ -6,6 +6,8 @@
 #include "platform/mapi/MapiUtils.h"
 #include "platform/outlook/OutlookConstants.h"
 
+#include <algorithm>
+
 namespace mv::outlook {
 
 using mapi::MapiUtils;
@@ -44,7 +46,30 @@ MessageStore* StoreNameSpace::StoreById(const QByteArray& storeId) const
     return nullptr;
 }
 
+void StoreNameSpace::HoldFolderLookups(bool hold)
+{
+    m_holds = std::max(0, m_holds + (hold ? 1 : -1));
+    if (m_holds == 0) m_known.clear();
+}
+
 std::unique_ptr<Folder> StoreNameSpace::GetFolderFromID(const QString& entryIdHex, const QString& storeIdHex)
+{
+    if (m_holds == 0) return LookUpFolder(entryIdHex, storeIdHex);
+    // Hex case does not change the identifiers.
+    const QString key = entryIdHex.toUpper() + QLatin1Char('/') + storeIdHex.toUpper();
+    if (auto it = m_known.constFind(key); it != m_known.constEnd())
+        return it->store ? std::make_unique<StoreFolder>(*it->store, it->info) : nullptr;
+    std::unique_ptr<Folder> found = LookUpFolder(entryIdHex, storeIdHex);
+    KnownFolder known;
+    if (auto* folder = dynamic_cast<StoreFolder*>(found.get())) {
+        known.store = folder->Store();
+        known.info = folder->Info();
+    }
+    m_known.insert(key, known);
+    return found;
+}
+
+std::unique_ptr<Folder> StoreNameSpace::LookUpFolder(const QString& entryIdHex, const QString& storeIdHex)
 {
     const auto entryId = MapiUtils::HexToBinary(entryIdHex);
     const auto storeId = MapiUtils::HexToBinary(storeIdHex);

@@ -7,7 +7,10 @@
 #include "platform/outlook/FolderPicker.h"
 #include "platform/outlook/NameSpace.h"
 
+#include <QHash>
+
 #include <functional>
+#include <optional>
 
 namespace mv::outlook {
 
@@ -25,6 +28,9 @@ public:
     // for Drafts, Deleted Items ("\\Trash") and Junk; nullptr for other kinds.
     std::unique_ptr<Folder> GetDefaultFolder(int folderType) override;
     std::unique_ptr<Folder> PickFolder() override;
+    // Held: folders found (or not found) by GetFolderFromID are remembered
+    // until the last hold is released.
+    void HoldFolderLookups(bool hold) override;
 
     std::vector<mapi::MessageStore*> Stores() const override { return m_stores(); }
     std::vector<std::unique_ptr<Folder>> Folders() override;
@@ -37,8 +43,17 @@ public:
                                                  const QString& fallbackName = {});
 
 private:
+    struct KnownFolder {
+        mapi::MessageStore* store = nullptr;  // nullptr: no such folder
+        mapi::FolderInfo info;
+    };
+
+    std::unique_ptr<Folder> LookUpFolder(const QString& entryIdHex, const QString& storeIdHex);
+
     StoreList m_stores;
     FolderPicker* m_picker;
+    int m_holds = 0;
+    QHash<QString, KnownFolder> m_known;  // by "entry/store" hex while held
 };
 
 }  // namespace mv::outlook

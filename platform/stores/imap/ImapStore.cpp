@@ -13,9 +13,12 @@
 #include <libetpan/libetpan.h>
 
 #include <QHash>
+#include <QMap>
 #include <QMetaMethod>
 #include <QProcess>
 #include <QSet>
+
+#include <algorithm>
 
 namespace mv::stores {
 
@@ -23,7 +26,10 @@ using namespace mv::mapi;
 
 namespace {
 
-constexpr size_t kFetchBatch = 2000;  // UIDs per FETCH: keeps a command line well under server limits
+// Header FETCHes: at most this many UIDs (bounds the memory of one answer)
+// and this long a UID set (well under the 8 KB-64 KB line limits of servers).
+constexpr size_t kFetchBatch = 10000;
+constexpr qsizetype kMaxSetChars = 16000;
 constexpr size_t kBodyBatch = 100;    // whole messages per FETCH when bodies are needed
 
 // Special-use by name, for servers that do not say (RFC 6154 names first).
@@ -172,6 +178,7 @@ Result<ImapConnection*> ImapStore::Connection()
     auto opened = m_connector(m_settings, *password);
     if (!opened) return opened.error();
     m_conn = std::move(*opened);
+    m_list.reset();  // folders may have come and gone while disconnected
     return m_conn.get();
 }
 
@@ -230,6 +237,7 @@ Result<FolderInfo> ImapStore::Describe(ImapConnection& conn, const QByteArray& m
     mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_MESSAGES);
     mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UNSEEN);
     mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDNEXT);
     mailimap_mailbox_data_status* status = nullptr;
     conn.CountCommand();
     const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
@@ -240,14 +248,16 @@ Result<FolderInfo> ImapStore::Describe(ImapConnection& conn, const QByteArray& m
         return s.error();
     }
     FolderInfo info;
-    quint32 uidValidity = 0;
+    quint32 uidValidity = 0, uidNext = 0;
     for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
         auto* si = static_cast<mailimap_status_info*>(clist_content(it));
         if (si->st_att == MAILIMAP_STATUS_ATT_MESSAGES) info.total = static_cast<int>(si->st_value);
         if (si->st_att == MAILIMAP_STATUS_ATT_UNSEEN) info.unread = static_cast<int>(si->st_value);
         if (si->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = si->st_value;
+        if (si->st_att == MAILIMAP_STATUS_ATT_UIDNEXT) uidNext = si->st_value;
     }
     mailimap_mailbox_data_status_free(status);
+    if (uidNext) m_uidNext.insert(FolderKey({mailbox, uidValidity}), uidNext);
     info.entryId = ImapIds::FolderId(mailbox, uidValidity);
     const QString path = ModifiedUtf7::Decode(mailbox);
     const QChar sep = QLatin1Char(delimiter ? delimiter : '/');
@@ -306,27 +316,43 @@ Result<FolderInfo> ImapStore::Folder(const QByteArray& folderId)
     const auto ref = ImapIds::ParseFolder(folderId);
     if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
     return Retrying<FolderInfo>([&](ImapConnection& conn) -> Result<FolderInfo> {
-        clist* list = nullptr;
-        conn.CountCommand();
-        if (Status s = conn.Check(mailimap_list(conn.session(), "", ref->mailbox.constData(), &list), "LIST"); !s)
-            return s.error();
-        char delimiter = 0;
-        QString use;
-        bool found = false;
-        for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
-            auto* mb = static_cast<mailimap_mailbox_list*>(clist_content(it));
-            if (ref->mailbox != mb->mb_name) continue;
-            found = true;
-            delimiter = mb->mb_delimiter;
-            use = SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter);
-        }
-        mailimap_list_result_free(list);
-        if (!found) return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
-        auto info = Describe(conn, ref->mailbox, delimiter, 0, use);
+        // A mailbox missing from the list read earlier may be new: read again.
+        if (!m_list || !m_list->contains(ref->mailbox))
+            if (Status s = ReadList(conn); !s) return s.error();
+        const auto it = m_list->constFind(ref->mailbox);
+        if (it == m_list->constEnd())
+            return Error::notFound(
+                QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
+        const ListEntry entry = *it;
+        auto info = Describe(conn, ref->mailbox, entry.delimiter, 0, entry.specialUse);
+        if (!info && info.error().kind == ErrorKind::NotFound) m_list.reset();  // the list is out of date
         if (info && info->entryId != folderId)
             return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
         return info;
     });
+}
+
+QByteArray ImapStore::FolderKey(const ImapFolderRef& folder)
+{
+    return folder.mailbox + '/' + QByteArray::number(folder.uidValidity);
+}
+
+Status ImapStore::ReadList(ImapConnection& conn)
+{
+    clist* list = nullptr;
+    conn.CountCommand();
+    if (Status s = conn.Check(mailimap_list(conn.session(), "", "*", &list), "LIST"); !s) return s;
+    QHash<QByteArray, ListEntry> entries;
+    for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
+        auto* mb = static_cast<mailimap_mailbox_list*>(clist_content(it));
+        ListEntry e;
+        e.delimiter = mb->mb_delimiter;
+        e.specialUse = SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter);
+        entries.insert(QByteArray(mb->mb_name), e);
+    }
+    mailimap_list_result_free(list);
+    m_list = std::move(entries);
+    return Status::success();
 }
 
 Result<QByteArray> ImapStore::FolderIdOf(const QByteArray& mailbox)
@@ -375,8 +401,21 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
 {
     std::vector<FetchedMessage> out;
     out.reserve(uids.size());
-    for (size_t at = 0; at < uids.size(); at += kFetchBatch) {
-        const std::vector<quint32> batch(uids.begin() + at, uids.begin() + std::min(uids.size(), at + kFetchBatch));
+    // Runs of consecutive UIDs cost one "a:b" each, so a dense answer goes
+    // in few commands and a sparse one in more.
+    for (size_t at = 0; at < uids.size();) {
+        size_t end = at;
+        qsizetype chars = 0;
+        while (end < uids.size() && end - at < kFetchBatch && chars < kMaxSetChars) {
+            size_t run = end;
+            while (run + 1 < uids.size() && uids[run + 1] == uids[run] + 1 && run + 1 - at < kFetchBatch)
+                ++run;
+            chars += QByteArray::number(uids[end]).size() + 1;
+            if (run > end) chars += QByteArray::number(uids[run]).size() + 1;
+            end = run + 1;
+        }
+        const std::vector<quint32> batch(uids.begin() + at, uids.begin() + end);
+        at = end;
         if (Status s = conn.Custom(ImapFetcher::HeaderFetch(ImapFetcher::UidSet(batch))); !s) return s.error();
         for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
     }
@@ -437,10 +476,14 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
         for (quint32 uid : batch)
             if (!bodies.contains(uid)) bodies.insert(uid, std::nullopt);  // gone meanwhile
     };
+    m_queriedFolder = FolderKey(folder);
+    m_queried.clear();
     for (size_t index = 0; index < fetched->size(); ++index) {
         const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
         const MessageRecord record = BuildRecord(m, folder);
+        m_queried.insert(
+            m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
         const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {
             if (!bodies.contains(uid)) loadBodies(index);
             std::optional<QVariant> body = bodies.value(uid);
@@ -545,8 +588,10 @@ Result<quint32> ImapStore::FindByMessageId(ImapConnection& conn, const QByteArra
 }
 
 Result<std::vector<QByteArray>> ImapStore::MoveOn(ImapConnection& conn, const ImapFolderRef&,
-                                                  const std::vector<quint32>& uids, const ImapFolderRef& dest)
+                                                  const std::vector<quint32>& uids, const ImapFolderRef& dest,
+                                                  bool* copyUid)
 {
+    if (copyUid) *copyUid = false;
     const bool move = conn.Has("MOVE");
     const bool uidplus = conn.Has("UIDPLUS");
     if (!move && !uidplus)
@@ -569,8 +614,17 @@ Result<std::vector<QByteArray>> ImapStore::MoveOn(ImapConnection& conn, const Im
     }
     QHash<quint32, quint32> newUid;
     const std::vector<quint32> from = Expand(srcResult), to = Expand(dstResult);
-    if (uidValidity == dest.uidValidity && from.size() == to.size())
-        for (size_t i = 0; i < from.size(); ++i) newUid.insert(from[i], to[i]);
+    if (uidValidity == dest.uidValidity && from.size() == to.size() && dstResult) {
+        quint32 next = m_uidNext.value(FolderKey(dest));
+        for (size_t i = 0; i < from.size(); ++i) {
+            newUid.insert(from[i], to[i]);
+            next = std::max(next, to[i] + 1);
+        }
+        m_uidNext.insert(FolderKey(dest), next);
+        if (copyUid) *copyUid = true;
+    } else {
+        m_uidNext.remove(FolderKey(dest));
+    }
     std::vector<QByteArray> out;
     for (quint32 uid : uids) out.push_back(newUid.contains(uid) ? ImapIds::MessageId(dest, newUid.value(uid)) : QByteArray());
     return out;
@@ -630,8 +684,30 @@ Result<std::vector<QByteArray>> ImapStore::RecoverMove(const ImapFolderRef& sour
     return out;
 }
 
-Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray>& messageIds, const QByteArray& destFolderId)
+std::optional<ImapStore::MovePlan> ImapStore::KnownPlan(const ImapFolderRef& source,
+                                                        const std::vector<quint32>& uids,
+                                                        const ImapFolderRef& dest) const
 {
+    // Only with UIDPLUS: COPYUID then tells which messages moved, so one
+    // that left the source since the query is noticed without a FETCH.
+    if (!m_conn || m_conn->broken() || !m_conn->Has("UIDPLUS")) return std::nullopt;
+    if (FolderKey(source) != m_queriedFolder) return std::nullopt;
+    const auto next = m_uidNext.constFind(FolderKey(dest));
+    if (next == m_uidNext.constEnd()) return std::nullopt;
+    MovePlan plan;
+    plan.destUidNext = *next;
+    for (quint32 uid : uids) {
+        const auto known = m_queried.constFind(uid);
+        if (known == m_queried.constEnd()) return std::nullopt;
+        plan.messageIds.insert(uid, known->messageId);
+    }
+    return plan;
+}
+
+Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray>& messageIds,
+                                                    const QByteArray& destFolderId, std::vector<bool>& gone)
+{
+    gone.assign(messageIds.size(), false);
     if (messageIds.empty()) return std::vector<QByteArray>{};
     const auto dest = ImapIds::ParseFolder(destFolderId);
     if (!dest) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
@@ -647,53 +723,161 @@ Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray
     }
     if (source->mailbox == dest->mailbox && source->uidValidity == dest->uidValidity) return messageIds;
 
-    // Preparation is read-only and may be retried on a new connection. The
-    // Message-IDs and the destination's UIDNEXT let the copies be found
-    // when the server gives no COPYUID or the connection drops.
-    auto plan = Retrying<MovePlan>([&](ImapConnection& conn) -> Result<MovePlan> {
-        MovePlan p;
-        auto destUv = UidValidity(conn, dest->mailbox, &p.destUidNext);
-        if (!destUv) return destUv.error();
-        if (*destUv != dest->uidValidity)
-            return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(dest->mailbox)));
-        if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
-        auto ids = MessageIds(conn, uids);
-        if (!ids) return ids.error();
-        p.messageIds = std::move(*ids);
-        return p;
-    });
-    if (!plan) return plan.error();
-    for (quint32 uid : uids)
-        if (!plan->messageIds.contains(uid))
-            return Error::notFound(QStringLiteral("a message to move is no longer in %1; nothing was moved")
-                                       .arg(ModifiedUtf7::Decode(source->mailbox)));
-
-    auto conn = Connection();
-    if (!conn) return conn.error();
-    auto moved = MoveOn(**conn, *source, uids, *dest);
+    // The Message-IDs and the destination's UIDNEXT let the copies be found
+    // when the server gives no COPYUID or the connection drops. Asking for
+    // them is read-only and may be retried on a new connection.
+    std::optional<MovePlan> known = KnownPlan(*source, uids, *dest);
+    const bool fromQuery = known.has_value();
+    auto ask = [&]() {
+        return Retrying<MovePlan>([&](ImapConnection& conn) -> Result<MovePlan> {
+            MovePlan p;
+            auto destUv = UidValidity(conn, dest->mailbox, &p.destUidNext);
+            if (!destUv) return destUv.error();
+            if (*destUv != dest->uidValidity)
+                return Error::notFound(
+                    QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(dest->mailbox)));
+            if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
+            auto ids = MessageIds(conn, uids);
+            if (!ids) return ids.error();
+            p.messageIds = std::move(*ids);
+            return p;
+        });
+    };
+    auto plan = fromQuery ? Result<MovePlan>(std::move(*known)) : ask();
+    std::vector<quint32> present;
+    std::vector<QByteArray> out(uids.size());
+    bool copyUid = false;
+    Result<std::vector<QByteArray>> moved = std::vector<QByteArray>{};
+    Result<ImapConnection*> conn = Error::temporary(QString());
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        if (!plan) return plan.error();
+        present.clear();
+        for (size_t i = 0; i < uids.size(); ++i) {
+            gone[i] = !plan->messageIds.contains(uids[i]);
+            if (!gone[i]) present.push_back(uids[i]);
+        }
+        if (present.empty()) return out;
+        conn = Connection();
+        if (!conn) return conn.error();
+        if (auto uv = SelectChecked(**conn, *source); !uv) return uv.error();
+        moved = MoveOn(**conn, *source, present, *dest, &copyUid);
+        // A server refuses a set naming a message another session removed
+        // (Dovecot: "no longer exist"), and nothing moved: ask which are
+        // still there, then move those.
+        if (moved || (*conn)->broken() || !fromQuery || attempt > 0) break;
+        plan = ask();
+    }
     if (!moved) {
         if (!(*conn)->broken()) return moved.error();
-        return RecoverMove(*source, uids, *dest, *plan);
-    }
-    QSet<quint32> taken;
-    for (size_t i = 0; i < uids.size(); ++i) {
-        if (!(*moved)[i].isEmpty()) continue;
-        if (auto uv = SelectChecked(**conn, *dest); !uv) return uv.error();
-        auto found = FindByMessageId(**conn, plan->messageIds.value(uids[i]), taken, plan->destUidNext);
-        if (!found) return found.error();
-        if (*found) {
-            taken.insert(*found);
-            (*moved)[i] = ImapIds::MessageId(*dest, *found);
+        moved = RecoverMove(*source, present, *dest, *plan);
+        if (!moved) return moved.error();
+    } else if (!copyUid) {
+        QSet<quint32> taken;
+        for (size_t i = 0; i < present.size(); ++i) {
+            if (!(*moved)[i].isEmpty()) continue;
+            if (auto uv = SelectChecked(**conn, *dest); !uv) return uv.error();
+            auto found =
+                FindByMessageId(**conn, plan->messageIds.value(present[i]), taken, plan->destUidNext);
+            if (!found) return found.error();
+            if (*found) {
+                taken.insert(*found);
+                (*moved)[i] = ImapIds::MessageId(*dest, *found);
+            }
         }
     }
-    return moved;
+    // With COPYUID, a UID the server did not name had left the source.
+    QHash<quint32, QByteArray> byUid;
+    for (size_t i = 0; i < present.size(); ++i) byUid.insert(present[i], (*moved)[i]);
+    for (size_t i = 0; i < uids.size(); ++i) {
+        if (gone[i]) continue;
+        out[i] = byUid.value(uids[i]);
+        if (out[i].isEmpty()) gone[i] = true;
+    }
+    return out;
+}
+
+Result<std::vector<QByteArray>> ImapStore::MoveMany(const std::vector<QByteArray>& messageIds,
+                                                    const QByteArray& destFolderId)
+{
+    std::vector<bool> gone;
+    return MoveUids(messageIds, destFolderId, gone);
 }
 
 Result<QByteArray> ImapStore::Move(const QByteArray& messageId, const QByteArray& destFolderId)
 {
-    auto moved = MoveMany({messageId}, destFolderId);
+    std::vector<bool> gone;
+    auto moved = MoveUids({messageId}, destFolderId, gone);
     if (!moved) return moved.error();
+    if (gone.front()) {
+        const auto ref = ImapIds::ParseMessage(messageId);
+        return Error::notFound(QStringLiteral("the message is no longer in %1; nothing was moved")
+                                   .arg(ModifiedUtf7::Decode(ref->folder.mailbox)));
+    }
     return moved->front();
+}
+
+Status ImapStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
+{
+    if (flagStatus < 0 || flagStatus > 2)
+        return Error::permanent(QStringLiteral("flag status %1 is not 0, 1 or 2").arg(flagStatus));
+    // By folder, in the order first met.
+    std::vector<std::pair<ImapFolderRef, std::vector<quint32>>> byFolder;
+    for (const QByteArray& id : messageIds) {
+        const auto ref = ImapIds::ParseMessage(id);
+        if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
+        auto it = std::find_if(byFolder.begin(), byFolder.end(), [&](const auto& f) {
+            return f.first.mailbox == ref->folder.mailbox && f.first.uidValidity == ref->folder.uidValidity;
+        });
+        if (it == byFolder.end()) it = byFolder.insert(byFolder.end(), {ref->folder, {}});
+        it->second.push_back(ref->uid);
+    }
+    for (const auto& [folder, uids] : byFolder) {
+        auto done = Retrying<bool>([&](ImapConnection& conn) -> Result<bool> {
+            if (auto uv = SelectChecked(conn, folder); !uv) return uv.error();
+            // The flags the last query fetched serve when it fetched every
+            // one of these (a rule's batch right after its query); a
+            // message gone since is one a UID STORE passes over.
+            std::vector<FetchedMessage> current;
+            const bool known =
+                FolderKey(folder) == m_queriedFolder &&
+                std::all_of(uids.begin(), uids.end(), [&](quint32 u) { return m_queried.contains(u); });
+            if (known) {
+                for (quint32 uid : uids) {
+                    FetchedMessage m;
+                    m.uid = uid;
+                    m.flags = m_queried.value(uid).flags;
+                    current.push_back(std::move(m));
+                }
+            } else {
+                if (Status s = conn.Custom("UID FETCH " + ImapFetcher::UidSet(uids) + " (UID FLAGS)"); !s)
+                    return s.error();
+                current = ImapFetcher::Parse(conn.session());
+            }
+            // Messages wanting the same change share one STORE; only the
+            // difference is stored, so other clients' flags stay.
+            QMap<QByteArray, std::vector<quint32>> stores;
+            for (const FetchedMessage& m : current) {
+                if (known) m_queried[m.uid].flags = FlagMapping::WithFlagStatus(m.flags, flagStatus);
+                if (m.flags.deleted) continue;
+                const MessageFlags wanted = FlagMapping::WithFlagStatus(m.flags, flagStatus);
+                QByteArrayList add, remove;
+                if (wanted.flagged != m.flags.flagged) (wanted.flagged ? add : remove) << "\\Flagged";
+                for (const QString& k : wanted.keywords)
+                    if (!m.flags.keywords.contains(k, Qt::CaseInsensitive)) add << k.toUtf8();
+                for (const QString& k : m.flags.keywords)
+                    if (!wanted.keywords.contains(k, Qt::CaseInsensitive)) remove << k.toUtf8();
+                if (!add.isEmpty()) stores["+FLAGS.SILENT (" + add.join(' ') + ')'].push_back(m.uid);
+                if (!remove.isEmpty()) stores["-FLAGS.SILENT (" + remove.join(' ') + ')'].push_back(m.uid);
+            }
+            for (auto it = stores.constBegin(); it != stores.constEnd(); ++it)
+                if (Status s = conn.Custom("UID STORE " + ImapFetcher::UidSet(it.value()) + ' ' + it.key());
+                    !s)
+                    return s.error();
+            return true;
+        });
+        if (!done) return done.error();
+    }
+    return Status::success();
 }
 
 Status ImapStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)

@@ -14,7 +14,16 @@
 //
 // Moves: UID MOVE; without MOVE, UID COPY + UID STORE \Deleted + UID
 // EXPUNGE of those UIDs alone (UIDPLUS). A server with neither is refused:
-// a plain EXPUNGE would also remove other clients' deleted mail.
+// a plain EXPUNGE would also remove other clients' deleted mail. A message
+// that is no longer in the source is passed over: MoveMany gives it an empty
+// identifier and moves the rest, Move says NotFound.
+//
+// What a move needs beside the UIDs (each message's Message-ID and the
+// destination's UIDNEXT, to find the copies if the connection drops) is
+// taken from the last query of the folder and the last look at the
+// destination when they have it, so moving a rule's matches costs the one
+// UID MOVE. The mailbox list (names, separators, special use) is read once
+// per connection.
 
 #include "ImapSettings.h"
 #include "platform/mapi/MessageStore.h"
@@ -57,6 +66,8 @@ public:
     Result<std::vector<QByteArray>> MoveMany(const std::vector<QByteArray>& messageIds,
                                              const QByteArray& destFolderId) override;
     Status SetFlagStatus(const QByteArray& messageId, int flagStatus) override;
+    // One FETCH of the flags and one STORE per distinct change.
+    Status SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus) override;
     Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
 
     // Commands sent since the store was made (benchmarks, tests).
@@ -83,11 +94,25 @@ private:
     Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                            const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
     Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
-                                           const std::vector<quint32>& uids, const ImapFolderRef& dest);
+                                           const std::vector<quint32>& uids, const ImapFolderRef& dest,
+                                           bool* copyUid = nullptr);
     struct MovePlan {
         QHash<quint32, QByteArray> messageIds;  // source UID -> Message-ID
         quint32 destUidNext = 0;
     };
+    // Moves; `gone[i]` is set for a message that was no longer in the source.
+    Result<std::vector<QByteArray>> MoveUids(const std::vector<QByteArray>& messageIds,
+                                             const QByteArray& destFolderId, std::vector<bool>& gone);
+    std::optional<MovePlan> KnownPlan(const ImapFolderRef& source, const std::vector<quint32>& uids,
+                                      const ImapFolderRef& dest) const;
+    struct ListEntry {
+        char delimiter = 0;
+        QString specialUse;
+        bool selectable = true;
+    };
+    // LIST "" "*" into m_list.
+    Status ReadList(ImapConnection& conn);
+    static QByteArray FolderKey(const ImapFolderRef& folder);
     Result<std::vector<QByteArray>> RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
                                                 const ImapFolderRef& dest, const MovePlan& plan);
     Result<QHash<quint32, QByteArray>> MessageIds(ImapConnection& conn, const std::vector<quint32>& uids);
@@ -104,6 +129,18 @@ private:
     std::optional<QString> m_password;
     std::unique_ptr<ImapIdleWatcher> m_watcher;
     int m_commandsDone = 0;  // of connections already closed
+    // Per connection: the mailbox list; the UIDNEXT last seen of a folder
+    // (by FolderKey: it only grows, so an old value stays a safe lower
+    // bound); the Message-IDs and flags of the messages the last query
+    // fetched.
+    std::optional<QHash<QByteArray, ListEntry>> m_list;
+    QHash<QByteArray, quint32> m_uidNext;
+    struct Queried {
+        QByteArray messageId;
+        mapi::MessageFlags flags;
+    };
+    QByteArray m_queriedFolder;
+    QHash<quint32, Queried> m_queried;
 };
 
 }  // namespace mv::stores

@@ -170,14 +170,27 @@ Status MaildirFolderState::LoadKeywords()
     return Status::success();
 }
 
+const std::vector<const CachedMessage*>& MaildirFolderState::ordered() const
+{
+    if (!m_orderedValid) {
+        m_ordered.clear();
+        m_ordered.reserve(m_messages.size());
+        for (const auto& [unique, message] : m_messages) m_ordered.push_back(&message);
+        m_orderedValid = true;
+    }
+    return m_ordered;
+}
+
 void MaildirFolderState::Forget(const QString& unique)
 {
+    m_orderedValid = false;
     m_messages.erase(unique);
 }
 
 void MaildirFolderState::Learn(const IndexedMessage& file)
 {
     if (!m_loaded) return;  // the index row is there; the first scan loads it
+    m_orderedValid = false;
     CachedMessage m;
     m.file = file;
     Derive(m);
@@ -188,6 +201,7 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
 {
     stats = {};
     if (!m_loaded) {
+        m_orderedValid = false;
         auto rows = index.Load(m_path);
         if (!rows) return rows.error();
         m_messages.clear();
@@ -211,6 +225,7 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
         stats.skipped = true;
         return Status::success();
     }
+    m_orderedValid = false;
 
     std::vector<Listed> listed;
     listed.reserve(m_messages.size() + 64);

@@ -55,6 +55,9 @@ public:
     const QString& dir() const { return m_dir; }
     bool loaded() const { return m_loaded; }
     const std::map<QString, CachedMessage>& messages() const { return m_messages; }
+    // The same messages in the same order as a vector, kept between scans
+    // that change nothing: a query walks it instead of the map's nodes.
+    const std::vector<const CachedMessage*>& ordered() const;
     const QStringList& keywords() const { return m_keywords; }
 
     // Brings the folder's messages up to date with the directories: loads
@@ -65,7 +68,13 @@ public:
     // Bookkeeping after the store's own renames.
     void Forget(const QString& unique);
     void Learn(const IndexedMessage& file);
-    void Invalidate() { m_loaded = false; m_messages.clear(); m_curMtime = m_newMtime = 0; }
+    void Invalidate()
+    {
+        m_loaded = false;
+        m_messages.clear();
+        m_orderedValid = false;
+        m_curMtime = m_newMtime = 0;
+    }
 
 private:
     Status LoadKeywords();
@@ -78,6 +87,8 @@ private:
     QString m_dir;
     bool m_loaded = false;
     std::map<QString, CachedMessage> m_messages;
+    mutable std::vector<const CachedMessage*> m_ordered;
+    mutable bool m_orderedValid = false;
     QStringList m_keywords;
     qint64 m_keywordsMtime = -1;
     qint64 m_curMtime = 0;  // trusted directory times; 0 = scan again

@@ -213,8 +213,8 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
     const MaildirFolderState& state = **folder;
     std::vector<const CachedMessage*> candidates;
     candidates.reserve(state.messages().size());
-    for (const auto& [unique, message] : state.messages())
-        if (!message.flags().deleted) candidates.push_back(&message);
+    for (const CachedMessage* message : state.ordered())
+        if (!message->flags().deleted) candidates.push_back(message);
 
     // Evaluation is CPU-bound and the sources are read-only, so large
     // folders are split over the cores; rows are assembled in order after.
@@ -257,7 +257,15 @@ Result<MaildirStore::Located> MaildirStore::Locate(const QByteArray& messageId)
 {
     const auto key = ParseMessageId(messageId);
     if (!key) return Error::notFound(QStringLiteral("Not a message of this Maildir store."));
-    auto folder = ScannedFolder(key->folder);
+    Result<MaildirFolderState*> folder = Error::notFound(QString());
+    const auto known = m_folders.find(key->folder);
+    if (m_inBatch && m_scannedForBatch.contains(key->folder) && known != m_folders.end() &&
+        known->second->loaded()) {
+        folder = known->second.get();
+    } else {
+        folder = ScannedFolder(key->folder);
+        if (m_inBatch && folder) m_scannedForBatch.insert(key->folder);
+    }
     if (!folder) return folder.error();
     for (int attempt = 0; attempt < 2; ++attempt) {
         const auto& messages = (*folder)->messages();
@@ -381,14 +389,47 @@ Result<QByteArray> MaildirStore::Move(const QByteArray& messageId, const QByteAr
 Result<std::vector<QByteArray>> MaildirStore::MoveMany(const std::vector<QByteArray>& messageIds,
                                                        const QByteArray& destFolderId)
 {
+    // A missing destination is refused before anything moves; after that a
+    // NotFound can only be a message that left its folder: passed over with
+    // an empty identifier, as the IMAP store does.
+    const auto destPath = ParseFolderId(destFolderId);
+    if (!destPath) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    if (!m_layout.DirOf(*destPath))
+        return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*destPath));
+    // The source is listed for the first message only; a file missing later
+    // still shows at its rename (ENOENT), and Locate looks again then.
+    const BatchScope batch(*this);
     std::vector<QByteArray> out;
     out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
         auto moved = Move(id, destFolderId);
-        if (!moved) return moved.error();
-        out.push_back(*moved);
+        if (!moved && (moved.error().kind != ErrorKind::NotFound || !m_layout.DirOf(*destPath)))
+            return moved.error();
+        out.push_back(moved ? *moved : QByteArray());
     }
     return out;
+}
+
+MaildirStore::BatchScope::BatchScope(MaildirStore& store) : m_store(store)
+{
+    m_store.m_inBatch = true;
+    m_store.m_scannedForBatch.clear();
+}
+
+MaildirStore::BatchScope::~BatchScope()
+{
+    m_store.m_inBatch = false;
+    m_store.m_scannedForBatch.clear();
+}
+
+Status MaildirStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
+{
+    const BatchScope batch(*this);
+    for (const QByteArray& id : messageIds) {
+        Status s = SetFlagStatus(id, flagStatus);
+        if (!s && s.error().kind != ErrorKind::NotFound) return s;
+    }
+    return Status::success();
 }
 
 Status MaildirStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)

@@ -51,8 +51,12 @@ public:
     Result<QByteArray> RawMessage(const QByteArray& messageId) override;
 
     Result<QByteArray> Move(const QByteArray& messageId, const QByteArray& destFolderId) override;
+    // A message that has left its folder gets an empty identifier and the
+    // rest still move; a missing destination is NotFound and moves nothing.
     Result<std::vector<QByteArray>> MoveMany(const std::vector<QByteArray>& messageIds,
                                              const QByteArray& destFolderId) override;
+    // Flag changes of several messages; the folder is listed once.
+    Status SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus) override;
     Status SetFlagStatus(const QByteArray& messageId, int flagStatus) override;
     Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
 
@@ -74,6 +78,19 @@ private:
     Status EnsureIndex();
     Result<MaildirFolderState*> ScannedFolder(const QString& folderPath);
     Result<Located> Locate(const QByteArray& messageId);
+    // Folders scanned once for the MoveMany under way: each of its moves
+    // changes the directory, which would otherwise make every Locate list
+    // the whole folder again.
+    QSet<QString> m_scannedForBatch;
+    bool m_inBatch = false;
+    class BatchScope {
+    public:
+        explicit BatchScope(MaildirStore& store);
+        ~BatchScope();
+
+    private:
+        MaildirStore& m_store;
+    };
     mapi::FolderInfo InfoOf(const LayoutFolder& folder);
     Result<QString> RenameInto(const QString& from, const QString& toDir, MaildirName name);
     void Watch();
