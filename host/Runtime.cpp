@@ -59,14 +59,19 @@ bool Connection1Open(const addin::OutAddIn& addIn)
 
 }  // namespace
 
-ApplicationSteps HeadlessSteps()
+ApplicationSteps HeadlessSteps(bool listen)
 {
     ApplicationSteps steps;
     steps.create = [](StoreSet& stores, os::Clipboard& clipboard) -> std::unique_ptr<outlook::Application> {
         return std::make_unique<HeadlessApplication>(stores, clipboard);
     };
-    steps.open = [](outlook::Application& app) {
-        if (auto* headless = Headless(app)) headless->Open();
+    steps.open = [listen](outlook::Application& app) {
+        auto* headless = Headless(app);
+        if (!headless) return;
+        if (listen)
+            headless->Open();
+        else
+            headless->OpenExplorer();
     };
     steps.start = [](outlook::Application& app) {
         if (auto* headless = Headless(app)) headless->Start();

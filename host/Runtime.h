@@ -65,7 +65,9 @@ struct ApplicationSteps {
     // Raises Quit and closes the windows; runs after the add-ins disconnected.
     std::function<void(outlook::Application&)> stop;
 };
-ApplicationSteps HeadlessSteps();
+// `listen` false: no store events (and so no IMAP IDLE connection), for a
+// one-off command that only runs what it was asked to.
+ApplicationSteps HeadlessSteps(bool listen = true);
 
 struct RuntimeOptions {
     QString profilePath;          // empty: $XDG_CONFIG_HOME/Mailvane/profile.ini or the embedded default

@@ -71,7 +71,7 @@ int main(int argc, char** argv)
     p.options.statusOnStderr = !p.headless;
     // A command is one run on demand; only the service keeps the schedule.
     p.options.schedule = p.headless;
-    Runtime runtime(p.options);
+    Runtime runtime(p.options, HeadlessSteps(p.options.schedule));
     if (const int code = runtime.Start(); code != kExitOk) return code;
 
     if (p.headless) {
