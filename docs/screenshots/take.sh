@@ -29,7 +29,8 @@ chmod 700 "$XDG_RUNTIME_DIR"
 # not seen yet. Fixed seeds and date: the same pictures every time.
 "$build/host/mailvane" --yes demo >/dev/null
 data="$("$build/host/mailvane" --help | sed -n 's/^data folder: *//p')"
-"$build/tools/corpus/mv-corpus" --seed 7 --count 120 --now 2026-11-20T09:00:00Z --out "$data/Mail" >/dev/null
+"$build/tools/corpus/mv-corpus" --seed 8 --count 250 --now 2026-11-20T09:00:00Z --out "$data/Mail" >/dev/null
 
 export LANG=C.UTF-8 QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR=1 QT_STYLE_OVERRIDE=Fusion
-xvfb-run -a -s "-screen 0 1280x800x24" "$build/tools/screenshots/mv-screenshots" --out "$here"
+xvfb-run -a -s "-screen 0 1280x800x24" "$build/tools/screenshots/mv-screenshots" --out "$here" \
+    --preview-rule "Read mail older than a year"

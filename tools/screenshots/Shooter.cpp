@@ -11,8 +11,10 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
+#include <QHash>
 #include <QImage>
 #include <QKeyEvent>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
@@ -27,6 +29,7 @@
 #include <QTreeView>
 #include <QTreeWidget>
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -46,6 +49,64 @@ void Print(const QString& line)
     std::fflush(stdout);
 }
 
+// Selects the first message of the list from a person (no address in the
+// From column) that is not a receipt or a bounce: it makes a better message
+// window than an automatic reply.
+void SelectReadableMessage(QTreeView& list)
+{
+    const QAbstractItemModel* model = list.model();
+    if (!model || model->rowCount() == 0) return;
+    const QStringList automatic = {QStringLiteral("Accepted:"), QStringLiteral("Read:"),
+                                   QStringLiteral("Undelivered"), QStringLiteral("Fwd:")};
+    int chosen = 0;
+    for (int row = 0; row < model->rowCount(); ++row) {
+        const QString from = model->index(row, 2).data().toString();
+        const QString subject = model->index(row, 3).data().toString();
+        const bool isAutomatic = std::any_of(automatic.begin(), automatic.end(), [&](const QString& prefix) {
+            return subject.startsWith(prefix);
+        });
+        if (!from.contains(QLatin1Char('@')) && !from.contains(QStringLiteral("Delivery")) && !isAutomatic) {
+            chosen = row;
+            break;
+        }
+    }
+    list.setCurrentIndex(model->index(chosen, 0));
+    list.scrollTo(model->index(chosen, 0));
+}
+
+// Makes the item whose text in `column` is `text` current, opening its parents.
+bool SelectText(QAbstractItemView& view, const QString& text, int column = 0)
+{
+    QAbstractItemModel* model = view.model();
+    if (!model) return false;
+    const QModelIndexList found = model->match(model->index(0, column), Qt::DisplayRole, text, 1,
+                                               Qt::MatchStartsWith | Qt::MatchRecursive);
+    if (found.isEmpty()) return false;
+    view.setCurrentIndex(found.front());
+    view.scrollTo(found.front());
+    return true;
+}
+
+// A window picture is mostly a few flat colours and the shades of smoothed
+// text: its 256 most used colours, without dithering, look the same at a
+// third of the size.
+QImage Compact(const QPixmap& shot)
+{
+    const QImage image = shot.toImage().convertToFormat(QImage::Format_RGB32);
+    QHash<QRgb, qsizetype> uses;
+    for (int y = 0; y < image.height(); ++y) {
+        const auto* line = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        for (int x = 0; x < image.width(); ++x) ++uses[line[x]];
+    }
+    QList<std::pair<qsizetype, QRgb>> byUse;
+    byUse.reserve(uses.size());
+    for (auto it = uses.cbegin(); it != uses.cend(); ++it) byUse.append({it.value(), it.key()});
+    std::sort(byUse.begin(), byUse.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    QList<QRgb> palette;
+    for (qsizetype i = 0; i < byUse.size() && i < 256; ++i) palette.append(byUse[i].second);
+    return image.convertToFormat(QImage::Format_Indexed8, palette, Qt::ThresholdDither | Qt::AvoidDither);
+}
+
 QAction* SubmenuNamed(QMenu& menu, const QString& caption)
 {
     for (QAction* action : menu.actions()) {
@@ -56,8 +117,8 @@ QAction* SubmenuNamed(QMenu& menu, const QString& caption)
 
 }  // namespace
 
-Shooter::Shooter(host::desktop::DesktopApplication& app, QString outDir, QObject* parent)
-    : QObject(parent), m_app(app), m_outDir(std::move(outDir))
+Shooter::Shooter(host::desktop::DesktopApplication& app, QString outDir, QString previewRule, QObject* parent)
+    : QObject(parent), m_app(app), m_outDir(std::move(outDir)), m_previewRule(std::move(previewRule))
 {
 }
 
@@ -93,8 +154,7 @@ void Shooter::Explorer(ExplorerWindow& explorer)
     window.activateWindow();
     if (!explorer.OpenFolder(QStringLiteral("Inbox"))) Fail(QStringLiteral("no Inbox to open"));
     Pause(kSettleMs);
-    QTreeView& list = *explorer.MessageView();
-    if (list.model() && list.model()->rowCount() > 2) list.setCurrentIndex(list.model()->index(2, 0));
+    SelectReadableMessage(*explorer.MessageView());
     Pause(kSettleMs);
 
     // The Tools menu with Mailvane's popup open: menus are windows of their
@@ -129,7 +189,8 @@ void Shooter::Inspector(ExplorerWindow& explorer)
     explorer.OpenCurrentMessage();
     Pause(kSettleMs);
     auto* inspector = qobject_cast<InspectorWindow*>(
-        m_app.GetInspectors()->Count() > 0 ? m_app.GetInspectors()->Item(m_app.GetInspectors()->Count()) : nullptr);
+        m_app.GetInspectors()->Count() > 0 ? m_app.GetInspectors()->Item(m_app.GetInspectors()->Count())
+                                           : nullptr);
     if (!inspector) {
         Fail(QStringLiteral("no message window opened"));
         return;
@@ -152,7 +213,8 @@ void Shooter::Options(ExplorerWindow& explorer)
     Expect(QStringLiteral("frmOptions"), [this](QWidget& dialog) {
         if (auto* tabs = dialog.findChild<QTabWidget*>(QStringLiteral("tabPages"))) {
             for (int i = 0; i < tabs->count(); ++i) {
-                if (tabs->tabText(i).remove(QLatin1Char('&')) == QStringLiteral("Mailvane")) tabs->setCurrentIndex(i);
+                if (tabs->tabText(i).remove(QLatin1Char('&')) == QStringLiteral("Mailvane"))
+                    tabs->setCurrentIndex(i);
             }
         }
         Pause(kSettleMs);
@@ -170,13 +232,17 @@ void Shooter::RulesManager(ExplorerWindow& explorer)
         return;
     }
     Expect(QStringLiteral("frmRulesMain"), [this](QWidget& manager) {
-        if (auto* list = manager.findChild<QTreeWidget*>(QStringLiteral("ListView1")); list && list->topLevelItemCount())
-            list->setCurrentItem(list->topLevelItem(0));
+        auto* list = manager.findChild<QTreeWidget*>(QStringLiteral("ListView1"));
+        if (list && list->topLevelItemCount()) list->setCurrentItem(list->topLevelItem(0));
         Pause(kSettleMs);
         Save(manager, QStringLiteral("rules-manager"));
         RuleEditor(manager);
-        ClickAndShoot(manager, "btnPreview", QStringLiteral("frmRulePreview"), QStringLiteral("rule-preview"));
-        ClickAndShoot(manager, "btnSettings", QStringLiteral("frmRuleAddProps"), QStringLiteral("smart-add-settings"));
+        if (list && !m_previewRule.isEmpty() && !SelectText(*list, m_previewRule))
+            Fail(QStringLiteral("no rule named ") + m_previewRule);
+        ClickAndShoot(manager, "btnPreview", QStringLiteral("frmRulePreview"),
+                      QStringLiteral("rule-preview"));
+        ClickAndShoot(manager, "btnSettings", QStringLiteral("frmRuleAddProps"),
+                      QStringLiteral("smart-add-settings"));
         ClickAndShoot(manager, "btnAbout", QStringLiteral("frmAbout"), QStringLiteral("about"));
     });
     Click(*toolbar, "Mailvane");
@@ -186,9 +252,24 @@ void Shooter::RuleEditor(QWidget& rulesManager)
 {
     Expect(QStringLiteral("frmRuleProps"), [this](QWidget& editor) {
         Save(editor, QStringLiteral("rule-editor"));
-        ClickAndShoot(editor, "btnSrcFolderBrowse", QStringLiteral("FolderPickerDialog"),
-                      QStringLiteral("folder-picker"));
-        ClickAndShoot(editor, "btnFrom", QStringLiteral("AddressBookDialog"), QStringLiteral("address-book"));
+        const auto* from = editor.findChild<QLineEdit*>(QStringLiteral("txtFrom"));
+        const QString address = from ? from->text() : QString();
+        Expect(QStringLiteral("FolderPickerDialog"), [this](QWidget& picker) {
+            if (auto* tree = picker.findChild<QTreeView*>(QStringLiteral("tvwFolders"))) {
+                tree->expandAll();
+                SelectText(*tree, QStringLiteral("Invoices"));
+            }
+            Pause(kSettleMs);
+            Save(picker, QStringLiteral("folder-picker"));
+        });
+        Click(editor, "btnSrcFolderBrowse");
+        Expect(QStringLiteral("AddressBookDialog"), [this, address](QWidget& book) {
+            if (auto* contacts = book.findChild<QAbstractItemView*>(QStringLiteral("lstContacts")))
+                SelectText(*contacts, address, 1);
+            Pause(kSettleMs);
+            Save(book, QStringLiteral("address-book"));
+        });
+        Click(editor, "btnFrom");
     });
     Click(rulesManager, "btnModify");
 }
@@ -197,7 +278,8 @@ void Shooter::RuleUpdate(ExplorerWindow& explorer)
 {
     QToolBar* toolbar = explorer.Window()->findChild<QToolBar*>(QStringLiteral("Mailvane"));
     if (!toolbar) return;
-    Expect(QStringLiteral("frmRuleUpdate"), [this](QWidget& dialog) { Save(dialog, QStringLiteral("rule-update")); });
+    Expect(QStringLiteral("frmRuleUpdate"),
+           [this](QWidget& dialog) { Save(dialog, QStringLiteral("rule-update")); });
     Click(*toolbar, "Smart Rule Update");
 }
 
@@ -231,7 +313,8 @@ void Shooter::Expect(const QString& name, std::function<void(QWidget& dialog)> t
     watch->start(50);
 }
 
-void Shooter::ClickAndShoot(QWidget& owner, const char* buttonName, const QString& dialogName, const QString& picture)
+void Shooter::ClickAndShoot(QWidget& owner, const char* buttonName, const QString& dialogName,
+                            const QString& picture)
 {
     Expect(dialogName, [this, picture](QWidget& dialog) { Save(dialog, picture); });
     Click(owner, buttonName);
@@ -251,7 +334,7 @@ bool Shooter::Save(QWidget& window, const QString& picture)
 {
     Describe(window, picture);
     const QString path = m_outDir + QLatin1Char('/') + picture + QStringLiteral(".png");
-    if (!window.grab().toImage().save(path)) {
+    if (!Compact(window.grab()).save(path, "PNG", 0)) {
         Fail(QStringLiteral("cannot write ") + path);
         return false;
     }
@@ -270,7 +353,7 @@ bool Shooter::SaveScreen(const QRect& area, QWidget& window, const QString& pict
     }
     const QRect clipped = area.intersected(screen->geometry());
     const QPixmap shot = screen->grabWindow(0, clipped.x(), clipped.y(), clipped.width(), clipped.height());
-    if (shot.isNull() || !shot.toImage().save(path)) {
+    if (shot.isNull() || !Compact(shot).save(path, "PNG", 0)) {
         Fail(QStringLiteral("cannot write ") + path);
         return false;
     }
@@ -292,7 +375,8 @@ void Shooter::Describe(QWidget& window, const QString& picture)
         w = w->nextInFocusChain();
         if (!w || w == &window) break;
         if (w->window() == &window && w->isVisible() && w->isEnabled() && (w->focusPolicy() & Qt::TabFocus))
-            order << (w->objectName().isEmpty() ? QString::fromLatin1(w->metaObject()->className()) : w->objectName());
+            order << (w->objectName().isEmpty() ? QString::fromLatin1(w->metaObject()->className())
+                                                : w->objectName());
     }
     Print(QStringLiteral("  tab order: ") + order.join(QStringLiteral(" > ")));
 }

@@ -27,7 +27,10 @@ namespace mv::tools {
 class Shooter final : public QObject {
     Q_OBJECT
 public:
-    Shooter(host::desktop::DesktopApplication& app, QString outDir, QObject* parent = nullptr);
+    // `previewRule`: the rule whose preview is pictured (a name or its
+    // beginning); empty: the first rule.
+    Shooter(host::desktop::DesktopApplication& app, QString outDir, QString previewRule,
+            QObject* parent = nullptr);
 
     // Takes every picture; returns the number that could not be taken.
     int Run();
@@ -45,7 +48,8 @@ private:
     // click that opens it.
     void Expect(const QString& name, std::function<void(QWidget& dialog)> then);
     // Clicks `buttonName` inside `owner` and pictures the dialog it opens.
-    void ClickAndShoot(QWidget& owner, const char* buttonName, const QString& dialogName, const QString& picture);
+    void ClickAndShoot(QWidget& owner, const char* buttonName, const QString& dialogName,
+                       const QString& picture);
     void Click(QWidget& owner, const char* buttonName);
     bool Save(QWidget& window, const QString& picture);
     bool SaveScreen(const QRect& area, QWidget& window, const QString& picture);
@@ -58,6 +62,7 @@ private:
 
     host::desktop::DesktopApplication& m_app;
     QString m_outDir;
+    QString m_previewRule;
     int m_failures = 0;
 };
 
