@@ -101,7 +101,10 @@ QImage Compact(const QPixmap& shot)
     QList<std::pair<qsizetype, QRgb>> byUse;
     byUse.reserve(uses.size());
     for (auto it = uses.cbegin(); it != uses.cend(); ++it) byUse.append({it.value(), it.key()});
-    std::sort(byUse.begin(), byUse.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::sort(byUse.begin(), byUse.end(), [](const auto& a, const auto& b) {
+        // Ties by colour, so the same picture is always the same file.
+        return a.first != b.first ? a.first > b.first : a.second < b.second;
+    });
     QList<QRgb> palette;
     for (qsizetype i = 0; i < byUse.size() && i < 256; ++i) palette.append(byUse[i].second);
     return image.convertToFormat(QImage::Format_Indexed8, palette, Qt::ThresholdDither | Qt::AvoidDither);
