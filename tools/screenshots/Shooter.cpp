@@ -128,6 +128,8 @@ Shooter::Shooter(host::desktop::DesktopApplication& app, QString outDir, QString
 int Shooter::Run()
 {
     QDir().mkpath(m_outDir);
+    // A steady text cursor: a blinking one would change pictures from run to run.
+    QApplication::setCursorFlashTime(0);
     auto* boxes = new QTimer(this);
     connect(boxes, &QTimer::timeout, this, &Shooter::DismissStrayBoxes);
     boxes->start(250);
