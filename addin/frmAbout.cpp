@@ -51,6 +51,7 @@ frmAbout::frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswe
     auto* lblDescription = new QLabel(QStringLiteral("This Add-in provides Message Automation Rules."), this);
     lblDescription->setObjectName(QStringLiteral("lblDescription"));
     layout->addWidget(lblDescription);
+    layout->addSpacing(layout->spacing() * 2);
 
     auto* buttons = new QDialogButtonBox(this);
     QPushButton* ok = AddButton(buttons, "OK", "btnOK", QDialogButtonBox::AcceptRole);
@@ -58,6 +59,7 @@ frmAbout::frmAbout(QString installDir, logging::Logger* log, os::MessageBoxAnswe
     QPushButton* help = AddButton(buttons, "&Help", "btnHelp", QDialogButtonBox::HelpRole);
     ok->setDefault(true);
     layout->addWidget(buttons);
+    setMinimumWidth(fontMetrics().averageCharWidth() * 60);
     connect(ok, &QPushButton::clicked, this, [this] { btnOK_Click(); });
     connect(sysInfo, &QPushButton::clicked, this, [this] { btnSysInfo_Click(); });
     connect(help, &QPushButton::clicked, this, [this] { btnHelp_Click(); });

@@ -21,6 +21,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <exception>
 #include <span>
 
@@ -116,6 +117,14 @@ void frmRuleAddProps::BuildUi()
     buttons->addStretch();
     buttons->addWidget(btnOK);
     buttons->addWidget(btnCancel);
+
+    // The two label columns line up although the group box sits between them.
+    QWidget* labels[] = {naming->labelForField(cmbRuleName), criteria->labelForField(cmbStatus),
+                         criteria->labelForField(cmbMsgAge)};
+    int labelWidth = 0;
+    for (QWidget* l : labels) labelWidth = std::max(labelWidth, l->sizeHint().width());
+    for (QWidget* l : labels) l->setMinimumWidth(labelWidth);
+    setMinimumWidth(intro->fontMetrics().averageCharWidth() * 62);
 
     auto* outer = new QVBoxLayout(this);
     outer->addWidget(intro);

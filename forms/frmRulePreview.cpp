@@ -25,7 +25,7 @@ frmRulePreview::frmRulePreview(std::function<void(QDialog&)> runModal, QWidget* 
     buttons->addStretch();
     buttons->addWidget(btnOK);
     layout->addLayout(buttons);
-    resize(480, 320);
+    resize(560, 380);
 }
 
 void frmRulePreview::SetCaption(const QString& caption)

@@ -28,11 +28,19 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <exception>
 
 namespace mv::forms {
 
 namespace {
+
+// How far the fields inside the group box sit to the right of the form's
+// own left edge, so the two label columns can be lined up.
+int FrameInset(const QGroupBox& frame, const QGridLayout& grid)
+{
+    return frame.contentsMargins().left() + grid.contentsMargins().left();
+}
 
 const QString kCrLf = QStringLiteral("\r\n");
 
@@ -144,6 +152,7 @@ void frmRuleProps::BuildUi()
     top->addWidget(label(QStringLiteral("&Destination Folder:"), edit(txtDstFolder, "txtDstFolder", true)), 2, 0);
     top->addWidget(txtDstFolder, 2, 1);
     top->addWidget(button(btnDstFolderBrowse, "btnDstFolderBrowse", QStringLiteral("...")), 2, 2);
+    top->setColumnStretch(1, 1);
     btnSrcFolderBrowse->setToolTip(QStringLiteral("Choose the source folder"));
     btnDstFolderBrowse->setToolTip(QStringLiteral("Choose the destination folder"));
 
@@ -180,6 +189,24 @@ void frmRuleProps::BuildUi()
     buttons->addWidget(button(btnCancel, "btnCancel", QStringLiteral("&Cancel")));
     buttons->addWidget(button(btnClose, "btnClose", QStringLiteral("&Close")));
     btnOK->setDefault(true);
+
+    // The "..." and "?" buttons are as small as their text; the fields get
+    // the width, and the fields inside the frame line up with those above.
+    for (QPushButton* small : {btnSrcFolderBrowse, btnDstFolderBrowse, btnHelp})
+        small->setFixedWidth(small->fontMetrics().horizontalAdvance(QStringLiteral("MMM")) + 12);
+    grid->setColumnStretch(1, 1);
+    txtRuleName->setMinimumWidth(txtRuleName->fontMetrics().averageCharWidth() * 40);
+    int labelWidth = 0;
+    for (int r = 0; r < grid->rowCount(); ++r) {
+        if (QLayoutItem* item = grid->itemAtPosition(r, 0); item && item->widget())
+            labelWidth = std::max(labelWidth, item->widget()->sizeHint().width());
+    }
+    for (int r = 0; r < top->rowCount(); ++r) {
+        if (QLayoutItem* item = top->itemAtPosition(r, 0); item && item->widget())
+            labelWidth = std::max(labelWidth, item->widget()->sizeHint().width() - FrameInset(*frame, *grid));
+    }
+    grid->setColumnMinimumWidth(0, labelWidth);
+    top->setColumnMinimumWidth(0, labelWidth + FrameInset(*frame, *grid));
 
     auto* outer = new QVBoxLayout(this);
     outer->addLayout(top);

@@ -198,6 +198,8 @@ void frmRulesMain::BuildUi()
     main->addWidget(ListView1, 1, 0);
     main->addWidget(lblTotalRules, 2, 0);
     main->addLayout(side, 1, 1);
+    main->setColumnStretch(0, 1);
+    main->setRowStretch(1, 1);
 
     auto* tools = new QHBoxLayout;
     for (QWidget* w : {static_cast<QWidget*>(btnSettings), static_cast<QWidget*>(btnImport),
@@ -215,7 +217,7 @@ void frmRulesMain::BuildUi()
     all->addLayout(main);
     all->addLayout(tools);
     all->addLayout(closing);
-    resize(560, 420);
+    resize(600, 440);
 }
 
 void frmRulesMain::ConnectUi()

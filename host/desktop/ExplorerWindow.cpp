@@ -95,8 +95,15 @@ void ExplorerWindow::BuildViews()
     m_messageView->setModel(m_sorted);
     m_messageView->setSortingEnabled(true);
     m_messageView->sortByColumn(MessageListModel::ColReceived, Qt::DescendingOrder);
-    m_messageView->header()->setSectionResizeMode(MessageListModel::ColFlag, QHeaderView::ResizeToContents);
-    m_messageView->header()->setSectionResizeMode(MessageListModel::ColRead, QHeaderView::ResizeToContents);
+    // The subject takes the room left; sender and date keep a readable width.
+    QHeaderView* columns = m_messageView->header();
+    columns->setStretchLastSection(false);
+    columns->setSectionResizeMode(MessageListModel::ColFlag, QHeaderView::ResizeToContents);
+    columns->setSectionResizeMode(MessageListModel::ColRead, QHeaderView::ResizeToContents);
+    columns->setSectionResizeMode(MessageListModel::ColFrom, QHeaderView::Interactive);
+    columns->resizeSection(MessageListModel::ColFrom, m_messageView->fontMetrics().averageCharWidth() * 26);
+    columns->setSectionResizeMode(MessageListModel::ColSubject, QHeaderView::Stretch);
+    columns->setSectionResizeMode(MessageListModel::ColReceived, QHeaderView::ResizeToContents);
     m_messageView->installEventFilter(this);
     splitter->setStretchFactor(1, 3);
     m_window->setCentralWidget(splitter);

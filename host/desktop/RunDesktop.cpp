@@ -115,6 +115,7 @@ int RunDesktop(int& argc, char** argv, const DesktopOptions& options)
     if (!signals.Install()) runtime.Trail(QStringLiteral("mailvane"), QStringLiteral("No signal handling"));
 
     runtime.StartApplication();
+    if (options.started) options.started(runtime, *desktop);
     const int code = QApplication::exec();
     runtime.Shutdown();
     return code;

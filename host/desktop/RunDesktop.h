@@ -5,10 +5,21 @@
 
 #include <QString>
 
+#include <functional>
+
+namespace mv::host {
+class Runtime;
+}
 namespace mv::host::desktop {
+
+class DesktopApplication;
 
 struct DesktopOptions {
     QString profilePath;  // empty: $XDG_CONFIG_HOME/Mailvane/profile.ini or the embedded default
+    // Called once the windows are up and the add-in is connected, just
+    // before the event loop runs: tools that drive the real windows (the
+    // screenshot program) start from here. QApplication::quit() ends the run.
+    std::function<void(Runtime& runtime, DesktopApplication& app)> started = {};
 };
 
 // Creates the QApplication itself; returns the program's exit code.

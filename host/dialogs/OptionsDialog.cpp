@@ -58,6 +58,14 @@ OptionsDialog::OptionsDialog(outlook::Application& application, ProgIdRegistry& 
         none->setObjectName(QStringLiteral("lblNoPages"));
         m_tabs->addTab(none, QStringLiteral("Add-ins"));
     }
+    // Pages join the focus chain as they arrive, after the buttons; Tab goes
+    // through the page first, as it is read.
+    QWidget* lastOnPages = m_tabs;
+    for (QWidget* w = m_tabs->nextInFocusChain(); w && w != this; w = w->nextInFocusChain())
+        if (m_tabs->isAncestorOf(w) && w->focusPolicy() != Qt::NoFocus) lastOnPages = w;
+    setTabOrder(lastOnPages, ok);
+    setTabOrder(ok, cancel);
+    setTabOrder(cancel, m_btnApply);
     UpdateApply();
 }
 

@@ -11,6 +11,8 @@
 #include "tools/corpus/MaildirWriter.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QHeaderView>
 #include <QLabel>
 #include <QMainWindow>
 #include <QPlainTextEdit>
@@ -140,6 +142,26 @@ TEST_F(ExplorerWindowTest, SelectingMessagesFillsSelectionAndRaisesSelectionChan
     QTest::keyClick(w.MessageView(), Qt::Key_Down, Qt::ShiftModifier);
     EXPECT_EQ(w.SelectionCount(), 2);
     EXPECT_EQ(w.Selection()[1]->Subject(), QStringLiteral("Quarterly report"));
+}
+
+// Subjects are what users scan: the column takes the width left over, and
+// sender and date are not cut short.
+TEST_F(ExplorerWindowTest, TheSubjectTakesTheSpareWidthOfTheList)
+{
+    ExplorerWindow& w = Start();
+    QHeaderView* header = w.MessageView()->header();
+    for (const int width : {1000, 1400}) {
+        w.Window()->resize(width, 600);
+        QApplication::processEvents();
+        const int subject = header->sectionSize(host::desktop::MessageListModel::ColSubject);
+        for (const int other :
+             {host::desktop::MessageListModel::ColFlag, host::desktop::MessageListModel::ColRead,
+              host::desktop::MessageListModel::ColFrom, host::desktop::MessageListModel::ColReceived})
+            EXPECT_GT(subject, header->sectionSize(other)) << "window " << width << ", column " << other;
+        EXPECT_GE(header->sectionSize(host::desktop::MessageListModel::ColReceived),
+                  header->sectionSizeHint(host::desktop::MessageListModel::ColReceived))
+            << "window " << width;
+    }
 }
 
 TEST_F(ExplorerWindowTest, SortingByAColumnKeepsTheSelectionOnTheSameMessages)

@@ -73,6 +73,27 @@ TEST_F(OptionsDialogTest, ThePageShowsTheAddInsSettings)
     EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "nothing changed yet";
 }
 
+// Pages arrive after the buttons are made; Tab must still walk the page
+// before reaching OK and Cancel, as the dialog reads.
+TEST_F(OptionsDialogTest, TabWalksThePageBeforeTheButtons)
+{
+    Start();
+    host::OptionsDialog dialog(*m_app, m_progIds);
+    dialog.show();
+    QStringList order;
+    QWidget* w = &dialog;
+    for (int guard = 0; guard < 200; ++guard) {
+        w = w->nextInFocusChain();
+        if (w == &dialog) break;
+        if ((w->focusPolicy() & Qt::TabFocus) && !w->objectName().isEmpty()) order << w->objectName();
+    }
+    const QStringList expected = {"cmbWeekStart",  "chkToolbar",    "chkMenubar",
+                                  "chkRunOnStart", "chkStatusPops", "chkAlignTime",
+                                  "btnOK",         "btnCancel",     "btnApply"};
+    ASSERT_GE(order.size(), expected.size()) << order.join(' ').toStdString();
+    EXPECT_EQ(order.mid(order.size() - expected.size()), expected) << order.join(' ').toStdString();
+}
+
 TEST_F(OptionsDialogTest, OkStoresEverySettingInTheDatabase)
 {
     Start();

@@ -5,6 +5,7 @@
 #include "forms/frmRulePreview.h"
 #include "forms/frmRuleProps.h"
 
+#include <QApplication>
 #include <QDeadlineTimer>
 #include <QFile>
 #include <QHeaderView>
@@ -50,6 +51,21 @@ TEST_F(RulesMainTest, LoadsRulesInOrderWithChecksAndTotals)
     EXPECT_EQ(Enabled(*form, kRowButtons),
               QStringLiteral("btnExport btnPreview btnCheckNone btnCheckAll btnRunNow "
                              "btnMoveDown btnMoveUp btnDelete btnModify btnCopy"));
+}
+
+// Made wider, the dialog gives the room to the rule list, not to the
+// column of buttons beside it.
+TEST_F(RulesMainTest, TheRuleListTakesTheSpareWidth)
+{
+    AddThree();
+    auto form = Open();
+    form->show();
+    form->resize(900, 500);
+    QApplication::processEvents();
+    const int buttons = Button(*form, "btnNew")->width();
+    EXPECT_LE(buttons, Button(*form, "btnNew")->sizeHint().width() +
+                           Button(*form, "btnCheckNone")->sizeHint().width());
+    EXPECT_GT(List(*form)->width(), 2 * buttons);
 }
 
 TEST_F(RulesMainTest, EmptyStoreDisablesEveryRowCommand)
