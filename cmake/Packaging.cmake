@@ -21,6 +21,8 @@ set(MV_INSTALL_DATA "${CMAKE_INSTALL_DATADIR}/mailvane")
 # installation folder.
 add_custom_target(mv_help ALL
   COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/help ${PROJECT_BINARY_DIR}/help
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/docs/screenshots
+  COMMAND ${CMAKE_COMMAND} -E copy_directory ${PROJECT_SOURCE_DIR}/docs/screenshots ${PROJECT_BINARY_DIR}/docs/screenshots
   COMMENT "Copying the manual")
 
 install(TARGETS mailvane RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -36,7 +38,8 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/resources/rules DESTINATION ${MV_INSTALL
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/help/ DESTINATION ${MV_INSTALL_DATA}/help)
 # The manual's pictures, made by a separate step; the manual reads without them.
 if(EXISTS ${PROJECT_SOURCE_DIR}/docs/screenshots)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/screenshots DESTINATION ${MV_INSTALL_DATA}/docs)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/screenshots DESTINATION ${MV_INSTALL_DATA}/docs
+    FILES_MATCHING PATTERN "*.png")
 endif()
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/mailvane.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/mailvane.png
