@@ -1,5 +1,7 @@
 #include "AddressBookDialog.h"
 
+#include "DialogButtons.h"
+
 #include "VCard.h"
 
 #include "platform/mapi/MessageStore.h"
@@ -128,17 +130,7 @@ AddressBookDialog::AddressBookDialog(outlook::NameSpace& nameSpace, AddressBookO
     lblStatus = new QLabel(this);
     lblStatus->setObjectName(QStringLiteral("lblStatus"));
 
-    btnOK = new QPushButton(QStringLiteral("OK"), this);
-    btnOK->setObjectName(QStringLiteral("btnOK"));
-    btnOK->setDefault(true);
-    btnCancel = new QPushButton(QStringLiteral("Cancel"), this);
-    btnCancel->setObjectName(QStringLiteral("btnCancel"));
-    btnCancel->setAutoDefault(false);
-
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(lblStatus, 1);
-    buttons->addWidget(btnOK);
-    buttons->addWidget(btnCancel);
+    auto* buttons = MakeOkCancelRow(this, btnOK, btnCancel, QStringLiteral("Cancel"), lblStatus);
     auto* outer = new QVBoxLayout(this);
     outer->addWidget(txtFilter);
     outer->addWidget(lstContacts);

@@ -1,5 +1,7 @@
 #include "FolderPickerDialog.h"
 
+#include "DialogButtons.h"
+
 #include "platform/mapi/MapiUtils.h"
 #include "platform/mapi/MessageStore.h"
 #include "platform/outlook/NameSpace.h"
@@ -39,16 +41,7 @@ FolderPickerDialog::FolderPickerDialog(QWidget* parent) : QDialog(parent)
     tvwFolders->setEditTriggers(QAbstractItemView::NoEditTriggers);
     tvwFolders->setSelectionMode(QAbstractItemView::SingleSelection);
 
-    btnOK = new QPushButton(QStringLiteral("OK"), this);
-    btnOK->setObjectName(QStringLiteral("btnOK"));
-    btnOK->setDefault(true);
-    btnCancel = new QPushButton(QStringLiteral("Cancel"), this);
-    btnCancel->setObjectName(QStringLiteral("btnCancel"));
-    btnCancel->setAutoDefault(false);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(btnOK);
-    buttons->addWidget(btnCancel);
+    auto* buttons = MakeOkCancelRow(this, btnOK, btnCancel);
     auto* outer = new QVBoxLayout(this);
     outer->addWidget(tvwFolders);
     outer->addLayout(buttons);

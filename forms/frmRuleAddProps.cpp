@@ -1,5 +1,7 @@
 #include "frmRuleAddProps.h"
 
+#include "DialogButtons.h"
+
 #include "FormTrap.h"
 
 #include "RuleChoices.h"
@@ -107,16 +109,7 @@ void frmRuleAddProps::BuildUi()
     criteria->addRow(QStringLiteral("St&atus:"), combo(cmbStatus, "cmbStatus"));
     criteria->addRow(QStringLiteral("Message &Older Than:"), combo(cmbMsgAge, "cmbMsgAge"));
 
-    btnOK = new QPushButton(QStringLiteral("OK"), this);
-    btnOK->setObjectName(QStringLiteral("btnOK"));
-    btnOK->setDefault(true);
-    btnCancel = new QPushButton(QStringLiteral("&Cancel"), this);
-    btnCancel->setObjectName(QStringLiteral("btnCancel"));
-    btnCancel->setAutoDefault(false);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(btnOK);
-    buttons->addWidget(btnCancel);
+    auto* buttons = MakeOkCancelRow(this, btnOK, btnCancel, QStringLiteral("&Cancel"));
 
     // The two label columns line up although the group box sits between them.
     QWidget* labels[] = {naming->labelForField(cmbRuleName), criteria->labelForField(cmbStatus),

@@ -1,5 +1,7 @@
 #include "frmRuleUpdate.h"
 
+#include "DialogButtons.h"
+
 #include "FormTrap.h"
 
 #include "platform/ado/AdoError.h"
@@ -89,16 +91,7 @@ void frmRuleUpdate::BuildUi()
     auto* dataLabel = new QLabel(QStringLiteral("Addresses of the selected &message:"), this);
     dataLabel->setBuddy(lstData);
 
-    btnOK = new QPushButton(QStringLiteral("OK"), this);
-    btnOK->setObjectName(QStringLiteral("btnOK"));
-    btnOK->setDefault(true);
-    btnCancel = new QPushButton(QStringLiteral("&Cancel"), this);
-    btnCancel->setObjectName(QStringLiteral("btnCancel"));
-    btnCancel->setAutoDefault(false);
-    auto* buttons = new QHBoxLayout;
-    buttons->addStretch();
-    buttons->addWidget(btnOK);
-    buttons->addWidget(btnCancel);
+    auto* buttons = MakeOkCancelRow(this, btnOK, btnCancel, QStringLiteral("&Cancel"));
 
     auto* outer = new QVBoxLayout(this);
     outer->addLayout(form);

@@ -593,23 +593,27 @@ void frmRulesMain::reject()
     btnCancel_Click();
 }
 
+RulePropsContext frmRulesMain::EditorContext()
+{
+    if (!m_ctx.nameSpace)
+        throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
+                            QStringLiteral("Object variable or With block variable not set"));
+    return RulePropsContext{Db(),
+                            *m_ctx.nameSpace,
+                            m_ctx.folderPicker,
+                            m_ctx.contacts,
+                            m_ctx.answerer,
+                            m_ctx.report,
+                            m_ctx.hostVersion,
+                            addin::OutAddIn::AppTitle(),
+                            m_ctx.addIn.InstallDir(),
+                            m_ctx.shell};
+}
+
 void frmRulesMain::btnNew_Click()
 {
     Trap("btnNew_Click", [&] {
-        if (!m_ctx.nameSpace)
-            throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
-                                QStringLiteral("Object variable or With block variable not set"));
-        RulePropsContext props{Db(),
-                               *m_ctx.nameSpace,
-                               m_ctx.folderPicker,
-                               m_ctx.contacts,
-                               m_ctx.answerer,
-                               m_ctx.report,
-                               m_ctx.hostVersion,
-                               addin::OutAddIn::AppTitle(),
-                               m_ctx.addIn.InstallDir(),
-                               m_ctx.shell};
-        frmRuleProps editor(props, this);
+        frmRuleProps editor(EditorContext(), this);
         editor.Action = QStringLiteral("New");
         editor.Form_Load();
         RunModal(editor);
@@ -628,20 +632,7 @@ void frmRulesMain::btnModify_Click()
     Trap("btnModify_Click", [&] {
         const int row = SelectedRow();
         if (row < 0) return;
-        if (!m_ctx.nameSpace)
-            throw ado::AdoError(91, addin::OutAddIn::AppTitle(),
-                                QStringLiteral("Object variable or With block variable not set"));
-        RulePropsContext props{Db(),
-                               *m_ctx.nameSpace,
-                               m_ctx.folderPicker,
-                               m_ctx.contacts,
-                               m_ctx.answerer,
-                               m_ctx.report,
-                               m_ctx.hostVersion,
-                               addin::OutAddIn::AppTitle(),
-                               m_ctx.addIn.InstallDir(),
-                               m_ctx.shell};
-        frmRuleProps editor(props, this);
+        frmRuleProps editor(EditorContext(), this);
         editor.RuleID = TagOf(row);
         editor.Action = QStringLiteral("Update");
         editor.Form_Load();

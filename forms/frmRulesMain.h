@@ -44,6 +44,8 @@ class cDB;
 
 namespace mv::forms {
 
+struct RulePropsContext;
+
 // What the manager works through; all references must outlive the dialog.
 struct RulesMainContext {
     addin::OutAddIn& addIn;         // connection 1, runs, the export/import halves, install folder
@@ -127,6 +129,8 @@ private:
     std::int16_t TagOf(int row) const;
     void SelectRow(int row);
     void RunModal(QDialog& dialog);
+    // The rule editor's context; error 91 when there is no namespace.
+    RulePropsContext EditorContext();
     store::cDB& Db();
     void Warn(const QString& text);
     template <typename F>
