@@ -202,14 +202,18 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
     stats = {};
     if (!m_loaded) {
         m_orderedValid = false;
-        auto rows = index.Load(m_path);
-        if (!rows) return rows.error();
         m_messages.clear();
-        for (IndexedMessage& row : *rows) {
+        // Interned row by row: 100,000 rows in their read form at once
+        // would be the process's peak.
+        const Status loaded = index.Load(m_path, [this](IndexedMessage&& row) {
             CachedMessage m;
             m.file = std::move(row);
             m.file.header = Intern(std::move(m.file.header));
             m_messages.emplace(m.file.unique, std::move(m));
+        });
+        if (!loaded) {
+            m_messages.clear();
+            return loaded;
         }
         m_loaded = true;
         m_curMtime = m_newMtime = 0;

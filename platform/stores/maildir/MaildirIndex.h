@@ -11,6 +11,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -60,7 +61,9 @@ public:
     const QString& file() const { return m_file; }
     int rebuilds() const { return m_rebuilds; }
 
-    Result<std::vector<IndexedMessage>> Load(const QString& folder);
+    // Hands the folder's rows to `sink` one at a time, so that the caller
+    // can compact each before the next is read.
+    Status Load(const QString& folder, const std::function<void(IndexedMessage&&)>& sink);
     // total and unread (no S in the info part, trashed ones left out).
     Result<std::pair<int, int>> Counts(const QString& folder);
 
