@@ -144,6 +144,9 @@ std::shared_ptr<const HeaderProps> MaildirFolderState::Intern(std::shared_ptr<co
         if (it == m_strings.constEnd()) it = m_strings.insert(s);
         v = QVariant(*it);
     };
+    // The size is the file's, answered from the listing: a second copy per
+    // message costs 4 MB on 100,000 messages.
+    std::erase_if(copy->props, [](const auto& p) { return p.first == mapi::PR_MESSAGE_SIZE; });
     for (auto& [tag, value] : copy->props) {
         // Subjects and message ids rarely repeat: pooling them only costs.
         if (tag != mapi::PR_SUBJECT && tag != mapi::PR_INTERNET_MESSAGE_ID) intern(value);
