@@ -153,6 +153,11 @@ std::shared_ptr<const HeaderProps> MaildirFolderState::Intern(std::shared_ptr<co
     }
     copy->props.shrink_to_fit();
     for (HeaderProps::Flat& row : copy->recipients) {
+        // Every parsed recipient is an SMTP one; the rows answer that
+        // themselves (see HeaderProps::kRecipientAddrType).
+        std::erase_if(row, [](const auto& p) {
+            return p.first == mapi::PR_ADDRTYPE && p.second == HeaderProps::kRecipientAddrType;
+        });
         for (auto& [tag, value] : row) intern(value);
         row.shrink_to_fit();
     }

@@ -29,6 +29,9 @@ struct HeaderProps {
     // of a kilobyte each, times every recipient of 100,000 messages.
     using Flat = std::vector<std::pair<mapi::PropTag, QVariant>>;
     std::vector<Flat> recipients;
+    // A recipient row without PR_ADDRTYPE has this one: the cache leaves
+    // out what every row would repeat.
+    static inline const QVariant kRecipientAddrType = QStringLiteral("SMTP");
 
     QByteArray Serialize() const;
     static std::shared_ptr<const HeaderProps> Deserialize(const QByteArray& blob);  // null when unreadable

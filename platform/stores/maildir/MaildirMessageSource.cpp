@@ -82,7 +82,7 @@ public:
     {
         for (const auto& [t, value] : m_row)
             if (t == tag) return &value;
-        return nullptr;
+        return tag == mapi::PR_ADDRTYPE ? &HeaderProps::kRecipientAddrType : nullptr;
     }
     bool AnySubRow(mapi::PropTag, const RowTest&) const override { return false; }
 
@@ -108,6 +108,7 @@ std::vector<mapi::PropertyMap> MaildirMessageSource::SubRows(mapi::PropTag subOb
     for (const HeaderProps::Flat& flat : m_message.file.header->recipients) {
         mapi::PropertyMap& row = rows.emplace_back();
         row.reserve(qsizetype(flat.size()));
+        row.insert(mapi::PR_ADDRTYPE, HeaderProps::kRecipientAddrType);
         for (const auto& [tag, value] : flat) row.insert(tag, value);
     }
     return rows;
