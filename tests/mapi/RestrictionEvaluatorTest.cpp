@@ -213,3 +213,38 @@ INSTANTIATE_TEST_SUITE_P(Trees, SupportCases, ::testing::ValuesIn(SupportTable()
 
 }  // namespace
 }  // namespace mv::mapi
+
+namespace mv::mapi {
+namespace {
+
+// The evaluator's own case-insensitive search must agree with QString's,
+// which the other matching paths (prefix, full string) still use.
+TEST(Evaluator, CaseInsensitiveSubstringAgreesWithQString)
+{
+    const QString haystacks[] = {
+        QStringLiteral("Budget Review"),
+        QStringLiteral("300 \u212A and \u017Fun"),  // KELVIN SIGN, LONG S
+        QStringLiteral("\u0130stanbul / ISTANBUL"),
+        QStringLiteral("Stra\u00DFe STRASSE"),
+        QStringLiteral("emoji \U0001F600 ok \U00010400"),  // a capital outside the BMP
+        QStringLiteral("aaab"),
+        QString(),
+    };
+    const QString needles[] = {
+        QStringLiteral("review"), QStringLiteral("REVIEW"), QStringLiteral("300 k"), QStringLiteral("sun"),
+        QStringLiteral("istanbul"), QStringLiteral("strasse"), QStringLiteral("ok"), QStringLiteral("aab"),
+        QStringLiteral("\u00DF"), QStringLiteral("\U00010428"), QString(), QStringLiteral("budget review!"),
+    };
+    for (const QString& haystack : haystacks) {
+        MessageRecord m;
+        m.props.insert(PR_SUBJECT, haystack);
+        for (const QString& needle : needles) {
+            EXPECT_EQ(RestrictionEvaluator::Matches(Restriction::Content(PR_SUBJECT, needle), m),
+                      haystack.contains(needle, Qt::CaseInsensitive))
+                << haystack.toStdString() << " / " << needle.toStdString();
+        }
+    }
+}
+
+}  // namespace
+}  // namespace mv::mapi
