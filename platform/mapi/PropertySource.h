@@ -9,6 +9,7 @@
 #include <QHash>
 #include <QVariant>
 
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -23,7 +24,51 @@ public:
     virtual std::optional<QVariant> Get(PropTag tag) const = 0;
     // Rows of a sub-object table (PR_MESSAGE_RECIPIENTS); empty when none.
     virtual std::vector<PropertyMap> SubRows(PropTag subObject) const = 0;
+
+    // What the evaluator calls, once per term and message, so they avoid
+    // copies where a source can: Find points at the value the source holds
+    // (or at `scratch`, filled from Get), nullptr when the property is
+    // missing; AnySubRow hands each sub-object row to `test` as a source of
+    // its own, stopping at the first one that passes.
+    using RowTest = std::function<bool(const PropertySource& row)>;
+    virtual const QVariant* Find(PropTag tag, QVariant& scratch) const
+    {
+        std::optional<QVariant> v = Get(tag);
+        if (!v) return nullptr;
+        scratch = std::move(*v);
+        return &scratch;
+    }
+    virtual bool AnySubRow(PropTag subObject, const RowTest& test) const;
 };
+
+// One row of a sub-object table held as a PropertyMap.
+class PropertyMapSource final : public PropertySource {
+public:
+    explicit PropertyMapSource(const PropertyMap& row) : m_row(row) {}
+    std::optional<QVariant> Get(PropTag tag) const override
+    {
+        auto it = m_row.constFind(tag);
+        if (it == m_row.constEnd()) return std::nullopt;
+        return *it;
+    }
+    std::vector<PropertyMap> SubRows(PropTag) const override { return {}; }
+    const QVariant* Find(PropTag tag, QVariant&) const override
+    {
+        auto it = m_row.constFind(tag);
+        return it == m_row.constEnd() ? nullptr : &*it;
+    }
+    bool AnySubRow(PropTag, const RowTest&) const override { return false; }
+
+private:
+    const PropertyMap& m_row;
+};
+
+inline bool PropertySource::AnySubRow(PropTag subObject, const RowTest& test) const
+{
+    for (const PropertyMap& row : SubRows(subObject))
+        if (test(PropertyMapSource(row))) return true;
+    return false;
+}
 
 // A message's properties held in full: the memory store's records, the
 // Maildir index rows, the IMAP re-check's fetched envelopes.
@@ -38,6 +83,18 @@ struct MessageRecord final : PropertySource {
     }
     std::vector<PropertyMap> SubRows(PropTag subObject) const override {
         return subObject == PR_MESSAGE_RECIPIENTS ? recipients : std::vector<PropertyMap>{};
+    }
+    const QVariant* Find(PropTag tag, QVariant&) const override
+    {
+        auto it = props.constFind(tag);
+        return it == props.constEnd() ? nullptr : &*it;
+    }
+    bool AnySubRow(PropTag subObject, const RowTest& test) const override
+    {
+        if (subObject != PR_MESSAGE_RECIPIENTS) return false;
+        for (const PropertyMap& row : recipients)
+            if (test(PropertyMapSource(row))) return true;
+        return false;
     }
 };
 

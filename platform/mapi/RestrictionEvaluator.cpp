@@ -7,23 +7,6 @@
 namespace mv::mapi {
 namespace {
 
-// A recipient row seen as a message, so that the children of a
-// sub-restriction are evaluated by the same code as top-level nodes.
-class RowSource final : public PropertySource {
-public:
-    explicit RowSource(const PropertyMap& row) : m_row(row) {}
-    std::optional<QVariant> Get(PropTag tag) const override
-    {
-        auto it = m_row.constFind(tag);
-        if (it == m_row.constEnd()) return std::nullopt;
-        return *it;
-    }
-    std::vector<PropertyMap> SubRows(PropTag) const override { return {}; }
-
-private:
-    const PropertyMap& m_row;
-};
-
 bool IsIntegral(const QVariant& v)
 {
     switch (v.typeId()) {
@@ -55,22 +38,63 @@ QString WithoutMarks(const QString& text)
     return decomposed;
 }
 
+// A case-insensitive substring search for the common case of a term in
+// ASCII, folding each character as QString's own search does (simple case
+// folding, so U+212A KELVIN SIGN still finds "k") but without its per-call
+// set-up: rules search the same few fields of every message.
+bool IsAscii(QStringView text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
+}
+
+inline char32_t Folded(char16_t c)
+{
+    if (c < 0x80) return (c >= u'A' && c <= u'Z') ? char32_t(c + 32) : char32_t(c);
+    // Half of a surrogate pair never folds into ASCII.
+    if (QChar::isSurrogate(c)) return 0xFFFFFFFFu;
+    return QChar::toCaseFolded(char32_t(c));
+}
+
+bool ContainsAsciiIgnoringCase(QStringView haystack, QStringView asciiNeedle)
+{
+    const qsizetype n = asciiNeedle.size(), h = haystack.size();
+    if (n == 0) return true;
+    const char16_t* hay = reinterpret_cast<const char16_t*>(haystack.utf16());
+    const char16_t* needle = reinterpret_cast<const char16_t*>(asciiNeedle.utf16());
+    const char32_t first = Folded(needle[0]);
+    for (qsizetype i = 0; i + n <= h; ++i) {
+        if (Folded(hay[i]) != first) continue;
+        qsizetype j = 1;
+        while (j < n && Folded(hay[i + j]) == Folded(needle[j])) ++j;
+        if (j == n) return true;
+    }
+    return false;
+}
+
 bool MatchContent(const Restriction& r, const QVariant& prop)
 {
     if (!IsString(prop) || !IsString(r.value)) return false;
-    QString haystack = prop.toString();
-    QString needle = r.value.toString();
+    // Views, not copies: the strings are shared between threads, and a copy
+    // is an atomic reference count on a cache line both cores write.
+    const QString& propText = *static_cast<const QString*>(prop.constData());
+    const QString& valueText = *static_cast<const QString*>(r.value.constData());
+    QString strippedHaystack, strippedNeedle;
+    QStringView haystack = propText, needle = valueText;
     if (r.fuzzyLevel & FL_IGNORENONSPACE) {
-        haystack = WithoutMarks(haystack);
-        needle = WithoutMarks(needle);
+        strippedHaystack = WithoutMarks(propText);
+        strippedNeedle = WithoutMarks(valueText);
+        haystack = strippedHaystack;
+        needle = strippedNeedle;
     }
     // FL_LOOSE asks for the loosest match the store offers; here that is
     // ignoring case.
     const Qt::CaseSensitivity cs =
         (r.fuzzyLevel & (FL_IGNORECASE | FL_LOOSE)) ? Qt::CaseInsensitive : Qt::CaseSensitive;
     switch (r.fuzzyLevel & 0xFFFFu) {
-    case FL_FULLSTRING: return QString::compare(haystack, needle, cs) == 0;
-    case FL_SUBSTRING: return haystack.contains(needle, cs);
+    case FL_FULLSTRING: return haystack.compare(needle, cs) == 0;
+    case FL_SUBSTRING:
+        if (cs == Qt::CaseInsensitive && IsAscii(needle)) return ContainsAsciiIgnoringCase(haystack, needle);
+        return haystack.contains(needle, cs);
     case FL_PREFIX: return haystack.startsWith(needle, cs);
     default: return false;
     }
@@ -87,7 +111,8 @@ std::optional<int> Compare(const QVariant& prop, const QVariant& value)
 {
     if (IsIntegral(prop) && IsIntegral(value)) return ThreeWay(prop.toLongLong(), value.toLongLong());
     if (IsString(prop) && IsString(value)) {
-        const int c = QString::compare(prop.toString(), value.toString(), Qt::CaseInsensitive);
+        const int c = QString::compare(*static_cast<const QString*>(prop.constData()),
+                                       *static_cast<const QString*>(value.constData()), Qt::CaseInsensitive);
         return ThreeWay(c, 0);
     }
     if (prop.typeId() == QMetaType::QDateTime && value.typeId() == QMetaType::QDateTime) {
@@ -138,6 +163,17 @@ bool IsValidPropertyValue(const QVariant& v)
     return v.typeId() == QMetaType::QDateTime && v.toDateTime().isValid();
 }
 
+// The property by tag, or under the other string type; nullptr when the
+// message has neither.
+const QVariant* FindProp(const PropertySource& message, PropTag tag, QVariant& scratch)
+{
+    if (const QVariant* v = message.Find(tag, scratch)) return v;
+    const PropType type = PropTypeOf(tag);
+    if (type != PT_STRING8 && type != PT_UNICODE) return nullptr;
+    const PropTag other = (tag & 0xFFFF0000u) | (type == PT_STRING8 ? PT_UNICODE : PT_STRING8);
+    return message.Find(other, scratch);
+}
+
 }  // namespace
 
 std::optional<QVariant> RestrictionEvaluator::Lookup(const PropertySource& message, PropTag tag)
@@ -159,25 +195,27 @@ bool RestrictionEvaluator::Matches(const Restriction& r, const PropertySource& m
                            [&](const Restriction& c) { return Matches(c, message); });
     case RES_NOT:
         return r.children().size() == 1 && !Matches(r.children().front(), message);
-    case RES_EXIST:
-        return Lookup(message, r.propTag).has_value();
+    case RES_EXIST: {
+        QVariant scratch;
+        return FindProp(message, r.propTag, scratch) != nullptr;
+    }
     case RES_CONTENT: {
-        const auto prop = Lookup(message, r.propTag);
+        QVariant scratch;
+        const QVariant* prop = FindProp(message, r.propTag, scratch);
         return prop && MatchContent(r, *prop);
     }
     case RES_PROPERTY: {
-        const auto prop = Lookup(message, r.propTag);
+        QVariant scratch;
+        const QVariant* prop = FindProp(message, r.propTag, scratch);
         return prop && MatchProperty(r, *prop);
     }
     case RES_BITMASK: {
-        const auto prop = Lookup(message, r.propTag);
+        QVariant scratch;
+        const QVariant* prop = FindProp(message, r.propTag, scratch);
         return prop && MatchBitmask(r, *prop);
     }
-    case RES_SUBRESTRICTION: {
-        const std::vector<PropertyMap> rows = message.SubRows(r.propTag);
-        return std::any_of(rows.begin(), rows.end(),
-                           [&](const PropertyMap& row) { return AllMatch(r.children(), RowSource(row)); });
-    }
+    case RES_SUBRESTRICTION:
+        return message.AnySubRow(r.propTag, [&](const PropertySource& row) { return AllMatch(r.children(), row); });
     case RES_COMPAREPROPS:
     case RES_SIZE:
         return false;

@@ -116,7 +116,11 @@ protected:
         Put("", "cur/1750000001.d.host:2,RS", Mail("Re: Lunch", "Bob <bob@example.org>", "Alice <alice@example.com>"));
         Put("", "cur/1750000002.e.host:2,ST", Mail("Deleted one"));
         Put("", "tmp/1750000003.f.host", Mail("Being delivered"));
+        Put("", "cur/1750000004.g.host:2,S", Mail(kColdSubject));
     }
+
+public:
+    static inline const QString kColdSubject = QStringLiteral("K\u00e4ltetest 300 \u212a \u00c4RGER");
 };
 
 TEST_P(QueryTest, MatchesAndReadsBodiesOnlyWhenAsked)
@@ -125,10 +129,17 @@ TEST_P(QueryTest, MatchesAndReadsBodiesOnlyWhenAsked)
     const Restriction r = GetParam().restriction();
     EXPECT_EQ(Subjects(*store, kInbox, &r), GetParam().subjects) << r.ToString().toStdString();
     EXPECT_EQ(store->lastBodyReads(), GetParam().bodyReads);
+
+    // A new process finds the same answers in the index it left on disk.
+    store.reset();
+    store = Open();
+    EXPECT_EQ(Subjects(*store, kInbox, &r), GetParam().subjects) << "from the index: " << r.ToString().toStdString();
+    EXPECT_EQ(store->lastScan().parsed, 0);
 }
 
 const QueryCase kQueries[] = {
-    {"Everything", [] { return Restriction(RES_AND); }, {"Budget plan", "Budget review", "Lunch", "Re: Lunch"}, 0},
+    {"Everything", [] { return Restriction(RES_AND); },
+     {"Budget plan", "Budget review", QueryTest::kColdSubject, "Lunch", "Re: Lunch"}, 0},
     {"SubjectWord", [] { return Restriction::Content(PR_SUBJECT, "budget"); }, {"Budget plan", "Budget review"}, 0},
     {"SenderAddress", [] { return Restriction::Content(PR_SENT_REPRESENTING_EMAIL_ADDRESS, "corp.example"); },
      {"Budget review"}, 0},
@@ -143,7 +154,17 @@ const QueryCase kQueries[] = {
          return Restriction::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME,
                                       QDateTime::fromSecsSinceEpoch(1710000000, Qt::UTC));
      }, {"Budget plan", "Budget review"}, 0},
-    {"BodyTermReadsEveryBody", [] { return Restriction::Content(PR_BODY, "numbers"); }, {"Budget review", "Lunch"}, 4},
+    {"RecipientAddressAndTypeOnOneRow", [] {
+         return Restriction::Sub(PR_MESSAGE_RECIPIENTS, Restriction::And({Restriction::Content(PR_ADDRTYPE, "smtp"),
+                                                                           Restriction::Content(PR_EMAIL_ADDRESS, "eve@")}));
+     }, {"Budget plan"}, 0},
+    {"SizeOfTheFile", [] { return Restriction::Property(RELOP_GT, PR_MESSAGE_SIZE, 150); },
+     {"Budget plan", "Budget review", QueryTest::kColdSubject, "Lunch", "Re: Lunch"}, 0},
+    // Case folding of text outside ASCII, on either side of the search.
+    {"AsciiTermFindsKelvinSign", [] { return Restriction::Content(PR_SUBJECT, "300 K "); }, {QueryTest::kColdSubject}, 0},
+    {"NonAsciiTermIgnoresCase", [] { return Restriction::Content(PR_SUBJECT, "\u00e4rger"); }, {QueryTest::kColdSubject}, 0},
+    {"AsciiTermMissesLetterWithMark", [] { return Restriction::Content(PR_SUBJECT, "kalte"); }, {}, 0},
+    {"BodyTermReadsEveryBody", [] { return Restriction::Content(PR_BODY, "numbers"); }, {"Budget review", "Lunch"}, 5},
     {"BodyAfterSubjectReadsOnlyCandidates", [] {
          return Restriction::And({Restriction::Content(PR_SUBJECT, "budget"), Restriction::Content(PR_BODY, "NUMBERS")});
      }, {"Budget review"}, 2},

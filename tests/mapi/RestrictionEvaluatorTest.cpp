@@ -36,6 +36,18 @@ MessageRecord Sample()
     return m;
 }
 
+// A source that answers only through Get and SubRows, as a store's own
+// source may: the evaluator's copy-free paths must give the same answers.
+class CopyingSource final : public PropertySource {
+public:
+    explicit CopyingSource(MessageRecord record) : m_record(std::move(record)) {}
+    std::optional<QVariant> Get(PropTag tag) const override { return m_record.Get(tag); }
+    std::vector<PropertyMap> SubRows(PropTag subObject) const override { return m_record.SubRows(subObject); }
+
+private:
+    MessageRecord m_record;
+};
+
 using R = Restriction;
 constexpr std::uint32_t kCaseSensitive = FL_SUBSTRING;
 
@@ -132,6 +144,7 @@ TEST_P(EvaluatorCases, MatchesSample)
 {
     const Case& c = GetParam();
     EXPECT_EQ(RestrictionEvaluator::Matches(c.restriction, Sample()), c.expected) << c.restriction.ToString().toStdString();
+    EXPECT_EQ(RestrictionEvaluator::Matches(c.restriction, CopyingSource(Sample())), c.expected) << "through Get";
 }
 
 INSTANTIATE_TEST_SUITE_P(Semantics, EvaluatorCases, ::testing::ValuesIn(Cases()),
@@ -197,6 +210,41 @@ TEST_P(SupportCases, CheckSupported)
 
 INSTANTIATE_TEST_SUITE_P(Trees, SupportCases, ::testing::ValuesIn(SupportTable()),
                          [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace mv::mapi
+
+namespace mv::mapi {
+namespace {
+
+// The evaluator's own case-insensitive search must agree with QString's,
+// which the other matching paths (prefix, full string) still use.
+TEST(Evaluator, CaseInsensitiveSubstringAgreesWithQString)
+{
+    const QString haystacks[] = {
+        QStringLiteral("Budget Review"),
+        QStringLiteral("300 \u212A and \u017Fun"),  // KELVIN SIGN, LONG S
+        QStringLiteral("\u0130stanbul / ISTANBUL"),
+        QStringLiteral("Stra\u00DFe STRASSE"),
+        QStringLiteral("emoji \U0001F600 ok \U00010400"),  // a capital outside the BMP
+        QStringLiteral("aaab"),
+        QString(),
+    };
+    const QString needles[] = {
+        QStringLiteral("review"), QStringLiteral("REVIEW"), QStringLiteral("300 k"), QStringLiteral("sun"),
+        QStringLiteral("istanbul"), QStringLiteral("strasse"), QStringLiteral("ok"), QStringLiteral("aab"),
+        QStringLiteral("\u00DF"), QStringLiteral("\U00010428"), QString(), QStringLiteral("budget review!"),
+    };
+    for (const QString& haystack : haystacks) {
+        MessageRecord m;
+        m.props.insert(PR_SUBJECT, haystack);
+        for (const QString& needle : needles) {
+            EXPECT_EQ(RestrictionEvaluator::Matches(Restriction::Content(PR_SUBJECT, needle), m),
+                      haystack.contains(needle, Qt::CaseInsensitive))
+                << haystack.toStdString() << " / " << needle.toStdString();
+        }
+    }
+}
 
 }  // namespace
 }  // namespace mv::mapi

@@ -215,13 +215,12 @@ Status MaildirIndex::Rebuild()
     return s;
 }
 
-Result<std::vector<IndexedMessage>> MaildirIndex::Load(const QString& folder)
+Status MaildirIndex::Load(const QString& folder, const std::function<void(IndexedMessage&&)>& sink)
 {
     sqlite3_stmt* st = Prepared(SelectFolder);
     if (!st) return Error::permanent(QStringLiteral("The Maildir index is not open."));
     StmtGuard guard{st};
     BindText(st, 1, folder);
-    std::vector<IndexedMessage> rows;
     int rc;
     while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
         IndexedMessage m;
@@ -232,10 +231,10 @@ Result<std::vector<IndexedMessage>> MaildirIndex::Load(const QString& folder)
         const QByteArray blob = QByteArray::fromRawData(static_cast<const char*>(sqlite3_column_blob(st, 4)),
                                                         sqlite3_column_bytes(st, 4));
         m.header = HeaderProps::Deserialize(blob);  // null: parsed again by the scan
-        rows.push_back(std::move(m));
+        sink(std::move(m));
     }
     if (rc != SQLITE_DONE) return SqlError(QStringLiteral("read"), rc);
-    return rows;
+    return Status::success();
 }
 
 Result<std::pair<int, int>> MaildirIndex::Counts(const QString& folder)

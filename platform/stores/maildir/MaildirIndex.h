@@ -11,6 +11,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -28,6 +29,9 @@ struct HeaderProps {
     // of a kilobyte each, times every recipient of 100,000 messages.
     using Flat = std::vector<std::pair<mapi::PropTag, QVariant>>;
     std::vector<Flat> recipients;
+    // A recipient row without PR_ADDRTYPE has this one: the cache leaves
+    // out what every row would repeat.
+    static inline const QVariant kRecipientAddrType = QStringLiteral("SMTP");
 
     QByteArray Serialize() const;
     static std::shared_ptr<const HeaderProps> Deserialize(const QByteArray& blob);  // null when unreadable
@@ -60,7 +64,9 @@ public:
     const QString& file() const { return m_file; }
     int rebuilds() const { return m_rebuilds; }
 
-    Result<std::vector<IndexedMessage>> Load(const QString& folder);
+    // Hands the folder's rows to `sink` one at a time, so that the caller
+    // can compact each before the next is read.
+    Status Load(const QString& folder, const std::function<void(IndexedMessage&&)>& sink);
     // total and unread (no S in the info part, trashed ones left out).
     Result<std::pair<int, int>> Counts(const QString& folder);
 

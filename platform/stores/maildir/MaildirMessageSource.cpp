@@ -35,13 +35,69 @@ std::optional<QVariant> MaildirMessageSource::Get(mapi::PropTag tag) const
     default:
         break;
     }
+    if (const QVariant* held = Held(tag)) return *held;
+    return std::nullopt;
+}
+
+const QVariant* MaildirMessageSource::Held(mapi::PropTag tag) const
+{
     for (const auto& [t, value] : m_message.flagProps())
-        if (t == tag) return value;
+        if (t == tag) return &value;
     if (m_message.file.header) {
         for (const auto& [t, value] : m_message.file.header->props)
-            if (t == tag) return value;
+            if (t == tag) return &value;
     }
-    return std::nullopt;
+    return nullptr;
+}
+
+const QVariant* MaildirMessageSource::Find(mapi::PropTag tag, QVariant& scratch) const
+{
+    switch (tag) {
+    case mapi::PR_ENTRYID:
+    case mapi::PR_STORE_ENTRYID:
+    case mapi::PR_PARENT_ENTRYID:
+    case mapi::PR_MESSAGE_DELIVERY_TIME:
+    case mapi::PR_MESSAGE_SIZE:
+    case mapi::PR_BODY:
+        return PropertySource::Find(tag, scratch);
+    default:
+        return Held(tag);
+    }
+}
+
+namespace {
+
+// One recipient of the index's flat lists, seen by the evaluator as a row.
+class FlatRowSource final : public mapi::PropertySource {
+public:
+    explicit FlatRowSource(const HeaderProps::Flat& row) : m_row(row) {}
+    std::optional<QVariant> Get(mapi::PropTag tag) const override
+    {
+        QVariant unused;
+        const QVariant* v = Find(tag, unused);
+        return v ? std::optional<QVariant>(*v) : std::nullopt;
+    }
+    std::vector<mapi::PropertyMap> SubRows(mapi::PropTag) const override { return {}; }
+    const QVariant* Find(mapi::PropTag tag, QVariant&) const override
+    {
+        for (const auto& [t, value] : m_row)
+            if (t == tag) return &value;
+        return tag == mapi::PR_ADDRTYPE ? &HeaderProps::kRecipientAddrType : nullptr;
+    }
+    bool AnySubRow(mapi::PropTag, const RowTest&) const override { return false; }
+
+private:
+    const HeaderProps::Flat& m_row;
+};
+
+}  // namespace
+
+bool MaildirMessageSource::AnySubRow(mapi::PropTag subObject, const RowTest& test) const
+{
+    if (subObject != mapi::PR_MESSAGE_RECIPIENTS || !m_message.file.header) return false;
+    for (const HeaderProps::Flat& row : m_message.file.header->recipients)
+        if (test(FlatRowSource(row))) return true;
+    return false;
 }
 
 std::vector<mapi::PropertyMap> MaildirMessageSource::SubRows(mapi::PropTag subObject) const
@@ -52,6 +108,7 @@ std::vector<mapi::PropertyMap> MaildirMessageSource::SubRows(mapi::PropTag subOb
     for (const HeaderProps::Flat& flat : m_message.file.header->recipients) {
         mapi::PropertyMap& row = rows.emplace_back();
         row.reserve(qsizetype(flat.size()));
+        row.insert(mapi::PR_ADDRTYPE, HeaderProps::kRecipientAddrType);
         for (const auto& [tag, value] : flat) row.insert(tag, value);
     }
     return rows;

@@ -24,10 +24,15 @@ public:
 
     std::optional<QVariant> Get(mapi::PropTag tag) const override;
     std::vector<mapi::PropertyMap> SubRows(mapi::PropTag subObject) const override;
+    const QVariant* Find(mapi::PropTag tag, QVariant& scratch) const override;
+    bool AnySubRow(mapi::PropTag subObject, const RowTest& test) const override;
 
     QString FilePath() const;
 
 private:
+    // A property the index or the file name holds, without a copy.
+    const QVariant* Held(mapi::PropTag tag) const;
+
     const CachedMessage& m_message;
     const MaildirFolderState& m_folder;
     const QByteArray& m_storeId;
