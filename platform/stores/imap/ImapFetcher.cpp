@@ -10,10 +10,6 @@ namespace mv::stores {
 
 namespace {
 
-// What MimeProperties needs from the header, and no more.
-constexpr const char* kHeaderFields =
-    "From To Cc Bcc Subject Importance X-Priority Delivered-To X-Original-To Content-Type Message-ID";
-
 QByteArray Param(const mailimap_body_fld_param* params, const char* name)
 {
     if (!params || !params->pa_list) return {};
@@ -77,10 +73,14 @@ void ReadFlags(const mailimap_msg_att_dynamic* dyn, mapi::MessageFlags& flags)
 
 }  // namespace
 
-QByteArray ImapFetcher::HeaderFetch(const QByteArray& uidSet)
+QByteArray ImapFetcher::HeaderFetch(const QByteArray& uidSet, const QByteArray& fields)
 {
-    return "UID FETCH " + uidSet + " (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (" + kHeaderFields +
-           ")] BODYSTRUCTURE)";
+    return "UID FETCH " + uidSet + " (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (" + fields + ")])";
+}
+
+QByteArray ImapFetcher::StructureFetch(const QByteArray& uidSet)
+{
+    return "UID FETCH " + uidSet + " (UID BODYSTRUCTURE)";
 }
 
 QByteArray ImapFetcher::ContentFetch(const QByteArray& uidSet, const QByteArray& part)

@@ -27,8 +27,10 @@ struct FetchedMessage {
 
 class ImapFetcher {
 public:
-    // "UID FETCH <set> (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (...)] BODYSTRUCTURE)".
-    static QByteArray HeaderFetch(const QByteArray& uidSet);
+    // "UID FETCH <set> (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (<fields>)])".
+    static QByteArray HeaderFetch(const QByteArray& uidSet, const QByteArray& fields);
+    // "UID FETCH <set> (UID BODYSTRUCTURE)".
+    static QByteArray StructureFetch(const QByteArray& uidSet);
     // The whole message, or one part ("2.1") with its MIME header.
     static QByteArray ContentFetch(const QByteArray& uidSet, const QByteArray& part = {});
     // "1:3,7" for {1,2,3,7}; sorted and de-duplicated.

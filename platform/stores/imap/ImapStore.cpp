@@ -1,5 +1,6 @@
 #include "ImapStore.h"
 
+#include "FetchNeeds.h"
 #include "ImapConnection.h"
 #include "ImapFetcher.h"
 #include "ImapIdleWatcher.h"
@@ -397,12 +398,11 @@ Result<QByteArray> ImapStore::CreateFolder(const QByteArray& parentId, const QSt
     return ImapIds::FolderId(mailbox, *uv);
 }
 
-Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids)
+std::vector<QByteArray> ImapStore::UidBatches(const std::vector<quint32>& uids)
 {
-    std::vector<FetchedMessage> out;
-    out.reserve(uids.size());
     // Runs of consecutive UIDs cost one "a:b" each, so a dense answer goes
     // in few commands and a sparse one in more.
+    std::vector<QByteArray> out;
     for (size_t at = 0; at < uids.size();) {
         size_t end = at;
         qsizetype chars = 0;
@@ -414,10 +414,41 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
             if (run > end) chars += QByteArray::number(uids[run]).size() + 1;
             end = run + 1;
         }
-        const std::vector<quint32> batch(uids.begin() + at, uids.begin() + end);
+        out.push_back(ImapFetcher::UidSet(std::vector<quint32>(uids.begin() + at, uids.begin() + end)));
         at = end;
-        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(ImapFetcher::UidSet(batch))); !s) return s.error();
+    }
+    return out;
+}
+
+Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
+                                                            const FetchNeeds& needs)
+{
+    std::vector<FetchedMessage> out;
+    out.reserve(uids.size());
+    const QByteArray fields = needs.FieldList();
+    for (const QByteArray& set : UidBatches(uids)) {
+        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
         for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
+    }
+    if (!needs.structure()) return out;
+    // The structure only of messages whose Content-Type leaves the class
+    // open: most mail is told from that field, and parsing a structure
+    // costs more than the field.
+    QHash<quint32, size_t> open;
+    std::vector<quint32> openUids;
+    for (size_t i = 0; i < out.size(); ++i)
+        if (!out[i].flags.deleted && FetchNeeds::MayHoldCalendar(out[i].header)) {
+            open.insert(out[i].uid, i);
+            openUids.push_back(out[i].uid);
+        }
+    for (const QByteArray& set : UidBatches(openUids)) {
+        if (Status s = conn.Custom(ImapFetcher::StructureFetch(set)); !s) return s.error();
+        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
+            const auto at = open.constFind(m.uid);
+            if (at == open.constEnd()) continue;
+            out[*at].messageClass = m.messageClass;
+            out[*at].calendarPart = m.calendarPart;
+        }
     }
     // A calendar part that names no method in its parameters: read its text.
     for (FetchedMessage& m : out) {
@@ -453,7 +484,10 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     if (Status s = conn.Custom(SearchWriter::Command(keys)); !s) return s.error();
     std::vector<quint32> uids = conn.SearchResult();
     std::sort(uids.begin(), uids.end());
-    auto fetched = FetchHeaders(conn, uids);
+    // What is fetched follows what is read: the columns, and the
+    // restriction's properties only when the search answer is re-checked.
+    const FetchNeeds needs = FetchNeeds::For(restriction && !keys.exact ? restriction : nullptr, columns);
+    auto fetched = FetchHeaders(conn, uids, needs);
     if (!fetched) return fetched.error();
 
     std::vector<Row> rows;
