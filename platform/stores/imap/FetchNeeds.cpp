@@ -17,7 +17,16 @@ FetchNeeds FetchNeeds::All()
     FetchNeeds needs;
     needs.AddFields(kAllFields);
     needs.m_structure = true;
+    needs.m_attachmentBit = true;
     return needs;
+}
+
+bool FetchNeeds::light() const
+{
+    if (m_attachmentBit) return false;
+    for (const QByteArray& field : m_fields)
+        if (field != "Subject" && field != "Message-ID" && field != "Content-Type") return false;
+    return true;
 }
 
 FetchNeeds FetchNeeds::For(const Restriction* restriction, const std::vector<PropTag>& columns)
@@ -69,6 +78,7 @@ void FetchNeeds::Add(PropTag tag)
         return;
     case PropIdOf(PR_MESSAGE_FLAGS):  // read bit from the flags, attachment bit from the type
         AddFields({"Content-Type"});
+        m_attachmentBit = true;
         return;
     case PropIdOf(PR_MESSAGE_CLASS):
         AddFields({"Content-Type"});
@@ -88,6 +98,7 @@ void FetchNeeds::Add(PropTag tag)
     default:
         AddFields(kAllFields);
         m_structure = true;
+        m_attachmentBit = true;
     }
 }
 

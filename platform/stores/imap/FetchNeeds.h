@@ -33,6 +33,9 @@ public:
     // The message class is asked for: the Content-Type field is fetched,
     // and the structure of a multipart message that may hold a calendar.
     bool structure() const { return m_structure; }
+    // Only Subject, Message-ID and the class are read of the header: the
+    // record can be made from those fields without parsing a message.
+    bool light() const;
 
     // Whether the class of a message needs its structure, from its fetched
     // header block: a multipart message may hide a calendar part, a
@@ -47,6 +50,7 @@ private:
 
     QByteArrayList m_fields;
     bool m_structure = false;
+    bool m_attachmentBit = false;  // PR_MESSAGE_FLAGS: told by the MIME parser
 };
 
 }  // namespace mv::stores

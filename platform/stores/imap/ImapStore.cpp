@@ -460,11 +460,26 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
     return out;
 }
 
-MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder) const
+MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const
 {
-    ParseOptions options;
-    options.ownAddress = OwnAddress();
-    MessageRecord record = MimeProperties::FromBytes(m.header, options);
+    MessageRecord record;
+    // A report's class is read from its Content-Type parameters by the
+    // MIME parser; everything else the light way needs is in two fields.
+    const bool report = m.messageClass.isEmpty() &&
+                        ImapFetcher::HeaderField(m.header, "Content-Type").toLower().contains("multipart/report");
+    if (light && !report) {
+        record.props[PR_SUBJECT] = MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(m.header, "Subject"));
+        if (const QString id = MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(m.header, "Message-ID"));
+            !id.isEmpty())
+            record.props[PR_INTERNET_MESSAGE_ID] = id;
+        record.props[PR_IMPORTANCE] = IMPORTANCE_NORMAL;
+        record.props[PR_MESSAGE_CLASS] = QStringLiteral("IPM.Note");
+        record.props[PR_MESSAGE_FLAGS] = 0;
+    } else {
+        ParseOptions options;
+        options.ownAddress = OwnAddress();
+        record = MimeProperties::FromBytes(m.header, options);
+    }
     FlagMapping::ApplyFlags(m.flags, record.props);
     if (m.internalDate.isValid()) record.props[PR_MESSAGE_DELIVERY_TIME] = m.internalDate;
     record.props[PR_MESSAGE_SIZE] = static_cast<int>(m.size);
@@ -515,7 +530,7 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     for (size_t index = 0; index < fetched->size(); ++index) {
         const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
-        const MessageRecord record = BuildRecord(m, folder);
+        const MessageRecord record = BuildRecord(m, folder, needs.light());
         m_queried.insert(
             m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
         const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {

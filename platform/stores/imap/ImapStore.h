@@ -96,7 +96,8 @@ private:
     static std::vector<QByteArray> UidBatches(const std::vector<quint32>& uids);
     Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
                                                      const FetchNeeds& needs);
-    mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder) const;
+    // `light`: only Subject, Message-ID and the class are read (FetchNeeds::light).
+    mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const;
     Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                            const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
     Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
