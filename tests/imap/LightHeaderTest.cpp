@@ -25,7 +25,9 @@ const HeaderCase kHeaders[] = {
     {"QWord", "Subject: =?UTF-8?Q?Caf=C3=A9_meeting?=\r\n\r\n"},
     {"PaddedBWordsSideBySide", "Subject: =?UTF-8?B?R3LDvA==?= =?UTF-8?B?w59l?= draft\r\n\r\n"},
     {"BrokenWordStays", "Subject: =?UTF-8?B?***?= left\r\n\r\n"},
-    {"Latin1Bytes", "Subject: Gr\xfc\xdf" "e aus K\xf6ln\r\n\r\n"},
+    {"Latin1Bytes",
+     "Subject: Gr\xfc\xdf"
+     "e aus K\xf6ln\r\n\r\n"},
     {"Utf8Bytes", "Subject: \xe4\xbc\x9a\xe8\xad\xb0 \xe4\xba\x88\xe5\xae\x9a\r\n\r\n"},
     {"DuplicateFirstWins", "Subject: first\r\nSubject: second\r\n\r\n"},
     {"LowerCaseNames", "subject: lower case\r\nmessage-id: <a5@example.com>\r\n\r\n"},
