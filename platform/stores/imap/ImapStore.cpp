@@ -80,10 +80,20 @@ struct SetDeleter {
 };
 using SetPtr = std::unique_ptr<mailimap_set, SetDeleter>;
 
-SetPtr MakeSet(const std::vector<quint32>& uids)
+// Runs of consecutive UIDs go as one "a:b": a rule's matches are often
+// dense, and the command line stays short however many move.
+SetPtr MakeSet(std::vector<quint32> uids)
 {
+    std::sort(uids.begin(), uids.end());
+    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
     SetPtr set(mailimap_set_new_empty());
-    for (quint32 u : uids) mailimap_set_add_single(set.get(), u);
+    for (size_t i = 0; i < uids.size();) {
+        size_t j = i;
+        while (j + 1 < uids.size() && uids[j + 1] == uids[j] + 1) ++j;
+        if (j == i) mailimap_set_add_single(set.get(), uids[i]);
+        else mailimap_set_add_interval(set.get(), uids[i], uids[j]);
+        i = j + 1;
+    }
     return set;
 }
 
