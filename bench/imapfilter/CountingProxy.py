@@ -6,26 +6,42 @@ Every tagged client line ("a001 UID SEARCH ...") counts as one command; the
 running totals by command name are rewritten to COUNT_FILE after each line;
 removing COUNT_FILE starts the totals afresh.
 Literals a client sends ({n}) are passed through without being counted.
+COUNT_FILE.seconds gets the time by command name from the command to its
+tagged answer (the server's work plus the transfer; both clients send one
+command at a time).
 """
-import collections, json, os, re, socket, sys, threading
+import collections, json, os, re, socket, sys, threading, time
 
 listen_port, server_port, count_file = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]
 counts = collections.Counter()
+seconds = collections.Counter()
 lock = threading.Lock()
 command = re.compile(rb"^[^ \r\n]+ (UID )?([A-Za-z]+)")
 literal = re.compile(rb"\{(\d+)\+?\}\r?\n$")
 
 
-def pump(src, dst, count):
+def pump(src, dst, count, pending):
     buf = b""
+    tail = b""
     skip = 0
     try:
         while True:
             data = src.recv(65536)
             if not data:
                 break
-            dst.sendall(data)
             if not count:
+                dst.sendall(data)
+                # The answer to the pending command ends with its tagged line.
+                if pending:
+                    seen = tail + data
+                    tag, name, start = pending[0]
+                    if (b"\n" + tag + b" ") in seen:
+                        with lock:
+                            seconds[name] += time.monotonic() - start
+                            with open(count_file + ".seconds", "w") as f:
+                                json.dump({k: round(v, 3) for k, v in seconds.items()}, f)
+                        pending.clear()
+                    tail = seen[-64:]
                 continue
             buf += data
             while True:
@@ -44,12 +60,17 @@ def pump(src, dst, count):
                     with lock:
                         if not os.path.exists(count_file):
                             counts.clear()  # the script removed it: a new measurement
+                            seconds.clear()
                         counts[name] += 1
+                    pending[:] = [(line.split(b" ", 1)[0], name, time.monotonic())]
+                    with lock:
                         with open(count_file, "w") as f:
                             json.dump(counts, f)
                 lm = literal.search(line)
                 if lm:
                     skip = int(lm.group(1))
+            # Sent once read, so the clock runs before the server can answer.
+            dst.sendall(data)
     except OSError:
         pass
     finally:
@@ -67,5 +88,6 @@ server.listen(16)
 while True:
     client, _ = server.accept()
     upstream = socket.create_connection(("127.0.0.1", server_port))
-    threading.Thread(target=pump, args=(client, upstream, True), daemon=True).start()
-    threading.Thread(target=pump, args=(upstream, client, False), daemon=True).start()
+    pending = []  # [(tag, name, sent at)] of the command awaiting its answer
+    threading.Thread(target=pump, args=(client, upstream, True, pending), daemon=True).start()
+    threading.Thread(target=pump, args=(upstream, client, False, pending), daemon=True).start()

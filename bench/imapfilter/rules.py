@@ -5,7 +5,7 @@ usage: rules.py lua PORT > config.lua
        rules.py xml FOLDERS_OUTPUT SAMPLE_XML > rules.xml
 FOLDERS_OUTPUT is what `mailvane folders` printed (identifiers by path).
 """
-import re, sys
+import datetime, re, sys
 from xml.sax.saxutils import quoteattr
 
 # (destination, kind, value): every kind is one criterion both programs have.
@@ -35,12 +35,19 @@ RULES = [
 LUA = {
     "from": "inbox:contain_from({v})",
     "subject": "inbox:contain_subject({v})",
-    "to": "inbox:contain_to({v})",
+    # Mailvane's recipient criterion looks at every recipient: To, Cc, Bcc.
+    "to": "(inbox:contain_to({v}) + inbox:contain_cc({v}) + inbox:contain_bcc({v}))",
     "flagged": "inbox:is_flagged()",
     "answered": "inbox:is_answered()",
     "unseen-subject": "(inbox:is_unseen() * inbox:contain_subject({v}))",
-    "seen-older-year": "(inbox:is_seen() * inbox:is_older(365))",
+    # Mailvane's "older than a year" with its default calendar alignment:
+    # arrived before the first of January of last year.
+    "seen-older-year": "(inbox:is_seen() * inbox:arrived_before('{year_start}'))",
 }
+
+
+def year_start():
+    return "01-Jan-%d" % (datetime.date.today().year - 1)
 
 # Rules columns: Mailvane's codes for the same criteria.
 XML = {
@@ -63,7 +70,7 @@ def lua(port):
         "local inbox = account.INBOX",
     ]
     for dst, kind, value in RULES:
-        expr = LUA[kind].format(v="'%s'" % value)
+        expr = LUA[kind].format(v="'%s'" % value, year_start=year_start())
         out.append("%s:move_messages(account['%s']);" % (expr, dst))
     return "\n".join(out) + "\n"
 

@@ -99,30 +99,32 @@ start_dovecot
 "${mv_cmd[@]}" folders > "$work/folders.txt"
 python3 $here/rules.py xml "$work/folders.txt" resources/rules/sample-rules.xml > "$work/rules.xml"
 "${mv_cmd[@]}" import "$work/rules.xml" 2>/dev/null
-rm -f "$work/counts.json"
+rm -f "$work/counts.json" "$work/counts.json.seconds"
 /usr/bin/time -v -o "$work/mailvane.time" "${mv_cmd[@]}" run > "$work/mailvane.out" 2>&1 || true
-mv_moved=$(moved); cp "$work/counts.json" "$work/mailvane.counts"
+mv_moved=$(moved); cp "$work/counts.json" "$work/mailvane.counts"; cp "$work/counts.json.seconds" "$work/mailvane.seconds"
 stop_dovecot
 
 # imapfilter
 python3 $here/rules.py lua "$proxy_port" > "$work/config.lua"
 start_dovecot
-rm -f "$work/counts.json"
+rm -f "$work/counts.json" "$work/counts.json.seconds"
 HOME=$work/ifhome; mkdir -p "$HOME/.imapfilter"
 /usr/bin/time -v -o "$work/imapfilter.time" imapfilter -c "$work/config.lua" > "$work/imapfilter.out" 2>&1 || true
-if_moved=$(moved); cp "$work/counts.json" "$work/imapfilter.counts"
+if_moved=$(moved); cp "$work/counts.json" "$work/imapfilter.counts"; cp "$work/counts.json.seconds" "$work/imapfilter.seconds"
 stop_dovecot
 
 report() {
   local name=$1 movedn=$2
-  local wall rss cmds
+  local wall cpu rss cmds
   wall=$(grep 'Elapsed (wall' "$work/$name.time" | awk '{print $NF}')
+  cpu=$(awk -F': ' '/User time|System time/ {s += $2} END {printf "%.2f s", s}' "$work/$name.time")
   rss=$(grep 'Maximum resident' "$work/$name.time" | awk '{print $NF}')
   cmds=$(python3 -c "import json,sys; c=json.load(open(sys.argv[1])); print(sum(c.values()), dict(sorted(c.items())))" "$work/$name.counts")
-  echo "| $name | $wall | $((rss / 1024)) MB | $movedn | $cmds |"
+  echo "| $name | $wall | $cpu | $((rss / 1024)) MB | $movedn | $cmds |"
 }
-echo "| Program | Wall time | Peak RSS | Messages moved | IMAP commands (by name) |"
-echo "|---|---|---|---|---|"
+echo "| Program | Wall time | CPU (user + sys) | Peak RSS | Messages moved | IMAP commands (by name) |"
+echo "|---|---|---|---|---|---|"
 report mailvane "$mv_moved"
 report imapfilter "$if_moved"
+for name in mailvane imapfilter; do echo "$name, seconds from command to answer: $(cat "$work/$name.seconds")"; done
 echo "(work folder: $work)"

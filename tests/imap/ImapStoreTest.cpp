@@ -6,6 +6,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QMap>
 
 using namespace mv;
 using namespace mv::mapi;
@@ -167,6 +168,31 @@ TEST_F(ImapQueryTest, ColumnsCarryIdentifiersAndProperties)
     ASSERT_TRUE(item.ok()) << item.error().message.toStdString();
     EXPECT_EQ(item->Get(PR_SUBJECT)->toString(), kNdr);
     EXPECT_TRUE(item->Get(PR_BODY)->toString().contains(S("Could not deliver")));
+}
+
+// The engine's columns under a search the server answers exactly: the
+// class still comes out right for reports (from the Content-Type field) and
+// for a calendar inside multipart/alternative (from the structure and the
+// calendar's text), at a fixed number of commands.
+TEST_F(ImapQueryTest, EngineColumnsOfAnExactSearchKeepTheClass)
+{
+    const Restriction read = Restriction::Bitmask(BMR_NEZ, PR_MESSAGE_FLAGS, MSGFLAG_READ);
+    const std::vector<PropTag> columns = {PR_ENTRYID, PR_STORE_ENTRYID, PR_MESSAGE_CLASS, PR_SUBJECT,
+                                          PR_MESSAGE_DELIVERY_TIME};
+    ASSERT_TRUE(store->Query(inbox, &read, columns).ok());
+    const int before = store->CommandsSent();
+    auto rows = store->Query(inbox, &read, columns);
+    ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    QMap<QString, QString> classes;
+    for (const Row& row : *rows) classes.insert(row[3].toString(), row[2].toString());
+    const QMap<QString, QString> expected = {{kBudget, S("IPM.Note")},
+                                             {kReview, S("IPM.Note")},
+                                             {kNdr, S("REPORT.IPM.Note.NDR")},
+                                             {kInvite, S("IPM.Schedule.Meeting.Canceled")}};
+    EXPECT_EQ(classes, expected);
+    // UID SEARCH, the header FETCH, the structure of the one multipart
+    // message, its calendar part.
+    EXPECT_EQ(store->CommandsSent() - before, 4);
 }
 
 class ImapFolderTest : public DovecotStoreTest {};

@@ -519,4 +519,14 @@ Result<QString> MimeProperties::BodyFromFile(const QString& path)
     return record->props.value(PR_BODY).toString();
 }
 
+QString MimeProperties::DecodeHeaderValue(const QByteArray& rawValue)
+{
+    EnsureGMimeInitialised();
+    // Read-only once made, so one serves every call and thread.
+    static GMimeParserOptions* const options = MakeParserOptions().release();
+    GCharPtr unfolded(g_mime_utils_header_unfold(Base64WordsAsQ(rawValue).constData()));
+    GCharPtr decoded(g_mime_utils_header_decode_text(options, unfolded.get()));
+    return FromUtf8(decoded.get()).trimmed();
+}
+
 }  // namespace mv::stores

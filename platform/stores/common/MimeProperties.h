@@ -48,6 +48,10 @@ public:
     static Result<mapi::MessageRecord> FromFile(const QString& path, const ParseOptions& options = {});
     // The text body alone (text/plain, else HTML reduced to text).
     static Result<QString> BodyFromFile(const QString& path);
+    // One header field's raw value (after the colon, folding kept) as the
+    // records read it: encoded words decoded, unfolded, trimmed. For a
+    // caller that has the few fields it needs and no use for the rest.
+    static QString DecodeHeaderValue(const QByteArray& rawValue);
 };
 
 // Call once before any GMime use (idempotent, thread-safe).

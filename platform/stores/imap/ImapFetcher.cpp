@@ -10,10 +10,6 @@ namespace mv::stores {
 
 namespace {
 
-// What MimeProperties needs from the header, and no more.
-constexpr const char* kHeaderFields =
-    "From To Cc Bcc Subject Importance X-Priority Delivered-To X-Original-To Content-Type Message-ID";
-
 QByteArray Param(const mailimap_body_fld_param* params, const char* name)
 {
     if (!params || !params->pa_list) return {};
@@ -77,10 +73,14 @@ void ReadFlags(const mailimap_msg_att_dynamic* dyn, mapi::MessageFlags& flags)
 
 }  // namespace
 
-QByteArray ImapFetcher::HeaderFetch(const QByteArray& uidSet)
+QByteArray ImapFetcher::HeaderFetch(const QByteArray& uidSet, const QByteArray& fields)
 {
-    return "UID FETCH " + uidSet + " (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (" + kHeaderFields +
-           ")] BODYSTRUCTURE)";
+    return "UID FETCH " + uidSet + " (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (" + fields + ")])";
+}
+
+QByteArray ImapFetcher::StructureFetch(const QByteArray& uidSet)
+{
+    return "UID FETCH " + uidSet + " (UID BODYSTRUCTURE)";
 }
 
 QByteArray ImapFetcher::ContentFetch(const QByteArray& uidSet, const QByteArray& part)
@@ -112,6 +112,30 @@ QDateTime ImapFetcher::ToUtc(int day, int month, int year, int hour, int min, in
     const int offset = sign * ((std::abs(zone) / 100) * 3600 + (std::abs(zone) % 100) * 60);
     QDateTime t(QDate(year, month, day), QTime(hour, min, sec), Qt::UTC);
     return t.addSecs(-offset);
+}
+
+QByteArray ImapFetcher::HeaderField(const QByteArray& block, const char* name)
+{
+    const qsizetype nameLength = qstrlen(name);
+    for (qsizetype at = 0; at < block.size();) {
+        qsizetype end = block.indexOf('\n', at);
+        if (end < 0) end = block.size();
+        if (end - at > nameLength && block.at(at + nameLength) == ':' &&
+            qstrnicmp(block.constData() + at, name, nameLength) == 0) {
+            // The field goes on over lines that start with white space.
+            QByteArray value = block.mid(at + nameLength + 1, end - at - nameLength - 1);
+            while (end + 1 < block.size() && (block.at(end + 1) == ' ' || block.at(end + 1) == '\t')) {
+                const qsizetype next = block.indexOf('\n', end + 1);
+                const qsizetype stop = next < 0 ? block.size() : next;
+                value += '\n' + block.mid(end + 1, stop - end - 1);
+                end = stop;
+            }
+            value.replace("\r", "");
+            return value;
+        }
+        at = end + 1;
+    }
+    return {};
 }
 
 QString ImapFetcher::ClassFromCalendar(const QByteArray& calendarText)

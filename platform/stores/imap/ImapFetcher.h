@@ -27,8 +27,10 @@ struct FetchedMessage {
 
 class ImapFetcher {
 public:
-    // "UID FETCH <set> (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (...)] BODYSTRUCTURE)".
-    static QByteArray HeaderFetch(const QByteArray& uidSet);
+    // "UID FETCH <set> (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS (<fields>)])".
+    static QByteArray HeaderFetch(const QByteArray& uidSet, const QByteArray& fields);
+    // "UID FETCH <set> (UID BODYSTRUCTURE)".
+    static QByteArray StructureFetch(const QByteArray& uidSet);
     // The whole message, or one part ("2.1") with its MIME header.
     static QByteArray ContentFetch(const QByteArray& uidSet, const QByteArray& part = {});
     // "1:3,7" for {1,2,3,7}; sorted and de-duplicated.
@@ -38,6 +40,9 @@ public:
     // Message class from BODYSTRUCTURE: reports and calendar messages.
     static QString ClassFromStructure(const mailimap_body* body, QByteArray* calendarPart);
     static QString ClassFromCalendar(const QByteArray& calendarText);
+    // The raw value of the first `name` field of a header block, folding
+    // kept with "\n" line ends; null when there is no such field.
+    static QByteArray HeaderField(const QByteArray& block, const char* name);
     static QDateTime ToUtc(int day, int month, int year, int hour, int min, int sec, int zone);
 };
 

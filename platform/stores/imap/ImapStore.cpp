@@ -1,5 +1,6 @@
 #include "ImapStore.h"
 
+#include "FetchNeeds.h"
 #include "ImapConnection.h"
 #include "ImapFetcher.h"
 #include "ImapIdleWatcher.h"
@@ -79,10 +80,20 @@ struct SetDeleter {
 };
 using SetPtr = std::unique_ptr<mailimap_set, SetDeleter>;
 
-SetPtr MakeSet(const std::vector<quint32>& uids)
+// Runs of consecutive UIDs go as one "a:b": a rule's matches are often
+// dense, and the command line stays short however many move.
+SetPtr MakeSet(std::vector<quint32> uids)
 {
+    std::sort(uids.begin(), uids.end());
+    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
     SetPtr set(mailimap_set_new_empty());
-    for (quint32 u : uids) mailimap_set_add_single(set.get(), u);
+    for (size_t i = 0; i < uids.size();) {
+        size_t j = i;
+        while (j + 1 < uids.size() && uids[j + 1] == uids[j] + 1) ++j;
+        if (j == i) mailimap_set_add_single(set.get(), uids[i]);
+        else mailimap_set_add_interval(set.get(), uids[i], uids[j]);
+        i = j + 1;
+    }
     return set;
 }
 
@@ -397,12 +408,11 @@ Result<QByteArray> ImapStore::CreateFolder(const QByteArray& parentId, const QSt
     return ImapIds::FolderId(mailbox, *uv);
 }
 
-Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids)
+std::vector<QByteArray> ImapStore::UidBatches(const std::vector<quint32>& uids)
 {
-    std::vector<FetchedMessage> out;
-    out.reserve(uids.size());
     // Runs of consecutive UIDs cost one "a:b" each, so a dense answer goes
     // in few commands and a sparse one in more.
+    std::vector<QByteArray> out;
     for (size_t at = 0; at < uids.size();) {
         size_t end = at;
         qsizetype chars = 0;
@@ -414,10 +424,41 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
             if (run > end) chars += QByteArray::number(uids[run]).size() + 1;
             end = run + 1;
         }
-        const std::vector<quint32> batch(uids.begin() + at, uids.begin() + end);
+        out.push_back(ImapFetcher::UidSet(std::vector<quint32>(uids.begin() + at, uids.begin() + end)));
         at = end;
-        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(ImapFetcher::UidSet(batch))); !s) return s.error();
+    }
+    return out;
+}
+
+Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
+                                                            const FetchNeeds& needs)
+{
+    std::vector<FetchedMessage> out;
+    out.reserve(uids.size());
+    const QByteArray fields = needs.FieldList();
+    for (const QByteArray& set : UidBatches(uids)) {
+        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
         for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
+    }
+    if (!needs.structure()) return out;
+    // The structure only of messages whose Content-Type leaves the class
+    // open: most mail is told from that field, and parsing a structure
+    // costs more than the field.
+    QHash<quint32, size_t> open;
+    std::vector<quint32> openUids;
+    for (size_t i = 0; i < out.size(); ++i)
+        if (!out[i].flags.deleted && FetchNeeds::MayHoldCalendar(out[i].header)) {
+            open.insert(out[i].uid, i);
+            openUids.push_back(out[i].uid);
+        }
+    for (const QByteArray& set : UidBatches(openUids)) {
+        if (Status s = conn.Custom(ImapFetcher::StructureFetch(set)); !s) return s.error();
+        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
+            const auto at = open.constFind(m.uid);
+            if (at == open.constEnd()) continue;
+            out[*at].messageClass = m.messageClass;
+            out[*at].calendarPart = m.calendarPart;
+        }
     }
     // A calendar part that names no method in its parameters: read its text.
     for (FetchedMessage& m : out) {
@@ -429,11 +470,26 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
     return out;
 }
 
-MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder) const
+MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const
 {
-    ParseOptions options;
-    options.ownAddress = OwnAddress();
-    MessageRecord record = MimeProperties::FromBytes(m.header, options);
+    MessageRecord record;
+    // A report's class is read from its Content-Type parameters by the
+    // MIME parser; everything else the light way needs is in two fields.
+    const bool report = m.messageClass.isEmpty() &&
+                        ImapFetcher::HeaderField(m.header, "Content-Type").toLower().contains("multipart/report");
+    if (light && !report) {
+        record.props[PR_SUBJECT] = MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(m.header, "Subject"));
+        if (const QString id = MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(m.header, "Message-ID"));
+            !id.isEmpty())
+            record.props[PR_INTERNET_MESSAGE_ID] = id;
+        record.props[PR_IMPORTANCE] = IMPORTANCE_NORMAL;
+        record.props[PR_MESSAGE_CLASS] = QStringLiteral("IPM.Note");
+        record.props[PR_MESSAGE_FLAGS] = 0;
+    } else {
+        ParseOptions options;
+        options.ownAddress = OwnAddress();
+        record = MimeProperties::FromBytes(m.header, options);
+    }
     FlagMapping::ApplyFlags(m.flags, record.props);
     if (m.internalDate.isValid()) record.props[PR_MESSAGE_DELIVERY_TIME] = m.internalDate;
     record.props[PR_MESSAGE_SIZE] = static_cast<int>(m.size);
@@ -453,7 +509,10 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     if (Status s = conn.Custom(SearchWriter::Command(keys)); !s) return s.error();
     std::vector<quint32> uids = conn.SearchResult();
     std::sort(uids.begin(), uids.end());
-    auto fetched = FetchHeaders(conn, uids);
+    // What is fetched follows what is read: the columns, and the
+    // restriction's properties only when the search answer is re-checked.
+    const FetchNeeds needs = FetchNeeds::For(restriction && !keys.exact ? restriction : nullptr, columns);
+    auto fetched = FetchHeaders(conn, uids, needs);
     if (!fetched) return fetched.error();
 
     std::vector<Row> rows;
@@ -481,7 +540,7 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     for (size_t index = 0; index < fetched->size(); ++index) {
         const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
-        const MessageRecord record = BuildRecord(m, folder);
+        const MessageRecord record = BuildRecord(m, folder, needs.light());
         m_queried.insert(
             m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
         const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {

@@ -7,10 +7,12 @@
 // store first looks at both folders to learn what the server did.
 //
 // Matching: the restriction becomes one UID SEARCH (SearchWriter), the
-// candidates' header fields, flags, date and structure are fetched in
-// batches, and the restriction is checked exactly on the resulting records,
-// so the answer is the one the other backends give. PR_BODY is fetched for
-// a candidate only when the check reaches a body term.
+// candidates' flags, date and the header fields the check and the columns
+// read (FetchNeeds) are fetched in batches, and, unless the search answer
+// is exact, the restriction is checked on the resulting records, so the
+// answer is the one the other backends give. The structure is fetched only
+// for messages whose class the Content-Type field leaves open, PR_BODY only
+// when the check reaches a body term.
 //
 // Moves: UID MOVE; without MOVE, UID COPY + UID STORE \Deleted + UID
 // EXPUNGE of those UIDs alone (UIDPLUS). A server with neither is refused:
@@ -37,6 +39,7 @@
 
 namespace mv::stores {
 
+class FetchNeeds;
 class ImapConnection;
 class ImapIdleWatcher;
 struct FetchedMessage;
@@ -89,8 +92,12 @@ private:
     Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext = nullptr);
     Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int flagsType,
                                       const QString& specialUse);
-    Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids);
-    mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder) const;
+    // UID sets of up to kFetchBatch UIDs that stay short enough for one line.
+    static std::vector<QByteArray> UidBatches(const std::vector<quint32>& uids);
+    Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
+                                                     const FetchNeeds& needs);
+    // `light`: only Subject, Message-ID and the class are read (FetchNeeds::light).
+    mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const;
     Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                            const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
     Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,

@@ -1,0 +1,53 @@
+// Subject and Message-ID read from the fetched fields alone agree with the
+// record the MIME parser makes of the same header block.
+#include "platform/mapi/PropTags.h"
+#include "platform/stores/common/MimeProperties.h"
+#include "platform/stores/imap/ImapFetcher.h"
+
+#include <gtest/gtest.h>
+
+using namespace mv;
+using mv::stores::ImapFetcher;
+using mv::stores::MimeProperties;
+
+namespace {
+
+struct HeaderCase {
+    const char* name;
+    QByteArray block;
+};
+
+const HeaderCase kHeaders[] = {
+    {"Plain", "Subject: Quarterly budget\r\nMessage-ID: <a1@example.com>\r\n\r\n"},
+    {"NoSubject", "Message-ID: <a2@example.com>\r\n\r\n"},
+    {"EmptySubject", "Subject:\r\nMessage-ID: <a3@example.com>\r\n\r\n"},
+    {"Folded", "Subject: Team meeting\r\n budget\r\n\ttravel\r\nMessage-ID:\r\n <a4@example.com>\r\n\r\n"},
+    {"QWord", "Subject: =?UTF-8?Q?Caf=C3=A9_meeting?=\r\n\r\n"},
+    {"PaddedBWordsSideBySide", "Subject: =?UTF-8?B?R3LDvA==?= =?UTF-8?B?w59l?= draft\r\n\r\n"},
+    {"BrokenWordStays", "Subject: =?UTF-8?B?***?= left\r\n\r\n"},
+    {"Latin1Bytes",
+     "Subject: Gr\xfc\xdf"
+     "e aus K\xf6ln\r\n\r\n"},
+    {"Utf8Bytes", "Subject: \xe4\xbc\x9a\xe8\xad\xb0 \xe4\xba\x88\xe5\xae\x9a\r\n\r\n"},
+    {"DuplicateFirstWins", "Subject: first\r\nSubject: second\r\n\r\n"},
+    {"LowerCaseNames", "subject: lower case\r\nmessage-id: <a5@example.com>\r\n\r\n"},
+    {"BareLineEnds", "Subject: bare\n line ends\nMessage-ID: <a6@example.com>\n\n"},
+    {"SimilarNameIsNotTheField", "Subject-Extra: no\r\nSubject: yes\r\n\r\n"},
+};
+
+class LightHeader : public ::testing::TestWithParam<HeaderCase> {};
+
+TEST_P(LightHeader, AgreesWithTheParsedRecord)
+{
+    const QByteArray& block = GetParam().block;
+    const mapi::MessageRecord parsed = MimeProperties::FromBytes(block);
+    EXPECT_EQ(MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(block, "Subject")),
+              parsed.Get(mapi::PR_SUBJECT).value_or(QVariant()).toString());
+    EXPECT_EQ(MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(block, "Message-ID")),
+              parsed.Get(mapi::PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString());
+}
+
+INSTANTIATE_TEST_SUITE_P(Blocks, LightHeader, ::testing::ValuesIn(kHeaders),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
