@@ -1,7 +1,7 @@
 #include "DesktopApplication.h"
 
 #include "ExplorerWindow.h"
-#include "InspectorWindow.h"
+#include "MessageWindow.h"
 
 #include <algorithm>
 
@@ -68,19 +68,19 @@ ExplorerWindow* DesktopApplication::OpenExplorer()
     return window;
 }
 
-InspectorWindow* DesktopApplication::OpenInspector(std::unique_ptr<outlook::Item> item)
+MessageWindow* DesktopApplication::OpenInspector(std::unique_ptr<outlook::Item> item)
 {
     if (!item) return nullptr;
     // One window per message: the add-in keys its Inspectors by entry id.
     for (int i = 1; i <= m_inspectors.Count(); ++i) {
-        auto* open = static_cast<InspectorWindow*>(m_inspectors.Item(i));
+        auto* open = static_cast<MessageWindow*>(m_inspectors.Item(i));
         if (open && open->CurrentItem() && open->CurrentItem()->EntryID() == item->EntryID()) {
             open->Raise();
             return open;
         }
     }
-    auto& owned = m_inspectorObjects.emplace_back(std::make_unique<InspectorWindow>(std::move(item)));
-    InspectorWindow* window = owned.get();
+    auto& owned = m_inspectorObjects.emplace_back(std::make_unique<MessageWindow>(std::move(item)));
+    MessageWindow* window = owned.get();
     connect(window, &outlook::Inspector::Closed, this, [this, window] { m_inspectors.Remove(window); });
     window->Show();
     m_inspectors.Add(window);

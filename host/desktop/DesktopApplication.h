@@ -1,6 +1,6 @@
 #pragma once
 // The host's Application with windows: every Explorer is a folder window
-// (ExplorerWindow), every Inspector a message window (InspectorWindow). The
+// (ExplorerWindow), every Inspector a message window (MessageWindow). The
 // store events (NewMail, ItemSend) come from the same listener the headless
 // host uses, so both hosts raise them alike.
 //
@@ -23,7 +23,7 @@
 namespace mv::host::desktop {
 
 class ExplorerWindow;
-class InspectorWindow;
+class MessageWindow;
 
 // What the host's own dialogs hook into the windows; another part of the
 // host provides them. Unset hooks leave their menu entries disabled.
@@ -57,7 +57,7 @@ public:
     ExplorerWindow* OpenExplorer();
     // A message window for `item` (raises NewInspector); when one shows
     // that message already, it is raised instead and `item` dropped.
-    InspectorWindow* OpenInspector(std::unique_ptr<outlook::Item> item);
+    MessageWindow* OpenInspector(std::unique_ptr<outlook::Item> item);
     // The host's Options dialog calls this as it opens, so add-ins add
     // their pages.
     void RaiseOptionsPagesAdd(outlook::PropertyPages* pages) { Q_EMIT OptionsPagesAdd(pages); }
@@ -86,7 +86,7 @@ private:
     HeadlessExplorers m_explorers;
     HeadlessInspectors m_inspectors;
     std::vector<std::unique_ptr<ExplorerWindow>> m_explorerObjects;
-    std::vector<std::unique_ptr<InspectorWindow>> m_inspectorObjects;
+    std::vector<std::unique_ptr<MessageWindow>> m_inspectorObjects;
     std::vector<ExplorerWindow*> m_activation;  // open folder windows, most recently active last
     DesktopHooks m_hooks;
     int m_checkMs = 3000;

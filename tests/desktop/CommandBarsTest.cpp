@@ -4,7 +4,7 @@
 #include "DesktopFixture.h"
 
 #include "host/desktop/CommandBarRenderer.h"
-#include "host/desktop/InspectorWindow.h"
+#include "host/desktop/MessageWindow.h"
 #include "platform/office/CommandBars.h"
 
 #include <QLabel>
@@ -131,7 +131,7 @@ TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage
     EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")), QStringList{QStringLiteral("Already read")});
 
     // Once its window closes, the message is free to go.
-    auto* inspector = static_cast<host::desktop::InspectorWindow*>(m_app->GetInspectors()->Item(1));
+    auto* inspector = static_cast<host::desktop::MessageWindow*>(m_app->GetInspectors()->Item(1));
     inspector->Window()->close();
     Settle();
     EXPECT_TRUE(AddIn().OpenItemIds().isEmpty());

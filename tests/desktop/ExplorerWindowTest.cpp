@@ -4,7 +4,7 @@
 #include "DesktopFixture.h"
 
 #include "host/desktop/FolderTreeModel.h"
-#include "host/desktop/InspectorWindow.h"
+#include "host/desktop/MessageWindow.h"
 #include "host/desktop/MessageListModel.h"
 #include "platform/mapi/MessageStore.h"
 #include "tools/corpus/CorpusGenerator.h"
@@ -24,7 +24,7 @@ namespace mv::test {
 
 using host::desktop::ExplorerWindow;
 using host::desktop::FolderTreeModel;
-using host::desktop::InspectorWindow;
+using host::desktop::MessageWindow;
 
 class ExplorerWindowTest : public DesktopTest {
 protected:
@@ -214,7 +214,7 @@ TEST_F(ExplorerWindowTest, EnterOpensTheMessageWithItsHeadersAndText)
     view->setCurrentIndex(view->model()->index(0, 0));  // the newest: the newsletter
     QTest::keyClick(view, Qt::Key_Return);
     ASSERT_EQ(m_app->GetInspectors()->Count(), 1);
-    auto* inspector = static_cast<InspectorWindow*>(m_app->GetInspectors()->Item(1));
+    auto* inspector = static_cast<MessageWindow*>(m_app->GetInspectors()->Item(1));
     QWidget* window = inspector->Window();
     EXPECT_EQ(window->findChild<QLabel*>(QStringLiteral("lblFrom"))->text(),
               QStringLiteral("News <news@example.net>"));

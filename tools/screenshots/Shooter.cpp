@@ -2,7 +2,7 @@
 
 #include "host/desktop/DesktopApplication.h"
 #include "host/desktop/ExplorerWindow.h"
-#include "host/desktop/InspectorWindow.h"
+#include "host/desktop/MessageWindow.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -36,7 +36,7 @@
 namespace mv::tools {
 
 using host::desktop::ExplorerWindow;
-using host::desktop::InspectorWindow;
+using host::desktop::MessageWindow;
 
 namespace {
 
@@ -193,7 +193,7 @@ void Shooter::Inspector(ExplorerWindow& explorer)
 {
     explorer.OpenCurrentMessage();
     Pause(kSettleMs);
-    auto* inspector = qobject_cast<InspectorWindow*>(
+    auto* inspector = qobject_cast<MessageWindow*>(
         m_app.GetInspectors()->Count() > 0 ? m_app.GetInspectors()->Item(m_app.GetInspectors()->Count())
                                            : nullptr);
     if (!inspector) {
@@ -203,7 +203,7 @@ void Shooter::Inspector(ExplorerWindow& explorer)
     QWidget& window = *inspector->Window();
     window.move(40, 40);
     Pause(kSettleMs);
-    Save(window, QStringLiteral("inspector"));
+    Save(window, QStringLiteral("message-window"));
     inspector->Close();
     Pause(kSettleMs);
 }

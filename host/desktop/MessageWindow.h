@@ -14,11 +14,11 @@ class QWidget;
 
 namespace mv::host::desktop {
 
-class InspectorWindow final : public outlook::Inspector {
+class MessageWindow final : public outlook::Inspector {
     Q_OBJECT
 public:
-    explicit InspectorWindow(std::unique_ptr<outlook::Item> item, QObject* parent = nullptr);
-    ~InspectorWindow() override;
+    explicit MessageWindow(std::unique_ptr<outlook::Item> item, QObject* parent = nullptr);
+    ~MessageWindow() override;
 
     outlook::Item* CurrentItem() override { return m_item.get(); }
     void Close() override;

@@ -1,4 +1,4 @@
-#include "InspectorWindow.h"
+#include "MessageWindow.h"
 
 #include "platform/mapi/PropTags.h"
 
@@ -36,7 +36,7 @@ QString FromLine(const outlook::Item& item)
 
 }  // namespace
 
-InspectorWindow::InspectorWindow(std::unique_ptr<outlook::Item> item, QObject* parent)
+MessageWindow::MessageWindow(std::unique_ptr<outlook::Item> item, QObject* parent)
     : outlook::Inspector(parent), m_item(std::move(item)), m_window(std::make_unique<QWidget>())
 {
     m_window->setObjectName(QStringLiteral("frmInspector"));
@@ -71,38 +71,38 @@ InspectorWindow::InspectorWindow(std::unique_ptr<outlook::Item> item, QObject* p
     layout->addWidget(body, 1);
 }
 
-InspectorWindow::~InspectorWindow()
+MessageWindow::~MessageWindow()
 {
     if (m_window) m_window->removeEventFilter(this);
 }
 
-void InspectorWindow::Show()
+void MessageWindow::Show()
 {
     m_window->show();
     Raise();
 }
 
-void InspectorWindow::Raise()
+void MessageWindow::Raise()
 {
     m_window->raise();
     m_window->activateWindow();
 }
 
-void InspectorWindow::Close()
+void MessageWindow::Close()
 {
     if (m_closed) return;
     m_window->close();
     MarkClosed();
 }
 
-void InspectorWindow::MarkClosed()
+void MessageWindow::MarkClosed()
 {
     if (m_closed) return;
     m_closed = true;
     Q_EMIT Closed();
 }
 
-bool InspectorWindow::eventFilter(QObject* watched, QEvent* event)
+bool MessageWindow::eventFilter(QObject* watched, QEvent* event)
 {
     if (watched == m_window.get() && event->type() == QEvent::Close) MarkClosed();
     return outlook::Inspector::eventFilter(watched, event);
