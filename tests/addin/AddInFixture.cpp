@@ -81,9 +81,8 @@ void AddInTest::CopyTemplate(const QString& path)
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
 }
 
-addin::OutAddIn& AddInTest::Start(bool withWindow)
+addin::AddInServices AddInTest::Services()
 {
-    if (withWindow) m_app->Open();
     addin::AddInServices services;
     services.report = &m_report;
     services.progIds = &m_progIds;
@@ -93,7 +92,13 @@ addin::OutAddIn& AddInTest::Start(bool withWindow)
     services.forms = &m_forms;
     services.appDataOverride = AppData();
     services.configure = m_configure;
-    m_connect = std::make_unique<addin::Connect>(services);
+    return services;
+}
+
+addin::OutAddIn& AddInTest::Start(bool withWindow)
+{
+    if (withWindow) m_app->Open();
+    m_connect = std::make_unique<addin::Connect>(Services());
     outlook::IDTExtensibility2::AddInInstance instance{QStringLiteral("Mailvane.Connect")};
     m_connect->OnConnection(m_app.get(), outlook::ext_cm_Startup, instance);
     EXPECT_EQ(instance.Object, m_connect.get());

@@ -18,15 +18,7 @@ protected:
     void SetUp() override
     {
         AddInTest::SetUp();
-        addin::AddInServices services;
-        services.report = &m_report;
-        services.progIds = &m_progIds;
-        services.clock = &m_clock;
-        services.clipboard = &m_clipboard;
-        services.installDir = InstallDir();
-        services.forms = &m_forms;
-        services.appDataOverride = AppData();
-        addin::RegisterConnect(m_progIds, services);
+        addin::RegisterConnect(m_progIds, Services());
         ASSERT_TRUE(host::RegisterMailvaneAddin(m_registry));
         m_app->Open();
     }
