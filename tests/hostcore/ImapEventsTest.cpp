@@ -6,6 +6,7 @@
 #include "platform/stores/imap/ImapStore.h"
 #include "tests/support/dovecot/DovecotServer.h"
 
+#include <QDeadlineTimer>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -52,17 +53,20 @@ TEST(HeadlessApplicationImap, IdleArrivalAndSentAppendRaiseEvents)
     mapi::NewMessage m;
     // The watcher logs in and starts IDLE on its own thread; deliver until it
     // reports, as a mail server would keep delivering.
-    for (int attempt = 0; attempt < 10 && newMail.isEmpty(); ++attempt) {
+    QDeadlineTimer patience(60000);  // a loaded test machine may take its time to log in
+    for (int attempt = 0; !patience.hasExpired() && newMail.isEmpty(); ++attempt) {
         m.rfc822 = QStringLiteral("From: a@example.org\r\nSubject: via IDLE %1\r\n\r\nhi\r\n").arg(attempt).toUtf8();
         ASSERT_TRUE(other.Append(*inbox, m).ok());
         newMail.wait(2000);
     }
-    EXPECT_FALSE(newMail.isEmpty()) << "no NewMail after INBOX deliveries";
+    ASSERT_FALSE(newMail.isEmpty()) << "no NewMail after INBOX deliveries; server log:\n"
+                                    << server.LogText().toStdString();
     EXPECT_TRUE(sentSubjects.isEmpty());
 
     m.rfc822 = "From: test@example.org\r\nTo: b@example.org\r\nSubject: my reply\r\n\r\nhi\r\n";
     ASSERT_TRUE(store.Append(*sent, m).ok());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !sentSubjects.isEmpty(); }, 5000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !sentSubjects.isEmpty(); }, 5000))
+        << "no ItemSend after the append to Sent; server log:\n" << server.LogText().toStdString();
     EXPECT_EQ(sentSubjects.value(0).toStdString(), "my reply");
     app.Stop();
 }

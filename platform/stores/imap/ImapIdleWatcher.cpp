@@ -56,7 +56,9 @@ void ImapIdleWatcher::run()
             // Without IDLE, a NOOP every half minute does the same job.
             if (idle && !conn.Check(mailimap_idle(s), "IDLE")) break;
             QDeadlineTimer renew(idle ? kReIdleMs : 30000);
-            bool woken = false;
+            // An EXISTS that came in the same read as the continuation already
+            // sits in libetpan's buffer, where poll() on the socket cannot see it.
+            bool woken = idle && s->imap_stream && s->imap_stream->read_buffer_len > 0;
             while (!m_stop && !renew.hasExpired() && !woken) {
                 if (!idle) {
                     QThread::msleep(kPollMs);

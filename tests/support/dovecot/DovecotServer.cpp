@@ -131,6 +131,9 @@ bool DovecotServer::WriteConfig(QString* error)
         "userdb {\n  driver = passwd-file\n  args = %1/passwd\n"
         "  default_fields = uid=nobody gid=nogroup home=%1/home/%u\n}\n"
         "mail_location = maildir:~/Maildir\n"
+        // IDLE learns of changes through inotify; where a test machine has
+        // used up its inotify instances, this poll still tells within a second.
+        "mailbox_idle_check_interval = 1 secs\n"
         "namespace inbox {\n  inbox = yes\n"
         "  mailbox Sent {\n    special_use = \\Sent\n    auto = subscribe\n  }\n"
         "  mailbox Drafts {\n    special_use = \\Drafts\n    auto = subscribe\n  }\n"
