@@ -193,6 +193,26 @@ Restriction RuleExecutor::BuildRestriction(const RuleRecord& rule) const
     return root;
 }
 
+void RuleExecutor::Anticipate(const RuleRecord& rule)
+{
+    try {
+        std::unique_ptr<outlook::Folder> source = m_ns.GetFolderFromID(rule.srcEntryId, rule.srcStoreId);
+        if (!source) return;
+        std::unique_ptr<outlook::MapiTable> table =
+            m_progIds.Create<outlook::MapiTable>(QString::fromLatin1(outlook::kMapiTableProgId));
+        if (!table || !table->SetItems(*source)) return;
+        Restriction* filter = table->Filter();
+        if (!filter) return;
+        // Built as Execute builds it, so that the store sees the same query.
+        filter->Clear();
+        filter->kind = RES_AND;
+        AddRuleCriteria(rule, CutOffFor(rule), *filter);
+        table->SetColumns(kColumns);
+        table->Anticipate();
+    } catch (const RuleError&) {
+    }
+}
+
 void RuleExecutor::ExecuteRule(ado::Recordset& rs, bool& preview, std::int16_t& result)
 {
     result = Execute(rs, preview).result;

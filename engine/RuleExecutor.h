@@ -127,6 +127,11 @@ public:
     RuleOutcome Execute(ado::Recordset& rs, bool preview, const ExecuteOptions& options = {});
     RuleOutcome Execute(const RuleRecord& rule, bool preview, const ExecuteOptions& options = {});
 
+    // Tells the source folder's store what the query of `rule` will be, so
+    // that it may start on it while the rule before it runs. Changes nothing
+    // the rule then does; any failure here is left for the rule to meet.
+    void Anticipate(const RuleRecord& rule);
+
     // The restriction ExecuteRule gives the store for `rule` at this moment
     // (cut-off from the clock, the zone and the settings). Errors as
     // RuleError.

@@ -16,6 +16,8 @@
 #include <QHash>
 #include <QSet>
 
+#include <algorithm>
+
 namespace mv::engine {
 
 const char* const kSql15MinuteRules =
@@ -32,6 +34,33 @@ const char* const kSqlPreviewRule =
     "MsgAge.MsgAgeID AND Rules.RuleID=";
 
 namespace {
+
+// How many rules ahead a run tells the stores about: enough for a store to
+// get ahead on slow searches while quick rules move their mail.
+constexpr int kAnticipatedRules = 4;
+
+// The `n` rules after the current one (fewer at the end), read without
+// moving the cursor for good.
+std::vector<RuleRecord> PeekAhead(ado::Recordset& rs, int n)
+{
+    std::vector<RuleRecord> ahead;
+    ado::Recordset::Bookmark here = 0;
+    try {
+        here = rs.GetBookmark();
+    } catch (const ado::AdoError&) {
+        return ahead;
+    }
+    try {
+        for (int k = 0; k < n; ++k) {
+            rs.MoveNext();
+            if (rs.IsEOF()) break;
+            ahead.push_back(RuleRecord::FromRecordset(rs));
+        }
+    } catch (const ado::AdoError&) {
+    }
+    rs.SetBookmark(here);
+    return ahead;
+}
 
 const QString kRun15 = QStringLiteral("Run15MinuteRules");
 const QString kRunImmediate = QStringLiteral("RunImmediateRules");
@@ -170,6 +199,7 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
             PumpEvents();
         }
 
+        int anticipated = 1;  // rules up to this one have been announced (the first needs none)
         for (int i = 1; i <= count; ++i) {
             const RuleRecord rule = RuleRecord::FromRecordset(*res.rs);
             bool found = true;
@@ -191,6 +221,14 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
                 if (res.status) {
                     res.status->SetRuleName(rule.ruleName);
                     PumpEvents();
+                }
+                // The stores may start on the next rules' queries while this one
+                // moves its mail; each rule is announced once.
+                if (anticipated < i + kAnticipatedRules && anticipated < count) {
+                    const std::vector<RuleRecord> ahead = PeekAhead(*res.rs, kAnticipatedRules);
+                    for (int k = std::max(0, anticipated - i); k < static_cast<int>(ahead.size()); ++k)
+                        m_exec.Anticipate(ahead[static_cast<size_t>(k)]);
+                    anticipated = i + static_cast<int>(ahead.size());
                 }
                 report.rules.push_back(m_exec.Execute(rule, false));
                 const RuleOutcome& outcome = report.rules.back();

@@ -1,16 +1,27 @@
 #!/usr/bin/env bash
 # Mailvane vs imapfilter: one private Dovecot, one generated corpus in its
-# INBOX, the same twenty rules for both (rules.py), each program run on a
-# fresh copy of the mail through a proxy that counts IMAP commands, under
-# /usr/bin/time -v. Run as root (Dovecot drops to nobody).
+# INBOX, the same twenty rules for both (rules.py). Each program runs twice,
+# each time on a fresh copy of the mail: once straight to Dovecot under
+# /usr/bin/time -v (wall time, CPU, peak memory), once through a proxy that
+# counts IMAP commands and the time to each answer (the proxy's own relaying
+# would otherwise be part of the wall time). Run as root (Dovecot drops to
+# nobody).
 #
 #   bash bench/imapfilter/run.sh [BUILD_DIR] [COUNT]     (default build/release 50000)
+#
+# MV_BENCH_WORK=DIR keeps the work folder (corpus and indexed copy) in DIR
+# and reuses it when it is already there; MV_BENCH_ONLY=mailvane or
+# imapfilter runs one program; MV_BENCH_COUNTS=0 skips the proxied runs;
+# MV_BENCH_WRAP="perf record -g -o FILE" (say) goes before the timed command.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 build=${1:-build/release}
 count=${2:-50000}
 here=bench/imapfilter
-work=$(mktemp -d /tmp/mv-vs-imapfilter.XXXXXX)
+only=${MV_BENCH_ONLY:-}
+with_counts=${MV_BENCH_COUNTS:-1}
+if [ -n "${MV_BENCH_WORK:-}" ]; then work=$MV_BENCH_WORK; mkdir -p "$work"; else work=$(mktemp -d /tmp/mv-vs-imapfilter.XXXXXX); fi
+work=$(cd "$work" && pwd)
 free_port() { python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1",0)); print(s.getsockname()[1])'; }
 port=$(free_port); proxy_port=$(free_port)
 
@@ -50,7 +61,19 @@ CONF
 echo 'test:{PLAIN}secret::::' > "$work/passwd"
 chmod 755 "$work" && chmod 644 "$work/passwd"
 
+start_dovecot() {
+  rm -rf "$work/home" && cp -a "$work/pristine" "$work/home" && chown -R nobody:nogroup "$work/home"
+  /usr/sbin/dovecot -c "$work/dovecot.conf"
+  for _ in $(seq 50); do (echo > /dev/tcp/127.0.0.1/$port) 2>/dev/null && return; sleep 0.1; done
+  echo "dovecot did not start"; cat "$work/dovecot.log"; exit 1
+}
+stop_dovecot() { kill "$(cat "$work/run/master.pid")"; sleep 1; }
+
 maildir=$work/home/test/Maildir
+if [ -f "$work/pristine.count" ] && [ "$(cat "$work/pristine.count")" = "$count" ]; then
+  echo "Reusing the indexed corpus in $work"
+else
+rm -rf "$work/home" "$work/pristine"
 mkdir -p "$maildir"/{cur,new,tmp}
 echo "Writing $count messages..."
 "$build/tools/corpus/mv-corpus" --seed 7 --count "$count" --out "$maildir" --no-attachments >/dev/null
@@ -62,13 +85,6 @@ for d in "$maildir"/.*/; do
 done
 for n in $(seq -w 1 20); do mkdir -p "$maildir/.R$n"/{cur,new,tmp}; touch "$maildir/.R$n/maildirfolder"; done
 
-start_dovecot() {
-  rm -rf "$work/home" && cp -a "$work/pristine" "$work/home" && chown -R nobody:nogroup "$work/home"
-  /usr/sbin/dovecot -c "$work/dovecot.conf"
-  for _ in $(seq 50); do (echo > /dev/tcp/127.0.0.1/$port) 2>/dev/null && return; sleep 0.1; done
-  echo "dovecot did not start"; cat "$work/dovecot.log"; exit 1
-}
-stop_dovecot() { kill "$(cat "$work/run/master.pid")"; sleep 1; }
 # Dovecot indexes the INBOX once before either program sees it (with tens
 # of thousands of new files the first STATUS takes longer than a client's
 # timeout); both programs then start from the same indexed copy.
@@ -84,47 +100,74 @@ m.logout()
 PY
 kill "$(cat "$work/run/master.pid")"; sleep 1
 cp -a "$work/home" "$work/pristine"
+echo "$count" > "$work/pristine.count"
+fi
 
 moved() { find "$work/home/test/Maildir" -path '*/.R*/cur/*' -o -path '*/.R*/new/*' | grep -c . || true; }
 
 python3 $here/CountingProxy.py "$proxy_port" "$port" "$work/counts.json" & proxy=$!
 trap 'kill $proxy 2>/dev/null; [ -f $work/run/master.pid ] && kill $(cat $work/run/master.pid) 2>/dev/null; true' EXIT
 
-# Mailvane
-export HOME=$work/mvhome XDG_DATA_HOME=$work/mvhome/data XDG_CONFIG_HOME=$work/mvhome/config XDG_CACHE_HOME=$work/mvhome/cache
-mkdir -p "$HOME"
-printf '[Bench]\ntype=imap\nhost=127.0.0.1\nport=%s\ntls=none\nuser=test\npassword=secret\ntimeout=600\n' "$proxy_port" > "$work/profile.ini"
-mv_cmd=("$build/host/mailvane" --profile "$work/profile.ini")
-start_dovecot
-"${mv_cmd[@]}" folders > "$work/folders.txt"
-python3 $here/rules.py xml "$work/folders.txt" resources/rules/sample-rules.xml > "$work/rules.xml"
-"${mv_cmd[@]}" import "$work/rules.xml" 2>/dev/null
-rm -f "$work/counts.json" "$work/counts.json.seconds"
-/usr/bin/time -v -o "$work/mailvane.time" "${mv_cmd[@]}" run > "$work/mailvane.out" 2>&1 || true
-mv_moved=$(moved); cp "$work/counts.json" "$work/mailvane.counts"; cp "$work/counts.json.seconds" "$work/mailvane.seconds"
-stop_dovecot
+# run NAME PORT COMMAND...: one run on a fresh copy; straight to Dovecot it is
+# timed, through the proxy its commands are counted.
+run() {
+  local name=$1 via=$2; shift 2
+  start_dovecot
+  if [ "$via" = "$port" ]; then
+    /usr/bin/time -v -o "$work/$name.time" ${MV_BENCH_WRAP:-} "$@" > "$work/$name.out" 2>&1 || true
+    moved > "$work/$name.moved"
+  else
+    rm -f "$work/counts.json" "$work/counts.json.seconds"
+    "$@" > "$work/$name.counted.out" 2>&1 || true
+    cp "$work/counts.json" "$work/$name.counts"; cp "$work/counts.json.seconds" "$work/$name.seconds"
+  fi
+  stop_dovecot
+}
+
+# Mailvane: the store's identity holds the port, so each port has its own
+# home (database) with the rules imported for it.
+mv_cmd() { local home=$work/mvhome-$1
+           echo env HOME=$home XDG_DATA_HOME=$home/data XDG_CONFIG_HOME=$home/config XDG_CACHE_HOME=$home/cache \
+                "$build/host/mailvane" --profile "$work/profile-$1.ini"; }
+mv_setup() {
+  rm -rf "$work/mvhome-$1"; mkdir -p "$work/mvhome-$1"
+  printf '[Bench]\ntype=imap\nhost=127.0.0.1\nport=%s\ntls=none\nuser=test\npassword=secret\ntimeout=600\n' "$1" > "$work/profile-$1.ini"
+  start_dovecot
+  $(mv_cmd "$1") folders > "$work/folders-$1.txt"
+  python3 $here/rules.py xml "$work/folders-$1.txt" resources/rules/sample-rules.xml > "$work/rules-$1.xml"
+  $(mv_cmd "$1") import "$work/rules-$1.xml" 2>/dev/null
+  stop_dovecot
+}
+if [ "$only" != imapfilter ]; then
+  mv_setup "$port"
+  run mailvane "$port" $(mv_cmd "$port") run
+  if [ "$with_counts" = 1 ]; then mv_setup "$proxy_port"; run mailvane "$proxy_port" $(mv_cmd "$proxy_port") run; fi
+fi
 
 # imapfilter
-python3 $here/rules.py lua "$proxy_port" > "$work/config.lua"
-start_dovecot
-rm -f "$work/counts.json" "$work/counts.json.seconds"
-HOME=$work/ifhome; mkdir -p "$HOME/.imapfilter"
-/usr/bin/time -v -o "$work/imapfilter.time" imapfilter -c "$work/config.lua" > "$work/imapfilter.out" 2>&1 || true
-if_moved=$(moved); cp "$work/counts.json" "$work/imapfilter.counts"; cp "$work/counts.json.seconds" "$work/imapfilter.seconds"
-stop_dovecot
+if [ "$only" != mailvane ]; then
+  python3 $here/rules.py lua "$port" > "$work/config.lua"
+  python3 $here/rules.py lua "$proxy_port" > "$work/config-counted.lua"
+  mkdir -p "$work/ifhome/.imapfilter"
+  run imapfilter "$port" env HOME=$work/ifhome imapfilter -c "$work/config.lua"
+  if [ "$with_counts" = 1 ]; then run imapfilter "$proxy_port" env HOME=$work/ifhome imapfilter -c "$work/config-counted.lua"; fi
+fi
 
 report() {
-  local name=$1 movedn=$2
-  local wall cpu rss cmds
+  local name=$1
+  [ -f "$work/$name.time" ] || return 0
+  local wall cpu rss cmds=-
   wall=$(grep 'Elapsed (wall' "$work/$name.time" | awk '{print $NF}')
   cpu=$(awk -F': ' '/User time|System time/ {s += $2} END {printf "%.2f s", s}' "$work/$name.time")
   rss=$(grep 'Maximum resident' "$work/$name.time" | awk '{print $NF}')
-  cmds=$(python3 -c "import json,sys; c=json.load(open(sys.argv[1])); print(sum(c.values()), dict(sorted(c.items())))" "$work/$name.counts")
-  echo "| $name | $wall | $cpu | $((rss / 1024)) MB | $movedn | $cmds |"
+  [ -f "$work/$name.counts" ] && cmds=$(python3 -c "import json,sys; c=json.load(open(sys.argv[1])); print(sum(c.values()), dict(sorted(c.items())))" "$work/$name.counts")
+  echo "| $name | $wall | $cpu | $((rss / 1024)) MB | $(cat "$work/$name.moved") | $cmds |"
 }
 echo "| Program | Wall time | CPU (user + sys) | Peak RSS | Messages moved | IMAP commands (by name) |"
 echo "|---|---|---|---|---|---|"
-report mailvane "$mv_moved"
-report imapfilter "$if_moved"
-for name in mailvane imapfilter; do echo "$name, seconds from command to answer: $(cat "$work/$name.seconds")"; done
+report mailvane
+report imapfilter
+for name in mailvane imapfilter; do
+  [ -f "$work/$name.seconds" ] && echo "$name, seconds from command to answer (proxied run): $(cat "$work/$name.seconds")"
+done
 echo "(work folder: $work)"

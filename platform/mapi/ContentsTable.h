@@ -20,6 +20,8 @@ public:
     // The next row, or an empty Row when none remain. The first call runs the
     // query; a store error is returned as such.
     Result<Row> GetNextRow();
+    // Tells the store that this filter and these columns will be read soon.
+    void Anticipate() const { m_store.Anticipate(m_folderId, m_filter, m_columns); }
 
 private:
     MessageStore& m_store;

@@ -101,6 +101,14 @@ public:
 
     virtual Result<QByteArray> Append(const QByteArray& folderId, const NewMessage& message) = 0;
 
+    // A hint: this query of `folderId` is likely to come next. A store that
+    // can start on it early does; the later Query answers as it would have.
+    virtual void Anticipate(const QByteArray& folderId, const Restriction& restriction,
+                            const std::vector<PropTag>& columns)
+    {
+        (void)folderId, (void)restriction, (void)columns;
+    }
+
 Q_SIGNALS:
     // New messages appeared in a folder (INBOX arrivals, Sent appends).
     void MessagesArrived(const QByteArray& folderId);

@@ -29,6 +29,11 @@ void MapiTable::SetColumns(std::vector<mapi::PropTag> columns)
     m_table->SetColumns(std::move(columns));
 }
 
+void MapiTable::Anticipate() const
+{
+    if (m_table) m_table->Anticipate();
+}
+
 void MapiTable::GoToFirstRow()
 {
     if (m_table) m_table->GoToFirstRow();

@@ -33,6 +33,9 @@ public:
     // The next row, an empty Row when none remain; a store error as such, and
     // a NotFound error while unbound.
     Result<mapi::Row> GetNextRow();
+    // Tells the store that this filter and these columns will be read soon
+    // (the engine, of the next rule of a run). Nothing while unbound.
+    void Anticipate() const;
 
     // The item of the row GetNextRow returned last, made from the values
     // read with it; nullptr when there is no such row or the columns do not

@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
+#include <QSet>
 #include <QStringDecoder>
 
 #include <fcntl.h>
@@ -23,6 +24,38 @@ void EnsureGMimeInitialised()
 }
 
 namespace {
+
+// glibc loads a converter's module on iconv_open and unloads it soon after
+// the last iconv_close; mail that mixes a few charsets then had the same
+// modules loaded and unloaded thousands of times a run, a dlopen each. A
+// converter per charset kept open for the life of the process keeps its
+// module loaded. Bounded: a message cannot make it hold more than a few.
+void KeepCharsetLoaded(QByteArrayView charset)
+{
+    constexpr qsizetype kLongestName = 40;
+    constexpr qsizetype kMostCharsets = 64;
+    if (charset.isEmpty() || charset.size() > kLongestName) return;
+    const QByteArray name = charset.toByteArray().toLower();
+    static std::mutex mutex;
+    static QSet<QByteArray> kept;
+    std::lock_guard lock(mutex);
+    if (kept.size() >= kMostCharsets || kept.contains(name)) return;
+    kept.insert(name);
+    (void)g_mime_iconv_open("UTF-8", name.constData());  // never closed, on purpose
+}
+
+// The charsets of a header block's encoded words ("=?koi8-r?B?...?=").
+void KeepHeaderCharsetsLoaded(QByteArrayView block)
+{
+    for (qsizetype at = block.indexOf("=?"); at >= 0; at = block.indexOf("=?", at + 2)) {
+        const qsizetype end = block.indexOf('?', at + 2);
+        if (end < 0) return;
+        QByteArrayView charset = block.sliced(at + 2, end - at - 2);
+        if (const qsizetype star = charset.indexOf('*'); star >= 0) charset = charset.first(star);  // a language tag
+        KeepCharsetLoaded(charset);
+        at = end - 1;
+    }
+}
 
 // Deeper nesting than this is not mail anyone wrote; parts below it are
 // ignored rather than walked (and the walk stays off the stack's edge).
@@ -234,6 +267,7 @@ QString ToUnicode(QByteArrayView bytes, const char* charset, GMimeParserOptions*
         QString text = utf8.decode(bytes);
         if (!utf8.hasError()) return text;
     } else {
+        KeepCharsetLoaded(name);
         iconv_t cd = g_mime_iconv_open("UTF-8", name.constData());
         if (cd != reinterpret_cast<iconv_t>(-1)) {
             GCharPtr converted(g_mime_iconv_strndup(cd, bytes.data(), static_cast<size_t>(bytes.size())));
@@ -480,6 +514,7 @@ MessageRecord MimeProperties::FromBytes(const QByteArray& rfc822, const ParseOpt
     ParserOptionsPtr parserOptions = MakeParserOptions();
     const qsizetype headerEnd = HeaderBlockEnd(rfc822.constData(), rfc822.size());
     const QByteArray block = NormaliseLineEnds(QByteArray::fromRawData(rfc822.constData(), headerEnd));
+    KeepHeaderCharsetsLoaded(block);
     GPtr<GMimeMessage> headers = ParseBytes(block.constData(), block.size(), parserOptions.get());
     GPtr<GMimeMessage> full;
     if (options.withBody || NeedsStructure(headers.get()))
@@ -495,6 +530,7 @@ Result<MessageRecord> MimeProperties::FromFile(const QString& path, const ParseO
     QByteArray block;
     if (!ReadHeaderBlock(file, &block)) return OpenError(path, file);
     block = NormaliseLineEnds(std::move(block));
+    KeepHeaderCharsetsLoaded(block);
     const qint64 size = file.size();
 
     ParserOptionsPtr parserOptions = MakeParserOptions();
@@ -524,6 +560,7 @@ QString MimeProperties::DecodeHeaderValue(const QByteArray& rawValue)
     EnsureGMimeInitialised();
     // Read-only once made, so one serves every call and thread.
     static GMimeParserOptions* const options = MakeParserOptions().release();
+    KeepHeaderCharsetsLoaded(rawValue);
     GCharPtr unfolded(g_mime_utils_header_unfold(Base64WordsAsQ(rawValue).constData()));
     GCharPtr decoded(g_mime_utils_header_decode_text(options, unfolded.get()));
     return FromUtf8(decoded.get()).trimmed();

@@ -131,7 +131,8 @@ ImapStore::ImapStore(ImapSettings settings, QObject* parent)
 }
 
 ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent)
-    : MessageStore(parent), m_settings(std::move(settings)), m_connector(std::move(connector))
+    : MessageStore(parent), m_settings(std::move(settings)),
+      m_storeId(ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port)), m_connector(std::move(connector))
 {
 }
 
@@ -140,10 +141,13 @@ ImapStore::~ImapStore()
     m_watcher.reset();  // joins the thread before anything it might reach goes
 }
 
-QByteArray ImapStore::StoreId() const { return ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port); }
+QByteArray ImapStore::StoreId() const { return m_storeId; }
 QString ImapStore::DisplayName() const { return QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host); }
 
-int ImapStore::CommandsSent() const { return m_commandsDone + (m_conn ? m_conn->commandsSent() : 0); }
+int ImapStore::CommandsSent() const
+{
+    return m_commandsDone + (m_conn ? m_conn->commandsSent() : 0) + (m_lookahead ? m_lookahead->CommandsSent() : 0);
+}
 
 QString ImapStore::OwnAddress() const
 {
@@ -431,7 +435,7 @@ std::vector<QByteArray> ImapStore::UidBatches(const std::vector<quint32>& uids)
 }
 
 Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
-                                                            const FetchNeeds& needs)
+                                                            const FetchNeeds& needs) const
 {
     std::vector<FetchedMessage> out;
     out.reserve(uids.size());
@@ -499,13 +503,87 @@ MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRe
     return record;
 }
 
+SearchKeys ImapStore::Keys(const ImapConnection& conn, const Restriction* restriction)
+{
+    // OLDER counts back from the server's clock, so the real time it is.
+    const SearchWriter writer({conn.Has("WITHIN"), conn.Has("LITERAL+"), QDateTime::currentDateTimeUtc()});
+    return writer.Write(restriction);
+}
+
 Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                             const Restriction* restriction, const std::vector<PropTag>& columns)
 {
     if (auto uv = SelectChecked(conn, folder); !uv) return uv.error();
-    // OLDER counts back from the server's clock, so the real time it is.
-    const SearchWriter writer({conn.Has("WITHIN"), conn.Has("LITERAL+"), QDateTime::currentDateTimeUtc()});
-    const SearchKeys keys = writer.Write(restriction);
+    const SearchKeys keys = Keys(conn, restriction);
+    std::optional<GatheredRows> gathered;
+    if (m_lookahead && restriction) gathered = FromLookahead(conn, folder, *restriction, columns, keys);
+    if (!gathered) {
+        auto fresh = Gather(conn, folder, restriction, columns, keys);
+        if (!fresh) return fresh.error();
+        gathered = std::move(*fresh);
+    }
+    m_queriedFolder = FolderKey(folder);
+    m_queried = std::move(gathered->fetched);
+    return std::move(gathered->rows);
+}
+
+std::optional<GatheredRows> ImapStore::FromLookahead(ImapConnection& conn, const ImapFolderRef& folder,
+                                                     const Restriction& restriction,
+                                                     const std::vector<PropTag>& columns, const SearchKeys& keys)
+{
+    // More changed messages than this are searched again as a whole.
+    constexpr size_t kMostRechecked = 2000;
+    std::optional<LookaheadAnswer> answer =
+        m_lookahead->Take({folder.mailbox, folder.uidValidity, keys, restriction, columns});
+    if (!answer) return std::nullopt;
+    // Every message whose flags changed, or that came in, since the lookahead
+    // read the folder's HIGHESTMODSEQ has a higher mod-sequence: those are
+    // checked here. (A FETCH, not SEARCH MODSEQ, whose answer libetpan
+    // cannot read.)
+    if (!conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(answer->modSeq) + ')'))
+        return std::nullopt;
+    std::vector<quint32> changed;
+    for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) changed.push_back(m.uid);
+    if (changed.size() > kMostRechecked) return std::nullopt;
+    std::sort(changed.begin(), changed.end());
+    GatheredRows again;
+    if (!changed.empty()) {
+        SearchKeys within = keys;
+        within.text = "UID " + ImapFetcher::UidSet(changed) + (keys.text == "ALL" ? QByteArray() : ' ' + keys.text);
+        auto checked = Gather(conn, folder, &restriction, columns, within);
+        if (!checked) return std::nullopt;
+        again = std::move(*checked);
+    }
+    const QSet<quint32> removed = m_removed.value(FolderKey(folder));
+    auto stale = [&](quint32 uid) {
+        return removed.contains(uid) || std::binary_search(changed.begin(), changed.end(), uid);
+    };
+    // Both lists are in UID order; so is the merge.
+    GatheredRows& before = answer->gathered;
+    GatheredRows out;
+    size_t a = 0, b = 0;
+    while (a < before.rows.size() || b < again.rows.size()) {
+        const bool takeAgain =
+            a == before.rows.size() || (b < again.rows.size() && again.rowUids[b] < before.rowUids[a]);
+        if (takeAgain) {
+            out.rowUids.push_back(again.rowUids[b]);
+            out.rows.push_back(std::move(again.rows[b++]));
+        } else if (const quint32 uid = before.rowUids[a]; !stale(uid)) {
+            out.rowUids.push_back(uid);
+            out.rows.push_back(std::move(before.rows[a++]));
+        } else {
+            ++a;
+        }
+    }
+    out.fetched = std::move(again.fetched);
+    for (auto it = before.fetched.cbegin(); it != before.fetched.cend(); ++it)
+        if (!stale(it.key())) out.fetched.insert(it.key(), it.value());
+    return out;
+}
+
+Result<GatheredRows> ImapStore::Gather(ImapConnection& conn, const ImapFolderRef& folder, const Restriction* restriction,
+                                       const std::vector<PropTag>& columns, const SearchKeys& keys) const
+{
     if (Status s = conn.Custom(SearchWriter::Command(keys)); !s) return s.error();
     std::vector<quint32> uids = conn.SearchResult();
     std::sort(uids.begin(), uids.end());
@@ -515,7 +593,8 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     auto fetched = FetchHeaders(conn, uids, needs);
     if (!fetched) return fetched.error();
 
-    std::vector<Row> rows;
+    GatheredRows out;
+    std::vector<Row>& rows = out.rows;
     std::optional<Error> bodyError;
     // Bodies are read only when the check reaches a body term, and then for
     // a run of candidates at once: one FETCH per batch, not per message.
@@ -535,13 +614,11 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
         for (quint32 uid : batch)
             if (!bodies.contains(uid)) bodies.insert(uid, std::nullopt);  // gone meanwhile
     };
-    m_queriedFolder = FolderKey(folder);
-    m_queried.clear();
     for (size_t index = 0; index < fetched->size(); ++index) {
         const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
         const MessageRecord record = BuildRecord(m, folder, needs.light());
-        m_queried.insert(
+        out.fetched.insert(
             m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
         const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {
             if (!bodies.contains(uid)) loadBodies(index);
@@ -562,8 +639,9 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
         }
         if (bodyError) return *bodyError;
         rows.push_back(std::move(row));
+        out.rowUids.push_back(m.uid);
     }
-    return rows;
+    return out;
 }
 
 Result<std::vector<Row>> ImapStore::Query(const QByteArray& folderId, const Restriction* restriction,
@@ -847,7 +925,9 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
     // With COPYUID, a UID the server did not name had left the source.
     QHash<quint32, QByteArray> byUid;
     for (size_t i = 0; i < present.size(); ++i) byUid.insert(present[i], (*moved)[i]);
+    QSet<quint32>& removed = m_removed[FolderKey(*source)];
     for (size_t i = 0; i < uids.size(); ++i) {
+        removed.insert(uids[i]);  // moved, or no longer there
         if (gone[i]) continue;
         out[i] = byUid.value(uids[i]);
         if (out[i].isEmpty()) gone[i] = true;
@@ -1013,6 +1093,26 @@ Result<QByteArray> ImapStore::Append(const QByteArray& folderId, const NewMessag
     }
     Q_EMIT MessagesArrived(folderId);
     return newUid ? ImapIds::MessageId(*ref, newUid) : QByteArray();
+}
+
+void ImapStore::Anticipate(const QByteArray& folderId, const Restriction& restriction,
+                           const std::vector<PropTag>& columns)
+{
+    // Only with a connection up (its capabilities write the search) and a
+    // server that can tell what changed after the lookahead's search.
+    if (!m_conn || m_conn->broken() || !m_conn->Has("CONDSTORE")) return;
+    const auto ref = ImapIds::ParseFolder(folderId);
+    if (!ref || !RestrictionEvaluator::CheckSupported(restriction)) return;
+    if (!m_lookahead) {
+        auto password = Password();
+        if (!password) return;
+        m_lookahead = std::make_unique<ImapLookahead>(
+            [connector = m_connector, settings = m_settings, password = *password] { return connector(settings, password); },
+            [this](ImapConnection& conn, const LookaheadJob& job) {
+                return Gather(conn, {job.mailbox, job.uidValidity}, &job.restriction, job.columns, job.keys);
+            });
+    }
+    m_lookahead->Enqueue({ref->mailbox, ref->uidValidity, Keys(*m_conn, &restriction), restriction, columns});
 }
 
 void ImapStore::StartWatching()

@@ -26,7 +26,13 @@
 // destination when they have it, so moving a rule's matches costs the one
 // UID MOVE. The mailbox list (names, separators, special use) is read once
 // per connection.
+//
+// Anticipate: on a server with CONDSTORE, the next rule's query runs ahead
+// on a second connection (ImapLookahead); the query then asks only what
+// changed since and checks those messages again, so its answer is the one
+// it would have had.
 
+#include "ImapLookahead.h"
 #include "ImapSettings.h"
 #include "platform/mapi/MessageStore.h"
 
@@ -72,6 +78,8 @@ public:
     // One FETCH of the flags and one STORE per distinct change.
     Status SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus) override;
     Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
+    void Anticipate(const QByteArray& folderId, const mapi::Restriction& restriction,
+                    const std::vector<mapi::PropTag>& columns) override;
 
     // Commands sent since the store was made (benchmarks, tests).
     int CommandsSent() const;
@@ -95,11 +103,20 @@ private:
     // UID sets of up to kFetchBatch UIDs that stay short enough for one line.
     static std::vector<QByteArray> UidBatches(const std::vector<quint32>& uids);
     Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
-                                                     const FetchNeeds& needs);
+                                                     const FetchNeeds& needs) const;
     // `light`: only Subject, Message-ID and the class are read (FetchNeeds::light).
     mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const;
     Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                            const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
+    static SearchKeys Keys(const ImapConnection& conn, const mapi::Restriction* restriction);
+    // Search, fetch and check on a connection with the folder selected. Safe
+    // on the lookahead's thread: it reads only what never changes.
+    Result<GatheredRows> Gather(ImapConnection& conn, const ImapFolderRef& folder, const mapi::Restriction* restriction,
+                                const std::vector<mapi::PropTag>& columns, const SearchKeys& keys) const;
+    // The lookahead's answer brought up to date, or nothing (then query).
+    std::optional<GatheredRows> FromLookahead(ImapConnection& conn, const ImapFolderRef& folder,
+                                              const mapi::Restriction& restriction,
+                                              const std::vector<mapi::PropTag>& columns, const SearchKeys& keys);
     Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
                                            const std::vector<quint32>& uids, const ImapFolderRef& dest,
                                            bool* copyUid = nullptr);
@@ -131,6 +148,7 @@ private:
     QDateTime Now() const;
 
     ImapSettings m_settings;
+    const QByteArray m_storeId;  // asked for every row
     Connector m_connector;
     std::unique_ptr<ImapConnection> m_conn;
     std::optional<QString> m_password;
@@ -142,12 +160,13 @@ private:
     // fetched.
     std::optional<QHash<QByteArray, ListEntry>> m_list;
     QHash<QByteArray, quint32> m_uidNext;
-    struct Queried {
-        QByteArray messageId;
-        mapi::MessageFlags flags;
-    };
     QByteArray m_queriedFolder;
-    QHash<quint32, Queried> m_queried;
+    QHash<quint32, GatheredRows::Fetched> m_queried;
+    // UIDs this store moved out of a folder (by FolderKey): a lookahead's
+    // answer may still name them.
+    QHash<QByteArray, QSet<quint32>> m_removed;
+    // Last, so that its thread stops before anything it reads goes.
+    std::unique_ptr<ImapLookahead> m_lookahead;
 };
 
 }  // namespace mv::stores
