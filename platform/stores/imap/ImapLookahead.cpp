@@ -65,6 +65,9 @@ void ImapLookahead::Enqueue(LookaheadJob job)
         auto slot = std::make_shared<Slot>();
         slot->job = std::move(job);
         m_slots.push_back(std::move(slot));
+        // Jobs nobody took (a rule that stopped the run, an age rule whose
+        // search text moved on with the clock) go once there are enough.
+        while (m_slots.size() > kMostQueued) m_slots.pop_front();
     }
     m_changed.notify_all();
 }

@@ -79,6 +79,7 @@ private:
     // work for no shorter run on a two-processor machine, and the server is
     // usually someone else's.
     static constexpr int kConnections = 1;
+    static constexpr size_t kMostQueued = 16;
 
     struct Slot {
         LookaheadJob job;
