@@ -84,6 +84,12 @@ std::optional<LookaheadAnswer> ImapLookahead::Take(const LookaheadJob& asked)
     return std::move(slot->answer);
 }
 
+bool ImapLookahead::Empty() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_slots.empty();
+}
+
 int ImapLookahead::CommandsSent() const
 {
     std::lock_guard lock(m_mutex);

@@ -71,6 +71,8 @@ public:
     // waiting for it if it is still running; jobs queued before it are
     // dropped. Nothing when no such job was queued or it failed.
     std::optional<LookaheadAnswer> Take(const LookaheadJob& asked);
+    // No job queued.
+    bool Empty() const;
     // Commands sent on the lookahead's connections so far.
     int CommandsSent() const;
 

@@ -524,6 +524,8 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     }
     m_queriedFolder = FolderKey(folder);
     m_queried = std::move(gathered->fetched);
+    // With no answer waiting, no answer can name what was moved before now.
+    if (m_lookahead && m_lookahead->Empty()) m_removed.clear();
     return std::move(gathered->rows);
 }
 
@@ -925,9 +927,9 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
     // With COPYUID, a UID the server did not name had left the source.
     QHash<quint32, QByteArray> byUid;
     for (size_t i = 0; i < present.size(); ++i) byUid.insert(present[i], (*moved)[i]);
-    QSet<quint32>& removed = m_removed[FolderKey(*source)];
+    QSet<quint32>* removed = m_lookahead ? &m_removed[FolderKey(*source)] : nullptr;
     for (size_t i = 0; i < uids.size(); ++i) {
-        removed.insert(uids[i]);  // moved, or no longer there
+        if (removed) removed->insert(uids[i]);  // moved, or no longer there
         if (gone[i]) continue;
         out[i] = byUid.value(uids[i]);
         if (out[i].isEmpty()) gone[i] = true;
