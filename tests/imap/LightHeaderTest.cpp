@@ -1,5 +1,5 @@
-// Subject and Message-ID read from the fetched fields alone agree with the
-// record the MIME parser makes of the same header block.
+// The record read from the fetched fields alone agrees with the record the
+// MIME parser makes of the same header block.
 #include "platform/mapi/PropTags.h"
 #include "platform/stores/common/MimeProperties.h"
 #include "platform/stores/imap/ImapFetcher.h"
@@ -33,6 +33,18 @@ const HeaderCase kHeaders[] = {
     {"LowerCaseNames", "subject: lower case\r\nmessage-id: <a5@example.com>\r\n\r\n"},
     {"BareLineEnds", "Subject: bare\n line ends\nMessage-ID: <a6@example.com>\n\n"},
     {"SimilarNameIsNotTheField", "Subject-Extra: no\r\nSubject: yes\r\n\r\n"},
+    {"Addresses",
+     "From: \"Berg, Anna\" <anna.berg@example.com>\r\nTo: Bob <bob@example.com>, carol@example.net\r\n"
+     "Cc: =?ISO-8859-1?Q?J=F6rg_M=FCller?= <joerg@example.de>\r\nBcc: hidden@example.org\r\n\r\n"},
+    {"GroupAndFolding", "To: Team: ann@example.com,\r\n\tben@example.com;, \"Dee\"\r\n <dee@example.com>\r\n\r\n"},
+    {"EncodedNameBWords", "From: =?UTF-8?B?5bGx55Sw?= =?UTF-8?B?5aSq6YOO?= <yamada@example.jp>\r\n\r\n"},
+    {"NotAnAddressList", "From: undisclosed sender\r\nTo: ;\r\n\r\n"},
+    {"DuplicateFromFirstWins", "From: first@example.com\r\nFrom: second@example.com\r\n\r\n"},
+    {"Receivers", "Delivered-To: final@example.com\r\nX-Original-To: alias@example.com\r\n\r\n"},
+    {"OriginalToOnly", "X-Original-To: Alias <alias@example.com>\r\n\r\n"},
+    {"ImportanceWins", "Importance: low\r\nX-Priority: 1 (Highest)\r\n\r\n"},
+    {"PriorityDigit", "X-Priority: 2\r\n\r\n"},
+    {"UnknownImportance", "Importance: urgent\r\nX-Priority: x\r\n\r\n"},
 };
 
 class LightHeader : public ::testing::TestWithParam<HeaderCase> {};
@@ -41,10 +53,21 @@ TEST_P(LightHeader, AgreesWithTheParsedRecord)
 {
     const QByteArray& block = GetParam().block;
     const mapi::MessageRecord parsed = MimeProperties::FromBytes(block);
-    EXPECT_EQ(MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(block, "Subject")),
+    EXPECT_EQ(MimeProperties::DecodeHeaderValue(MimeProperties::HeaderField(block, "Subject")),
               parsed.Get(mapi::PR_SUBJECT).value_or(QVariant()).toString());
-    EXPECT_EQ(MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(block, "Message-ID")),
+    EXPECT_EQ(MimeProperties::DecodeHeaderValue(MimeProperties::HeaderField(block, "Message-ID")),
               parsed.Get(mapi::PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString());
+}
+
+TEST_P(LightHeader, WholeRecordAgreesWithTheParsedOne)
+{
+    const QByteArray& block = GetParam().block;
+    mv::stores::ParseOptions options;
+    options.ownAddress = QStringLiteral("me@example.com");  // used when no receiver field is there
+    const mapi::MessageRecord parsed = MimeProperties::FromBytes(block, options);
+    const mapi::MessageRecord light = MimeProperties::FromHeaderFields(block, options);
+    EXPECT_EQ(light.props, parsed.props);
+    EXPECT_EQ(light.recipients, parsed.recipients);
 }
 
 INSTANTIATE_TEST_SUITE_P(Blocks, LightHeader, ::testing::ValuesIn(kHeaders),

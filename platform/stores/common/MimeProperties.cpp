@@ -11,7 +11,9 @@
 
 #include <fcntl.h>
 
+#include <functional>
 #include <mutex>
+#include <optional>
 
 using namespace mv::mapi;
 
@@ -167,11 +169,25 @@ QByteArray RawValue(GMimeHeader* header)
     return raw ? Base64WordsAsQ(QByteArray(raw)) : QByteArray();
 }
 
-QString HeaderText(GMimeMessage* message, const char* name, GMimeParserOptions* options)
+// The raw value of the first field of that name (encoded B words already
+// rewritten as Q), nothing when there is none: from a parsed message, or
+// from a block of header fields read field by field.
+using FieldReader = std::function<std::optional<QByteArray>(const char* name)>;
+
+FieldReader MessageFields(GMimeMessage* message)
 {
-    GMimeHeader* header = FirstHeader(message, name);
-    if (!header) return {};
-    GCharPtr unfolded(g_mime_utils_header_unfold(RawValue(header).constData()));
+    return [message](const char* name) -> std::optional<QByteArray> {
+        GMimeHeader* header = FirstHeader(message, name);
+        if (!header) return std::nullopt;
+        return RawValue(header);
+    };
+}
+
+QString HeaderText(const FieldReader& fields, const char* name, GMimeParserOptions* options)
+{
+    const std::optional<QByteArray> raw = fields(name);
+    if (!raw) return {};
+    GCharPtr unfolded(g_mime_utils_header_unfold(raw->constData()));
     GCharPtr decoded(g_mime_utils_header_decode_text(options, unfolded.get()));
     return FromUtf8(decoded.get()).trimmed();
 }
@@ -200,32 +216,32 @@ void CollectMailboxes(InternetAddressList* list, int depth, std::vector<Mailbox>
     }
 }
 
-std::vector<Mailbox> Mailboxes(GMimeMessage* message, const char* headerName, GMimeParserOptions* options)
+std::vector<Mailbox> Mailboxes(const FieldReader& fields, const char* headerName, GMimeParserOptions* options)
 {
     std::vector<Mailbox> boxes;
-    GMimeHeader* header = FirstHeader(message, headerName);
-    if (!header) return boxes;
-    GPtr<InternetAddressList> list(internet_address_list_parse(options, RawValue(header).constData()));
+    const std::optional<QByteArray> raw = fields(headerName);
+    if (!raw) return boxes;
+    GPtr<InternetAddressList> list(internet_address_list_parse(options, raw->constData()));
     CollectMailboxes(list.get(), 0, &boxes);
     if (!list || internet_address_list_length(list.get()) == 0) {
         // Not parseable as an address list: keep the text as the address
         // rather than losing who the mail was from or to.
-        const QString text = HeaderText(message, headerName, options);
+        const QString text = HeaderText(fields, headerName, options);
         if (!text.isEmpty()) boxes.push_back({QString(), text});
     }
     return boxes;
 }
 
 // Importance: wins over X-Priority; both absent means normal.
-int ImportanceOf(GMimeMessage* message, GMimeParserOptions* options)
+int ImportanceOf(const FieldReader& fields, GMimeParserOptions* options)
 {
     static const QHash<QString, int> importance = {
         {"low", IMPORTANCE_LOW}, {"normal", IMPORTANCE_NORMAL}, {"high", IMPORTANCE_HIGH}};
-    const QString word = HeaderText(message, "Importance", options).toLower();
+    const QString word = HeaderText(fields, "Importance", options).toLower();
     if (auto it = importance.constFind(word); it != importance.constEnd()) return *it;
 
     // X-Priority: "1 (Highest)" ... "5 (Lowest)"; only the leading digit counts.
-    const QString priority = HeaderText(message, "X-Priority", options);
+    const QString priority = HeaderText(fields, "X-Priority", options);
     if (!priority.isEmpty() && priority[0].isDigit()) {
         static constexpr int kByDigit[] = {IMPORTANCE_NORMAL, IMPORTANCE_HIGH, IMPORTANCE_HIGH, IMPORTANCE_NORMAL,
                                            IMPORTANCE_LOW,    IMPORTANCE_LOW};
@@ -407,23 +423,23 @@ QString JoinDisplayNames(const std::vector<Mailbox>& boxes)
 }
 
 // Header properties of `message` (parsed headers only, or in full).
-void HeaderProperties(GMimeMessage* message, const ParseOptions& parse, GMimeParserOptions* options,
+void HeaderProperties(const FieldReader& fields, const ParseOptions& parse, GMimeParserOptions* options,
                       MessageRecord* record)
 {
     PropertyMap& props = record->props;
-    props.insert(PR_SUBJECT, HeaderText(message, "Subject", options));
-    props.insert(PR_IMPORTANCE, ImportanceOf(message, options));
-    if (const QString id = HeaderText(message, "Message-ID", options); !id.isEmpty())
+    props.insert(PR_SUBJECT, HeaderText(fields, "Subject", options));
+    props.insert(PR_IMPORTANCE, ImportanceOf(fields, options));
+    if (const QString id = HeaderText(fields, "Message-ID", options); !id.isEmpty())
         props.insert(PR_INTERNET_MESSAGE_ID, id);
 
-    if (const auto from = Mailboxes(message, "From", options); !from.empty())
+    if (const auto from = Mailboxes(fields, "From", options); !from.empty())
         PutAddressProps(props, from.front(), PR_SENT_REPRESENTING_NAME, PR_SENT_REPRESENTING_EMAIL_ADDRESS,
                         PR_SENT_REPRESENTING_ADDRTYPE);
 
     // The mailbox the message was delivered to: the topmost Delivered-To is
     // the final delivery, X-Original-To the address before aliasing.
-    std::vector<Mailbox> receiver = Mailboxes(message, "Delivered-To", options);
-    if (receiver.empty()) receiver = Mailboxes(message, "X-Original-To", options);
+    std::vector<Mailbox> receiver = Mailboxes(fields, "Delivered-To", options);
+    if (receiver.empty()) receiver = Mailboxes(fields, "X-Original-To", options);
     if (receiver.empty() && !parse.ownAddress.isEmpty()) receiver.push_back({QString(), parse.ownAddress});
     if (!receiver.empty())
         PutAddressProps(props, receiver.front(), PR_RCVD_REPRESENTING_NAME, PR_RCVD_REPRESENTING_EMAIL_ADDRESS,
@@ -435,7 +451,7 @@ void HeaderProperties(GMimeMessage* message, const ParseOptions& parse, GMimePar
         PropTag display;  // 0: not shown in a display property
     } kRecipientHeaders[] = {{"To", MAPI_TO, PR_DISPLAY_TO}, {"Cc", MAPI_CC, PR_DISPLAY_CC}, {"Bcc", MAPI_BCC, 0}};
     for (const auto& kind : kRecipientHeaders) {
-        const std::vector<Mailbox> boxes = Mailboxes(message, kind.header, options);
+        const std::vector<Mailbox> boxes = Mailboxes(fields, kind.header, options);
         if (kind.display) props.insert(kind.display, JoinDisplayNames(boxes));
         for (const Mailbox& box : boxes) {
             record->recipients.push_back({{PR_DISPLAY_NAME, box.DisplayName()},
@@ -472,7 +488,7 @@ MessageRecord Assemble(GMimeMessage* headers, GMimeMessage* full, qint64 size, c
         record.props.insert(PR_BODY, BodyText(text, options));
     }
     if (!headers) return record;
-    HeaderProperties(headers, parse, options, &record);
+    HeaderProperties(MessageFields(headers), parse, options, &record);
 
     GMimeObject* top = g_mime_message_get_mime_part(NeedsStructure(headers) && full ? full : headers);
     Structure found;
@@ -553,6 +569,46 @@ Result<QString> MimeProperties::BodyFromFile(const QString& path)
     Result<MessageRecord> record = FromFile(path, options);
     if (!record) return record.error();
     return record->props.value(PR_BODY).toString();
+}
+
+MessageRecord MimeProperties::FromHeaderFields(const QByteArray& block, const ParseOptions& options)
+{
+    EnsureGMimeInitialised();
+    // Read-only once made, so one serves every call and thread.
+    static GMimeParserOptions* const parserOptions = MakeParserOptions().release();
+    KeepHeaderCharsetsLoaded(block);
+    MessageRecord record = EmptyRecord(block.size());
+    const FieldReader fields = [&block](const char* name) -> std::optional<QByteArray> {
+        QByteArray raw = HeaderField(block, name);
+        if (raw.isNull()) return std::nullopt;
+        return Base64WordsAsQ(raw);
+    };
+    HeaderProperties(fields, options, parserOptions, &record);
+    return record;
+}
+
+QByteArray MimeProperties::HeaderField(const QByteArray& block, const char* name)
+{
+    const qsizetype nameLength = qstrlen(name);
+    for (qsizetype at = 0; at < block.size();) {
+        qsizetype end = block.indexOf('\n', at);
+        if (end < 0) end = block.size();
+        if (end - at > nameLength && block.at(at + nameLength) == ':' &&
+            qstrnicmp(block.constData() + at, name, nameLength) == 0) {
+            // The field goes on over lines that start with white space.
+            QByteArray value = block.mid(at + nameLength + 1, end - at - nameLength - 1);
+            while (end + 1 < block.size() && (block.at(end + 1) == ' ' || block.at(end + 1) == '\t')) {
+                const qsizetype next = block.indexOf('\n', end + 1);
+                const qsizetype stop = next < 0 ? block.size() : next;
+                value += '\n' + block.mid(end + 1, stop - end - 1);
+                end = stop;
+            }
+            value.replace("\r", "");
+            return value;
+        }
+        at = end + 1;
+    }
+    return {};
 }
 
 QString MimeProperties::DecodeHeaderValue(const QByteArray& rawValue)

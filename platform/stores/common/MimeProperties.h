@@ -48,6 +48,15 @@ public:
     static Result<mapi::MessageRecord> FromFile(const QString& path, const ParseOptions& options = {});
     // The text body alone (text/plain, else HTML reduced to text).
     static Result<QString> BodyFromFile(const QString& path);
+    // The header properties FromBytes gives for a block of header fields
+    // (an IMAP server's answer to HEADER.FIELDS), read field by field
+    // without building a message. The class is IPM.Note and there is no
+    // attachment: whoever needs those reads them from the structure, or a
+    // report's from FromBytes.
+    static mapi::MessageRecord FromHeaderFields(const QByteArray& block, const ParseOptions& options = {});
+    // The raw value of the first `name` field of a header block, folding
+    // kept with "\n" line ends; null when there is no such field.
+    static QByteArray HeaderField(const QByteArray& block, const char* name);
     // One header field's raw value (after the colon, folding kept) as the
     // records read it: encoded words decoded, unfolded, trimmed. For a
     // caller that has the few fields it needs and no use for the rest.

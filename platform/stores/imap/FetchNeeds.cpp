@@ -22,14 +22,6 @@ FetchNeeds FetchNeeds::All()
     return needs;
 }
 
-bool FetchNeeds::light() const
-{
-    if (m_attachmentBit) return false;
-    for (const QByteArray& field : m_fields)
-        if (field != "Subject" && field != "Message-ID" && field != "Content-Type") return false;
-    return true;
-}
-
 FetchNeeds FetchNeeds::For(const Restriction* restriction, const std::vector<PropTag>& columns)
 {
     FetchNeeds needs;

@@ -33,9 +33,10 @@ public:
     // The message class is asked for: the Content-Type field is fetched,
     // and the structure of a multipart message that may hold a calendar.
     bool structure() const { return m_structure; }
-    // Only Subject, Message-ID and the class are read of the header: the
-    // record can be made from those fields without parsing a message.
-    bool light() const;
+    // The attachment bit is not asked for: the record can be made from the
+    // fetched fields without parsing a message (the class comes from the
+    // structure, or from the parser for a report).
+    bool light() const { return !m_attachmentBit; }
 
     // Whether the class of a message needs its structure, from its fetched
     // header block: a multipart message may hide a calendar part, a

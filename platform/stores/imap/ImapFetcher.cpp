@@ -114,30 +114,6 @@ QDateTime ImapFetcher::ToUtc(int day, int month, int year, int hour, int min, in
     return t.addSecs(-offset);
 }
 
-QByteArray ImapFetcher::HeaderField(const QByteArray& block, const char* name)
-{
-    const qsizetype nameLength = qstrlen(name);
-    for (qsizetype at = 0; at < block.size();) {
-        qsizetype end = block.indexOf('\n', at);
-        if (end < 0) end = block.size();
-        if (end - at > nameLength && block.at(at + nameLength) == ':' &&
-            qstrnicmp(block.constData() + at, name, nameLength) == 0) {
-            // The field goes on over lines that start with white space.
-            QByteArray value = block.mid(at + nameLength + 1, end - at - nameLength - 1);
-            while (end + 1 < block.size() && (block.at(end + 1) == ' ' || block.at(end + 1) == '\t')) {
-                const qsizetype next = block.indexOf('\n', end + 1);
-                const qsizetype stop = next < 0 ? block.size() : next;
-                value += '\n' + block.mid(end + 1, stop - end - 1);
-                end = stop;
-            }
-            value.replace("\r", "");
-            return value;
-        }
-        at = end + 1;
-    }
-    return {};
-}
-
 QString ImapFetcher::ClassFromCalendar(const QByteArray& calendarText)
 {
     static const QRegularExpression method(QStringLiteral("^METHOD:\\s*([A-Za-z-]+)"),

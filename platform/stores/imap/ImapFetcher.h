@@ -40,9 +40,6 @@ public:
     // Message class from BODYSTRUCTURE: reports and calendar messages.
     static QString ClassFromStructure(const mailimap_body* body, QByteArray* calendarPart);
     static QString ClassFromCalendar(const QByteArray& calendarText);
-    // The raw value of the first `name` field of a header block, folding
-    // kept with "\n" line ends; null when there is no such field.
-    static QByteArray HeaderField(const QByteArray& block, const char* name);
     static QDateTime ToUtc(int day, int month, int year, int hour, int min, int sec, int zone);
 };
 

@@ -478,22 +478,13 @@ MessageRecord ImapStore::BuildRecord(const FetchedMessage& m, const ImapFolderRe
 {
     MessageRecord record;
     // A report's class is read from its Content-Type parameters by the
-    // MIME parser; everything else the light way needs is in two fields.
+    // MIME parser; everything else the light way reads field by field.
     const bool report = m.messageClass.isEmpty() &&
-                        ImapFetcher::HeaderField(m.header, "Content-Type").toLower().contains("multipart/report");
-    if (light && !report) {
-        record.props[PR_SUBJECT] = MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(m.header, "Subject"));
-        if (const QString id = MimeProperties::DecodeHeaderValue(ImapFetcher::HeaderField(m.header, "Message-ID"));
-            !id.isEmpty())
-            record.props[PR_INTERNET_MESSAGE_ID] = id;
-        record.props[PR_IMPORTANCE] = IMPORTANCE_NORMAL;
-        record.props[PR_MESSAGE_CLASS] = QStringLiteral("IPM.Note");
-        record.props[PR_MESSAGE_FLAGS] = 0;
-    } else {
-        ParseOptions options;
-        options.ownAddress = OwnAddress();
-        record = MimeProperties::FromBytes(m.header, options);
-    }
+                        MimeProperties::HeaderField(m.header, "Content-Type").toLower().contains("multipart/report");
+    ParseOptions options;
+    options.ownAddress = OwnAddress();
+    record = light && !report ? MimeProperties::FromHeaderFields(m.header, options)
+                              : MimeProperties::FromBytes(m.header, options);
     FlagMapping::ApplyFlags(m.flags, record.props);
     if (m.internalDate.isValid()) record.props[PR_MESSAGE_DELIVERY_TIME] = m.internalDate;
     record.props[PR_MESSAGE_SIZE] = static_cast<int>(m.size);

@@ -104,7 +104,7 @@ private:
     static std::vector<QByteArray> UidBatches(const std::vector<quint32>& uids);
     Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
                                                      const FetchNeeds& needs) const;
-    // `light`: only Subject, Message-ID and the class are read (FetchNeeds::light).
+    // `light`: the record is made from the fetched fields alone (FetchNeeds::light).
     mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const;
     Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                            const mapi::Restriction* restriction, const std::vector<mapi::PropTag>& columns);
