@@ -140,7 +140,9 @@ GMimeHeader* FirstHeader(GMimeMessage* message, const char* name)
 QByteArray Base64WordsAsQ(const QByteArray& raw)
 {
     if (!raw.contains("?B?") && !raw.contains("?b?")) return raw;
-    static const QRegularExpression word(QStringLiteral(R"(=\?([^?\s]+)\?[Bb]\?([^?\s]*)\?=)"));
+    // One per thread: the IMAP lookahead reads records on its own thread, and
+    // a pattern is compiled on its first use.
+    static thread_local const QRegularExpression word(QStringLiteral(R"(=\?([^?\s]+)\?[Bb]\?([^?\s]*)\?=)"));
     const QString text = QString::fromLatin1(raw);
     QByteArray out;
     qsizetype last = 0;
@@ -361,7 +363,7 @@ QString CalendarMethod(GMimePart* part)
 {
     const char* param = g_mime_object_get_content_type_parameter(GMIME_OBJECT(part), "method");
     if (param && *param) return QString::fromUtf8(param).trimmed().toUpper();
-    static const QRegularExpression methodLine(QStringLiteral("^METHOD:\\s*([A-Za-z-]+)"),
+    static thread_local const QRegularExpression methodLine(QStringLiteral("^METHOD:\\s*([A-Za-z-]+)"),
                                                QRegularExpression::MultilineOption |
                                                    QRegularExpression::CaseInsensitiveOption);
     GPtr<GMimeStream> content = DecodedStream(part);

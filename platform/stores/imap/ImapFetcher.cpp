@@ -116,7 +116,7 @@ QDateTime ImapFetcher::ToUtc(int day, int month, int year, int hour, int min, in
 
 QString ImapFetcher::ClassFromCalendar(const QByteArray& calendarText)
 {
-    static const QRegularExpression method(QStringLiteral("^METHOD:\\s*([A-Za-z-]+)"),
+    static thread_local const QRegularExpression method(QStringLiteral("^METHOD:\\s*([A-Za-z-]+)"),
                                            QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
     const auto m = method.match(QString::fromUtf8(calendarText));
     const QString cls = m.hasMatch() ? ClassForMethod(m.captured(1).toLatin1()) : QString();
