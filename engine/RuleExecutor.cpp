@@ -193,6 +193,14 @@ Restriction RuleExecutor::BuildRestriction(const RuleRecord& rule) const
     return root;
 }
 
+void RuleExecutor::DefineQuery(const RuleRecord& rule, outlook::MapiTable& table, Restriction& filter) const
+{
+    filter.Clear();
+    filter.kind = RES_AND;
+    AddRuleCriteria(rule, CutOffFor(rule), filter);
+    table.SetColumns(kColumns);
+}
+
 void RuleExecutor::Anticipate(const RuleRecord& rule)
 {
     try {
@@ -203,11 +211,7 @@ void RuleExecutor::Anticipate(const RuleRecord& rule)
         if (!table || !table->SetItems(*source)) return;
         Restriction* filter = table->Filter();
         if (!filter) return;
-        // Built as Execute builds it, so that the store sees the same query.
-        filter->Clear();
-        filter->kind = RES_AND;
-        AddRuleCriteria(rule, CutOffFor(rule), *filter);
-        table->SetColumns(kColumns);
+        DefineQuery(rule, *table, *filter);  // as Execute does: the store must see the same query
         table->Anticipate();
     } catch (const RuleError&) {
     }
@@ -254,14 +258,10 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
         table->SetItems(*source);
         Restriction* filter = table->Filter();
         if (!filter) Raise(kErr1002, QStringLiteral("Failed to create Filter object. Contact Sorquin Support."));
-        filter->Clear();
-        filter->kind = RES_AND;
-
-        // Step 2: criteria, one child of the root AND each.
-        AddRuleCriteria(rule, CutOffFor(rule), *filter);
+        // Step 2: criteria, one child of the root AND each; the columns.
+        DefineQuery(rule, *table, *filter);
 
         // Step 3: rows.
-        table->SetColumns(kColumns);
         table->GoToFirstRow();
         for (;;) {
             auto next = table->GetNextRow();

@@ -41,6 +41,7 @@ class ErrorReport;
 class TimeZoneSource;
 }  // namespace mv::os
 namespace mv::outlook {
+class MapiTable;
 class NameSpace;
 }
 
@@ -144,6 +145,9 @@ public:
     EngineSettings Settings() const { return m_settings ? m_settings() : EngineSettings{}; }
 
 private:
+    // The rule's restriction into the table's filter, and the columns.
+    void DefineQuery(const RuleRecord& rule, outlook::MapiTable& table, mapi::Restriction& filter) const;
+
     outlook::NameSpace& m_ns;
     const ProgIdRegistry& m_progIds;
     os::ErrorReport& m_report;

@@ -43,9 +43,8 @@ std::optional<quint64> HighestModSeq(ImapConnection& conn, const QByteArray& mai
 }  // namespace
 
 ImapLookahead::ImapLookahead(Opener opener, Gatherer gatherer)
-    : m_opener(std::move(opener)), m_gatherer(std::move(gatherer))
+    : m_opener(std::move(opener)), m_gatherer(std::move(gatherer)), m_thread([this] { Run(); })
 {
-    for (int k = 0; k < kConnections; ++k) m_threads.emplace_back([this] { Run(); });
 }
 
 ImapLookahead::~ImapLookahead()
@@ -55,7 +54,7 @@ ImapLookahead::~ImapLookahead()
         m_stop = true;
     }
     m_changed.notify_all();
-    for (std::thread& t : m_threads) t.join();
+    m_thread.join();
 }
 
 void ImapLookahead::Enqueue(LookaheadJob job)
@@ -98,7 +97,7 @@ int ImapLookahead::CommandsSent() const
 
 void ImapLookahead::Run()
 {
-    std::unique_ptr<ImapConnection> conn;  // this thread's own
+    std::unique_ptr<ImapConnection> conn;
     int counted = 0;                       // of its commands, already in m_commands
     for (;;) {
         std::shared_ptr<Slot> slot;

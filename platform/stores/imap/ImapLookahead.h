@@ -1,14 +1,18 @@
 #pragma once
-// Runs the queries a rule run is about to ask on connections and threads of
+// Runs the queries a rule run is about to ask on a connection and thread of
 // its own, a few rules ahead, so that the server searches for the next
 // rules while the current one moves its mail.
 //
 // An answer is taken only for the same folder, search text and columns.
-// Each job opens its folder with SELECT (CONDSTORE) first and keeps the
-// HIGHESTMODSEQ it was given: whatever changed after that moment (flags set
-// by someone else, mail that arrived or was moved in) has a higher
-// mod-sequence, so the taker asks "UID SEARCH MODSEQ n+1" and checks those
+// Each job reads the folder's HIGHESTMODSEQ (STATUS) just before its
+// search: whatever changed after that moment (flags set by someone else,
+// mail that arrived or was moved in) has a higher mod-sequence, so the
+// taker asks for what changed since (CHANGEDSINCE) and checks those
 // messages again. A job that fails only means the taker queries as usual.
+//
+// One connection: two searching at once took the server a quarter more
+// work for no shorter run on a two-processor machine, and the server is
+// usually someone else's.
 
 #include "ImapSettings.h"
 #include "SearchWriter.h"
@@ -77,19 +81,15 @@ public:
     int CommandsSent() const;
 
 private:
-    // One connection: two searching at once took the server a quarter more
-    // work for no shorter run on a two-processor machine, and the server is
-    // usually someone else's.
-    static constexpr int kConnections = 1;
     static constexpr size_t kMostQueued = 16;
 
     struct Slot {
         LookaheadJob job;
-        bool started = false;
+        bool started = false;  // the thread has it (it stays queued until taken)
         bool done = false;
         std::optional<LookaheadAnswer> answer;
     };
-    void Run();  // one per thread, each with its own connection
+    void Run();  // the thread, with its own connection
     std::optional<LookaheadAnswer> Answer(ImapConnection& conn, const LookaheadJob& job);
 
     Opener m_opener;
@@ -99,7 +99,7 @@ private:
     std::deque<std::shared_ptr<Slot>> m_slots;
     bool m_stop = false;
     int m_commands = 0;
-    std::vector<std::thread> m_threads;  // last: they start once the rest is made
+    std::thread m_thread;  // last: it starts once the rest is made
 };
 
 }  // namespace mv::stores

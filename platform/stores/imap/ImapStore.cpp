@@ -547,9 +547,10 @@ std::optional<GatheredRows> ImapStore::FromLookahead(ImapConnection& conn, const
         if (!checked) return std::nullopt;
         again = std::move(*checked);
     }
-    const QSet<quint32> removed = m_removed.value(FolderKey(folder));
+    const auto removed = m_removed.constFind(FolderKey(folder));
     auto stale = [&](quint32 uid) {
-        return removed.contains(uid) || std::binary_search(changed.begin(), changed.end(), uid);
+        return (removed != m_removed.constEnd() && removed->contains(uid)) ||
+               std::binary_search(changed.begin(), changed.end(), uid);
     };
     // Both lists are in UID order; so is the merge.
     GatheredRows& before = answer->gathered;
