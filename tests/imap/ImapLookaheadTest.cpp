@@ -29,13 +29,20 @@ protected:
 
     QByteArray Uid(const QByteArray& id) const { return QByteArray::number(stores::ImapIds::ParseMessage(id)->uid); }
 
-    // Tells the store, then waits until its lookahead has answered (its
-    // commands are counted once a job is done), so that what the test
-    // changes next happens after the lookahead's search.
+    // Tells the store, lets a query of its hand that on to the lookahead,
+    // then waits until the lookahead has answered (its commands are counted
+    // once a job is done), so that what the test changes next happens after
+    // the lookahead's search.
     void AnticipateAndWait(const QByteArray& folder, const Restriction& r, const std::vector<PropTag>& columns)
     {
-        const int before = store->CommandsSent();
+        // What that query costs alone, the folder already selected.
+        ASSERT_TRUE(store->Query(folder, nullptr, {PR_ENTRYID}).ok());
+        int before = store->CommandsSent();
+        ASSERT_TRUE(store->Query(folder, nullptr, {PR_ENTRYID}).ok());
+        const int query = store->CommandsSent() - before;
+        before = store->CommandsSent() + query;
         store->Anticipate(folder, r, columns);
+        ASSERT_TRUE(store->Query(folder, nullptr, {PR_ENTRYID}).ok());
         ASSERT_TRUE(QTest::qWaitFor([&] { return store->CommandsSent() >= before + 3; }, 20000))
             << "the lookahead did not answer";
     }

@@ -190,9 +190,9 @@ TEST_F(ImapQueryTest, EngineColumnsOfAnExactSearchKeepTheClass)
                                              {kNdr, S("REPORT.IPM.Note.NDR")},
                                              {kInvite, S("IPM.Schedule.Meeting.Canceled")}};
     EXPECT_EQ(classes, expected);
-    // UID SEARCH, the header FETCH, the structure of the one multipart
-    // message, its calendar part.
-    EXPECT_EQ(store->CommandsSent() - before, 4);
+    // NOOP, UID SEARCH, the header FETCH, the structure of the one
+    // multipart message, its calendar part.
+    EXPECT_EQ(store->CommandsSent() - before, 5);
 }
 
 class ImapFolderTest : public DovecotStoreTest {};

@@ -53,7 +53,14 @@ void FetchNeeds::Walk(const Restriction& r)
             else
                 AddFields(kAllFields);
             return;
+        case RES_BITMASK:
+            // The read and unsent bits come from the flags; only the
+            // attachment bit needs the message parsed.
+            if (PropIdOf(r.propTag) == PropIdOf(PR_MESSAGE_FLAGS) && !(r.mask & MSGFLAG_HASATTACH)) return;
+            Add(r.propTag);
+            return;
         default:
+            if (PropIdOf(r.propTag) == PropIdOf(PR_BODY)) m_body = true;
             Add(r.propTag);
     }
 }

@@ -37,6 +37,8 @@ public:
     // fetched fields without parsing a message (the class comes from the
     // structure, or from the parser for a report).
     bool light() const { return !m_attachmentBit; }
+    // A term reaches the body.
+    bool body() const { return m_body; }
 
     // Whether the class of a message needs its structure, from its fetched
     // header block: a multipart message may hide a calendar part, a
@@ -52,6 +54,7 @@ private:
     QByteArrayList m_fields;
     bool m_structure = false;
     bool m_attachmentBit = false;  // PR_MESSAGE_FLAGS: told by the MIME parser
+    bool m_body = false;
 };
 
 }  // namespace mv::stores

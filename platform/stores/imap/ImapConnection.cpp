@@ -222,7 +222,46 @@ Result<quint32> ImapConnection::Select(const QByteArray& mailbox)
         return s.error();
     }
     m_selected = mailbox;
+    m_selectedAt = m_commands;
     return m_session->imap_selection_info->sel_uidvalidity;
+}
+
+Status ImapConnection::Sync()
+{
+    if (m_selectedAt == m_commands) return {};
+    ++m_commands;
+    return Check(mailimap_noop(m_session), "NOOP");
+}
+
+quint32 ImapConnection::Exists() const
+{
+    return m_session->imap_selection_info ? m_session->imap_selection_info->sel_exists : 0;
+}
+
+Result<ImapConnection::ModState> ImapConnection::ReadModState(const QByteArray& mailbox)
+{
+    mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_MESSAGES);
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_HIGHESTMODSEQ);
+    mailimap_mailbox_data_status* status = nullptr;
+    ++m_commands;
+    const int r = mailimap_status(m_session, mailbox.constData(), atts, &status);
+    mailimap_status_att_list_free(atts);
+    if (Status s = Check(r, "STATUS"); !s) return s.error();
+    ModState state;
+    for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
+        auto* info = static_cast<mailimap_status_info*>(clist_content(it));
+        const mailimap_extension_data* ext = info->st_ext_data;
+        if (ext && ext->ext_extension == &mailimap_extension_condstore &&
+            ext->ext_type == MAILIMAP_CONDSTORE_TYPE_STATUS_INFO && ext->ext_data)
+            state.highestModSeq = static_cast<mailimap_condstore_status_info*>(ext->ext_data)->cs_highestmodseq_value;
+        else if (info->st_att == MAILIMAP_STATUS_ATT_HIGHESTMODSEQ)
+            state.highestModSeq = info->st_value;
+        else if (info->st_att == MAILIMAP_STATUS_ATT_MESSAGES)
+            state.messages = info->st_value;
+    }
+    mailimap_mailbox_data_status_free(status);
+    return state;
 }
 
 Status ImapConnection::Custom(const QByteArray& command)

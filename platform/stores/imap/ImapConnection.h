@@ -43,7 +43,22 @@ public:
     // SELECTs the mailbox unless it is already selected; its UIDVALIDITY.
     Result<quint32> Select(const QByteArray& mailbox);
     void ForgetSelection() { m_selected.clear(); }
+    // Brings the session's view of the selected folder up to date (NOOP)
+    // unless the last command was its SELECT. A server answers a command
+    // from the view as of the end of the one before, so without this a
+    // query after a quiet spell would miss what others did meanwhile.
+    Status Sync();
+    // Messages in the selected folder as the server last reported them
+    // (EXISTS, less each EXPUNGE since).
+    quint32 Exists() const;
     const QByteArray& selected() const { return m_selected; }
+
+    struct ModState {
+        quint32 messages = 0;
+        quint64 highestModSeq = 0;  // 0: the server keeps none for the folder
+    };
+    // STATUS (MESSAGES HIGHESTMODSEQ): cheap, and the folder as it is now.
+    Result<ModState> ReadModState(const QByteArray& mailbox);
 
     // A command libetpan has no call for, sent as text; the untagged data
     // is left in the session's response info for the caller to read.
@@ -62,6 +77,7 @@ private:
     bool m_broken = false;
     QByteArray m_selected;
     int m_commands = 0;
+    int m_selectedAt = -1;  // m_commands just after the SELECT
 };
 
 }  // namespace mv::stores

@@ -155,6 +155,13 @@ std::vector<FetchedMessage> ImapFetcher::Parse(mailimap* session)
                 ReadFlags(item->att_data.att_dyn, m.flags);
                 continue;
             }
+            if (item->att_type == MAILIMAP_MSG_ATT_ITEM_EXTENSION) {
+                const mailimap_extension_data* ext = item->att_data.att_extension_data;
+                if (ext && ext->ext_extension == &mailimap_extension_condstore &&
+                    ext->ext_type == MAILIMAP_CONDSTORE_TYPE_FETCH_DATA && ext->ext_data)
+                    m.modSeq = static_cast<mailimap_condstore_fetch_mod_resp*>(ext->ext_data)->cs_modseq_value;
+                continue;
+            }
             if (item->att_type != MAILIMAP_MSG_ATT_ITEM_STATIC || !item->att_data.att_static) continue;
             const mailimap_msg_att_static* s = item->att_data.att_static;
             switch (s->att_type) {

@@ -19,6 +19,7 @@ struct FetchedMessage {
     mapi::MessageFlags flags;
     QDateTime internalDate;  // UTC
     quint32 size = 0;
+    quint64 modSeq = 0;      // when the server sent MODSEQ
     QByteArray header;       // the fetched header fields
     QByteArray content;      // the whole message or one part, when fetched
     QString messageClass;    // from the structure; empty when not fetched

@@ -12,32 +12,9 @@ namespace {
 
 bool SameQuery(const LookaheadJob& a, const LookaheadJob& b)
 {
+    // The same search text may be checked against different terms here.
     return a.mailbox == b.mailbox && a.uidValidity == b.uidValidity && a.columns == b.columns &&
-           SearchWriter::Command(a.keys) == SearchWriter::Command(b.keys);
-}
-
-// STATUS (HIGHESTMODSEQ): cheap, and read from the folder as it is now.
-std::optional<quint64> HighestModSeq(ImapConnection& conn, const QByteArray& mailbox)
-{
-    mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
-    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_HIGHESTMODSEQ);
-    mailimap_mailbox_data_status* status = nullptr;
-    conn.CountCommand();
-    const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
-    mailimap_status_att_list_free(atts);
-    if (!conn.Check(r, "STATUS")) return std::nullopt;
-    std::optional<quint64> value;
-    for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
-        auto* info = static_cast<mailimap_status_info*>(clist_content(it));
-        const mailimap_extension_data* ext = info->st_ext_data;
-        if (ext && ext->ext_extension == &mailimap_extension_condstore &&
-            ext->ext_type == MAILIMAP_CONDSTORE_TYPE_STATUS_INFO && ext->ext_data)
-            value = static_cast<mailimap_condstore_status_info*>(ext->ext_data)->cs_highestmodseq_value;
-        else if (info->st_att == MAILIMAP_STATUS_ATT_HIGHESTMODSEQ)
-            value = info->st_value;
-    }
-    mailimap_mailbox_data_status_free(status);
-    return value;
+           a.restriction == b.restriction && SearchWriter::Command(a.keys) == SearchWriter::Command(b.keys);
 }
 
 }  // namespace
@@ -71,6 +48,15 @@ void ImapLookahead::Enqueue(LookaheadJob job)
     m_changed.notify_all();
 }
 
+void ImapLookahead::Forget(const QByteArray& mailbox, quint32 uidValidity)
+{
+    std::lock_guard lock(m_mutex);
+    // A job already running finishes into a slot nobody holds any more.
+    std::erase_if(m_slots, [&](const std::shared_ptr<Slot>& s) {
+        return s->job.mailbox == mailbox && s->job.uidValidity == uidValidity;
+    });
+}
+
 std::optional<LookaheadAnswer> ImapLookahead::Take(const LookaheadJob& asked)
 {
     std::unique_lock lock(m_mutex);
@@ -79,6 +65,9 @@ std::optional<LookaheadAnswer> ImapLookahead::Take(const LookaheadJob& asked)
     if (match == m_slots.end()) return std::nullopt;
     std::shared_ptr<Slot> slot = *match;
     m_slots.erase(m_slots.begin(), match + 1);
+    // Not begun yet: the thread will never see it now, and the query is
+    // as quick done by the asker.
+    if (!slot->started) return std::nullopt;
     m_changed.wait(lock, [&] { return slot->done; });
     return std::move(slot->answer);
 }
@@ -141,11 +130,11 @@ std::optional<LookaheadAnswer> ImapLookahead::Answer(ImapConnection& conn, const
     if (!uidValidity || *uidValidity != job.uidValidity) return std::nullopt;
     // Asked just before the search: whatever the search does not see
     // changes after this and so has a higher mod-sequence.
-    const std::optional<quint64> modSeq = HighestModSeq(conn, job.mailbox);
-    if (!modSeq || *modSeq == 0) return std::nullopt;
+    const auto state = conn.ReadModState(job.mailbox);
+    if (!state || state->highestModSeq == 0) return std::nullopt;
     auto gathered = m_gatherer(conn, job);
     if (!gathered) return std::nullopt;
-    return LookaheadAnswer{*modSeq, std::move(*gathered)};
+    return LookaheadAnswer{state->highestModSeq, std::move(*gathered)};
 }
 
 }  // namespace mv::stores

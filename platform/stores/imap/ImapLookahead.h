@@ -3,7 +3,8 @@
 // its own, a few rules ahead, so that the server searches for the next
 // rules while the current one moves its mail.
 //
-// An answer is taken only for the same folder, search text and columns.
+// An answer is taken only for the same folder, restriction, search text
+// and columns.
 // Each job reads the folder's HIGHESTMODSEQ (STATUS) just before its
 // search: whatever changed after that moment (flags set by someone else,
 // mail that arrived or was moved in) has a higher mod-sequence, so the
@@ -71,10 +72,12 @@ public:
     ImapLookahead& operator=(const ImapLookahead&) = delete;
 
     void Enqueue(LookaheadJob job);
-    // The answer of the queued job with this folder, search and columns,
-    // waiting for it if it is still running; jobs queued before it are
-    // dropped. Nothing when no such job was queued or it failed.
+    // The answer of the queued job with this folder, query and columns,
+    // waiting for it if it is running; jobs queued before it are dropped.
+    // Nothing when no such job was queued, it had not begun, or it failed.
     std::optional<LookaheadAnswer> Take(const LookaheadJob& asked);
+    // Drops the folder's jobs (its queries are answered another way).
+    void Forget(const QByteArray& mailbox, quint32 uidValidity);
     // No job queued.
     bool Empty() const;
     // Commands sent on the lookahead's connections so far.

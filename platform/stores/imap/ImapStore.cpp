@@ -20,6 +20,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <future>
 
 namespace mv::stores {
 
@@ -31,6 +32,15 @@ namespace {
 // and this long a UID set (well under the 8 KB-64 KB line limits of servers).
 constexpr size_t kFetchBatch = 10000;
 constexpr qsizetype kMaxSetChars = 16000;
+// A folder is read into an image when this many told queries will ask it
+// (with the one asking now, at least four); one over this size never is
+// (about 3 KB of memory per message with two fields).
+constexpr int kImageAfter = 3;
+constexpr quint32 kImageMost = 200000;
+// An image nobody asked for this long is dropped.
+constexpr int kImageIdleMs = 60000;
+// More changed messages than this are read again as a whole.
+constexpr size_t kMostRechecked = 2000;
 constexpr size_t kBodyBatch = 100;    // whole messages per FETCH when bodies are needed
 
 // Special-use by name, for servers that do not say (RFC 6154 names first).
@@ -134,6 +144,14 @@ ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent
     : MessageStore(parent), m_settings(std::move(settings)),
       m_storeId(ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port)), m_connector(std::move(connector))
 {
+    m_imageIdle.setSingleShot(true);
+    m_imageIdle.setInterval(kImageIdleMs);
+    connect(&m_imageIdle, &QTimer::timeout, this, [this] {
+        m_images.clear();
+        m_announced.clear();
+        m_imageFields.clear();
+        m_noImage.clear();
+    });
 }
 
 ImapStore::~ImapStore()
@@ -455,22 +473,10 @@ Result<std::vector<FetchedMessage>> ImapStore::FetchHeaders(ImapConnection& conn
             open.insert(out[i].uid, i);
             openUids.push_back(out[i].uid);
         }
-    for (const QByteArray& set : UidBatches(openUids)) {
-        if (Status s = conn.Custom(ImapFetcher::StructureFetch(set)); !s) return s.error();
-        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
-            const auto at = open.constFind(m.uid);
-            if (at == open.constEnd()) continue;
-            out[*at].messageClass = m.messageClass;
-            out[*at].calendarPart = m.calendarPart;
-        }
-    }
-    // A calendar part that names no method in its parameters: read its text.
-    for (FetchedMessage& m : out) {
-        if (m.calendarPart.isEmpty()) continue;
-        if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(m.uid), m.calendarPart)); !s) return s.error();
-        const auto parts = ImapFetcher::Parse(conn.session());
-        if (!parts.empty()) m.messageClass = ImapFetcher::ClassFromCalendar(parts.front().content);
-    }
+    auto classes = FetchClasses(conn, openUids);
+    if (!classes) return classes.error();
+    for (auto it = classes->cbegin(); it != classes->cend(); ++it)
+        if (const auto at = open.constFind(it.key()); at != open.constEnd()) out[*at].messageClass = it.value();
     return out;
 }
 
@@ -501,31 +507,222 @@ SearchKeys ImapStore::Keys(const ImapConnection& conn, const Restriction* restri
     return writer.Write(restriction);
 }
 
+Result<QHash<quint32, QString>> ImapStore::FetchClasses(ImapConnection& conn, const std::vector<quint32>& uids) const
+{
+    QHash<quint32, QString> classes;
+    std::vector<std::pair<quint32, QByteArray>> calendarParts;
+    for (const QByteArray& set : UidBatches(uids)) {
+        if (Status s = conn.Custom(ImapFetcher::StructureFetch(set)); !s) return s.error();
+        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
+            classes.insert(m.uid, m.messageClass);
+            if (!m.calendarPart.isEmpty()) calendarParts.emplace_back(m.uid, m.calendarPart);
+        }
+    }
+    // A calendar part that names no method in its parameters: read its text.
+    for (const auto& [uid, part] : calendarParts) {
+        if (Status s = conn.Custom(ImapFetcher::ContentFetch(QByteArray::number(uid), part)); !s) return s.error();
+        const auto parts = ImapFetcher::Parse(conn.session());
+        if (!parts.empty()) classes.insert(uid, ImapFetcher::ClassFromCalendar(parts.front().content));
+    }
+    return classes;
+}
+
 Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                             const Restriction* restriction, const std::vector<PropTag>& columns)
 {
     if (auto uv = SelectChecked(conn, folder); !uv) return uv.error();
-    const SearchKeys keys = Keys(conn, restriction);
+    if (Status s = conn.Sync(); !s) return s.error();
+    SendAhead();
     std::optional<GatheredRows> gathered;
-    if (m_lookahead && restriction) gathered = FromLookahead(conn, folder, *restriction, columns, keys);
-    if (!gathered) {
-        auto fresh = Gather(conn, folder, restriction, columns, keys);
-        if (!fresh) return fresh.error();
-        gathered = std::move(*fresh);
+    const QByteArray key = FolderKey(folder);
+    const std::optional<QByteArrayList> fields = ImageFields(restriction, columns);
+    const auto image = m_images.find(key);
+    if (ImageWanted(key) && fields && (image == m_images.end() || image->second->Holds(*fields))) {
+        auto fromImage = FromImage(conn, folder, restriction, columns);
+        if (!fromImage) return fromImage.error();
+        gathered = std::move(*fromImage);
     }
-    m_queriedFolder = FolderKey(folder);
+    // This was one of the told queries, or one more; once none is left the
+    // image goes with its memory.
+    if (fields && m_announced.value(key) > 0 && --m_announced[key] == 0) {
+        m_announced.remove(key);
+        m_imageFields.remove(key);
+        m_images.erase(key);
+    }
+    if (!gathered) {
+        const SearchKeys keys = Keys(conn, restriction);
+        if (m_lookahead && restriction) gathered = FromLookahead(conn, folder, *restriction, columns, keys);
+        if (!gathered) {
+            auto fresh = Gather(conn, folder, restriction, columns, keys);
+            if (!fresh) return fresh.error();
+            gathered = std::move(*fresh);
+        }
+    }
+    m_queriedFolder = key;
     m_queried = std::move(gathered->fetched);
     // With no answer waiting, no answer can name what was moved before now.
     if (m_lookahead && m_lookahead->Empty()) m_removed.clear();
     return std::move(gathered->rows);
 }
 
+std::optional<QByteArrayList> ImapStore::ImageFields(const Restriction* restriction,
+                                                    const std::vector<PropTag>& columns)
+{
+    // Records made from header fields and flags alone: no body term, no
+    // attachment bit, no test of the class (told only for the rows).
+    const FetchNeeds needs = FetchNeeds::For(restriction, columns);
+    if (!needs.light() || needs.body() || FetchNeeds::For(restriction, {}).structure()) return std::nullopt;
+    return needs.fields();
+}
+
+bool ImapStore::ImageWanted(const QByteArray& folderKey) const
+{
+    if (m_noImage.contains(folderKey)) return false;
+    return m_images.count(folderKey) || m_announced.value(folderKey) >= kImageAfter;
+}
+
+void ImapStore::SendAhead()
+{
+    std::vector<LookaheadJob> told = std::move(m_told);
+    m_told.clear();
+    for (LookaheadJob& job : told) {
+        if (ImageWanted(FolderKey({job.mailbox, job.uidValidity})) && ImageFields(&job.restriction, job.columns))
+            continue;
+        if (!m_lookahead) {
+            auto password = Password();
+            if (!password) return;
+            m_lookahead = std::make_unique<ImapLookahead>(
+                [connector = m_connector, settings = m_settings, password = *password] {
+                    return connector(settings, password);
+                },
+                [this](ImapConnection& conn, const LookaheadJob& job) {
+                    return Gather(conn, {job.mailbox, job.uidValidity}, &job.restriction, job.columns, job.keys);
+                });
+        }
+        m_lookahead->Enqueue(std::move(job));
+    }
+}
+
+Result<std::optional<GatheredRows>> ImapStore::FromImage(ImapConnection& conn, const ImapFolderRef& folder,
+                                                         const Restriction* restriction,
+                                                         const std::vector<PropTag>& columns)
+{
+    const QByteArray key = FolderKey(folder);
+    auto it = m_images.find(key);
+    if (it != m_images.end()) {
+        auto current = Refresh(conn, folder, *it->second);
+        if (!current) {
+            m_images.erase(it);  // half brought up to date
+            return current.error();
+        }
+        if (!*current) {
+            m_images.erase(it);
+            it = m_images.end();
+        }
+    }
+    if (it == m_images.end()) {
+        // Asked before the first FETCH: a change during the reading has a
+        // higher mod-sequence and is read again by the next query.
+        auto state = conn.ReadModState(folder.mailbox);
+        if (!state) return state.error();
+        if (state->highestModSeq == 0 || state->messages > kImageMost) {
+            m_noImage.insert(key);
+            return std::optional<GatheredRows>();
+        }
+        // The fields every told query reads, this one's, and what the
+        // class and the moves need.
+        QByteArrayList fields = m_imageFields.value(key);
+        for (const QByteArray& f : *ImageFields(restriction, columns) + QByteArrayList{"Content-Type", "Message-ID"})
+            if (!fields.contains(f)) fields << f;
+        auto image = std::make_unique<ImapFolderImage>(state->highestModSeq, std::move(fields));
+        if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
+        std::vector<quint32> uids = conn.SearchResult();
+        std::sort(uids.begin(), uids.end());
+        if (Status s = PutInImage(conn, folder, uids, *image); !s) return s.error();
+        it = m_images.emplace(key, std::move(image)).first;
+    }
+    m_imageIdle.start();
+    ImapFolderImage& image = *it->second;
+    const std::vector<quint32> uids = image.Match(restriction);
+    if (FetchNeeds::For(nullptr, columns).structure()) {
+        auto classes = FetchClasses(conn, image.ClassOpen(uids));
+        if (!classes) return classes.error();
+        for (auto c = classes->cbegin(); c != classes->cend(); ++c) image.SetClass(c.key(), c.value());
+    }
+    return std::optional<GatheredRows>(image.Rows(uids, columns));
+}
+
+Status ImapStore::PutInImage(ImapConnection& conn, const ImapFolderRef& folder, const std::vector<quint32>& uids,
+                             ImapFolderImage& image) const
+{
+    using Built = std::vector<std::pair<quint32, ImapFolderImage::Entry>>;
+    auto build = [this, folder](std::vector<FetchedMessage> batch) {
+        Built out;
+        out.reserve(batch.size());
+        for (const FetchedMessage& m : batch) {
+            ImapFolderImage::Entry entry;
+            entry.record = BuildRecord(m, folder, true);
+            entry.flags = m.flags;
+            entry.messageId = entry.record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8();
+            entry.classOpen = FetchNeeds::MayHoldCalendar(m.header);
+            out.emplace_back(m.uid, std::move(entry));
+        }
+        return out;
+    };
+    std::future<Built> building;
+    auto collect = [&] {
+        for (auto& [uid, entry] : building.get()) image.Put(uid, std::move(entry));
+    };
+    const QByteArray fields = image.fields().join(' ');
+    for (const QByteArray& set : UidBatches(uids)) {
+        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) {
+            if (building.valid()) building.wait();
+            return s;
+        }
+        std::vector<FetchedMessage> batch = ImapFetcher::Parse(conn.session());
+        if (building.valid()) collect();
+        building = std::async(std::launch::async, build, std::move(batch));
+    }
+    if (building.valid()) collect();
+    return {};
+}
+
+Result<bool> ImapStore::Refresh(ImapConnection& conn, const ImapFolderRef& folder, ImapFolderImage& image) const
+{
+    // Flags changed, or came in (delivered, moved in, appended): read
+    // again. (A FETCH, not SEARCH MODSEQ, whose answer libetpan cannot
+    // read.) The image is then as of the highest mod-sequence named: a
+    // message changed after the server's answer has a higher one.
+    if (Status s = conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(image.modSeq()) + ')'); !s)
+        return s.error();
+    std::vector<quint32> changed;
+    quint64 modSeq = image.modSeq();
+    for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
+        if (m.modSeq == 0) return false;  // cannot tell how far this answer goes
+        changed.push_back(m.uid);
+        modSeq = std::max(modSeq, m.modSeq);
+    }
+    if (changed.size() > kMostRechecked) return false;
+    std::sort(changed.begin(), changed.end());
+    for (quint32 uid : changed) image.Erase(uid);  // one expunged meanwhile does not come back
+    if (Status s = PutInImage(conn, folder, changed, image); !s) return s.error();
+    image.setModSeq(modSeq);
+    // An expunge leaves no mod-sequence to find. The server reports every
+    // expunge to the session before answering a UID FETCH, so the count
+    // tells that one went (this store's own moves are taken out as made).
+    if (image.size() != conn.Exists()) {
+        if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
+        std::vector<quint32> present = conn.SearchResult();
+        std::sort(present.begin(), present.end());
+        image.KeepOnly(present);
+    }
+    return true;
+}
+
 std::optional<GatheredRows> ImapStore::FromLookahead(ImapConnection& conn, const ImapFolderRef& folder,
                                                      const Restriction& restriction,
                                                      const std::vector<PropTag>& columns, const SearchKeys& keys)
 {
-    // More changed messages than this are searched again as a whole.
-    constexpr size_t kMostRechecked = 2000;
     std::optional<LookaheadAnswer> answer =
         m_lookahead->Take({folder.mailbox, folder.uidValidity, keys, restriction, columns});
     if (!answer) return std::nullopt;
@@ -920,8 +1117,10 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
     QHash<quint32, QByteArray> byUid;
     for (size_t i = 0; i < present.size(); ++i) byUid.insert(present[i], (*moved)[i]);
     QSet<quint32>* removed = m_lookahead ? &m_removed[FolderKey(*source)] : nullptr;
+    const auto image = m_images.find(FolderKey(*source));
     for (size_t i = 0; i < uids.size(); ++i) {
         if (removed) removed->insert(uids[i]);  // moved, or no longer there
+        if (image != m_images.end()) image->second->Erase(uids[i]);
         if (gone[i]) continue;
         out[i] = byUid.value(uids[i]);
         if (out[i].isEmpty()) gone[i] = true;
@@ -1093,20 +1292,21 @@ void ImapStore::Anticipate(const QByteArray& folderId, const Restriction& restri
                            const std::vector<PropTag>& columns)
 {
     // Only with a connection up (its capabilities write the search) and a
-    // server that can tell what changed after the lookahead's search.
+    // server that can tell what changed after the answer was made.
     if (!m_conn || m_conn->broken() || !m_conn->Has("CONDSTORE")) return;
     const auto ref = ImapIds::ParseFolder(folderId);
     if (!ref || !RestrictionEvaluator::CheckSupported(restriction)) return;
-    if (!m_lookahead) {
-        auto password = Password();
-        if (!password) return;
-        m_lookahead = std::make_unique<ImapLookahead>(
-            [connector = m_connector, settings = m_settings, password = *password] { return connector(settings, password); },
-            [this](ImapConnection& conn, const LookaheadJob& job) {
-                return Gather(conn, {job.mailbox, job.uidValidity}, &job.restriction, job.columns, job.keys);
-            });
+    // Counted now, handed on with the next query: by then the run has told
+    // all it will, and the folders an image will answer are known.
+    if (const auto fields = ImageFields(&restriction, columns)) {
+        const QByteArray key = FolderKey(*ref);
+        ++m_announced[key];
+        QByteArrayList& all = m_imageFields[key];
+        for (const QByteArray& f : *fields)
+            if (!all.contains(f)) all << f;
     }
-    m_lookahead->Enqueue({ref->mailbox, ref->uidValidity, Keys(*m_conn, &restriction), restriction, columns});
+    m_told.push_back({ref->mailbox, ref->uidValidity, Keys(*m_conn, &restriction), restriction, columns});
+    if (m_told.size() > 16) m_told.erase(m_told.begin());
 }
 
 void ImapStore::StartWatching()

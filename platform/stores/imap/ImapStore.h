@@ -27,26 +27,31 @@
 // UID MOVE. The mailbox list (names, separators, special use) is read once
 // per connection.
 //
-// Anticipate: on a server with CONDSTORE, the next rule's query runs ahead
-// on a second connection (ImapLookahead); the query then asks only what
-// changed since and checks those messages again, so its answer is the one
-// it would have had.
+// Anticipate: on a server with CONDSTORE, the next rules' queries are
+// told ahead. When several will ask the same folder, it is read once into
+// an ImapFolderImage and they are matched there, the image brought up to
+// date before each (STATUS, then CHANGEDSINCE); other queries run ahead on
+// a second connection (ImapLookahead), and the query then asks only what
+// changed since. Either way the answer is the one a query would have had.
 
+#include "ImapConnection.h"
+#include "ImapFolderImage.h"
 #include "ImapLookahead.h"
 #include "ImapSettings.h"
 #include "platform/mapi/MessageStore.h"
 
 #include <QHash>
 #include <QSet>
+#include <QTimer>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 
 namespace mv::stores {
 
 class FetchNeeds;
-class ImapConnection;
 class ImapIdleWatcher;
 struct FetchedMessage;
 struct ImapFolderRef;
@@ -104,6 +109,9 @@ private:
     static std::vector<QByteArray> UidBatches(const std::vector<quint32>& uids);
     Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
                                                      const FetchNeeds& needs) const;
+    // The class of each of these messages from its structure (and the text
+    // of a calendar part that names no method), by UID.
+    Result<QHash<quint32, QString>> FetchClasses(ImapConnection& conn, const std::vector<quint32>& uids) const;
     // `light`: the record is made from the fetched fields alone (FetchNeeds::light).
     mapi::MessageRecord BuildRecord(const FetchedMessage& m, const ImapFolderRef& folder, bool light) const;
     Result<std::vector<mapi::Row>> QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
@@ -117,6 +125,23 @@ private:
     std::optional<GatheredRows> FromLookahead(ImapConnection& conn, const ImapFolderRef& folder,
                                               const mapi::Restriction& restriction,
                                               const std::vector<mapi::PropTag>& columns, const SearchKeys& keys);
+    // Hands the told queries to the lookahead, but those a folder image will answer.
+    void SendAhead();
+    // The fields the image must hold for the query, or nothing when an image cannot answer it.
+    static std::optional<QByteArrayList> ImageFields(const mapi::Restriction* restriction,
+                                                     const std::vector<mapi::PropTag>& columns);
+    bool ImageWanted(const QByteArray& folderKey) const;
+    // The answer from the folder's image, made or brought up to date first;
+    // nothing when the folder cannot have one.
+    Result<std::optional<GatheredRows>> FromImage(ImapConnection& conn, const ImapFolderRef& folder,
+                                                  const mapi::Restriction* restriction,
+                                                  const std::vector<mapi::PropTag>& columns);
+    // Reads these messages (sorted UIDs) into the image; the records of
+    // one batch are made while the next is fetched.
+    Status PutInImage(ImapConnection& conn, const ImapFolderRef& folder, const std::vector<quint32>& uids,
+                      ImapFolderImage& image) const;
+    // Brings the image to the folder's state: false when too much changed.
+    Result<bool> Refresh(ImapConnection& conn, const ImapFolderRef& folder, ImapFolderImage& image) const;
     Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
                                            const std::vector<quint32>& uids, const ImapFolderRef& dest,
                                            bool* copyUid = nullptr);
@@ -165,6 +190,16 @@ private:
     // UIDs this store moved out of a folder (by FolderKey): a lookahead's
     // answer may still name them.
     QHash<QByteArray, QSet<quint32>> m_removed;
+    // Queries told ahead and not yet handed on; how many told queries an
+    // image could answer wait for each folder (by FolderKey); the images;
+    // folders that cannot have one (no mod-sequences, too large). All go
+    // when no image was used for a while.
+    std::vector<LookaheadJob> m_told;
+    QHash<QByteArray, int> m_announced;
+    QHash<QByteArray, QByteArrayList> m_imageFields;  // what the told queries read
+    std::map<QByteArray, std::unique_ptr<ImapFolderImage>> m_images;
+    QSet<QByteArray> m_noImage;
+    QTimer m_imageIdle;
     // Last, so that its thread stops before anything it reads goes.
     std::unique_ptr<ImapLookahead> m_lookahead;
 };

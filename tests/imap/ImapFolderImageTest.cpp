@@ -1,0 +1,124 @@
+// Once several queries on a folder are told ahead, the folder is read once
+// and queries are answered from that image: each answer must be the one a
+// store that was told nothing gives, whatever happened in between, and a
+// query of an unchanged folder must cost two commands.
+#include "ImapTestSupport.h"
+
+#include "platform/mapi/Restriction.h"
+#include "platform/stores/imap/ImapIds.h"
+
+using namespace mv;
+using namespace mv::mapi;
+using namespace mv::test;
+
+namespace {
+
+QString S(const char* s) { return QString::fromUtf8(s); }
+
+const std::vector<PropTag> kColumns = {PR_ENTRYID, PR_SUBJECT, PR_MESSAGE_CLASS};
+
+class ImapFolderImageTest : public DovecotStoreTest {
+protected:
+    MailDef Mail(const char* subject, bool seen = false) const
+    {
+        MailDef def;
+        def.subject = S(subject);
+        def.flags.seen = seen;
+        return def;
+    }
+
+    QByteArray Uid(const QByteArray& id) const { return QByteArray::number(stores::ImapIds::ParseMessage(id)->uid); }
+
+    static QStringList Column(const Result<std::vector<Row>>& rows, size_t column)
+    {
+        QStringList out;
+        if (rows)
+            for (const Row& row : *rows) out << row[column].toString();
+        out.sort();
+        return out;
+    }
+
+    // The told store's subjects, checked against a store told nothing.
+    QStringList Told(const Restriction& r)
+    {
+        for (int i = 0; i < 3; ++i) store->Anticipate(inbox, r, kColumns);
+        auto rows = store->Query(inbox, &r, kColumns);
+        EXPECT_TRUE(rows.ok()) << rows.error().message.toStdString();
+        auto fresh = MakeStore()->Query(inbox, &r, kColumns);
+        EXPECT_TRUE(fresh.ok());
+        EXPECT_EQ(Column(rows, 1), Column(fresh, 1)) << r.ToString().toStdString();
+        EXPECT_EQ(Column(rows, 2), Column(fresh, 2)) << "message classes";
+        return Column(rows, 1);
+    }
+};
+
+TEST_F(ImapFolderImageTest, AnswersAsAFreshQueryWhateverChangedBetween)
+{
+    Restriction unreadBudget(RES_AND);
+    unreadBudget.AddChild(Restriction::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ));
+    unreadBudget.AddChild(Restriction::Content(PR_SUBJECT, S("budget")));
+
+    const QByteArray readLater = Add(inbox, Mail("budget, read later"));
+    const QByteArray unreadLater = Add(inbox, Mail("budget, unread later", true));
+    const QByteArray expunged = Add(inbox, Mail("budget, expunged by another client"));
+    const QByteArray deleted = Add(inbox, Mail("budget, marked deleted by another client"));
+    const QByteArray movedAway = Add(inbox, Mail("budget, moved away"));
+    Add(inbox, Mail("budget, untouched"));
+    Add(inbox, Mail("travel, unread"));
+    const QByteArray archive = Folder("Archive");
+    const QByteArray comesBack = Add(archive, Mail("budget, moved in"));
+    Subjects(inbox);  // the store's connection is up and knows the server
+
+    EXPECT_EQ(Told(unreadBudget).size(), 5);
+    // Nothing changed: the image answers after asking what changed.
+    const int before = store->CommandsSent();
+    for (int i = 0; i < 3; ++i) store->Anticipate(inbox, unreadBudget, kColumns);
+    ASSERT_TRUE(store->Query(inbox, &unreadBudget, kColumns).ok());
+    EXPECT_EQ(store->CommandsSent() - before, 2);  // NOOP, UID FETCH ... (CHANGEDSINCE n)
+
+    OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(readLater) + " +FLAGS (\\Seen)",
+                                 "UID STORE " + Uid(unreadLater) + " -FLAGS (\\Seen)",
+                                 "UID STORE " + Uid(expunged) + " +FLAGS (\\Deleted)", "UID EXPUNGE " + Uid(expunged),
+                                 "UID STORE " + Uid(deleted) + " +FLAGS (\\Deleted)"});
+    Add(inbox, Mail("budget, delivered later"));
+    ASSERT_TRUE(store->Move(movedAway, archive).ok());
+    ASSERT_TRUE(store->Move(comesBack, inbox).ok());
+    EXPECT_EQ(Told(unreadBudget), (QStringList{S("budget, delivered later"), S("budget, moved in"),
+                                               S("budget, unread later"), S("budget, untouched")}));
+
+    // Only an expunge by someone else, which leaves no mod-sequence: the
+    // count shows it.
+    const QByteArray last = Add(inbox, Mail("budget, expunged last"));
+    EXPECT_TRUE(Told(unreadBudget).contains(S("budget, expunged last")));
+    OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(last) + " +FLAGS (\\Deleted)",
+                                 "UID EXPUNGE " + Uid(last)});
+    EXPECT_FALSE(Told(unreadBudget).contains(S("budget, expunged last")));
+}
+
+TEST_F(ImapFolderImageTest, ClassesOfTheRowsAndQueriesItCannotAnswer)
+{
+    // A calendar part whose method is named only in its text: the class
+    // needs the structure and the part, read for the rows that show it.
+    MailDef invite = Mail("budget meeting");
+    invite.extraHeaders << S("Content-Type: multipart/mixed; boundary=\"b1\"");
+    invite.body = S("--b1\r\nContent-Type: text/plain\r\n\r\nSee you.\r\n--b1\r\n"
+                    "Content-Type: text/calendar; charset=utf-8\r\n\r\n"
+                    "BEGIN:VCALENDAR\r\nMETHOD:REQUEST\r\nEND:VCALENDAR\r\n--b1--");
+    Add(inbox, invite);
+    MailDef note = Mail("budget notes");
+    note.body = S("The figures for the harbour project.");
+    Add(inbox, note);
+    Subjects(inbox);
+
+    const Restriction budget = Restriction::Content(PR_SUBJECT, S("budget"));
+    EXPECT_EQ(Told(budget).size(), 2);
+    auto rows = store->Query(inbox, &budget, kColumns);
+    ASSERT_TRUE(rows.ok());
+    EXPECT_TRUE(Column(rows, 2).contains(S("IPM.Schedule.Meeting.Request")));
+
+    // A body term and the attachment bit are not in the image: asked of the server.
+    EXPECT_EQ(Told(Restriction::Content(PR_BODY, S("harbour"))), QStringList{S("budget notes")});
+    EXPECT_EQ(Told(Restriction::Bitmask(BMR_NEZ, PR_MESSAGE_FLAGS, MSGFLAG_HASATTACH)), QStringList{});
+}
+
+}  // namespace
