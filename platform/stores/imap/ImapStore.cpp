@@ -538,7 +538,7 @@ Result<std::vector<Row>> ImapStore::QueryOn(ImapConnection& conn, const ImapFold
     const std::optional<QByteArrayList> fields = ImageFields(restriction, columns);
     const auto image = m_images.find(key);
     if (ImageWanted(key) && fields && (image == m_images.end() || image->second->Holds(*fields))) {
-        auto fromImage = FromImage(conn, folder, restriction, columns);
+        auto fromImage = FromImage(conn, folder, restriction, columns, *fields);
         if (!fromImage) return fromImage.error();
         gathered = std::move(*fromImage);
     }
@@ -605,7 +605,8 @@ void ImapStore::SendAhead()
 
 Result<std::optional<GatheredRows>> ImapStore::FromImage(ImapConnection& conn, const ImapFolderRef& folder,
                                                          const Restriction* restriction,
-                                                         const std::vector<PropTag>& columns)
+                                                         const std::vector<PropTag>& columns,
+                                                         const QByteArrayList& fields)
 {
     const QByteArray key = FolderKey(folder);
     auto it = m_images.find(key);
@@ -631,10 +632,10 @@ Result<std::optional<GatheredRows>> ImapStore::FromImage(ImapConnection& conn, c
         }
         // The fields every told query reads, this one's, and what the
         // class and the moves need.
-        QByteArrayList fields = m_imageFields.value(key);
-        for (const QByteArray& f : *ImageFields(restriction, columns) + QByteArrayList{"Content-Type", "Message-ID"})
-            if (!fields.contains(f)) fields << f;
-        auto image = std::make_unique<ImapFolderImage>(state->highestModSeq, std::move(fields));
+        QByteArrayList read = m_imageFields.value(key);
+        for (const QByteArray& f : fields + QByteArrayList{"Content-Type", "Message-ID"})
+            if (!read.contains(f)) read << f;
+        auto image = std::make_unique<ImapFolderImage>(state->highestModSeq, std::move(read));
         if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
         std::vector<quint32> uids = conn.SearchResult();
         std::sort(uids.begin(), uids.end());

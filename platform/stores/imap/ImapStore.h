@@ -132,10 +132,11 @@ private:
                                                      const std::vector<mapi::PropTag>& columns);
     bool ImageWanted(const QByteArray& folderKey) const;
     // The answer from the folder's image, made or brought up to date first;
-    // nothing when the folder cannot have one.
+    // nothing when the folder cannot have one. `fields`: what the query reads.
     Result<std::optional<GatheredRows>> FromImage(ImapConnection& conn, const ImapFolderRef& folder,
                                                   const mapi::Restriction* restriction,
-                                                  const std::vector<mapi::PropTag>& columns);
+                                                  const std::vector<mapi::PropTag>& columns,
+                                                  const QByteArrayList& fields);
     // Reads these messages (sorted UIDs) into the image; the records of
     // one batch are made while the next is fetched.
     Status PutInImage(ImapConnection& conn, const ImapFolderRef& folder, const std::vector<quint32>& uids,
