@@ -1,5 +1,7 @@
 #include "FetchNeeds.h"
 
+#include "platform/stores/common/MimeProperties.h"
+
 namespace mv::stores {
 
 using namespace mv::mapi;
@@ -119,29 +121,17 @@ void FetchNeeds::Add(PropTag tag)
 
 bool FetchNeeds::MayHoldCalendar(const QByteArray& headerBlock)
 {
-    // The fetched block holds only the asked-for fields; a folded value
-    // goes on with white space at the start of the next line.
-    qsizetype at = 0;
-    while (at < headerBlock.size()) {
-        qsizetype end = headerBlock.indexOf('\n', at);
-        if (end < 0) end = headerBlock.size();
-        const QByteArray line = headerBlock.mid(at, end - at);
-        at = end + 1;
-        const qsizetype colon = line.indexOf(':');
-        if (colon < 0 || line.left(colon).trimmed().compare("Content-Type", Qt::CaseInsensitive) != 0)
-            continue;
-        QByteArray value = line.mid(colon + 1).trimmed().toLower();
-        if (const qsizetype semi = value.indexOf(';'); semi >= 0) value.truncate(semi);
-        value = value.trimmed();
-        if (value.isEmpty() || value == "text/calendar") return true;  // the method may be in the text
-        if (value == "multipart/report") {
-            // The two report types are told from the field itself.
-            const QByteArray rest = headerBlock.mid(at - line.size() - 1).toLower();
-            return !rest.contains("delivery-status") && !rest.contains("disposition-notification");
-        }
-        return value.startsWith("multipart/");
-    }
-    return false;  // no Content-Type: text/plain
+    const QByteArray field = MimeProperties::HeaderField(headerBlock, "Content-Type");
+    if (field.isNull()) return false;  // no Content-Type: text/plain
+    const QByteArray whole = field.toLower();
+    QByteArray type = whole;
+    if (const qsizetype semi = type.indexOf(';'); semi >= 0) type.truncate(semi);
+    type = type.trimmed();
+    if (type.isEmpty() || type == "text/calendar") return true;  // the method may be in the text
+    // The two report types are told from the field's parameters.
+    if (type == "multipart/report")
+        return !whole.contains("delivery-status") && !whole.contains("disposition-notification");
+    return type.startsWith("multipart/");
 }
 
 }  // namespace mv::stores
