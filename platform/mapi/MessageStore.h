@@ -54,6 +54,28 @@ struct NewMessage {
     QByteArray rfc822;
     MessageFlags flags;
     QDateTime internalDate;  // UTC; invalid = now
+    // A store that names its files (Maildir) uses this unique name when it
+    // is set, so a move that is interrupted can be found again by it.
+    QByteArray uniqueName;
+};
+
+// What finds a message again after an interrupted move: a store that keeps
+// names across moves (Maildir) matches on `uniqueName`; others on the
+// Message-ID, the size and the arrival time together.
+struct Fingerprint {
+    QByteArray uniqueName;       // Maildir: the file's unique name; empty elsewhere
+    QByteArray messageIdHeader;  // the Message-ID field as written; may be empty
+    qint64 size = -1;            // RFC822.SIZE: octets with CRLF line ends; -1 unknown
+    QDateTime internalDate;      // UTC, whole seconds; invalid when unknown
+
+    bool Known() const { return size >= 0 || !uniqueName.isEmpty(); }
+};
+
+// Where a message stands in its folder.
+enum class Presence : quint8 {
+    Absent,   // no longer in the folder
+    Present,
+    Deleted,  // still there, marked \Deleted (half of a copy-and-delete move)
 };
 
 using Row = std::vector<QVariant>;  // one value per requested column; invalid QVariant when absent
@@ -100,6 +122,35 @@ public:
     virtual Status SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus);
 
     virtual Result<QByteArray> Append(const QByteArray& folderId, const NewMessage& message) = 0;
+
+    // --- What the move journal needs (moves across stores, recovery) ---
+    //
+    // Each call takes messages of one folder. A message that is gone is not
+    // an error: it gets an empty value in its place (Export: empty rfc822,
+    // Fingerprints: a fingerprint that is not Known()).
+
+    // The messages as another store's Append takes them.
+    virtual Result<std::vector<NewMessage>> Export(const std::vector<QByteArray>& messageIds);
+    // Appends in order; returns the new identifiers. On error, the messages
+    // before the failing one are in the folder. Default: Append one by one.
+    virtual Result<std::vector<QByteArray>> AppendMany(const QByteArray& folderId,
+                                                       const std::vector<NewMessage>& messages);
+    virtual Result<std::vector<Fingerprint>> Fingerprints(const std::vector<QByteArray>& messageIds);
+    virtual Result<std::vector<Presence>> Probe(const std::vector<QByteArray>& messageIds);
+    // Removes exactly these messages for good (IMAP: \Deleted, then UID
+    // EXPUNGE of these UIDs). Never touches another message.
+    virtual Status Remove(const std::vector<QByteArray>& messageIds);
+    // Takes \Deleted off these messages again. Default: nothing to do.
+    virtual Status Undelete(const std::vector<QByteArray>& messageIds);
+    // An opaque mark of the folder's present end: Locate finds only what
+    // arrived after it (IMAP: UIDVALIDITY and UIDNEXT). Default: empty, and
+    // Locate then looks at the whole folder.
+    virtual Result<QByteArray> ArrivalMark(const QByteArray& folderId);
+    // For each fingerprint, a message of the folder that arrived after
+    // `mark` and matches it, each message given at most once; empty where
+    // none does.
+    virtual Result<std::vector<QByteArray>> Locate(const QByteArray& folderId, const QByteArray& mark,
+                                                   const std::vector<Fingerprint>& fingerprints);
 
     // A hint: this query of `folderId` is likely to come next. A store that
     // can start on it early does; the later Query answers as it would have.
