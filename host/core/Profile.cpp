@@ -159,7 +159,7 @@ QString ExposedPassword(QSettings& ini, const QString& path)
         const QVariant v = ini.value(section + QStringLiteral("/password"));
         const QString value = v.typeId() == QMetaType::QStringList ? v.toStringList().join(QString()) : v.toString();
         if (value.trimmed().isEmpty()) continue;
-        return QStringLiteral("%1: [%2] password: the profile holds a password and can be read by others "
+        return QStringLiteral("%1: [%2] password: the profile holds a password and can be read by other users "
                               "(mode 0%3); make it yours alone with: chmod 600 %1")
             .arg(path, section)
             .arg(st.st_mode & 0777, 3, 8, QLatin1Char('0'));

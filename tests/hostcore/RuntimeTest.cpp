@@ -240,8 +240,11 @@ TEST_F(RuntimeTest, DataFilesAreReadableByTheUserOnly)
     };
     for (const bool widened : {false, true}) {
         SCOPED_TRACE(widened ? "widened by hand" : "fresh");
-        for (const auto& p : paths)
-            if (widened) ASSERT_EQ(::chmod(QFile::encodeName(p.path).constData(), p.wide), 0);
+        for (const auto& p : paths) {
+            if (widened) {
+                ASSERT_EQ(::chmod(QFile::encodeName(p.path).constData(), p.wide), 0);
+            }
+        }
         {
             Runtime rt(options);
             ASSERT_EQ(rt.Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
