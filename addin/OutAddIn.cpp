@@ -15,6 +15,7 @@
 #include "platform/ado/AdoError.h"
 #include "platform/common/ProgIdRegistry.h"
 #include "platform/os/ErrorReport.h"
+#include "platform/os/PrivateFiles.h"
 #include "platform/os/Registry.h"
 #include "platform/os/Shell.h"
 
@@ -73,10 +74,11 @@ bool OutAddIn::PlaceDatabase(const QString& dataDir, const QString& installDir)
     const QString target = dataDir + u'/' + kDatabaseName;
     if (QFile::exists(target)) return true;
     // A database left beside the program by an early release is taken over
-    // once; otherwise the blank template. QFile::copy never overwrites.
+    // once; otherwise the blank template. The copy never overwrites and is
+    // created readable by the user only, whatever the source's mode.
     const QString old = installDir + u'/' + kDatabaseName;
-    if (QFile::exists(old)) return QFile::copy(old, target);
-    return QFile::copy(installDir + kTemplatePath, target);
+    if (QFile::exists(old)) return os::CopyPrivateFile(old, target);
+    return os::CopyPrivateFile(installDir + kTemplatePath, target);
 }
 
 bool OutAddIn::OpenDatabases(const QString& databasePath)

@@ -8,6 +8,6 @@ inline constexpr int kExitRunFailed = 1;       // a rule or a run failed, or a c
 inline constexpr int kExitUsage = 2;           // unknown command, wrong arguments
 inline constexpr int kExitDatabase = 3;        // the rule database could not be placed or opened
 inline constexpr int kExitStore = 4;           // a store could not be reached or opened
-inline constexpr int kExitProfile = 5;         // the profile file is wrong
+inline constexpr int kExitProfile = 5;         // the profile file is wrong, or holds a password others can read
 
 }  // namespace mv::host

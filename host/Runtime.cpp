@@ -15,6 +15,7 @@
 #include "platform/os/ErrorReport.h"
 #include "platform/os/KnownFolders.h"
 #include "platform/os/MessageBox.h"
+#include "platform/os/PrivateFiles.h"
 #include "platform/os/Registry.h"
 #include "platform/outlook/SafeLib.h"
 #include "store/AdoProgIds.h"
@@ -49,6 +50,24 @@ public:
 HeadlessApplication* Headless(outlook::Application& app)
 {
     return dynamic_cast<HeadlessApplication*>(&app);
+}
+
+// The data folder, the cache and the files holding rules, folder names and
+// subjects are the user's alone. Folders made here are 0700 from the start;
+// wider modes left by earlier releases are tightened, each change noted in
+// `tightened` and anything that could not be changed in `failed`. False
+// when the data folder itself cannot be made.
+bool MakeDataPrivate(const QString& dataDir, QStringList& tightened, QStringList& failed)
+{
+    if (!os::MakePrivateDir(dataDir, &tightened)) return false;
+    // The cache is only an index; a failure there does not stop the start.
+    const QString cacheDir = os::CacheDir();
+    if (!cacheDir.isEmpty() && !os::MakePrivateDir(cacheDir, &tightened)) failed << cacheDir;
+    for (const char* name : {"mv.mdb", "mv.log"}) {
+        const QString path = dataDir + QLatin1Char('/') + QLatin1String(name);
+        if (!os::MakePrivateFile(path, &tightened)) failed << path;
+    }
+    return true;
 }
 
 bool Connection1Open(const addin::OutAddIn& addIn)
@@ -127,7 +146,8 @@ int Runtime::Start()
     // The add-in makes its own folders one level at a time; the parents
     // above them may not exist yet on a fresh account.
     m_dataDir = os::DataDir();
-    if (!QDir().mkpath(m_dataDir)) {
+    QStringList tightened, notTightened;
+    if (!MakeDataPrivate(m_dataDir, tightened, notTightened)) {
         Err(QStringLiteral("cannot create the data folder %1").arg(m_dataDir));
         return kExitDatabase;
     }
@@ -135,6 +155,12 @@ int Runtime::Start()
         m_log = logging->OpenLog(m_dataDir + QStringLiteral("/mv.log"));
     Trail(QStringLiteral("mailvane"),
           QStringLiteral("Starting: %1").arg(QCoreApplication::arguments().join(QLatin1Char(' '))));
+    if (!tightened.isEmpty())
+        Trail(QStringLiteral("mailvane"),
+              QStringLiteral("Made readable by the user only: %1").arg(tightened.join(QStringLiteral(", "))));
+    if (!notTightened.isEmpty())
+        Trail(QStringLiteral("mailvane"),
+              QStringLiteral("Cannot make readable by the user only: %1").arg(notTightened.join(QStringLiteral(", "))));
 
     os::MessageBoxAnswerer* answerer = m_options.answerer;
     if (!answerer) {

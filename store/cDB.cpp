@@ -7,6 +7,9 @@
 #include "platform/os/ErrorReport.h"
 
 #include <QFile>
+#include <QStringList>
+
+#include <algorithm>
 
 namespace mv::store {
 
@@ -39,6 +42,43 @@ constexpr ImportColumn kImportColumns[] = {
     {15, "SortID", ado::adInteger},       {16, "LastVerb", ado::adInteger},
     {17, "Message", ado::adVarWChar},
 };
+
+// The Rules table's first column; the import skips its value.
+constexpr const char* kKeyColumn = "RuleID";
+
+// Binding by position puts a value in the wrong column when a file's
+// columns stand in another order (swapped source and destination folders
+// reverse a rule), so a file is taken only when its columns are the table's,
+// name by name. Returns what differs first, or an empty text.
+QString ColumnMismatch(const ado::Recordset& rs)
+{
+    QStringList expected{QString::fromLatin1(kKeyColumn)};
+    for (const auto& col : kImportColumns) expected << QString::fromLatin1(col.name);
+    const int found = rs.FieldCount();
+    const QString intro = QStringLiteral("The file's columns are not those of the Rules table: ");
+    const QString outro = QStringLiteral(". Nothing was imported.");
+    for (int i = 0; i < std::max<int>(found, static_cast<int>(expected.size())); ++i) {
+        if (i >= found)
+            return intro +
+                   QStringLiteral("column %1 should be \"%2\" but the file has only %3 columns")
+                       .arg(i + 1)
+                       .arg(expected.at(i))
+                       .arg(found) +
+                   outro;
+        const QString name = rs.Fields(i).Name();
+        if (i >= expected.size())
+            return intro +
+                   QStringLiteral("column %1 is \"%2\" but the table has only %3 columns")
+                       .arg(i + 1)
+                       .arg(name)
+                       .arg(expected.size()) +
+                   outro;
+        if (name.compare(expected.at(i), Qt::CaseInsensitive) != 0)
+            return intro + QStringLiteral("column %1 should be \"%2\" but is \"%3\"").arg(i + 1).arg(expected.at(i), name) +
+                   outro;
+    }
+    return {};
+}
 
 // VB's Trim: spaces only.
 QString TrimSpaces(const QString& s)
@@ -338,6 +378,8 @@ bool cDB::Import(const QString& filePath)
         rs->SetCursorLocation(ado::adUseClient);
         rs->OpenFile(filePath, QStringLiteral("Provider=MSPersist"), ado::adOpenUnspecified,
                      ado::adLockUnspecified, -1);
+        if (const QString mismatch = ColumnMismatch(*rs); !mismatch.isEmpty())
+            throw AdoError(ado::kErrProviderGeneric, QStringLiteral("Import"), mismatch);
         while (!rs->IsEOF()) {
             auto cmd = m_progIds.Create<ado::Command>(QString::fromLatin1(kProgIdCommand));
             if (!cmd) Raise(kErrDb1001, "Import", "Failed to create Command object.");

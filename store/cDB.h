@@ -85,7 +85,9 @@ public:
     // there. True on success (callers may ignore it, as the add-in does).
     bool Export(const QString& sql, const QString& filePath);
     // Appends the rules of an exported file to Rules; false (and a message
-    // box) on failure, keeping the rows inserted before it.
+    // box) on failure, keeping the rows inserted before it. A file whose
+    // columns are not the table's, in name and order, is refused before any
+    // insert; the report names the first column that differs.
     [[nodiscard]] bool Import(const QString& filePath);
 
     [[nodiscard]] bool AppendField(const QString& tableName, const QString& fieldName, int fieldType,

@@ -132,6 +132,7 @@ mv_cmd() { local home=$work/mvhome-$1
 mv_setup() {
   rm -rf "$work/mvhome-$1"; mkdir -p "$work/mvhome-$1"
   printf '[Bench]\ntype=imap\nhost=127.0.0.1\nport=%s\ntls=none\nuser=test\npassword=secret\ntimeout=600\n' "$1" > "$work/profile-$1.ini"
+  chmod 600 "$work/profile-$1.ini"
   start_dovecot
   $(mv_cmd "$1") folders > "$work/folders-$1.txt"
   python3 $here/rules.py xml "$work/folders-$1.txt" resources/rules/sample-rules.xml > "$work/rules-$1.xml"

@@ -4,11 +4,14 @@
 #include "platform/stores/maildir/MaildirLayout.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QSettings>
 #include <QStandardPaths>
 
 #include <functional>
+
+#include <sys/stat.h>
 
 namespace mv::host {
 
@@ -144,6 +147,26 @@ Result<StoreProfile> ReadImap(const SectionReader& r)
     return store;
 }
 
+// A plain password in a file that group or others can read is refused, not
+// warned about: the start-up cannot tell who has read it already, and the
+// fix is one command. Returns the refusal, or an empty error message.
+QString ExposedPassword(QSettings& ini, const QString& path)
+{
+    struct stat st {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0 || (st.st_mode & (S_IRGRP | S_IROTH)) == 0)
+        return {};
+    for (const QString& section : ini.childGroups()) {
+        const QVariant v = ini.value(section + QStringLiteral("/password"));
+        const QString value = v.typeId() == QMetaType::QStringList ? v.toStringList().join(QString()) : v.toString();
+        if (value.trimmed().isEmpty()) continue;
+        return QStringLiteral("%1: [%2] password: the profile holds a password and can be read by other users "
+                              "(mode 0%3); make it yours alone with: chmod 600 %1")
+            .arg(path, section)
+            .arg(st.st_mode & 0777, 3, 8, QLatin1Char('0'));
+    }
+    return {};
+}
+
 }  // namespace
 
 QString Profile::DefaultPath()
@@ -167,6 +190,8 @@ Result<Profile> Profile::Load(const QString& path)
         return Error::permanent(
             QStringLiteral("%1: \"%2\" stands outside any section; every key belongs to a [store] section")
                 .arg(path, ini.childKeys().first()));
+
+    if (const QString exposed = ExposedPassword(ini, path); !exposed.isEmpty()) return Error::permanent(exposed);
 
     Profile profile;
     profile.file = path;

@@ -8,7 +8,7 @@
 //   port=993                    ; default 993 (implicit), 143 otherwise
 //   tls=implicit                ; implicit | starttls | none
 //   user=me
-//   password_command=pass show mail/work   ; or password=...
+//   password_command=pass show mail/work   ; or password=... (then chmod 600)
 //   pinned_certificate=/path/server.pem    ; or a SHA-256 fingerprint
 //   address=me@example.org      ; optional: the account's own address
 //
@@ -47,7 +47,9 @@ struct Profile {
     static QString DefaultPath();
     // Reads `path`. A missing or unreadable file, a malformed one, a section
     // without a type, an unknown type, a missing or bad value are permanent
-    // errors; nothing is created.
+    // errors; nothing is created. So is a file holding a non-empty
+    // `password=` that group or others may read: its message names the file
+    // and the fix ("chmod 600 <file>").
     static Result<Profile> Load(const QString& path);
     // The profile at DefaultPath() when that file exists, else the embedded
     // default (its Maildir is created when missing).

@@ -82,7 +82,8 @@ void FileLogger::Append(const QByteArray& line) const
     // At most one rotation per line: after it, the line goes to whatever
     // file then stands at the path.
     for (bool mayRotate = true;; mayRotate = false) {
-        const Fd fd(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+        // Owner only: the log names folders, rules and subjects.
+        const Fd fd(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
         if (fd.get() < 0) return;
         struct stat opened {};
         if (::fstat(fd.get(), &opened) != 0) return;

@@ -3,7 +3,8 @@
 //   2026-11-22 10:00:00.123 [3] InitHandler: Adding new Explorer to collection
 // in local time, UTF-8, appended and flushed line by line. Each line goes
 // out in a single write(2) on a file opened with O_APPEND, so several
-// loggers (and processes) on one path interleave whole lines.
+// loggers (and processes) on one path interleave whole lines. A new file is
+// created 0600 (readable by its owner only); an existing file keeps its mode.
 //
 // When the file has passed the size limit (5 MB) it is renamed to
 // "<path>.1", replacing the previous generation, and a new file is begun.

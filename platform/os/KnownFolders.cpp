@@ -49,6 +49,12 @@ QString AppDataDir()
 
 QString DataDir() { return AppDataDir() + QLatin1Char('/') + QLatin1String(kDataSubDir); }
 
+QString CacheDir()
+{
+    if (QCoreApplication::applicationName().isEmpty()) return {};
+    return WithoutTrailingSlash(QStandardPaths::writableLocation(QStandardPaths::CacheLocation));
+}
+
 QString TempPath() { return WithoutTrailingSlash(QDir::tempPath()); }
 
 QStringList InstallDirCandidates()

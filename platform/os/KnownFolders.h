@@ -4,6 +4,7 @@
 //
 //   AppDataDir()  $XDG_DATA_HOME, default ~/.local/share
 //   DataDir()     AppDataDir() + "/Sorquin Software/Mailvane" (mv.mdb, mv.log)
+//   CacheDir()    $XDG_CACHE_HOME/<application name> (the Maildir index)
 //   InstallDir()  the folder holding "Database/_mvblank.mdb"
 //   TempPath()    QDir::tempPath()
 
@@ -28,6 +29,9 @@ inline constexpr const char* kInstallDirVariable = "MAILVANE_INSTALL_DIR";
 
 QString AppDataDir();
 QString DataDir();
+// QStandardPaths' CacheLocation; empty when the application has no name,
+// where that would be the cache root that other programs share.
+QString CacheDir();
 QString TempPath();
 
 // The places the installed data may be, in the order they are searched:

@@ -88,7 +88,9 @@ bool World::Start(QString* error, bool* skip)
     }
     QDir().mkpath(m_dir.filePath(QStringLiteral("config/Mailvane")));
     QFile f(m_dir.filePath(QStringLiteral("profile.ini")));
-    if (!f.open(QIODevice::WriteOnly) || f.write(profile.toUtf8()) < 0) {
+    // Owner only, as the program demands of a profile holding a password.
+    if (!f.open(QIODevice::WriteOnly) || !f.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) ||
+        f.write(profile.toUtf8()) < 0) {
         *error = QStringLiteral("cannot write the profile");
         return false;
     }

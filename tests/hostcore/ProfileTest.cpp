@@ -20,7 +20,8 @@ using host::StoreProfile;
 
 class ProfileTest : public ::testing::Test {
 protected:
-    QString Write(const QByteArray& text)
+    // Owner-only by default, as a profile with a password must be.
+    QString Write(const QByteArray& text, QFile::Permissions mode = QFile::ReadOwner | QFile::WriteOwner)
     {
         // A new name each time: QSettings caches an INI file by path and may
         // not notice a rewrite of the same size within the same second.
@@ -28,6 +29,7 @@ protected:
         QFile f(path);
         EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
         f.write(text);
+        EXPECT_TRUE(f.setPermissions(mode));
         return path;
     }
     QTemporaryDir dir;
@@ -105,6 +107,43 @@ TEST_F(ProfileTest, MistakesAreNamedBySectionAndKey)
         EXPECT_TRUE(message.startsWith(path)) << c.what << ": " << message.toStdString();
         for (const QString& part : QString(c.mentions).split('|'))
             EXPECT_TRUE(message.contains(part)) << c.what << ": " << message.toStdString();
+    }
+}
+
+TEST_F(ProfileTest, PasswordOthersCanReadIsRefusedWithTheFix)
+{
+    using P = QFile::Permission;
+    const QFile::Permissions own = P::ReadOwner | P::WriteOwner;
+    const QByteArray imap = "[W]\ntype=imap\nhost=h\nuser=u\n";
+    const struct {
+        const char* what;
+        QByteArray text;
+        QFile::Permissions mode;
+        const char* refusedSection;  // empty: accepted
+    } cases[] = {
+        {"password, world-readable", imap + "password=p\n", own | P::ReadGroup | P::ReadOther, "W"},
+        {"password, group-readable", imap + "password=p\n", own | P::ReadGroup, "W"},
+        {"password, readable by others", imap + "password=p\n", own | P::ReadOther, "W"},
+        {"password in a later section", "[A]\ntype=maildir\npath=/x\n[B]\ntype=imap\nhost=h\nuser=u\npassword=p\n",
+         own | P::ReadOther, "B"},
+        {"password, owner only", imap + "password=p\n", own, ""},
+        {"password, owner read-only", imap + "password=p\n", P::ReadOwner, ""},
+        {"password command, world-readable", imap + "password_command=pass w\n", own | P::ReadOther, ""},
+        {"empty password, world-readable", imap + "password=\npassword_command=pass w\n", own | P::ReadOther, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const QString path = Write(c.text, c.mode);
+        auto profile = Profile::Load(path);
+        if (*c.refusedSection == 0) {
+            EXPECT_TRUE(profile.ok()) << profile.error().message.toStdString();
+            continue;
+        }
+        ASSERT_FALSE(profile.ok());
+        const QString message = profile.error().message;
+        EXPECT_TRUE(message.startsWith(path + QStringLiteral(": [%1] password").arg(c.refusedSection)))
+            << message.toStdString();
+        EXPECT_TRUE(message.endsWith(QStringLiteral("chmod 600 ") + path)) << message.toStdString();
     }
 }
 

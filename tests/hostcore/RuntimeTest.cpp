@@ -9,6 +9,7 @@
 
 #include "addin/OutAddIn.h"
 #include "engine/RuleRunner.h"
+#include "platform/os/KnownFolders.h"
 #include "platform/os/MessageBox.h"
 #include "platform/os/Registry.h"
 #include "platform/outlook/Folder.h"
@@ -25,6 +26,8 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace mv::test {
 namespace {
@@ -54,6 +57,7 @@ protected:
         home = homes.back()->path();
         qputenv("XDG_DATA_HOME", (home + QStringLiteral("/data")).toLocal8Bit());
         qputenv("XDG_CONFIG_HOME", (home + QStringLiteral("/config")).toLocal8Bit());
+        qputenv("XDG_CACHE_HOME", (home + QStringLiteral("/cache")).toLocal8Bit());
         options.registryPath = RegistryPath();
         answerer.clear();
     }
@@ -212,6 +216,65 @@ TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
     EXPECT_GE(t.elapsed(), 7000) << "the first cycle is eight one-second ticks";
     EXPECT_EQ(form->MinuteTotal(), addin::frmMain::kCycleTicks) << "then the hourly cycle";
     EXPECT_TRUE(form->tmrCron.isActive());
+}
+
+// The data folder, the cache and the files that hold rules and subjects
+// are made the user's alone on a fresh start, and tightened on a later one.
+TEST_F(RuntimeTest, DataFilesAreReadableByTheUserOnly)
+{
+    const auto mode = [](const QString& path) {
+        struct stat st {};
+        return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 07777 : 01000;
+    };
+    const QString cache = os::CacheDir();
+    ASSERT_TRUE(cache.startsWith(home + QStringLiteral("/cache/"))) << cache.toStdString();
+    const struct {
+        QString path;
+        mode_t wide;
+        mode_t own;
+    } paths[] = {
+        {DataDir(), 0755, 0700},
+        {cache, 0755, 0700},
+        {DataDir() + QStringLiteral("/mv.mdb"), 0644, 0600},
+        {DataDir() + QStringLiteral("/mv.log"), 0644, 0600},
+    };
+    for (const bool widened : {false, true}) {
+        SCOPED_TRACE(widened ? "widened by hand" : "fresh");
+        for (const auto& p : paths) {
+            if (widened) {
+                ASSERT_EQ(::chmod(QFile::encodeName(p.path).constData(), p.wide), 0);
+            }
+        }
+        {
+            Runtime rt(options);
+            ASSERT_EQ(rt.Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+        }
+        for (const auto& p : paths) EXPECT_EQ(mode(p.path), p.own) << p.path.toStdString();
+        const qsizetype note = Log().indexOf(QStringLiteral("Made readable by the user only: "));
+        EXPECT_EQ(note >= 0, widened) << Log().toStdString();
+        if (widened) {
+            const QString line = Log().mid(note).section(QLatin1Char('\n'), 0, 0);
+            for (const auto& p : paths)
+                EXPECT_TRUE(line.contains(QStringLiteral("%1 0%2 -> 0%3").arg(p.path).arg(p.wide, 0, 8).arg(p.own, 0, 8)))
+                    << line.toStdString();
+        }
+    }
+}
+
+// A profile holding a password that others can read stops the start.
+TEST_F(RuntimeTest, ProfileWithAPasswordOthersCanReadStopsTheStart)
+{
+    const QString profile = home + QStringLiteral("/profile.ini");
+    QFile f(profile);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write("[W]\ntype=imap\nhost=127.0.0.1\nuser=u\npassword=p\n");
+    f.close();
+    ASSERT_TRUE(f.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
+    options.embedded = false;
+    options.profilePath = profile;
+    Runtime rt(options);
+    EXPECT_EQ(rt.Start(), kExitProfile);
+    EXPECT_EQ(kExitProfile, 5);
 }
 
 // A host whose Application opens no window leaves the add-in idle (it

@@ -244,6 +244,78 @@ TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
                              "日本語のルール|||||3|2|0|13|01|02|03|02|0|5|104|first line\r\nsecond line"));
 }
 
+// A file in ADO's layout naming `columns` in this order, with one rule whose
+// values follow the names: text columns hold their own name, numbers 1.
+QByteArray RulesFile(const QStringList& columns)
+{
+    const QStringList numbers = {"RuleID", "Importance", "Status", "FlagStatus", "MsgAgeID", "Active", "SortID", "LastVerb"};
+    QByteArray xml = "<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00C14882'\n"
+                     "\txmlns:dt='uuid:C2F41010-65B3-11d1-A29F-00AA00C14882'\n"
+                     "\txmlns:rs='urn:schemas-microsoft-com:rowset'\n\txmlns:z='#RowsetSchema'>\n"
+                     "<s:Schema id='RowsetSchema'>\n\t<s:ElementType name='row' content='eltOnly'>\n";
+    QByteArray row = "\t<z:row";
+    int number = 0;
+    for (const QString& c : columns) {
+        const bool isNumber = numbers.contains(c);
+        xml += "\t\t<s:AttributeType name='" + c.toUtf8() + "' rs:number='" + QByteArray::number(++number) +
+               "' rs:nullable='true'>\n\t\t\t<s:datatype " +
+               (isNumber ? "dt:type='i2' dt:maxLength='2'" : "dt:type='string' dt:maxLength='255'") +
+               "/>\n\t\t</s:AttributeType>\n";
+        row += " " + c.toUtf8() + "='" + (isNumber ? QByteArray("1") : c.toUtf8()) + "'";
+    }
+    return xml + "\t\t<s:extends type='rs:rowbase'/>\n\t</s:ElementType>\n</s:Schema>\n<rs:data>\n" + row +
+           "/>\n</rs:data>\n</xml>\n";
+}
+
+TEST_F(AddInStoreTest, FileWhoseColumnsAreNotTheTablesIsRefusedBeforeAnyInsert)
+{
+    const QStringList table = (QStringLiteral("RuleID, ") + kRuleFields).split(QStringLiteral(", "));
+    QStringList swapped = table, withoutSubject = table, withoutMessage = table, extra = table;
+    swapped.swapItemsAt(table.indexOf("SrcEntryID"), table.indexOf("DstEntryID"));
+    withoutSubject.removeOne("Subject");
+    withoutMessage.removeLast();
+    extra << "Notes";
+    const struct {
+        const char* name;
+        QStringList columns;
+        const char* mismatch;  // empty: the file imports
+    } cases[] = {
+        {"the table's columns", table, ""},
+        {"source and destination swapped", swapped, R"(column 11 should be "SrcEntryID" but is "DstEntryID")"},
+        {"a column missing", withoutSubject, R"(column 6 should be "Subject" but is "Importance")"},
+        {"the last column missing", withoutMessage, R"(column 18 should be "Message" but the file has only 17 columns)"},
+        {"an extra column", extra, R"(column 19 is "Notes" but the table has only 18 columns)"},
+    };
+    Start(QStringLiteral("v150"));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        m_answerer.clear();
+        const QString file = TempPath(QStringLiteral("%1.xml").arg(QLatin1String(c.name)));
+        {
+            QFile f(file);
+            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+            f.write(RulesFile(c.columns));
+        }
+        const bool imported = m_addIn->ImportRulesFrom(file);
+        if (*c.mismatch == 0) {
+            EXPECT_TRUE(imported) << Reports().join(u'\n').toStdString();
+            EXPECT_EQ(Query(m_path, QStringLiteral("SELECT RuleName, SrcEntryID, DstEntryID, Message FROM Rules "
+                                                   "WHERE RuleID > 3")),
+                      QStringLiteral("RuleName|SrcEntryID|DstEntryID|Message"));
+            ASSERT_TRUE(m_addIn->DB1()->ExecuteSQL(QStringLiteral("DELETE FROM Rules WHERE RuleID > 3")));
+            continue;
+        }
+        EXPECT_FALSE(imported);
+        EXPECT_EQ(RuleCount(), QStringLiteral("3"));
+        EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
+                                 ado::kErrProviderGeneric,
+                                 QStringLiteral("The file's columns are not those of the Rules table: %1. "
+                                                "Nothing was imported.")
+                                     .arg(QString::fromUtf8(c.mismatch)),
+                                 QStringLiteral("Import of Class Module cDB"))});
+    }
+}
+
 TEST_F(AddInStoreTest, BrokenFilesFailAndInsertNothing)
 {
     Start(QStringLiteral("v150"));
