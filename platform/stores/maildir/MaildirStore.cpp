@@ -275,7 +275,7 @@ Result<QByteArray> MaildirStore::RawMessage(const QByteArray& messageId)
 }
 
 Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toDir, MaildirName name,
-                                         bool keepUnique)
+                                         OnCollision onCollision, AcrossFileSystems across)
 {
     const QByteArray source = QFile::encodeName(from);
     for (int attempt = 0; attempt < kCollisionRetries; ++attempt) {
@@ -283,7 +283,7 @@ Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toD
         const int err = RenameNoReplace(source, QFile::encodeName(toDir + QLatin1Char('/') + relName));
         if (err == 0) return relName;
         if (err == EEXIST || err == ENOTEMPTY) {
-            if (keepUnique)
+            if (onCollision == OnCollision::Refuse)
                 return Error::permanent(
                     QStringLiteral("The folder %1 already holds a message named %2.").arg(toDir, name.unique), err);
             // Another message already has this unique name there: never
@@ -291,7 +291,7 @@ Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toD
             name.unique = MaildirName::NewUnique(MaildirName::DeliveryTime(name.unique));
             continue;
         }
-        if (err == EXDEV) return CopyInto(from, toDir, name);
+        if (err == EXDEV && across == AcrossFileSystems::Copy) return CopyInto(from, toDir, name);
         if (err == ENOENT) return Error::notFound(QStringLiteral("The message %1 vanished before it could be moved.").arg(from), err);
         return ErrnoError(QStringLiteral("Cannot move %1").arg(from), err);
     }
@@ -301,12 +301,15 @@ Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toD
 // The order keeps the message in at least one folder at every instant: the
 // copy is complete and durable in the destination before the source goes,
 // and both carry the same unique name meanwhile, so whoever finds both
-// (a crash in between) knows they are one message.
+// (a crash in between) knows they are one message. (A destination that
+// already holds the name gets a fresh one, as a rename would.)
 Result<QString> MaildirStore::CopyInto(const QString& from, const QString& toDir, const MaildirName& name)
 {
     auto tmp = MaildirFiles::CopyToTmp(from, toDir);
     if (!tmp) return tmp.error();
-    auto relName = RenameInto(*tmp, toDir, name);
+    // tmp/ and cur/ of one folder: a second EXDEV would mean a tmp/ on yet
+    // another file system, which no copy can fix.
+    auto relName = RenameInto(*tmp, toDir, name, OnCollision::FreshName, AcrossFileSystems::Refuse);
     if (!relName) {
         ::unlink(QFile::encodeName(*tmp).constData());
         return relName.error();
@@ -519,7 +522,9 @@ Result<QByteArray> MaildirStore::AppendOne(const QString& folderPath, const QStr
     // no reader ever sees half a message.
     auto tmp = MaildirFiles::WriteTmp(dir, message.rfc822, delivered);
     if (!tmp) return tmp.error();
-    auto relName = RenameInto(*tmp, dir, name, !message.uniqueName.isEmpty());
+    auto relName = RenameInto(*tmp, dir, name,
+                              message.uniqueName.isEmpty() ? OnCollision::FreshName : OnCollision::Refuse,
+                              AcrossFileSystems::Refuse);
     if (!relName) {
         ::unlink(QFile::encodeName(*tmp).constData());
         return relName.error();

@@ -130,10 +130,14 @@ private:
         MaildirStore& m_store;
     };
     mapi::FolderInfo InfoOf(const LayoutFolder& folder);
+    enum class OnCollision { FreshName, Refuse };
+    enum class AcrossFileSystems { Copy, Refuse };
     // Renames `from` into <toDir>/cur/ as `name`; returns "cur/<file name>".
-    // When the name is taken, a new unique name is chosen unless
-    // `keepUnique`, which makes it an error.
-    Result<QString> RenameInto(const QString& from, const QString& toDir, MaildirName name, bool keepUnique = false);
+    // A name that is taken gets a fresh unique name or is an error; EXDEV
+    // copies (CopyInto) or is an error.
+    Result<QString> RenameInto(const QString& from, const QString& toDir, MaildirName name,
+                               OnCollision onCollision = OnCollision::FreshName,
+                               AcrossFileSystems across = AcrossFileSystems::Copy);
     Result<QString> CopyInto(const QString& from, const QString& toDir, const MaildirName& name);
     void Watch();
     void OnDirectoryChanged(const QString& path);
