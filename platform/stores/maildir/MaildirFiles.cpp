@@ -18,8 +18,8 @@ namespace mv::stores::maildir::MaildirFiles {
 
 namespace {
 
-// Calls `visit(name)` for each regular file of <folderDir>/<sub>; a missing
-// directory has none.
+// Calls `visit(name)` for each regular file of <folderDir>/<sub> with the
+// name as on disk; a missing directory has none.
 template <class Visit>
 Status ForEachFile(const QString& folderDir, const char* sub, Visit visit)
 {
@@ -37,10 +37,16 @@ Status ForEachFile(const QString& folderDir, const char* sub, Visit visit)
         } else if (e->d_type != DT_REG) {
             continue;
         }
-        visit(QFile::decodeName(e->d_name));
+        visit(QByteArrayView(e->d_name));
     }
     ::closedir(d);
     return Status::success();
+}
+
+QByteArrayView UniqueOf(QByteArrayView fileName)
+{
+    const qsizetype colon = fileName.indexOf(':');
+    return colon < 0 ? fileName : fileName.first(colon);
 }
 
 }  // namespace
@@ -140,7 +146,9 @@ Result<QSet<QString>> ListUniques(const QString& folderDir)
 {
     QSet<QString> out;
     for (const char* sub : {"cur", "new"}) {
-        Status s = ForEachFile(folderDir, sub, [&](const QString& name) { out.insert(MaildirName::Parse(name).unique); });
+        Status s = ForEachFile(folderDir, sub, [&](QByteArrayView name) {
+            out.insert(QFile::decodeName(UniqueOf(name).toByteArray()));
+        });
         if (!s) return s.error();
     }
     return out;
@@ -148,20 +156,27 @@ Result<QSet<QString>> ListUniques(const QString& folderDir)
 
 Result<FolderCounts> Count(const QString& folderDir)
 {
-    // The same unique name in cur/ and new/ is one message (a rename seen
-    // half-way), as the scan counts it.
-    QSet<QString> seen;
+    // Raw names and no set of the whole folder: this runs for every folder
+    // the folder list shows, at 100,000 files too. A unique name in both
+    // new/ and cur/ (a rename seen half-way) counts once, as the scan does.
+    QSet<QByteArray> inNew;
     FolderCounts counts;
-    for (const char* sub : {"cur", "new"}) {
-        Status s = ForEachFile(folderDir, sub, [&](const QString& fileName) {
-            const MaildirName name = MaildirName::Parse(fileName);
-            if (name.info.contains(QLatin1Char('T')) || seen.contains(name.unique)) return;
-            seen.insert(name.unique);
-            ++counts.total;
-            if (!name.info.contains(QLatin1Char('S'))) ++counts.unread;
-        });
-        if (!s) return s.error();
-    }
+    auto tally = [&](QByteArrayView name) {
+        const qsizetype info = name.indexOf(":2,");
+        const QByteArrayView flags = info < 0 ? QByteArrayView() : name.sliced(info + 3);
+        if (flags.contains('T')) return;
+        ++counts.total;
+        if (!flags.contains('S')) ++counts.unread;
+    };
+    Status s = ForEachFile(folderDir, "new", [&](QByteArrayView name) {
+        inNew.insert(UniqueOf(name).toByteArray());
+        tally(name);
+    });
+    if (!s) return s.error();
+    s = ForEachFile(folderDir, "cur", [&](QByteArrayView name) {
+        if (inNew.isEmpty() || !inNew.contains(UniqueOf(name).toByteArray())) tally(name);
+    });
+    if (!s) return s.error();
     return counts;
 }
 
