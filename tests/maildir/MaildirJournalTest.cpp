@@ -81,8 +81,8 @@ TEST_F(JournalTest, EachCallAnswersForEveryMessageAndGoneOnesAreEmpty)
     ASSERT_TRUE(store->Undelete(ids).ok());
     EXPECT_EQ(Files(""), (QStringList{"1700000000.read.host:2,S", "1700000001.trash.host:2,S"}));
     ASSERT_TRUE(store->Remove({ids[0], ids[3]}).ok());
-    EXPECT_EQ(*store->Probe(ids),
-              (std::vector<Presence>{Presence::Absent, Presence::Present, Presence::Present, Presence::Absent}));
+    EXPECT_EQ(*store->Probe(ids), (std::vector<Presence>{Presence::Absent, Presence::Present,
+                                                         Presence::Present, Presence::Absent}));
     EXPECT_EQ(Files(""), QStringList{"1700000001.trash.host:2,S"});
     EXPECT_EQ(store->Query(kInbox, nullptr, {PR_ENTRYID})->size(), 2u);
 }
@@ -105,7 +105,8 @@ TEST_F(JournalTest, AppendManyKeepsUniqueNamesThatLocateFindsAgain)
     Fingerprint unknownName;
     unknownName.uniqueName = "1700000009.other.host";
     // The same message asked for twice is given once.
-    auto found = store->Locate(kArchive, {}, {(*fingerprints)[0], byContent, wrongSize, unknownName, byContent});
+    auto found =
+        store->Locate(kArchive, {}, {(*fingerprints)[0], byContent, wrongSize, unknownName, byContent});
     ASSERT_TRUE(found.ok());
     EXPECT_EQ(*found, (std::vector<QByteArray>{(*appended)[0], (*appended)[1], {}, {}, {}}));
 }

@@ -26,7 +26,7 @@ QString Hex(const QByteArray& b)
 
 mode_t ModeOf(const QString& path)
 {
-    struct stat st{};
+    struct stat st {};
     EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0) << path.toStdString();
     return st.st_mode & 07777;
 }
@@ -47,7 +47,8 @@ TEST_F(StoreKeyTest, SavedIdsResolveAfterTheDataFolderMoves)
     EXPECT_EQ(ModeOf(keyFile), mode_t(0600));
     // Nothing of the absolute path in any identifier.
     const QByteArray rootBytes = root.toUtf8();
-    for (const QByteArray& id : {storeId, FolderIdFor(".Archive"), MessageIdFor(".Archive", "1700000000.a.host")})
+    for (const QByteArray& id :
+         {storeId, FolderIdFor(".Archive"), MessageIdFor(".Archive", "1700000000.a.host")})
         EXPECT_FALSE(id.contains(rootBytes));
 
     root = m_tmp.path() + "/Restored";
@@ -106,7 +107,8 @@ TEST_F(StoreKeyTest, IndexFilesArePrivateEvenWhenMadeWider)
     auto store = Open();
     ASSERT_TRUE(store->Query(FolderIdFor(""), nullptr, {PR_SUBJECT}).ok());
     EXPECT_EQ(ModeOf(cache), mode_t(0700));
-    for (const char* suffix : {"", "-wal", "-shm"}) EXPECT_EQ(ModeOf(indexPath + suffix), mode_t(0600)) << suffix;
+    for (const char* suffix : {"", "-wal", "-shm"})
+        EXPECT_EQ(ModeOf(indexPath + suffix), mode_t(0600)) << suffix;
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ Status ForEachFile(const QString& folderDir, const char* sub, Visit visit)
     while (dirent* e = ::readdir(d)) {
         if (e->d_name[0] == '.') continue;
         if (e->d_type == DT_UNKNOWN || e->d_type == DT_LNK) {
-            struct stat st{};
+            struct stat st {};
             if (::fstatat(::dirfd(d), e->d_name, &st, 0) != 0 || !S_ISREG(st.st_mode)) continue;
         } else if (e->d_type != DT_REG) {
             continue;
@@ -55,18 +55,18 @@ Error ErrnoError(const QString& what, int err)
 {
     const QString text = QStringLiteral("%1: %2").arg(what, qt_error_string(err));
     switch (err) {
-    case ENOENT:
-        return Error::notFound(text, err);
-    case EAGAIN:
-    case EBUSY:
-    case EINTR:
-    case ENOSPC:
-    case EDQUOT:
-    case EMFILE:
-    case ENFILE:
-        return Error::temporary(text, err);
-    default:
-        return Error::permanent(text, err);
+        case ENOENT:
+            return Error::notFound(text, err);
+        case EAGAIN:
+        case EBUSY:
+        case EINTR:
+        case ENOSPC:
+        case EDQUOT:
+        case EMFILE:
+        case ENFILE:
+            return Error::temporary(text, err);
+        default:
+            return Error::permanent(text, err);
     }
 }
 
@@ -127,11 +127,13 @@ Result<QString> CopyToTmp(const QString& from, const QString& folderDir)
 {
     QFile file(from);
     if (!file.open(QIODevice::ReadOnly)) {
-        if (!file.exists()) return Error::notFound(QStringLiteral("The message %1 is gone.").arg(from), ENOENT);
+        if (!file.exists())
+            return Error::notFound(QStringLiteral("The message %1 is gone.").arg(from), ENOENT);
         return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(from, file.errorString()));
     }
-    struct stat st{};
-    if (::fstat(file.handle(), &st) != 0) return ErrnoError(QStringLiteral("Cannot read %1").arg(from), errno);
+    struct stat st {};
+    if (::fstat(file.handle(), &st) != 0)
+        return ErrnoError(QStringLiteral("Cannot read %1").arg(from), errno);
     const QByteArray bytes = file.readAll();
     if (file.error() != QFileDevice::NoError || bytes.size() != st.st_size)
         return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(from, file.errorString()));
@@ -194,7 +196,8 @@ Result<mapi::Fingerprint> ReadFingerprint(const QString& path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        if (!file.exists()) return Error::notFound(QStringLiteral("The message %1 is gone.").arg(path), ENOENT);
+        if (!file.exists())
+            return Error::notFound(QStringLiteral("The message %1 is gone.").arg(path), ENOENT);
         return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(path, file.errorString()));
     }
     const QByteArray bytes = file.readAll();

@@ -20,7 +20,8 @@ bool MaildirStoreKey::Parse(const QByteArray& text, MaildirStoreKey& into)
     for (const QByteArray& line : text.split('\n')) {
         if (line.startsWith("key ")) {
             const QByteArray hex = line.mid(4).trimmed();
-            if (hex.size() != 2 * kKeyBytes || QByteArray::fromHex(hex).toHex() != hex.toLower()) return false;
+            if (hex.size() != 2 * kKeyBytes || QByteArray::fromHex(hex).toHex() != hex.toLower())
+                return false;
             into.m_key = hex.toLower();
         } else if (line.startsWith("root ")) {
             into.m_roots << QString::fromUtf8(QByteArray::fromPercentEncoding(line.mid(5).trimmed()));
@@ -48,8 +49,9 @@ bool MaildirStoreKey::Write(const QString& file, bool replace) const
     bool ok = ::write(fd, text.constData(), size_t(text.size())) == text.size() && ::fsync(fd) == 0;
     ok = ::close(fd) == 0 && ok;
     const QByteArray target = QFile::encodeName(file);
-    if (ok) ok = replace ? ::rename(tmpName.constData(), target.constData()) == 0
-                         : ::link(tmpName.constData(), target.constData()) == 0;
+    if (ok)
+        ok = replace ? ::rename(tmpName.constData(), target.constData()) == 0
+                     : ::link(tmpName.constData(), target.constData()) == 0;
     ::unlink(tmpName.constData());
     return ok;
 }
