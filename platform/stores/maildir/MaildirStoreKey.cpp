@@ -64,7 +64,7 @@ MaildirStoreKey MaildirStoreKey::Load(const QString& canonicalRoot)
         QFile f(file);
         if (f.open(QIODevice::ReadOnly)) {
             if (!Parse(f.read(64 * 1024), loaded)) return {};  // not ours to overwrite
-            // The key is a secret of sorts: nobody else needs to read it.
+            // Like the index: this user's, whatever umask or copy widened it.
             if ((f.permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther)) != 0)
                 ::chmod(QFile::encodeName(file).constData(), 0600);
             if (!loaded.m_roots.contains(canonicalRoot)) {
@@ -75,9 +75,9 @@ MaildirStoreKey MaildirStoreKey::Load(const QString& canonicalRoot)
         }
         if (f.exists()) return {};
         MaildirStoreKey fresh;
-        QByteArray random(kKeyBytes, '\0');
-        QRandomGenerator::system()->fillRange(reinterpret_cast<quint32*>(random.data()), kKeyBytes / 4);
-        fresh.m_key = random.toHex();
+        quint32 words[kKeyBytes / 4];
+        QRandomGenerator::system()->fillRange(words);
+        fresh.m_key = QByteArray(reinterpret_cast<const char*>(words), sizeof words).toHex();
         fresh.m_roots << canonicalRoot;
         if (fresh.Write(file, false)) return fresh;
         if (errno != EEXIST) return {};
