@@ -87,6 +87,17 @@ TEST_F(JournalTest, EachCallAnswersForEveryMessageAndGoneOnesAreEmpty)
     EXPECT_EQ(store->Query(kInbox, nullptr, {PR_ENTRYID})->size(), 2u);
 }
 
+TEST_F(JournalTest, FileThatCannotBeReadIsAnErrorNotGone)
+{
+    store->SetHeaderParser([](const QString&) -> Result<std::shared_ptr<const HeaderProps>> {
+        return Error::permanent(QStringLiteral("unreadable"));
+    });
+    auto presence = store->Probe({ids[3], ids[0]});
+    ASSERT_FALSE(presence.ok());
+    EXPECT_EQ(presence.error().kind, ErrorKind::Temporary);
+    EXPECT_EQ(*store->Probe({ids[3]}), std::vector<Presence>{Presence::Absent});
+}
+
 TEST_F(JournalTest, AppendManyKeepsUniqueNamesThatLocateFindsAgain)
 {
     auto exported = store->Export({ids[0], ids[2]});

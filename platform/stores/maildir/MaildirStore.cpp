@@ -535,23 +535,38 @@ Result<QByteArray> MaildirStore::AppendOne(const QString& folderPath, const QStr
     return MessageIdFor(folderPath, unique);
 }
 
-Result<std::optional<MaildirStore::Located>> MaildirStore::FindIfThere(const QByteArray& messageId)
+Result<std::optional<MaildirStore::Located>> MaildirStore::FindIfThere(const QByteArray& messageId,
+                                                                       Listings& listings)
 {
-    if (!ParseMessageId(messageId)) return Error::permanent(QStringLiteral("Not a message of this Maildir store."));
+    const auto key = ParseMessageId(messageId);
+    if (!key) return Error::permanent(QStringLiteral("Not a message of this Maildir store."));
     auto located = Find(messageId);
     if (located) return std::optional<Located>(*located);
-    // A folder or file that is gone: the message is no longer there.
-    if (located.error().kind == ErrorKind::NotFound) return std::optional<Located>();
-    return located.error();
+    if (located.error().kind != ErrorKind::NotFound) return located.error();
+    // Not among the parsed messages. A file that is there all the same
+    // could not be read: "gone" would make the journal settle a move
+    // wrongly, so it is an error to retry.
+    const auto dir = m_layout.DirOf(key->folder);
+    if (!dir) return std::optional<Located>();
+    auto it = listings.find(key->folder);
+    if (it == listings.end()) {
+        auto listed = MaildirFiles::ListUniques(*dir);
+        if (!listed) return listed.error();
+        it = listings.emplace(key->folder, std::move(*listed)).first;
+    }
+    if (it->second.contains(key->unique))
+        return Error::temporary(QStringLiteral("The message %1 in %2 cannot be read.").arg(key->unique, *dir));
+    return std::optional<Located>();
 }
 
 Result<std::vector<mapi::NewMessage>> MaildirStore::Export(const std::vector<QByteArray>& messageIds)
 {
     const BatchScope batch(*this);
+    Listings listings;
     std::vector<mapi::NewMessage> out;
     out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id);
+        auto found = FindIfThere(id, listings);
         if (!found) return found.error();
         out.emplace_back();
         if (!*found) continue;
@@ -582,10 +597,11 @@ Result<mapi::Fingerprint> MaildirStore::FingerprintOf(const Located& located)
 Result<std::vector<mapi::Fingerprint>> MaildirStore::Fingerprints(const std::vector<QByteArray>& messageIds)
 {
     const BatchScope batch(*this);
+    Listings listings;
     std::vector<mapi::Fingerprint> out;
     out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id);
+        auto found = FindIfThere(id, listings);
         if (!found) return found.error();
         out.emplace_back();
         if (!*found) continue;
@@ -599,10 +615,11 @@ Result<std::vector<mapi::Fingerprint>> MaildirStore::Fingerprints(const std::vec
 Result<std::vector<mapi::Presence>> MaildirStore::Probe(const std::vector<QByteArray>& messageIds)
 {
     const BatchScope batch(*this);
+    Listings listings;
     std::vector<mapi::Presence> out;
     out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id);
+        auto found = FindIfThere(id, listings);
         if (!found) return found.error();
         if (!*found) out.push_back(mapi::Presence::Absent);
         else out.push_back((*found)->message->flags().deleted ? mapi::Presence::Deleted : mapi::Presence::Present);
@@ -613,10 +630,11 @@ Result<std::vector<mapi::Presence>> MaildirStore::Probe(const std::vector<QByteA
 Status MaildirStore::Remove(const std::vector<QByteArray>& messageIds)
 {
     const BatchScope batch(*this);
+    Listings listings;
     QSet<QString> touched;
     Status result;
     for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id);
+        auto found = FindIfThere(id, listings);
         if (!found) {
             result = found.error();
             break;
@@ -640,8 +658,9 @@ Status MaildirStore::Remove(const std::vector<QByteArray>& messageIds)
 Status MaildirStore::Undelete(const std::vector<QByteArray>& messageIds)
 {
     const BatchScope batch(*this);
+    Listings listings;
     for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id);
+        auto found = FindIfThere(id, listings);
         if (!found) return found.error();
         if (!*found || !(*found)->message->flags().deleted) continue;
         mapi::MessageFlags flags = (*found)->message->flags();

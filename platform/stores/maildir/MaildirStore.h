@@ -109,8 +109,11 @@ private:
     Status EnsureIndex();
     Result<MaildirFolderState*> ScannedFolder(const QString& folderPath);
     Result<Located> Find(const QByteArray& messageId);
-    // Find, with a message that is gone as nullopt rather than an error.
-    Result<std::optional<Located>> FindIfThere(const QByteArray& messageId);
+    // Unique names in cur/ and new/ by folder path, listed once per call.
+    using Listings = std::map<QString, QSet<QString>>;
+    // Find, with a message that is gone as nullopt rather than an error; a
+    // file that is there but unreadable is Temporary.
+    Result<std::optional<Located>> FindIfThere(const QByteArray& messageId, Listings& listings);
     Result<mapi::Fingerprint> FingerprintOf(const Located& located);
     // Renames the message's file to carry `flags`; the index follows.
     Status Relabel(const Located& located, const mapi::MessageFlags& flags);
