@@ -12,6 +12,8 @@
 
 #include <memory>
 
+#include <sys/stat.h>
+
 // Readable failure messages for Qt strings.
 QT_BEGIN_NAMESPACE
 inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
@@ -82,6 +84,26 @@ protected:
     QTemporaryDir m_tmp;
     QString root;
     QString indexPath;
+};
+
+// A store whose folder ".Elsewhere" is a symlink to a tmpfs under /dev/shm,
+// so that renames between it and the others fail with EXDEV.
+class StoreOnTwoFileSystems : public MaildirFixture {
+protected:
+    void SetUp() override
+    {
+        MaildirFixture::SetUp();
+        struct stat a{}, b{};
+        if (!m_other.isValid() || ::stat(QFile::encodeName(root).constData(), &a) != 0
+            || ::stat(QFile::encodeName(m_other.path()).constData(), &b) != 0 || a.st_dev == b.st_dev)
+            GTEST_SKIP() << "needs /dev/shm on another file system than " << root.toStdString();
+        elsewhere = m_other.path();
+        MakeMaildir(elsewhere);
+        ASSERT_TRUE(QFile::link(elsewhere, root + QStringLiteral("/.Elsewhere")));
+    }
+
+    QTemporaryDir m_other{QStringLiteral("/dev/shm/mv-maildir-XXXXXX")};
+    QString elsewhere;
 };
 
 }  // namespace mv::stores::maildir::test

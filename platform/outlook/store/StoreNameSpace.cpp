@@ -41,8 +41,14 @@ StoreNameSpace::StoreNameSpace(std::vector<MessageStore*> stores, FolderPicker* 
 
 MessageStore* StoreNameSpace::StoreById(const QByteArray& storeId) const
 {
-    for (MessageStore* store : m_stores())
+    const std::vector<MessageStore*> stores = m_stores();
+    for (MessageStore* store : stores)
         if (store && store->StoreId() == storeId) return store;
+    // An identifier an earlier version gave the store (a Maildir store's
+    // root path, before it kept a key): rules saved then still name it.
+    for (MessageStore* store : stores) {
+        if (store && store->property(kFormerStoreIds).value<QList<QByteArray>>().contains(storeId)) return store;
+    }
     return nullptr;
 }
 

@@ -16,6 +16,11 @@ QByteArray StoreIdFor(const QString& canonicalRoot)
     return QByteArray(kMagic, kMagicLen) + canonicalRoot.toUtf8();
 }
 
+QByteArray StoreIdForKey(const QByteArray& hexKey)
+{
+    return QByteArray(kMagic, kMagicLen) + "key:" + hexKey;
+}
+
 QByteArray FolderIdFor(const QString& folderPath)
 {
     return QByteArray(kMagic, kMagicLen) + folderPath.toUtf8();

@@ -1,6 +1,5 @@
 #include "MaildirIndex.h"
 
-#include "MaildirName.h"
 
 #include <QCryptographicHash>
 #include <QDataStream>
@@ -12,6 +11,10 @@
 
 #include <sqlite3.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace mv::stores::maildir {
 
 namespace {
@@ -21,7 +24,6 @@ constexpr quint8 kBlobVersion = 2;
 
 const char* const kStatements[] = {
     "SELECT uniq, filename, size, mtime, props FROM messages WHERE folder = ?",
-    "SELECT filename FROM messages WHERE folder = ?",
     "INSERT OR REPLACE INTO messages (folder, uniq, filename, size, mtime, props) VALUES (?, ?, ?, ?, ?, ?)",
     "UPDATE messages SET filename = ?, size = ?, mtime = ? WHERE folder = ? AND uniq = ?",
     "DELETE FROM messages WHERE folder = ? AND uniq = ?",
@@ -36,6 +38,14 @@ void BindText(sqlite3_stmt* st, int i, const QString& s)
 QString ColumnText(sqlite3_stmt* st, int i)
 {
     return QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(st, i)), sqlite3_column_bytes(st, i));
+}
+
+// Takes group and other bits off an existing file or directory.
+void Tighten(const QString& path, mode_t mode)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat st{};
+    if (::stat(name.constData(), &st) == 0 && (st.st_mode & 077) != 0) ::chmod(name.constData(), mode);
 }
 
 // Resets a statement on every path out of a call.
@@ -156,7 +166,14 @@ sqlite3_stmt* MaildirIndex::Prepared(Stmt which)
 
 Status MaildirIndex::OpenOnce()
 {
-    QDir().mkpath(QFileInfo(m_file).absolutePath());
+    const QString folder = QFileInfo(m_file).absolutePath();
+    QDir().mkpath(folder);
+    Tighten(folder, 0700);
+    // Made here with 0600 so that SQLite, which gives the WAL and SHM files
+    // the mode of the database, never creates a readable one.
+    const int fd = ::open(QFile::encodeName(m_file).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd >= 0) ::close(fd);
+    for (const char* suffix : {"", "-wal", "-shm"}) Tighten(m_file + QLatin1String(suffix), 0600);
     const int rc = sqlite3_open_v2(m_file.toUtf8().constData(), &m_db,
                                    SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK) return SqlError(QStringLiteral("open"), rc);
@@ -235,23 +252,6 @@ Status MaildirIndex::Load(const QString& folder, const std::function<void(Indexe
     }
     if (rc != SQLITE_DONE) return SqlError(QStringLiteral("read"), rc);
     return Status::success();
-}
-
-Result<std::pair<int, int>> MaildirIndex::Counts(const QString& folder)
-{
-    sqlite3_stmt* st = Prepared(SelectNames);
-    if (!st) return Error::permanent(QStringLiteral("The Maildir index is not open."));
-    StmtGuard guard{st};
-    BindText(st, 1, folder);
-    int total = 0, unread = 0, rc;
-    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
-        const MaildirName n = MaildirName::Parse(ColumnText(st, 0).section(QLatin1Char('/'), 1));
-        if (n.info.contains(QLatin1Char('T'))) continue;
-        ++total;
-        if (!n.info.contains(QLatin1Char('S'))) ++unread;
-    }
-    if (rc != SQLITE_DONE) return SqlError(QStringLiteral("read"), rc);
-    return std::pair{total, unread};
 }
 
 Status MaildirIndex::Begin()

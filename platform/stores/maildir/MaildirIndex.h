@@ -56,7 +56,9 @@ public:
     static QString DefaultPathFor(const QString& canonicalRoot);
 
     // Opens or creates the file; a corrupt or foreign file is deleted and
-    // created anew. Fails only when no usable index can be had.
+    // created anew. Fails only when no usable index can be had. The index
+    // holds senders and subjects: its folder is made 0700 and the file with
+    // its WAL and SHM 0600, tightened here when they are wider.
     Status Open(const QString& file);
     // Deletes the file and starts empty (after a corruption found later).
     Status Rebuild();
@@ -67,8 +69,6 @@ public:
     // Hands the folder's rows to `sink` one at a time, so that the caller
     // can compact each before the next is read.
     Status Load(const QString& folder, const std::function<void(IndexedMessage&&)>& sink);
-    // total and unread (no S in the info part, trashed ones left out).
-    Result<std::pair<int, int>> Counts(const QString& folder);
 
     Status Begin();
     Status Commit();
@@ -82,7 +82,7 @@ public:
     static bool IsCorruption(int sqliteCode);
 
 private:
-    enum Stmt { SelectFolder, SelectNames, Insert, UpdateName, Delete, StmtCount };
+    enum Stmt { SelectFolder, Insert, UpdateName, Delete, StmtCount };
     Status OpenOnce();
     void Close();
     Status Exec(const char* sql);

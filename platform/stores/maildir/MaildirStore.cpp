@@ -1,8 +1,10 @@
 #include "MaildirStore.h"
 
+#include "MaildirFiles.h"
 #include "MaildirIds.h"
 #include "MaildirKeywords.h"
 #include "MaildirMessageSource.h"
+#include "MaildirStoreKey.h"
 
 #include "platform/mapi/RestrictionEvaluator.h"
 #include "platform/stores/common/FlagMapping.h"
@@ -32,48 +34,10 @@ constexpr int kCollisionRetries = 8;
 constexpr size_t kParallelQueryMinimum = 4096;
 constexpr size_t kMaxQueryThreads = 4;
 
-Error ErrnoError(const QString& what, int err)
-{
-    const QString text = QStringLiteral("%1: %2").arg(what, qt_error_string(err));
-    switch (err) {
-    case ENOENT:
-        return Error::notFound(text, err);
-    case EAGAIN:
-    case EBUSY:
-    case EINTR:
-    case ENOSPC:
-    case EDQUOT:
-    case EMFILE:
-    case ENFILE:
-        return Error::temporary(text, err);
-    default:
-        return Error::permanent(text, err);
-    }
-}
+using MaildirFiles::ErrnoError;
+using MaildirFiles::RenameNoReplace;
+using MaildirFiles::SyncDir;
 
-// rename(2) that never replaces an existing file. Falls back to link+unlink
-// on file systems without RENAME_NOREPLACE, which is just as safe.
-int RenameNoReplace(const QByteArray& from, const QByteArray& to)
-{
-    if (::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), RENAME_NOREPLACE) == 0) return 0;
-    if (errno != EINVAL && errno != ENOSYS) return errno;
-    if (::link(from.constData(), to.constData()) != 0) return errno;
-    if (::unlink(from.constData()) != 0) {
-        const int err = errno;
-        ::unlink(to.constData());
-        return err;
-    }
-    return 0;
-}
-
-void SyncDir(const QString& dir)
-{
-    const int fd = ::open(QFile::encodeName(dir).constData(), O_RDONLY | O_DIRECTORY);
-    if (fd >= 0) {
-        ::fsync(fd);
-        ::close(fd);
-    }
-}
 }  // namespace
 
 MaildirStore::MaildirStore(const QString& root, MaildirStoreOptions options, QObject* parent)
@@ -84,6 +48,11 @@ MaildirStore::MaildirStore(const QString& root, MaildirStoreOptions options, QOb
       m_layout(m_options.layout ? MaildirLayout(m_root, *m_options.layout) : MaildirLayout::Detect(m_root)),
       m_storeId(StoreIdFor(m_root))
 {
+    const MaildirStoreKey key = MaildirStoreKey::Load(m_root);
+    if (!key.key().isEmpty()) {
+        m_storeId = StoreIdForKey(key.key());
+        for (const QString& root : key.roots()) m_formerStoreIds << StoreIdFor(root);
+    }
     if (m_options.indexPath.isEmpty()) m_options.indexPath = MaildirIndex::DefaultPathFor(m_root);
     if (m_options.displayName.isEmpty()) m_options.displayName = QStringLiteral("Maildir (%1)").arg(m_root);
     m_parser = [own = m_options.ownAddress](const QString& path) -> Result<std::shared_ptr<const HeaderProps>> {
@@ -149,22 +118,11 @@ mapi::FolderInfo MaildirStore::InfoOf(const LayoutFolder& folder)
     info.name = folder.name;
     info.path = folder.displayPath;
     info.specialUse = folder.specialUse;
-    // Counts as the index has them, without scanning the folder.
-    const auto it = m_folders.find(folder.path);
-    if (it != m_folders.end() && it->second->loaded()) {
-        int total = 0, unread = 0;
-        for (const auto& [unique, m] : it->second->messages()) {
-            if (m.flags().deleted) continue;
-            ++total;
-            if (!m.flags().seen) ++unread;
-        }
-        info.total = total;
-        info.unread = unread;
-    } else if (EnsureIndex().ok()) {
-        if (auto counts = m_index.Counts(folder.path)) {
-            info.total = counts->first;
-            info.unread = counts->second;
-        }
+    // From the directory listings: the file names carry the S and T flags,
+    // so counting opens no message and never trusts a stale index.
+    if (auto counts = MaildirFiles::Count(folder.dir)) {
+        info.total = counts->total;
+        info.unread = counts->unread;
     }
     return info;
 }
@@ -262,7 +220,7 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
     return rows;
 }
 
-Result<MaildirStore::Located> MaildirStore::Locate(const QByteArray& messageId)
+Result<MaildirStore::Located> MaildirStore::Find(const QByteArray& messageId)
 {
     const auto key = ParseMessageId(messageId);
     if (!key) return Error::notFound(QStringLiteral("Not a message of this Maildir store."));
@@ -291,7 +249,7 @@ Result<MaildirStore::Located> MaildirStore::Locate(const QByteArray& messageId)
 
 Result<mapi::MessageRecord> MaildirStore::Item(const QByteArray& messageId)
 {
-    auto located = Locate(messageId);
+    auto located = Find(messageId);
     if (!located) return located.error();
     const MaildirMessageSource source(*located->message, *located->folder, m_storeId);
     ParseOptions po;
@@ -308,7 +266,7 @@ Result<mapi::MessageRecord> MaildirStore::Item(const QByteArray& messageId)
 
 Result<QByteArray> MaildirStore::RawMessage(const QByteArray& messageId)
 {
-    auto located = Locate(messageId);
+    auto located = Find(messageId);
     if (!located) return located.error();
     QFile file(located->folder->dir() + QLatin1Char('/') + located->message->file.relName);
     if (!file.open(QIODevice::ReadOnly))
@@ -316,7 +274,8 @@ Result<QByteArray> MaildirStore::RawMessage(const QByteArray& messageId)
     return file.readAll();
 }
 
-Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toDir, MaildirName name)
+Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toDir, MaildirName name,
+                                         OnCollision onCollision, AcrossFileSystems across)
 {
     const QByteArray source = QFile::encodeName(from);
     for (int attempt = 0; attempt < kCollisionRetries; ++attempt) {
@@ -324,21 +283,48 @@ Result<QString> MaildirStore::RenameInto(const QString& from, const QString& toD
         const int err = RenameNoReplace(source, QFile::encodeName(toDir + QLatin1Char('/') + relName));
         if (err == 0) return relName;
         if (err == EEXIST || err == ENOTEMPTY) {
+            if (onCollision == OnCollision::Refuse)
+                return Error::permanent(
+                    QStringLiteral("The folder %1 already holds a message named %2.").arg(toDir, name.unique), err);
             // Another message already has this unique name there: never
             // replace it; this one gets a new name with the same delivery time.
             name.unique = MaildirName::NewUnique(MaildirName::DeliveryTime(name.unique));
             continue;
         }
-        if (err == EXDEV)
-            return Error::permanent(
-                QStringLiteral("Cannot move %1: the destination is on another file system and messages are never "
-                               "copied.")
-                    .arg(from),
-                err);
+        if (err == EXDEV && across == AcrossFileSystems::Copy) return CopyInto(from, toDir, name);
         if (err == ENOENT) return Error::notFound(QStringLiteral("The message %1 vanished before it could be moved.").arg(from), err);
         return ErrnoError(QStringLiteral("Cannot move %1").arg(from), err);
     }
     return Error::temporary(QStringLiteral("No free name for %1 in %2.").arg(from, toDir));
+}
+
+// The order keeps the message in at least one folder at every instant: the
+// copy is complete and durable in the destination before the source goes,
+// and both carry the same unique name meanwhile, so whoever finds both
+// (a crash in between) knows they are one message. (A destination that
+// already holds the name gets a fresh one, as a rename would.)
+Result<QString> MaildirStore::CopyInto(const QString& from, const QString& toDir, const MaildirName& name)
+{
+    auto tmp = MaildirFiles::CopyToTmp(from, toDir);
+    if (!tmp) return tmp.error();
+    // tmp/ and cur/ of one folder: a second EXDEV would mean a tmp/ on yet
+    // another file system, which no copy can fix.
+    auto relName = RenameInto(*tmp, toDir, name, OnCollision::FreshName, AcrossFileSystems::Refuse);
+    if (!relName) {
+        ::unlink(QFile::encodeName(*tmp).constData());
+        return relName.error();
+    }
+    const QString copy = toDir + QLatin1Char('/') + *relName;
+    SyncDir(toDir + QLatin1String("/cur"));
+    if (::unlink(QFile::encodeName(from).constData()) != 0 && errno != ENOENT) {
+        const int err = errno;
+        // The source stays; the copy goes, so the message is in one folder.
+        ::unlink(QFile::encodeName(copy).constData());
+        SyncDir(toDir + QLatin1String("/cur"));
+        return ErrnoError(QStringLiteral("Cannot remove %1 after copying it to %2").arg(from, toDir), err);
+    }
+    SyncDir(QFileInfo(from).absolutePath());
+    return relName;
 }
 
 Result<QByteArray> MaildirStore::Move(const QByteArray& messageId, const QByteArray& destFolderId)
@@ -354,7 +340,7 @@ Result<QByteArray> MaildirStore::Move(const QByteArray& messageId, const QByteAr
         ? Result<MaildirFolderState*>(destIt->second.get())
         : ScannedFolder(*destPath);
     if (!dest) return dest.error();
-    auto located = Locate(messageId);
+    auto located = Find(messageId);
     if (!located) return located.error();
     MaildirFolderState& src = *located->folder;
     if (src.path() == *destPath) return messageId;
@@ -445,12 +431,17 @@ Status MaildirStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
 {
     if (flagStatus < 0 || flagStatus > 2)
         return Error::permanent(QStringLiteral("Flag status %1 is not 0, 1 or 2.").arg(flagStatus));
-    auto located = Locate(messageId);
+    auto located = Find(messageId);
     if (!located) return located.error();
-    MaildirFolderState& folder = *located->folder;
-    const CachedMessage message = *located->message;
+    return Relabel(*located, FlagMapping::WithFlagStatus(located->message->flags(), flagStatus));
+}
+
+Status MaildirStore::Relabel(const Located& located, const mapi::MessageFlags& flags)
+{
+    MaildirFolderState& folder = *located.folder;
+    const CachedMessage message = *located.message;
     QStringList keywords = folder.keywords();
-    const QString info = FlagMapping::ToMaildirInfo(FlagMapping::WithFlagStatus(message.flags(), flagStatus), keywords);
+    const QString info = FlagMapping::ToMaildirInfo(flags, keywords);
     if (keywords != folder.keywords()) {
         if (Status s = MaildirKeywords::Save(folder.dir(), keywords); !s) return s;
     }
@@ -474,52 +465,265 @@ Status MaildirStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
 
 Result<QByteArray> MaildirStore::Append(const QByteArray& folderId, const mapi::NewMessage& message)
 {
+    auto ids = AppendMany(folderId, {message});
+    if (!ids) return ids.error();
+    return ids->front();
+}
+
+Result<std::vector<QByteArray>> MaildirStore::AppendMany(const QByteArray& folderId,
+                                                         const std::vector<mapi::NewMessage>& messages)
+{
     const auto path = ParseFolderId(folderId);
     if (!path) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
     const auto dir = m_layout.DirOf(*path);
     if (!dir) return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*path));
+    // Listed once for the batch: a chosen unique name must not exist under
+    // any flags, which RENAME_NOREPLACE alone cannot see.
+    std::optional<QSet<QString>> there;
+    std::vector<QByteArray> ids;
+    ids.reserve(messages.size());
+    for (const mapi::NewMessage& message : messages) {
+        if (!message.uniqueName.isEmpty() && !there) {
+            auto listed = MaildirFiles::ListUniques(*dir);
+            if (!listed) return listed.error();
+            there = std::move(*listed);
+        }
+        auto id = AppendOne(*path, *dir, message, there ? &*there : nullptr);
+        if (!id) return id.error();
+        ids.push_back(std::move(*id));
+    }
+    return ids;
+}
+
+Result<QByteArray> MaildirStore::AppendOne(const QString& folderPath, const QString& dir,
+                                           const mapi::NewMessage& message, QSet<QString>* uniquesThere)
+{
     const QDateTime delivered = message.internalDate.isValid() ? message.internalDate.toUTC()
                                                                 : QDateTime::currentDateTimeUtc();
-    auto keywordsLoaded = MaildirKeywords::Load(*dir);
+    MaildirName name{MaildirName::NewUnique(delivered), {}, true};
+    if (!message.uniqueName.isEmpty()) {
+        if (!MaildirFiles::IsValidUnique(message.uniqueName))
+            return Error::permanent(QStringLiteral("\"%1\" is not a valid Maildir unique name.")
+                                        .arg(QString::fromUtf8(message.uniqueName)));
+        name.unique = QString::fromUtf8(message.uniqueName);
+        if (uniquesThere && uniquesThere->contains(name.unique))
+            return Error::permanent(
+                QStringLiteral("The folder %1 already holds a message named %2.").arg(dir, name.unique));
+    }
+    auto keywordsLoaded = MaildirKeywords::Load(dir);
     if (!keywordsLoaded) return keywordsLoaded.error();
     QStringList keywords = *keywordsLoaded;
-    MaildirName name{MaildirName::NewUnique(delivered), FlagMapping::ToMaildirInfo(message.flags, keywords), true};
+    name.info = FlagMapping::ToMaildirInfo(message.flags, keywords);
     if (keywords != *keywordsLoaded) {
-        if (Status s = MaildirKeywords::Save(*dir, keywords); !s) return s.error();
+        if (Status s = MaildirKeywords::Save(dir, keywords); !s) return s.error();
     }
 
     // Delivery protocol: write into tmp/, fsync, then rename into place, so
     // no reader ever sees half a message.
-    const QString tmp = *dir + QLatin1String("/tmp/") + name.unique;
-    const QByteArray tmpName = QFile::encodeName(tmp);
-    const int fd = ::open(tmpName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) return ErrnoError(QStringLiteral("Cannot create %1").arg(tmp), errno);
-    qsizetype written = 0;
-    int err = 0;
-    while (written < message.rfc822.size()) {
-        const ssize_t n = ::write(fd, message.rfc822.constData() + written, size_t(message.rfc822.size() - written));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            err = errno ? errno : EIO;
-            break;
-        }
-        written += n;
-    }
-    if (err == 0 && ::fsync(fd) != 0) err = errno;
-    const timespec times[2] = {{delivered.toSecsSinceEpoch(), 0}, {delivered.toSecsSinceEpoch(), 0}};
-    if (err == 0) ::futimens(fd, times);
-    ::close(fd);
-    if (err != 0) {
-        ::unlink(tmpName.constData());
-        return ErrnoError(QStringLiteral("Cannot write %1").arg(tmp), err);
-    }
-    auto relName = RenameInto(tmp, *dir, name);
+    auto tmp = MaildirFiles::WriteTmp(dir, message.rfc822, delivered);
+    if (!tmp) return tmp.error();
+    auto relName = RenameInto(*tmp, dir, name,
+                              message.uniqueName.isEmpty() ? OnCollision::FreshName : OnCollision::Refuse,
+                              AcrossFileSystems::Refuse);
     if (!relName) {
-        ::unlink(tmpName.constData());
+        ::unlink(QFile::encodeName(*tmp).constData());
         return relName.error();
     }
-    SyncDir(*dir + QLatin1String("/cur"));
-    return MessageIdFor(*path, MaildirName::Parse(relName->mid(4)).unique);
+    SyncDir(dir + QLatin1String("/cur"));
+    const QString unique = MaildirName::Parse(relName->mid(4)).unique;
+    if (uniquesThere) uniquesThere->insert(unique);
+    return MessageIdFor(folderPath, unique);
+}
+
+Result<std::optional<MaildirStore::Located>> MaildirStore::FindIfThere(const QByteArray& messageId,
+                                                                       Listings& listings)
+{
+    const auto key = ParseMessageId(messageId);
+    if (!key) return Error::permanent(QStringLiteral("Not a message of this Maildir store."));
+    auto located = Find(messageId);
+    if (located) return std::optional<Located>(*located);
+    if (located.error().kind != ErrorKind::NotFound) return located.error();
+    // Not among the parsed messages. A file that is there all the same
+    // could not be read: "gone" would make the journal settle a move
+    // wrongly, so it is an error to retry.
+    const auto dir = m_layout.DirOf(key->folder);
+    if (!dir) return std::optional<Located>();
+    auto it = listings.find(key->folder);
+    if (it == listings.end()) {
+        auto listed = MaildirFiles::ListUniques(*dir);
+        if (!listed) return listed.error();
+        it = listings.emplace(key->folder, std::move(*listed)).first;
+    }
+    if (it->second.contains(key->unique))
+        return Error::temporary(QStringLiteral("The message %1 in %2 cannot be read.").arg(key->unique, *dir));
+    return std::optional<Located>();
+}
+
+Result<std::vector<mapi::NewMessage>> MaildirStore::Export(const std::vector<QByteArray>& messageIds)
+{
+    const BatchScope batch(*this);
+    Listings listings;
+    std::vector<mapi::NewMessage> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        auto found = FindIfThere(id, listings);
+        if (!found) return found.error();
+        out.emplace_back();
+        if (!*found) continue;
+        const Located& at = **found;
+        QFile file(at.folder->dir() + QLatin1Char('/') + at.message->file.relName);
+        if (!file.open(QIODevice::ReadOnly)) {
+            if (!file.exists()) continue;  // moved away since the listing
+            return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(file.fileName(), file.errorString()));
+        }
+        mapi::NewMessage& m = out.back();
+        m.rfc822 = file.readAll();
+        m.flags = at.message->flags();
+        m.internalDate = at.message->delivered;
+        m.uniqueName = at.message->file.unique.toUtf8();
+    }
+    return out;
+}
+
+Result<mapi::Fingerprint> MaildirStore::FingerprintOf(const Located& located)
+{
+    auto fp = MaildirFiles::ReadFingerprint(located.folder->dir() + QLatin1Char('/') + located.message->file.relName);
+    if (!fp) return fp.error();
+    fp->uniqueName = located.message->file.unique.toUtf8();
+    fp->internalDate = QDateTime::fromSecsSinceEpoch(located.message->delivered.toSecsSinceEpoch(), Qt::UTC);
+    return fp;
+}
+
+Result<std::vector<mapi::Fingerprint>> MaildirStore::Fingerprints(const std::vector<QByteArray>& messageIds)
+{
+    const BatchScope batch(*this);
+    Listings listings;
+    std::vector<mapi::Fingerprint> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        auto found = FindIfThere(id, listings);
+        if (!found) return found.error();
+        out.emplace_back();
+        if (!*found) continue;
+        auto fp = FingerprintOf(**found);
+        if (fp) out.back() = std::move(*fp);
+        else if (fp.error().kind != ErrorKind::NotFound) return fp.error();
+    }
+    return out;
+}
+
+Result<std::vector<mapi::Presence>> MaildirStore::Probe(const std::vector<QByteArray>& messageIds)
+{
+    const BatchScope batch(*this);
+    Listings listings;
+    std::vector<mapi::Presence> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        auto found = FindIfThere(id, listings);
+        if (!found) return found.error();
+        if (!*found) out.push_back(mapi::Presence::Absent);
+        else out.push_back((*found)->message->flags().deleted ? mapi::Presence::Deleted : mapi::Presence::Present);
+    }
+    return out;
+}
+
+Status MaildirStore::Remove(const std::vector<QByteArray>& messageIds)
+{
+    const BatchScope batch(*this);
+    Listings listings;
+    QSet<QString> touched;
+    Status result;
+    for (const QByteArray& id : messageIds) {
+        auto found = FindIfThere(id, listings);
+        if (!found) {
+            result = found.error();
+            break;
+        }
+        if (!*found) continue;
+        MaildirFolderState& folder = *(*found)->folder;
+        const IndexedMessage file = (*found)->message->file;
+        if (::unlink(QFile::encodeName(folder.dir() + QLatin1Char('/') + file.relName).constData()) != 0
+            && errno != ENOENT) {
+            result = ErrnoError(QStringLiteral("Cannot remove %1").arg(file.relName), errno);
+            break;
+        }
+        touched.insert(folder.dir() + QLatin1Char('/') + file.relName.section(QLatin1Char('/'), 0, 0));
+        (void)m_index.Remove(folder.path(), file.unique);  // a stale row is dropped by the next scan
+        folder.Forget(file.unique);
+    }
+    for (const QString& dir : touched) SyncDir(dir);
+    return result;
+}
+
+Status MaildirStore::Undelete(const std::vector<QByteArray>& messageIds)
+{
+    const BatchScope batch(*this);
+    Listings listings;
+    for (const QByteArray& id : messageIds) {
+        auto found = FindIfThere(id, listings);
+        if (!found) return found.error();
+        if (!*found || !(*found)->message->flags().deleted) continue;
+        mapi::MessageFlags flags = (*found)->message->flags();
+        flags.deleted = false;
+        Status s = Relabel(**found, flags);
+        if (!s && s.error().kind != ErrorKind::NotFound) return s;
+    }
+    return Status::success();
+}
+
+Result<std::vector<QByteArray>> MaildirStore::Locate(const QByteArray& folderId, const QByteArray& mark,
+                                                     const std::vector<mapi::Fingerprint>& fingerprints)
+{
+    (void)mark;  // unique names and delivery times say more than an arrival mark could
+    const auto path = ParseFolderId(folderId);
+    if (!path) return Error::notFound(QStringLiteral("Not a folder of this Maildir store."));
+    const auto dir = m_layout.DirOf(*path);
+    if (!dir) return Error::notFound(QStringLiteral("The Maildir folder \"%1\" does not exist.").arg(*path));
+    std::vector<QByteArray> out(fingerprints.size());
+    QSet<QString> given;
+    // A unique name is the message's identity: found by the listing alone,
+    // and never guessed from other fields when it is not there.
+    auto uniques = MaildirFiles::ListUniques(*dir);
+    if (!uniques) return uniques.error();
+    bool needContents = false;
+    for (size_t i = 0; i < fingerprints.size(); ++i) {
+        const mapi::Fingerprint& fp = fingerprints[i];
+        if (fp.uniqueName.isEmpty()) {
+            needContents = needContents || fp.Known();
+            continue;
+        }
+        const QString unique = QString::fromUtf8(fp.uniqueName);
+        if (uniques->contains(unique) && !given.contains(unique)) {
+            given.insert(unique);
+            out[i] = MessageIdFor(*path, unique);
+        }
+    }
+    if (!needContents) return out;
+
+    auto folder = ScannedFolder(*path);
+    if (!folder) return folder.error();
+    std::map<QString, mapi::Fingerprint> read;  // each file read at most once
+    for (size_t i = 0; i < fingerprints.size(); ++i) {
+        const mapi::Fingerprint& fp = fingerprints[i];
+        if (!fp.uniqueName.isEmpty() || !fp.Known()) continue;
+        for (const CachedMessage* m : (*folder)->ordered()) {
+            if (given.contains(m->file.unique)) continue;
+            if (fp.internalDate.isValid() && m->delivered.toSecsSinceEpoch() != fp.internalDate.toSecsSinceEpoch())
+                continue;
+            auto it = read.find(m->file.unique);
+            if (it == read.end()) {
+                auto got = FingerprintOf(Located{*folder, m});
+                if (!got) continue;  // gone or unreadable: not this one
+                it = read.emplace(m->file.unique, std::move(*got)).first;
+            }
+            if (fp.size >= 0 && it->second.size != fp.size) continue;
+            if (!fp.messageIdHeader.isEmpty() && it->second.messageIdHeader != fp.messageIdHeader) continue;
+            given.insert(m->file.unique);
+            out[i] = MessageIdFor(*path, m->file.unique);
+            break;
+        }
+    }
+    return out;
 }
 
 void MaildirStore::Watch()

@@ -3,10 +3,22 @@
 // the file-system layout, see MaildirLayout), with a SQLite index in the
 // cache folder so that a run parses only new or changed files.
 //
-// Moves and flag changes are rename(2) calls that never replace a file; a
-// message is never copied and deleted. Files in tmp/ are never touched. The
-// store is used from the thread it lives in; parsing may use worker threads
-// inside Query.
+// Moves and flag changes are rename(2) calls that never replace a file.
+// Only where a folder sits on another file system (a symlink to another
+// disk) is a message copied: into the destination's tmp/, synced, renamed
+// into cur/ under the same unique name, and only then unlinked from the
+// source, so it is never in neither folder. Files in tmp/ that the store
+// did not write are never touched. The store is used from the thread it
+// lives in; parsing may use worker threads inside Query.
+//
+// The store's identifier comes from the key file at its root
+// (MaildirStoreKey) and survives moving the data folder; identifiers that
+// earlier versions made from the root path are listed in formerStoreIds.
+//
+// For the move journal: a message keeps its unique name across moves, so
+// Fingerprint::uniqueName finds it again; Probe answers Deleted for a file
+// with the T (trashed) flag, which only other clients set; Remove unlinks
+// the files; Undelete takes T off; ArrivalMark is empty.
 
 #include "MaildirFolderState.h"
 #include "MaildirIndex.h"
@@ -34,11 +46,15 @@ struct MaildirStoreOptions {
 
 class MaildirStore final : public mapi::MessageStore {
     Q_OBJECT
+    // Identifiers this store had before (path-based ones); a namespace
+    // that finds no store by StoreId() looks here.
+    Q_PROPERTY(QList<QByteArray> formerStoreIds READ FormerStoreIds CONSTANT)
 public:
     explicit MaildirStore(const QString& root, MaildirStoreOptions options = {}, QObject* parent = nullptr);
     ~MaildirStore() override;
 
     QByteArray StoreId() const override;
+    QList<QByteArray> FormerStoreIds() const { return m_formerStoreIds; }
     QString DisplayName() const override;
 
     Result<std::vector<mapi::FolderInfo>> Folders() override;
@@ -58,7 +74,22 @@ public:
     // Flag changes of several messages; the folder is listed once.
     Status SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus) override;
     Status SetFlagStatus(const QByteArray& messageId, int flagStatus) override;
+    // With a uniqueName, the file gets exactly that name; a name that is not
+    // a valid unique name, or that the folder already holds, is refused
+    // (Permanent) and nothing is written.
     Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
+
+    Result<std::vector<mapi::NewMessage>> Export(const std::vector<QByteArray>& messageIds) override;
+    Result<std::vector<QByteArray>> AppendMany(const QByteArray& folderId,
+                                               const std::vector<mapi::NewMessage>& messages) override;
+    Result<std::vector<mapi::Fingerprint>> Fingerprints(const std::vector<QByteArray>& messageIds) override;
+    Result<std::vector<mapi::Presence>> Probe(const std::vector<QByteArray>& messageIds) override;
+    Status Remove(const std::vector<QByteArray>& messageIds) override;
+    Status Undelete(const std::vector<QByteArray>& messageIds) override;
+    // By unique name in cur/ or new/; a fingerprint without one by its
+    // delivery time, size and Message-ID (those it knows). `mark` is unused.
+    Result<std::vector<QByteArray>> Locate(const QByteArray& folderId, const QByteArray& mark,
+                                           const std::vector<mapi::Fingerprint>& fingerprints) override;
 
     const MaildirLayout& layout() const { return m_layout; }
     const QString& indexPath() const { return m_options.indexPath; }
@@ -77,7 +108,17 @@ private:
     };
     Status EnsureIndex();
     Result<MaildirFolderState*> ScannedFolder(const QString& folderPath);
-    Result<Located> Locate(const QByteArray& messageId);
+    Result<Located> Find(const QByteArray& messageId);
+    // Unique names in cur/ and new/ by folder path, listed once per call.
+    using Listings = std::map<QString, QSet<QString>>;
+    // Find, with a message that is gone as nullopt rather than an error; a
+    // file that is there but unreadable is Temporary.
+    Result<std::optional<Located>> FindIfThere(const QByteArray& messageId, Listings& listings);
+    Result<mapi::Fingerprint> FingerprintOf(const Located& located);
+    // Renames the message's file to carry `flags`; the index follows.
+    Status Relabel(const Located& located, const mapi::MessageFlags& flags);
+    Result<QByteArray> AppendOne(const QString& folderPath, const QString& dir, const mapi::NewMessage& message,
+                                 QSet<QString>* uniquesThere);
     // Folders scanned once for the MoveMany under way: each of its moves
     // changes the directory, which would otherwise make every Locate list
     // the whole folder again.
@@ -92,7 +133,15 @@ private:
         MaildirStore& m_store;
     };
     mapi::FolderInfo InfoOf(const LayoutFolder& folder);
-    Result<QString> RenameInto(const QString& from, const QString& toDir, MaildirName name);
+    enum class OnCollision { FreshName, Refuse };
+    enum class AcrossFileSystems { Copy, Refuse };
+    // Renames `from` into <toDir>/cur/ as `name`; returns "cur/<file name>".
+    // A name that is taken gets a fresh unique name or is an error; EXDEV
+    // copies (CopyInto) or is an error.
+    Result<QString> RenameInto(const QString& from, const QString& toDir, MaildirName name,
+                               OnCollision onCollision = OnCollision::FreshName,
+                               AcrossFileSystems across = AcrossFileSystems::Copy);
+    Result<QString> CopyInto(const QString& from, const QString& toDir, const MaildirName& name);
     void Watch();
     void OnDirectoryChanged(const QString& path);
 
@@ -100,6 +149,7 @@ private:
     MaildirStoreOptions m_options;
     MaildirLayout m_layout;
     QByteArray m_storeId;
+    QList<QByteArray> m_formerStoreIds;
     MaildirIndex m_index;
     HeaderParser m_parser;
     std::map<QString, std::unique_ptr<MaildirFolderState>> m_folders;

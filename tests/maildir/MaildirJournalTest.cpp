@@ -1,0 +1,173 @@
+// The calls the move journal makes of a Maildir store, and moves between
+// folders on two file systems.
+
+#include "MaildirFixture.h"
+
+#include "platform/stores/maildir/MaildirIds.h"
+#include "platform/stores/maildir/MaildirName.h"
+
+#include <QFileInfo>
+
+using namespace mv;
+using namespace mv::mapi;
+using namespace mv::stores::maildir;
+using namespace mv::stores::maildir::test;
+
+namespace {
+
+const QByteArray kInbox = FolderIdFor("");
+const QByteArray kArchive = FolderIdFor(".Archive");
+
+// One message per state the journal meets; "gone" has no file.
+struct JournalRow {
+    const char* relName;  // under INBOX; nullptr: the message is gone
+    const char* unique;
+    Presence presence;
+    bool seen, deleted;
+};
+const JournalRow kRows[] = {
+    {"cur/1700000000.read.host:2,S", "1700000000.read.host", Presence::Present, true, false},
+    {"cur/1700000001.trash.host:2,ST", "1700000001.trash.host", Presence::Deleted, true, true},
+    {"new/1700000002.new.host", "1700000002.new.host", Presence::Present, false, false},
+    {nullptr, "1700000003.gone.host", Presence::Absent, false, false},
+};
+
+class JournalTest : public MaildirFixture {
+protected:
+    void SetUp() override
+    {
+        MaildirFixture::SetUp();
+        MakeMaildir(root + "/.Archive");
+        for (const JournalRow& row : kRows) {
+            if (row.relName) Put("", row.relName, Mail(row.unique));
+            ids.push_back(MessageIdFor("", row.unique));
+        }
+        store = Open();
+    }
+    std::vector<QByteArray> ids;
+    std::unique_ptr<MaildirStore> store;
+};
+
+TEST_F(JournalTest, EachCallAnswersForEveryMessageAndGoneOnesAreEmpty)
+{
+    auto exported = store->Export(ids);
+    auto fingerprints = store->Fingerprints(ids);
+    auto presence = store->Probe(ids);
+    ASSERT_TRUE(exported.ok() && fingerprints.ok() && presence.ok());
+    for (size_t i = 0; i < std::size(kRows); ++i) {
+        const JournalRow& row = kRows[i];
+        SCOPED_TRACE(row.unique);
+        EXPECT_EQ((*presence)[i], row.presence);
+        const NewMessage& m = (*exported)[i];
+        const Fingerprint& fp = (*fingerprints)[i];
+        if (!row.relName) {
+            EXPECT_TRUE(m.rfc822.isEmpty());
+            EXPECT_FALSE(fp.Known());
+            continue;
+        }
+        const QByteArray bytes = Mail(row.unique);
+        EXPECT_EQ(m.rfc822, bytes);
+        EXPECT_EQ(m.flags.seen, row.seen);
+        EXPECT_EQ(m.flags.deleted, row.deleted);
+        EXPECT_EQ(m.uniqueName, row.unique);
+        EXPECT_EQ(m.internalDate, MaildirName::DeliveryTime(row.unique));
+        EXPECT_EQ(fp.uniqueName, row.unique);
+        EXPECT_EQ(fp.size, bytes.size() + bytes.count('\n'));  // counted with CRLF
+        EXPECT_EQ(fp.messageIdHeader, "<" + QByteArray(row.unique).toHex() + "@example.com>");
+        EXPECT_EQ(fp.internalDate, m.internalDate);
+    }
+
+    // Undelete takes T off; Remove unlinks exactly the named files.
+    ASSERT_TRUE(store->Undelete(ids).ok());
+    EXPECT_EQ(Files(""), (QStringList{"1700000000.read.host:2,S", "1700000001.trash.host:2,S"}));
+    ASSERT_TRUE(store->Remove({ids[0], ids[3]}).ok());
+    EXPECT_EQ(*store->Probe(ids), (std::vector<Presence>{Presence::Absent, Presence::Present,
+                                                         Presence::Present, Presence::Absent}));
+    EXPECT_EQ(Files(""), QStringList{"1700000001.trash.host:2,S"});
+    EXPECT_EQ(store->Query(kInbox, nullptr, {PR_ENTRYID})->size(), 2u);
+}
+
+TEST_F(JournalTest, FileThatCannotBeReadIsAnErrorNotGone)
+{
+    store->SetHeaderParser([](const QString&) -> Result<std::shared_ptr<const HeaderProps>> {
+        return Error::permanent(QStringLiteral("unreadable"));
+    });
+    auto presence = store->Probe({ids[3], ids[0]});
+    ASSERT_FALSE(presence.ok());
+    EXPECT_EQ(presence.error().kind, ErrorKind::Temporary);
+    EXPECT_EQ(*store->Probe({ids[3]}), std::vector<Presence>{Presence::Absent});
+}
+
+TEST_F(JournalTest, AppendManyKeepsUniqueNamesThatLocateFindsAgain)
+{
+    auto exported = store->Export({ids[0], ids[2]});
+    ASSERT_TRUE(exported.ok());
+    auto appended = store->AppendMany(kArchive, *exported);
+    ASSERT_TRUE(appended.ok()) << appended.error().message.toStdString();
+    EXPECT_EQ(Files(".Archive"), (QStringList{"1700000000.read.host:2,S", "1700000002.new.host:2,"}));
+    EXPECT_TRUE(Files(".Archive", "tmp").isEmpty());
+
+    auto fingerprints = store->Fingerprints({ids[0], ids[2]});
+    ASSERT_TRUE(fingerprints.ok());
+    Fingerprint byContent = (*fingerprints)[1];
+    byContent.uniqueName.clear();
+    Fingerprint wrongSize = byContent;
+    wrongSize.size += 1;
+    Fingerprint unknownName;
+    unknownName.uniqueName = "1700000009.other.host";
+    // The same message asked for twice is given once.
+    auto found =
+        store->Locate(kArchive, {}, {(*fingerprints)[0], byContent, wrongSize, unknownName, byContent});
+    ASSERT_TRUE(found.ok());
+    EXPECT_EQ(*found, (std::vector<QByteArray>{(*appended)[0], (*appended)[1], {}, {}, {}}));
+}
+
+// Names AppendMany must refuse, leaving the folder as it was.
+const char* const kRefusedNames[] = {"a/b", "a:2,S", ".hidden", "line\nbreak", "1700000000.taken.host"};
+
+class RefusedNameTest : public MaildirFixture, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(RefusedNameTest, NothingIsWritten)
+{
+    Put("", "cur/1700000000.taken.host:2,F", Mail("resident"));
+    auto store = Open();
+    NewMessage m{Mail("incoming"), {}, {}, GetParam()};
+    auto appended = store->AppendMany(kInbox, {m});
+    ASSERT_FALSE(appended.ok());
+    EXPECT_EQ(appended.error().kind, ErrorKind::Permanent);
+    EXPECT_EQ(Files(""), QStringList{"1700000000.taken.host:2,F"});
+    EXPECT_TRUE(Files("", "tmp").isEmpty());
+}
+INSTANTIATE_TEST_SUITE_P(Maildir, RefusedNameTest, ::testing::ValuesIn(kRefusedNames));
+
+TEST_F(StoreOnTwoFileSystems, MoveCopiesKeepingNameFlagsAndIndex)
+{
+    const QString path = Put("", "cur/1700000000.a.host:2,FS", Mail("travels"));
+    auto store = Open();
+    auto moved = store->Move(MessageIdFor("", "1700000000.a.host"), FolderIdFor(".Elsewhere"));
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    EXPECT_EQ(*moved, MessageIdFor(".Elsewhere", "1700000000.a.host"));
+    EXPECT_FALSE(QFileInfo::exists(path));
+    EXPECT_EQ(Files(".Elsewhere"), QStringList{"1700000000.a.host:2,FS"});
+    EXPECT_TRUE(Files(".Elsewhere", "tmp").isEmpty());
+    // The copy keeps the file's time to the nanosecond: the index knows it.
+    auto rows = store->Query(FolderIdFor(".Elsewhere"), nullptr, {PR_SUBJECT});
+    ASSERT_TRUE(rows.ok());
+    ASSERT_EQ(rows->size(), 1u);
+    EXPECT_EQ((*rows)[0][0].toString(), "travels");
+    EXPECT_EQ(store->lastScan().parsed, 0);
+}
+
+TEST_F(StoreOnTwoFileSystems, FailedCopyLeavesTheSource)
+{
+    const QString path = Put("", "cur/1700000000.a.host:2,", Mail("stays"));
+    // A tmp/ that cannot take the copy (a file in its place, which stops root too).
+    ASSERT_TRUE(QDir(elsewhere + "/tmp").removeRecursively());
+    WriteFile(elsewhere + "/tmp", "not a directory");
+    auto store = Open();
+    EXPECT_FALSE(store->Move(MessageIdFor("", "1700000000.a.host"), FolderIdFor(".Elsewhere")).ok());
+    EXPECT_TRUE(QFileInfo::exists(path));
+    EXPECT_TRUE(Files(".Elsewhere").isEmpty());
+}
+
+}  // namespace
