@@ -240,15 +240,30 @@ protected:
     DovecotOptions Options() const override { return {{S("MOVE"), S("UIDPLUS")}, false}; }
 };
 
-TEST_F(ImapNoUidplusTest, MoveIsRefusedRatherThanExpungingEverything)
+// Without UID EXPUNGE the original stays \Deleted (never a plain EXPUNGE,
+// which would take other clients' deleted mail too), and the log says so.
+TEST_F(ImapNoUidplusTest, MoveCopiesAndLeavesTheOriginalDeletedWithALogLine)
 {
+    LinesLogger log;
+    store->SetLogger(&log);
     const QByteArray id = Add(inbox, {});
-    auto moved = store->Move(id, Folder("Archive"));
-    ASSERT_FALSE(moved.ok());
-    EXPECT_EQ(moved.error().kind, ErrorKind::Permanent);
-    EXPECT_TRUE(moved.error().message.contains(S("EXPUNGE"))) << moved.error().message.toStdString();
-    EXPECT_EQ(Subjects(inbox).size(), 1);
-    EXPECT_TRUE(Subjects(Folder("Archive")).isEmpty());
+    const QByteArray other = Add(inbox, {});
+    const auto otherUid = QByteArray::number(stores::ImapIds::ParseMessage(other)->uid);
+    OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + otherUid + " +FLAGS (\\Deleted)"});
+    const QByteArray archive = Folder("Archive");
+    auto moved = store->Move(id, archive);
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    auto item = store->Item(*moved);
+    ASSERT_TRUE(item.ok()) << "the copy is found without COPYUID";
+    EXPECT_TRUE(Subjects(inbox).isEmpty());
+    auto presence = store->Probe({id, other});
+    ASSERT_TRUE(presence.ok());
+    EXPECT_EQ(*presence, (std::vector<Presence>{Presence::Deleted, Presence::Deleted}));
+    ASSERT_EQ(log.Lines().size(), 1);
+    const QString line = log.Lines().front();
+    EXPECT_TRUE(line.contains(S("UIDPLUS")) && line.contains(S("\\Deleted")) &&
+                line.contains(QString::number(stores::ImapIds::ParseMessage(id)->uid)))
+        << line.toStdString();
 }
 
 class ImapIdleTest : public DovecotStoreTest {};

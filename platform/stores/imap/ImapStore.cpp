@@ -109,6 +109,7 @@ ImapStore::ImapStore(ImapSettings settings, QObject* parent)
 
 ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent)
     : MessageStore(parent), m_settings(std::move(settings)),
+      m_reconnect(QStringLiteral("IMAP %1@%2").arg(m_settings.user, m_settings.host), m_settings.reconnectClock),
       m_storeId(ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port)), m_connector(std::move(connector))
 {
     m_imageIdle.setSingleShot(true);
@@ -126,7 +127,11 @@ ImapStore::~ImapStore()
     m_watcher.reset();  // joins the thread before anything it might reach goes
 }
 
-void ImapStore::SetLogger(logging::Logger* log) { m_log = log; }
+void ImapStore::SetLogger(logging::Logger* log)
+{
+    m_log = log;
+    m_reconnect.SetLogger(log);
+}
 
 QByteArray ImapStore::StoreId() const { return m_storeId; }
 QString ImapStore::DisplayName() const { return QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host); }
@@ -175,10 +180,14 @@ Result<ImapConnection*> ImapStore::Connection()
         m_commandsDone += m_conn->commandsSent();
         m_conn.reset();
     }
+    // A server that failed is left alone for a while, and after a refused
+    // login for good: every call fails at once meanwhile.
+    if (Status s = m_reconnect.MayTry(); !s) return s.error();
     auto password = Password();
-    if (!password) return password.error();
+    if (!password) return m_reconnect.Failed(password.error());
     auto opened = m_connector(m_settings, *password);
-    if (!opened) return opened.error();
+    if (!opened) return m_reconnect.Failed(opened.error());
+    m_reconnect.Succeeded();
     m_conn = std::move(*opened);
     m_list.reset();  // folders may have come and gone while disconnected
     return m_conn.get();
@@ -1243,7 +1252,7 @@ void ImapStore::StartWatching()
     if (m_watcher) return;
     auto password = Password();
     if (!password) return;
-    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, *password);
+    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, *password, m_log);
     connect(m_watcher.get(), &ImapIdleWatcher::Arrived, this,
             [this](quint32 uidValidity) { Q_EMIT MessagesArrived(ImapIds::FolderId("INBOX", uidValidity)); },
             Qt::QueuedConnection);

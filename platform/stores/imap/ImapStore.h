@@ -39,6 +39,7 @@
 #include "ImapFolderImage.h"
 #include "ImapIds.h"
 #include "ImapLookahead.h"
+#include "ImapReconnect.h"
 #include "ImapSettings.h"
 #include "platform/mapi/MessageStore.h"
 
@@ -198,6 +199,8 @@ private:
 
     ImapSettings m_settings;
     logging::Logger* m_log = nullptr;
+    // Failed connects: pause, and stop after a refused login.
+    ImapReconnect m_reconnect;
     const QByteArray m_storeId;  // asked for every row
     Connector m_connector;
     std::unique_ptr<ImapConnection> m_conn;
