@@ -3,6 +3,9 @@
 #include "ImapTestSupport.h"
 
 #include "platform/stores/imap/ImapConnection.h"
+#include "platform/stores/imap/ImapIdleWatcher.h"
+
+#include <QElapsedTimer>
 
 using namespace mv;
 using namespace mv::test;
@@ -87,6 +90,33 @@ TEST_F(ImapReconnectTest, SuccessAfterFailuresIsLogged)
     ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
     ASSERT_EQ(log.Lines().size(), 2) << "the same failure twice is one line";
     EXPECT_TRUE(log.Lines().back().contains(S("connected again"))) << log.Lines().back().toStdString();
+}
+
+// The new-mail watcher reports as the store does: a refused login ends its
+// thread with one log line; an unreachable server is logged once and not
+// tried again before its pause is over (the clock here stands still).
+TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
+{
+    auto settings = Settings();
+    settings.reconnectClock = [this] { return now; };
+    stores::ImapIdleWatcher refused(settings, S("wrong"), &log);
+    refused.start();
+    EXPECT_TRUE(refused.wait(10000)) << "the watcher kept trying";
+    ASSERT_EQ(log.Lines().size(), 1);
+    EXPECT_TRUE(log.Lines().front().contains(S("until the profile changes"))) << log.Lines().front().toStdString();
+
+    LinesLogger deadLog;
+    auto deadSettings = Settings(FreeLocalPort());
+    deadSettings.reconnectClock = [this] { return now; };
+    stores::ImapIdleWatcher unreachable(deadSettings, S("secret"), &deadLog);
+    unreachable.start();
+    QThread::msleep(1500);
+    QElapsedTimer timer;
+    timer.start();
+    unreachable.Stop();
+    EXPECT_LT(timer.elapsed(), 1000);
+    ASSERT_EQ(deadLog.Lines().size(), 1);
+    EXPECT_TRUE(deadLog.Lines().front().contains(S("new-mail watcher"))) << deadLog.Lines().front().toStdString();
 }
 
 }  // namespace

@@ -291,9 +291,13 @@ Result<ImapMover::Moved> ImapMover::Move(const std::vector<quint32>& uids, const
         Status s = m_conn.Check(r, move ? "UID MOVE" : "UID COPY");
         if (s) break;
         // A server refuses a set naming a message another session removed
-        // and not yet reported (Dovecot: "no longer exist"); nothing moved.
+        // and not yet reported ([EXPUNGEISSUED], Dovecot: "no longer
+        // exist"); nothing moved.
         // Once the removal is reported the set passes it over.
-        if (m_conn.broken() || attempt > 0) return s.error();
+        const QString said = s.error().message;
+        const bool expunged = said.contains(QLatin1String("EXPUNGEISSUED"), Qt::CaseInsensitive) ||
+                              said.contains(QLatin1String("no longer exist"), Qt::CaseInsensitive);
+        if (m_conn.broken() || attempt > 0 || !expunged) return s.error();
         m_conn.CountCommand();
         if (Status n = m_conn.Check(mailimap_noop(m_conn.session()), "NOOP"); !n) return n.error();
     }
