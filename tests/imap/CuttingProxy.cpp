@@ -113,8 +113,8 @@ void CuttingProxy::Run()
                     if (pass > 0) SendAll(p.client, buf, pass);
                     p.kept += static_cast<int>(pass);
                     if (p.kept >= m_keep) {
+                        ++m_cuts;  // before the client can see the cut
                         Close(p);
-                        ++m_cuts;
                     }
                     continue;
                 }

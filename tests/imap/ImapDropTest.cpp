@@ -18,6 +18,7 @@ struct DropCase {
     QStringList hidden;   // capabilities the server leaves out
     QByteArray trigger;   // the command during whose answer the line drops
     int keepBytes;        // how much of the answer gets through
+    Presence original = Presence::Absent;  // where the move left the originals
 };
 
 class ImapDropTest : public DovecotStoreTest, public ::testing::WithParamInterface<DropCase> {
@@ -49,7 +50,10 @@ protected:
     QByteArray archive;
 };
 
-TEST_P(ImapDropTest, NothingLostOrDuplicated)
+// A move whose connection drops is not sent again, and the reconnect that
+// fails says Temporary. Probe and Locate then tell what the server did, and
+// settling by them (as the journal's recovery does) loses and doubles nothing.
+TEST_P(ImapDropTest, DroppedMoveIsToldByProbeAndLocate)
 {
     const Restriction odd = Restriction::Or({Restriction::Content(PR_SUBJECT, S("1")), Restriction::Content(PR_SUBJECT, S("3")),
                                              Restriction::Content(PR_SUBJECT, S("5"))});
@@ -58,30 +62,45 @@ TEST_P(ImapDropTest, NothingLostOrDuplicated)
     ASSERT_EQ(rows->size(), 3u);
     std::vector<QByteArray> ids;
     for (const Row& r : *rows) ids.push_back(r[0].toByteArray());
+    const int before = proxied->CommandsSent();
+    auto prints = proxied->Fingerprints(ids);
+    EXPECT_EQ(proxied->CommandsSent(), before) << "known from the query";
+    auto mark = proxied->ArrivalMark(archive);
+    ASSERT_TRUE(prints.ok() && mark.ok());
 
     proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
     auto moved = proxied->MoveMany(ids, archive);
     EXPECT_EQ(proxy->cuts(), 1) << "the connection was not cut";
-    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    ASSERT_FALSE(moved.ok());
+    EXPECT_EQ(moved.error().kind, ErrorKind::Temporary) << moved.error().message.toStdString();
+    proxy.reset();  // the server cannot be reached again
+    auto again = proxied->MoveMany(ids, archive);
+    ASSERT_FALSE(again.ok());
+    EXPECT_EQ(again.error().kind, ErrorKind::Temporary) << again.error().message.toStdString();
 
-    EXPECT_EQ(Subjects(inbox), (QStringList{S("Message 2"), S("Message 4")}));
-    EXPECT_EQ(Subjects(archive), (QStringList{S("Message 1"), S("Message 3"), S("Message 5")}));
-    ASSERT_EQ(moved->size(), 3u);
-    for (size_t i = 0; i < moved->size(); ++i) {
-        auto item = store->Item((*moved)[i]);
-        ASSERT_TRUE(item.ok()) << "identifier " << i << ": " << item.error().message.toStdString();
+    auto presence = store->Probe(ids);
+    auto copies = store->Locate(archive, *mark, *prints);
+    ASSERT_TRUE(presence.ok() && copies.ok());
+    EXPECT_EQ(*presence, std::vector<Presence>(3, GetParam().original));
+    ASSERT_EQ(Subjects(archive).size(), 3) << "moved once";
+    for (size_t i = 0; i < ids.size(); ++i) {
+        auto item = store->Item((*copies)[i]);
+        ASSERT_TRUE(item.ok()) << "copy " << i << " not located";
         EXPECT_EQ(item->Get(PR_SUBJECT)->toString(), (*rows)[i][1].toString());
     }
-    // Nothing half-done is left behind for other clients either.
+    ASSERT_TRUE(store->Remove(ids).ok());
+    EXPECT_EQ(Subjects(inbox), (QStringList{S("Message 2"), S("Message 4")}));
+    EXPECT_EQ(Subjects(archive), (QStringList{S("Message 1"), S("Message 3"), S("Message 5")}));
     const QByteArray said = OtherClient(server->Port(), {"SELECT INBOX", "SEARCH DELETED"});
     EXPECT_TRUE(said.contains("* SEARCH\r\n")) << said.constData();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Moves, ImapDropTest,
-    ::testing::Values(DropCase{"DuringMove", {}, "UID MOVE", 0}, DropCase{"DuringMoveAfterCopyUid", {}, "UID MOVE", 20},
-                      DropCase{"DuringCopy", {S("MOVE")}, "UID COPY", 0},
-                      DropCase{"DuringStoreDeleted", {S("MOVE")}, "UID STORE", 0},
+    ::testing::Values(DropCase{"DuringMove", {}, "UID MOVE", 0},
+                      DropCase{"DuringMoveAfterCopyUid", {}, "UID MOVE", 20},
+                      DropCase{"AfterCopy", {S("MOVE")}, "UID COPY", 0, Presence::Present},
+                      DropCase{"DuringStoreDeleted", {S("MOVE")}, "UID STORE", 0, Presence::Deleted},
                       DropCase{"DuringExpunge", {S("MOVE")}, "UID EXPUNGE", 0}),
     [](const auto& info) { return std::string(info.param.name); });
 

@@ -4,6 +4,8 @@
 #include "platform/mapi/Restriction.h"
 #include "platform/stores/imap/ImapIds.h"
 
+#include <QDir>
+#include <QFile>
 #include <QSignalSpy>
 
 using namespace mv;
@@ -187,6 +189,48 @@ TEST_P(ImapMoveTest, FlagStatusOfManyInOneStore)
     EXPECT_EQ(line.split(' ').size() - 2, 5) << "keywords of other clients stay: " << line.constData();
 }
 
+// Many messages out to folders and back, in batches after each query, as
+// rules do: every original leaves its folder for good.
+TEST_P(ImapMoveTest, ThousandToFoldersAndBackLeaveNothingDeleted)
+{
+    const QString fresh = server->MaildirPath() + S("/new/");
+    QDir().mkpath(fresh);
+    for (int n = 1; n <= 1000; ++n) {
+        QFile file(fresh + S("%1.mv:2,").arg(n));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(BuildMail(Numbered(n), n));
+    }
+    server->HandMailToMailUser();
+    const QByteArrayList names = {"A", "B", "C"};
+    std::vector<QByteArray> folders;
+    for (const QByteArray& name : names) folders.push_back(Folder(name));
+    // Ten rules per folder, told ahead as a run tells them: subject holds digit k.
+    auto run = [&](const QByteArray& from, auto destOf) {
+        std::vector<Restriction> rules;
+        for (int k = 0; k < 10; ++k) rules.push_back(Restriction::Content(PR_SUBJECT, QString::number(k)));
+        for (const Restriction& r : rules) store->Anticipate(from, r, {PR_ENTRYID});
+        for (int k = 0; k < 10; ++k) {
+            auto rows = store->Query(from, &rules[size_t(k)], {PR_ENTRYID});
+            ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
+            std::vector<QByteArray> ids;
+            for (const Row& row : *rows) ids.push_back(row[0].toByteArray());
+            auto moved = store->MoveMany(ids, destOf(k));
+            ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+        }
+    };
+    run(inbox, [&](int k) { return folders[size_t(k % 3)]; });
+    for (const QByteArray& folder : folders) run(folder, [&](int) { return inbox; });
+
+    EXPECT_EQ(Subjects(inbox).size(), 1000);
+    for (const QByteArray& name : names + QByteArrayList{"INBOX"}) {
+        const QByteArray said = OtherClient(server->Port(), {"SELECT " + name, "UID SEARCH DELETED"});
+        EXPECT_TRUE(said.contains("* SEARCH\r\n")) << name.constData() << ": " << said.left(400).constData();
+        if (name != "INBOX") {
+            EXPECT_TRUE(said.contains("* 0 EXISTS")) << name.constData();
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Servers, ImapMoveTest,
                          ::testing::Values(Variant{"WithMove", {}}, Variant{"CopyStoreExpunge", {S("MOVE")}}),
                          [](const auto& info) { return std::string(info.param.name); });
@@ -196,15 +240,30 @@ protected:
     DovecotOptions Options() const override { return {{S("MOVE"), S("UIDPLUS")}, false}; }
 };
 
-TEST_F(ImapNoUidplusTest, MoveIsRefusedRatherThanExpungingEverything)
+// Without UID EXPUNGE the original stays \Deleted (never a plain EXPUNGE,
+// which would take other clients' deleted mail too), and the log says so.
+TEST_F(ImapNoUidplusTest, MoveCopiesAndLeavesTheOriginalDeletedWithALogLine)
 {
+    LinesLogger log;
+    store->SetLogger(&log);
     const QByteArray id = Add(inbox, {});
-    auto moved = store->Move(id, Folder("Archive"));
-    ASSERT_FALSE(moved.ok());
-    EXPECT_EQ(moved.error().kind, ErrorKind::Permanent);
-    EXPECT_TRUE(moved.error().message.contains(S("EXPUNGE"))) << moved.error().message.toStdString();
-    EXPECT_EQ(Subjects(inbox).size(), 1);
-    EXPECT_TRUE(Subjects(Folder("Archive")).isEmpty());
+    const QByteArray other = Add(inbox, {});
+    const auto otherUid = QByteArray::number(stores::ImapIds::ParseMessage(other)->uid);
+    OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + otherUid + " +FLAGS (\\Deleted)"});
+    const QByteArray archive = Folder("Archive");
+    auto moved = store->Move(id, archive);
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    auto item = store->Item(*moved);
+    ASSERT_TRUE(item.ok()) << "the copy is found without COPYUID";
+    EXPECT_TRUE(Subjects(inbox).isEmpty());
+    auto presence = store->Probe({id, other});
+    ASSERT_TRUE(presence.ok());
+    EXPECT_EQ(*presence, (std::vector<Presence>{Presence::Deleted, Presence::Deleted}));
+    ASSERT_EQ(log.Lines().size(), 1);
+    const QString line = log.Lines().front();
+    EXPECT_TRUE(line.contains(S("UIDPLUS")) && line.contains(S("\\Deleted")) &&
+                line.contains(QString::number(stores::ImapIds::ParseMessage(id)->uid)))
+        << line.toStdString();
 }
 
 class ImapIdleTest : public DovecotStoreTest {};

@@ -213,6 +213,40 @@ TEST_F(ImapFolderTest, ListsSpecialUseAndCounts)
     EXPECT_EQ(byPath[S("Archive")].specialUse, S("\\Archive"));
 }
 
+// `mailvane folders` shows each folder's own counts, nested or not, as its
+// contents query would list them.
+TEST_F(ImapFolderTest, CountsOfNestedFoldersAreTheirOwn)
+{
+    struct Level {
+        const char* name;
+        int seen, unseen;
+    };
+    const Level levels[] = {{"Projekte", 1, 1}, {"2026", 1, 2}, {"Q1", 0, 1}};
+    QByteArray parent;
+    QStringList path;
+    for (const Level& level : levels) {
+        auto made = store->CreateFolder(parent, S(level.name));
+        ASSERT_TRUE(made.ok()) << made.error().message.toStdString();
+        parent = *made;
+        MailDef def;
+        for (int n = 0; n < level.seen + level.unseen; ++n) {
+            def.flags.seen = n < level.seen;
+            Add(parent, def);
+        }
+    }
+    auto folders = store->Folders();
+    ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
+    QMap<QString, FolderInfo> byPath;
+    for (const FolderInfo& f : *folders) byPath.insert(f.path, f);
+    for (const Level& level : levels) {
+        path << S(level.name);
+        const FolderInfo f = byPath.value(path.join(QLatin1Char('/')));
+        EXPECT_EQ(f.total, level.seen + level.unseen) << level.name;
+        EXPECT_EQ(f.unread, level.unseen) << level.name;
+        EXPECT_EQ(f.total, Subjects(f.entryId).size()) << level.name;
+    }
+}
+
 TEST_F(ImapFolderTest, NestedNonAsciiFolderRoundTrips)
 {
     auto parent = store->CreateFolder({}, S("Projekte"));

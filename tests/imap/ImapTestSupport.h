@@ -2,6 +2,7 @@
 // Shared pieces of the IMAP tests: a Dovecot fixture with a store on it and
 // a message builder.
 
+#include "platform/logging/Logger.h"
 #include "platform/stores/imap/ImapStore.h"
 #include "tests/support/dovecot/DovecotServer.h"
 
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <mutex>
 
 namespace mv::test {
 
@@ -31,6 +33,25 @@ QByteArray BuildMail(const MailDef& def, int serial);
 // Another client: logs in on `port`, sends each command (tagged for it) and
 // returns everything the server said. Commands use plain IMAP syntax.
 QByteArray OtherClient(quint16 port, const QByteArrayList& commands);
+
+// A log that keeps its lines (written from any thread).
+class LinesLogger : public logging::Logger {
+public:
+    void Write(int, const QString&, const QString& text) noexcept override
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_lines << text;
+    }
+    QStringList Lines() const
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return m_lines;
+    }
+
+private:
+    mutable std::mutex m_mutex;
+    QStringList m_lines;
+};
 
 class DovecotStoreTest : public ::testing::Test {
 protected:

@@ -3,6 +3,7 @@
 
 #include <QCryptographicHash>
 #include <QSslCertificate>
+#include <QSslSocket>
 
 using namespace mv;
 using namespace mv::test;
@@ -10,6 +11,11 @@ using namespace mv::test;
 namespace {
 
 QString S(const char* s) { return QString::fromUtf8(s); }
+
+class ImapTlsClosedTest : public DovecotStoreTest {
+protected:
+    DovecotOptions Options() const override { return {{}, true}; }
+};
 
 enum class Pin { None, File, Fingerprint, WrongFingerprint };
 
@@ -55,6 +61,26 @@ TEST_P(ImapTlsTest, CertificateIsCheckedBeforeLogin)
     EXPECT_TRUE(folders.error().message.contains(S(c.reason), Qt::CaseInsensitive)) << folders.error().message.toStdString();
     // The password never went out: Dovecot logged no further login.
     EXPECT_EQ(logins(), loginsBefore) << server->LogText().toStdString();
+}
+
+// Qt with a TLS backend that cannot verify (as when OpenSSL fails to load)
+// accepts nothing but a pinned certificate. The backend is chosen before
+// any TLS is used: first in this process (ctest runs each test alone).
+TEST_F(ImapTlsClosedTest, WithoutVerificationOnlyThePinIsTrusted)
+{
+    ASSERT_TRUE(QSslSocket::setActiveBackend(S("cert-only"))) << "a TLS backend was already in use";
+    auto settings = Settings(server->TlsPort());
+    settings.tls = stores::TlsMode::Implicit;
+    settings.host = S("localhost");
+    stores::ImapStore unpinned(settings);
+    auto refused = unpinned.Folders();
+    ASSERT_FALSE(refused.ok());
+    EXPECT_EQ(refused.error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(refused.error().message.contains(S("cannot be verified"))) << refused.error().message.toStdString();
+    settings.pinnedCertificate = server->CertificatePath();
+    stores::ImapStore pinned(settings);
+    auto folders = pinned.Folders();
+    EXPECT_TRUE(folders.ok()) << folders.error().message.toStdString();
 }
 
 const TlsCase kTlsCases[] = {

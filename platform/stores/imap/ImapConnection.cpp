@@ -136,7 +136,8 @@ Status ImapConnection::Login(const ImapSettings& settings, const QString& passwo
     if (r != MAILIMAP_NO_ERROR) {
         if (StreamFailure(r)) return Check(r, "LOGIN");
         const QString server = m_session->imap_response ? QString::fromUtf8(m_session->imap_response) : QString();
-        return Error::permanent(QStringLiteral("IMAP login as %1 at %2 refused: %3").arg(settings.user, settings.host, server), r);
+        return Error::permanent(QStringLiteral("IMAP login as %1 at %2 refused: %3").arg(settings.user, settings.host, server),
+                                kLoginRefused);
     }
     // Capabilities change with authentication (MOVE, UIDPLUS, WITHIN ...).
     mailimap_capability_data* caps = nullptr;

@@ -33,6 +33,10 @@ public:
     static Result<std::unique_ptr<ImapConnection>> OpenOnStream(_mailstream* stream, const ImapSettings& settings,
                                                                 const QString& password);
 
+    // Error::code of a refused login (LOGIN or AUTHENTICATE answered NO).
+    static constexpr int kLoginRefused = -1001;
+    static bool IsLoginRefused(const Error& error) { return error.code == kLoginRefused; }
+
     mailimap* session() const { return m_session; }
     bool Has(const char* capability) const;
     bool broken() const { return m_broken; }

@@ -59,7 +59,9 @@ GatheredRows ImapFolderImage::Rows(const std::vector<quint32>& uids, const std::
         for (PropTag tag : columns) row.push_back(entry.record.Get(tag).value_or(QVariant()));
         out.rows.push_back(std::move(row));
         out.rowUids.push_back(uid);
-        out.fetched.insert(uid, {entry.messageId, entry.flags});
+        out.fetched.insert(uid, {entry.messageId, entry.flags,
+                                 entry.record.Get(mapi::PR_MESSAGE_SIZE).value_or(QVariant(0)).toUInt(),
+                                 entry.record.Get(mapi::PR_MESSAGE_DELIVERY_TIME).value_or(QVariant()).toDateTime()});
     }
     return out;
 }

@@ -13,12 +13,14 @@ namespace mv::stores {
 namespace {
 constexpr int kPollMs = 200;                 // how quickly Stop() is noticed
 constexpr int kReIdleMs = 25 * 60 * 1000;
-constexpr int kMaxBackoffMs = 5 * 60 * 1000;
 }  // namespace
 
-ImapIdleWatcher::ImapIdleWatcher(ImapSettings settings, QString password, QObject* parent)
-    : QThread(parent), m_settings(std::move(settings)), m_password(std::move(password))
+ImapIdleWatcher::ImapIdleWatcher(ImapSettings settings, QString password, logging::Logger* log, QObject* parent)
+    : QThread(parent), m_settings(std::move(settings)), m_password(std::move(password)),
+      m_reconnect(QStringLiteral("IMAP %1@%2 (new-mail watcher)").arg(m_settings.user, m_settings.host),
+                  m_settings.reconnectClock)
 {
+    m_reconnect.SetLogger(log);
 }
 
 ImapIdleWatcher::~ImapIdleWatcher() { Stop(); }
@@ -38,16 +40,17 @@ bool ImapIdleWatcher::Pause(int milliseconds)
 
 void ImapIdleWatcher::run()
 {
-    int backoffMs = 1000;
     while (!m_stop) {
+        const qint64 pause = m_reconnect.PauseMs();
+        if (pause < 0) break;  // login refused: logged, no more tries
+        if (pause > 0 && !Pause(static_cast<int>(pause))) break;
         auto opened = ImapConnection::Open(m_settings, m_password);
         Result<quint32> selected = opened ? (*opened)->Select("INBOX") : Result<quint32>(opened.error());
         if (!selected) {
-            if (!Pause(backoffMs)) break;
-            backoffMs = std::min(backoffMs * 2, kMaxBackoffMs);
+            m_reconnect.Failed(selected.error());
             continue;
         }
-        backoffMs = 1000;
+        m_reconnect.Succeeded();
         ImapConnection& conn = **opened;
         mailimap* s = conn.session();
         const bool idle = conn.Has("IDLE");

@@ -1,9 +1,11 @@
 #pragma once
 // Watches INBOX for new mail on its own connection and thread: IDLE, woken
 // by the server, re-issued every 25 minutes (servers drop idle clients after
-// 30, RFC 2177), reconnecting with a growing pause after errors. Stop()
+// 30, RFC 2177), reconnecting after errors with the pauses, log lines and
+// stop after a refused login of ImapReconnect (its own). Stop()
 // returns within a fraction of a second; the destructor calls it.
 
+#include "ImapReconnect.h"
 #include "ImapSettings.h"
 
 #include <QThread>
@@ -15,7 +17,8 @@ namespace mv::stores {
 class ImapIdleWatcher : public QThread {
     Q_OBJECT
 public:
-    ImapIdleWatcher(ImapSettings settings, QString password, QObject* parent = nullptr);
+    // `log` is borrowed, may be null, and is written from the watcher's thread.
+    ImapIdleWatcher(ImapSettings settings, QString password, logging::Logger* log = nullptr, QObject* parent = nullptr);
     ~ImapIdleWatcher() override;
 
     void Stop();
@@ -33,6 +36,7 @@ private:
     ImapSettings m_settings;
     QString m_password;
     std::atomic<bool> m_stop{false};
+    ImapReconnect m_reconnect;  // used on the watcher's thread only
 };
 
 }  // namespace mv::stores

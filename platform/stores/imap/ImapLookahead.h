@@ -21,6 +21,7 @@
 #include "platform/mapi/MessageStore.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QHash>
 
 #include <condition_variable>
@@ -49,8 +50,10 @@ struct GatheredRows {
     std::vector<mapi::Row> rows;
     std::vector<quint32> rowUids;
     struct Fetched {
-        QByteArray messageId;
+        QByteArray messageId;  // the Message-ID field, unfolded and trimmed
         mapi::MessageFlags flags;
+        quint32 size = 0;         // RFC822.SIZE
+        QDateTime internalDate;   // UTC
     };
     QHash<quint32, Fetched> fetched;
 };

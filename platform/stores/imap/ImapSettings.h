@@ -29,6 +29,7 @@ struct ImapSettings {
     QString ownAddress;        // the account's address; user@host when empty
     bool preferAuthenticate = false;  // AUTHENTICATE PLAIN even when LOGIN is allowed
     std::function<QDateTime()> clock;  // UTC now for appends without a date; the system clock when empty
+    std::function<QDateTime()> reconnectClock;  // UTC now for pauses between failed connects (tests); system when empty
 };
 
 }  // namespace mv::stores

@@ -5,6 +5,7 @@
 #include "ImapFetcher.h"
 #include "ImapIdleWatcher.h"
 #include "ImapIds.h"
+#include "ImapMover.h"
 #include "ModifiedUtf7.h"
 #include "SearchWriter.h"
 #include "platform/mapi/RestrictionEvaluator.h"
@@ -73,40 +74,6 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
     return {};
 }
 
-// libetpan sets in order: pairs of source and destination UIDs from COPYUID.
-std::vector<quint32> Expand(const mailimap_set* set)
-{
-    std::vector<quint32> out;
-    if (!set || !set->set_list) return out;
-    for (clistiter* it = clist_begin(set->set_list); it; it = clist_next(it)) {
-        auto* item = static_cast<mailimap_set_item*>(clist_content(it));
-        for (quint32 u = item->set_first; u <= item->set_last && u != 0; ++u) out.push_back(u);
-    }
-    return out;
-}
-
-struct SetDeleter {
-    void operator()(mailimap_set* s) const { if (s) mailimap_set_free(s); }
-};
-using SetPtr = std::unique_ptr<mailimap_set, SetDeleter>;
-
-// Runs of consecutive UIDs go as one "a:b": a rule's matches are often
-// dense, and the command line stays short however many move.
-SetPtr MakeSet(std::vector<quint32> uids)
-{
-    std::sort(uids.begin(), uids.end());
-    uids.erase(std::unique(uids.begin(), uids.end()), uids.end());
-    SetPtr set(mailimap_set_new_empty());
-    for (size_t i = 0; i < uids.size();) {
-        size_t j = i;
-        while (j + 1 < uids.size() && uids[j + 1] == uids[j] + 1) ++j;
-        if (j == i) mailimap_set_add_single(set.get(), uids[i]);
-        else mailimap_set_add_interval(set.get(), uids[i], uids[j]);
-        i = j + 1;
-    }
-    return set;
-}
-
 // One candidate as the evaluator sees it: the fetched record, with PR_BODY
 // read from the server the first time a body term asks for it.
 class Candidate final : public PropertySource {
@@ -142,6 +109,7 @@ ImapStore::ImapStore(ImapSettings settings, QObject* parent)
 
 ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent)
     : MessageStore(parent), m_settings(std::move(settings)),
+      m_reconnect(QStringLiteral("IMAP %1@%2").arg(m_settings.user, m_settings.host), m_settings.reconnectClock),
       m_storeId(ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port)), m_connector(std::move(connector))
 {
     m_imageIdle.setSingleShot(true);
@@ -157,6 +125,12 @@ ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent
 ImapStore::~ImapStore()
 {
     m_watcher.reset();  // joins the thread before anything it might reach goes
+}
+
+void ImapStore::SetLogger(logging::Logger* log)
+{
+    m_log = log;
+    m_reconnect.SetLogger(log);
 }
 
 QByteArray ImapStore::StoreId() const { return m_storeId; }
@@ -206,10 +180,14 @@ Result<ImapConnection*> ImapStore::Connection()
         m_commandsDone += m_conn->commandsSent();
         m_conn.reset();
     }
+    // A server that failed is left alone for a while, and after a refused
+    // login for good: every call fails at once meanwhile.
+    if (Status s = m_reconnect.MayTry(); !s) return s.error();
     auto password = Password();
-    if (!password) return password.error();
+    if (!password) return m_reconnect.Failed(password.error());
     auto opened = m_connector(m_settings, *password);
-    if (!opened) return opened.error();
+    if (!opened) return m_reconnect.Failed(opened.error());
+    m_reconnect.Succeeded();
     m_conn = std::move(*opened);
     m_list.reset();  // folders may have come and gone while disconnected
     return m_conn.get();
@@ -664,7 +642,7 @@ Status ImapStore::PutInImage(ImapConnection& conn, const ImapFolderRef& folder, 
             ImapFolderImage::Entry entry;
             entry.record = BuildRecord(m, folder, true);
             entry.flags = m.flags;
-            entry.messageId = entry.record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8();
+            entry.messageId = ImapMover::MessageIdField(m.header);
             entry.classOpen = FetchNeeds::MayHoldCalendar(m.header);
             out.emplace_back(m.uid, std::move(entry));
         }
@@ -810,8 +788,7 @@ Result<GatheredRows> ImapStore::Gather(ImapConnection& conn, const ImapFolderRef
         const FetchedMessage& m = (*fetched)[index];
         if (m.flags.deleted) continue;
         const MessageRecord record = BuildRecord(m, folder, needs.light());
-        out.fetched.insert(
-            m.uid, {record.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), m.flags});
+        out.fetched.insert(m.uid, {ImapMover::MessageIdField(m.header), m.flags, m.size, m.internalDate});
         const Candidate candidate(record, [&, uid = m.uid, index]() -> std::optional<QVariant> {
             if (!bodies.contains(uid)) loadBodies(index);
             std::optional<QVariant> body = bodies.value(uid);
@@ -885,152 +862,139 @@ Result<QByteArray> ImapStore::RawMessage(const QByteArray& messageId)
     });
 }
 
-Result<QHash<quint32, QByteArray>> ImapStore::MessageIds(ImapConnection& conn, const std::vector<quint32>& uids)
+Result<ImapStore::Batch> ImapStore::OneFolder(const std::vector<QByteArray>& messageIds)
 {
-    QHash<quint32, QByteArray> out;
-    if (Status s = conn.Custom("UID FETCH " + ImapFetcher::UidSet(uids) + " (UID FLAGS BODY.PEEK[HEADER.FIELDS (Message-ID)])"); !s)
-        return s.error();
-    for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
-        if (m.flags.deleted) continue;
-        QByteArray value = m.header.mid(m.header.indexOf(':') + 1).simplified();
-        out.insert(m.uid, value);
+    Batch batch;
+    for (const QByteArray& id : messageIds) {
+        const auto ref = ImapIds::ParseMessage(id);
+        if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
+        if (!batch.uids.empty() &&
+            (batch.folder.mailbox != ref->folder.mailbox || batch.folder.uidValidity != ref->folder.uidValidity))
+            return Error::permanent(QStringLiteral("the messages of one call must be of one folder"));
+        batch.folder = ref->folder;
+        batch.uids.push_back(ref->uid);
     }
-    return out;
+    return batch;
 }
 
-Result<quint32> ImapStore::FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken,
-                                           quint32 minUid)
+template <class T>
+Result<T> ImapStore::InFolder(const std::vector<QByteArray>& messageIds, T whenGone,
+                              const std::function<Result<T>(ImapMover&, const Batch&)>& call)
 {
-    if (messageId.isEmpty()) return 0u;
-    bool utf8 = false;
-    const SearchWriter writer({false, conn.Has("LITERAL+"), {}});
-    const QByteArray range = minUid > 1 ? "UID " + QByteArray::number(minUid) + ":* " : QByteArray();
-    if (Status s = conn.Custom("UID SEARCH UNDELETED " + range + "HEADER Message-ID " +
-                               writer.String(QString::fromUtf8(messageId), &utf8));
-        !s)
-        return s.error();
-    std::vector<quint32> found = conn.SearchResult();
-    std::sort(found.rbegin(), found.rend());  // the newest copy is the one just made
-    for (quint32 uid : found)
-        if (uid >= minUid && !taken.contains(uid)) return uid;
-    return 0u;
+    auto batch = OneFolder(messageIds);
+    if (!batch) return batch.error();
+    if (batch->uids.empty()) return whenGone;
+    return Retrying<T>([&](ImapConnection& conn) -> Result<T> {
+        auto uv = SelectChecked(conn, batch->folder);
+        // A folder that is gone or was recreated holds none of them.
+        if (!uv) return uv.error().kind == ErrorKind::NotFound ? Result<T>(whenGone) : Result<T>(uv.error());
+        if (Status s = conn.Sync(); !s) return s.error();
+        ImapMover mover(conn, m_log, m_settings.host);
+        return call(mover, *batch);
+    });
 }
 
-Result<std::vector<QByteArray>> ImapStore::MoveOn(ImapConnection& conn, const ImapFolderRef&,
-                                                  const std::vector<quint32>& uids, const ImapFolderRef& dest,
-                                                  bool* copyUid)
+Result<std::vector<NewMessage>> ImapStore::Export(const std::vector<QByteArray>& messageIds)
 {
-    if (copyUid) *copyUid = false;
-    const bool move = conn.Has("MOVE");
-    const bool uidplus = conn.Has("UIDPLUS");
-    if (!move && !uidplus)
-        return Error::permanent(QStringLiteral("%1 offers neither MOVE nor UIDPLUS: moving would need a plain EXPUNGE, "
-                                               "which also removes other clients' deleted mail, so nothing was moved")
-                                    .arg(m_settings.host));
-    uint32_t uidValidity = 0;
-    mailimap_set* srcResult = nullptr;
-    mailimap_set* dstResult = nullptr;
-    SetPtr set = MakeSet(uids);
-    conn.CountCommand();
-    int r = move ? mailimap_uidplus_uid_move(conn.session(), set.get(), dest.mailbox.constData(), &uidValidity, &srcResult, &dstResult)
-                 : mailimap_uidplus_uid_copy(conn.session(), set.get(), dest.mailbox.constData(), &uidValidity, &srcResult, &dstResult);
-    SetPtr srcOwner(srcResult), dstOwner(dstResult);
-    if (Status s = conn.Check(r, move ? "UID MOVE" : "UID COPY"); !s) return s.error();
-    if (!move) {
-        const QByteArray uidSet = ImapFetcher::UidSet(uids);
-        if (Status s = conn.Custom("UID STORE " + uidSet + " +FLAGS.SILENT (\\Deleted)"); !s) return s.error();
-        if (Status s = conn.Custom("UID EXPUNGE " + uidSet); !s) return s.error();
-    }
-    QHash<quint32, quint32> newUid;
-    const std::vector<quint32> from = Expand(srcResult), to = Expand(dstResult);
-    if (uidValidity == dest.uidValidity && from.size() == to.size() && dstResult) {
-        quint32 next = m_uidNext.value(FolderKey(dest));
-        for (size_t i = 0; i < from.size(); ++i) {
-            newUid.insert(from[i], to[i]);
-            next = std::max(next, to[i] + 1);
+    return InFolder<std::vector<NewMessage>>(messageIds, std::vector<NewMessage>(messageIds.size()),
+                                             [](ImapMover& mover, const Batch& b) { return mover.Export(b.uids); });
+}
+
+Result<std::vector<Fingerprint>> ImapStore::Fingerprints(const std::vector<QByteArray>& messageIds)
+{
+    // What the last query fetched serves, so a rule's move asks nothing more.
+    if (auto batch = OneFolder(messageIds); batch && !batch->uids.empty() && FolderKey(batch->folder) == m_queriedFolder &&
+                                            std::all_of(batch->uids.begin(), batch->uids.end(),
+                                                        [&](quint32 u) { return m_queried.contains(u); })) {
+        std::vector<Fingerprint> out;
+        for (quint32 uid : batch->uids) {
+            const GatheredRows::Fetched& f = m_queried[uid];
+            out.push_back({{}, f.messageId, qint64(f.size), f.internalDate});
         }
-        m_uidNext.insert(FolderKey(dest), next);
-        if (copyUid) *copyUid = true;
-    } else {
-        m_uidNext.remove(FolderKey(dest));
+        return out;
     }
-    std::vector<QByteArray> out;
-    for (quint32 uid : uids) out.push_back(newUid.contains(uid) ? ImapIds::MessageId(dest, newUid.value(uid)) : QByteArray());
-    return out;
+    return InFolder<std::vector<Fingerprint>>(messageIds, std::vector<Fingerprint>(messageIds.size()),
+                                              [](ImapMover& mover, const Batch& b) { return mover.Fingerprints(b.uids); });
 }
 
-Result<std::vector<QByteArray>> ImapStore::RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
-                                                       const ImapFolderRef& dest, const MovePlan& plan)
+Result<std::vector<Presence>> ImapStore::Probe(const std::vector<QByteArray>& messageIds)
 {
-    // The connection dropped while a move was under way: find out what the
-    // server did before anything is sent again. A message may be untouched,
-    // copied (the copy is in the destination above its old UIDNEXT),
-    // copied and marked \Deleted, or gone from the source.
-    auto opened = Connection();
-    if (!opened) return opened.error();
-    ImapConnection& conn = **opened;
-    if (auto uv = SelectChecked(conn, source); !uv) return uv.error();
-    const QByteArray uidSet = ImapFetcher::UidSet(uids);
-    if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " UNDELETED"); !s) return s.error();
-    const std::vector<quint32> untouched = conn.SearchResult();
+    return InFolder<std::vector<Presence>>(messageIds, std::vector<Presence>(messageIds.size(), Presence::Absent),
+                                           [](ImapMover& mover, const Batch& b) { return mover.Probe(b.uids); });
+}
 
-    std::vector<QByteArray> out(uids.size());
-    QSet<quint32> taken;
-    QHash<quint32, quint32> copyOf;  // source UID -> destination UID
-    if (auto uv = SelectChecked(conn, dest); !uv) return uv.error();
-    for (quint32 uid : uids) {
-        auto found = FindByMessageId(conn, plan.messageIds.value(uid), taken, plan.destUidNext);
+Status ImapStore::Remove(const std::vector<QByteArray>& messageIds)
+{
+    // Safe to send again after a drop: it names these UIDs and no others.
+    auto done = InFolder<bool>(messageIds, true, [this](ImapMover& mover, const Batch& b) -> Result<bool> {
+        if (Status s = mover.Remove(b.uids, b.folder.mailbox); !s) return s.error();
+        Forget(b.folder, b.uids);
+        return true;
+    });
+    if (!done) return done.error();
+    return Status::success();
+}
+
+Status ImapStore::Undelete(const std::vector<QByteArray>& messageIds)
+{
+    auto done = InFolder<bool>(messageIds, true, [](ImapMover& mover, const Batch& b) -> Result<bool> {
+        if (Status s = mover.Undelete(b.uids); !s) return s.error();
+        return true;
+    });
+    if (!done) return done.error();
+    return Status::success();
+}
+
+Result<QByteArray> ImapStore::ArrivalMark(const QByteArray& folderId)
+{
+    const auto ref = ImapIds::ParseFolder(folderId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    // UIDNEXT only grows: the one seen last is a safe lower bound.
+    if (const auto known = m_uidNext.constFind(FolderKey(*ref)); known != m_uidNext.constEnd())
+        return ImapMover::Mark(ref->uidValidity, *known);
+    return Retrying<QByteArray>([&](ImapConnection& conn) -> Result<QByteArray> {
+        quint32 uidNext = 0;
+        auto uv = UidValidity(conn, ref->mailbox, &uidNext);
+        if (!uv) return uv.error();
+        if (*uv != ref->uidValidity)
+            return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
+        m_uidNext.insert(FolderKey(*ref), uidNext);
+        return ImapMover::Mark(*uv, uidNext);
+    });
+}
+
+Result<std::vector<QByteArray>> ImapStore::Locate(const QByteArray& folderId, const QByteArray& mark,
+                                                  const std::vector<Fingerprint>& fingerprints)
+{
+    const auto ref = ImapIds::ParseFolder(folderId);
+    if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    return Retrying<std::vector<QByteArray>>([&](ImapConnection& conn) -> Result<std::vector<QByteArray>> {
+        auto uv = conn.Select(ref->mailbox);
+        if (!uv) return uv.error();
+        if (Status s = conn.Sync(); !s) return s.error();
+        // A mark of another UIDVALIDITY says nothing of today's UIDs: the
+        // whole folder is looked at.
+        quint32 markValidity = 0, from = 1;
+        if (!ImapMover::ParseMark(mark, &markValidity, &from) || markValidity != *uv) from = 1;
+        ImapMover mover(conn, m_log, m_settings.host);
+        auto found = mover.Locate(from, fingerprints);
         if (!found) return found.error();
-        if (*found) {
-            taken.insert(*found);
-            copyOf.insert(uid, *found);
-        }
-    }
-    if (auto uv = SelectChecked(conn, source); !uv) return uv.error();
-    // Messages still in the source whose copy exists: finish the move by
-    // removing exactly these UIDs; those without a copy are moved once more.
-    std::vector<quint32> finish, again;
-    if (Status s = conn.Custom("UID SEARCH UID " + uidSet + " DELETED"); !s) return s.error();
-    for (quint32 uid : conn.SearchResult()) finish.push_back(uid);
-    for (quint32 uid : untouched) (copyOf.contains(uid) ? finish : again).push_back(uid);
-    if (!finish.empty()) {
-        if (!conn.Has("UIDPLUS"))
-            return Error::permanent(QStringLiteral("the connection to %1 dropped during a move; some messages are now in both "
-                                                   "folders and cannot be removed from the source without UIDPLUS")
-                                        .arg(m_settings.host));
-        const QByteArray set = ImapFetcher::UidSet(finish);
-        if (Status s = conn.Custom("UID STORE " + set + " +FLAGS.SILENT (\\Deleted)"); !s) return s.error();
-        if (Status s = conn.Custom("UID EXPUNGE " + set); !s) return s.error();
-    }
-    if (!again.empty()) {
-        auto moved = MoveOn(conn, source, again, dest);
-        if (!moved) return moved.error();
-        for (size_t i = 0; i < again.size(); ++i)
-            if (!(*moved)[i].isEmpty()) copyOf.insert(again[i], ImapIds::ParseMessage((*moved)[i])->uid);
-    }
-    for (size_t i = 0; i < uids.size(); ++i)
-        if (copyOf.contains(uids[i])) out[i] = ImapIds::MessageId(dest, copyOf.value(uids[i]));
-    return out;
+        std::vector<QByteArray> out;
+        for (quint32 uid : *found) out.push_back(uid ? ImapIds::MessageId({ref->mailbox, *uv}, uid) : QByteArray());
+        return out;
+    });
 }
 
-std::optional<ImapStore::MovePlan> ImapStore::KnownPlan(const ImapFolderRef& source,
-                                                        const std::vector<quint32>& uids,
-                                                        const ImapFolderRef& dest) const
+void ImapStore::Forget(const ImapFolderRef& folder, const std::vector<quint32>& uids)
 {
-    // Only with UIDPLUS: COPYUID then tells which messages moved, so one
-    // that left the source since the query is noticed without a FETCH.
-    if (!m_conn || m_conn->broken() || !m_conn->Has("UIDPLUS")) return std::nullopt;
-    if (FolderKey(source) != m_queriedFolder) return std::nullopt;
-    const auto next = m_uidNext.constFind(FolderKey(dest));
-    if (next == m_uidNext.constEnd()) return std::nullopt;
-    MovePlan plan;
-    plan.destUidNext = *next;
+    const QByteArray key = FolderKey(folder);
+    QSet<quint32>* removed = m_lookahead ? &m_removed[key] : nullptr;
+    const auto image = m_images.find(key);
     for (quint32 uid : uids) {
-        const auto known = m_queried.constFind(uid);
-        if (known == m_queried.constEnd()) return std::nullopt;
-        plan.messageIds.insert(uid, known->messageId);
+        if (removed) removed->insert(uid);  // a lookahead's answer may still name it
+        if (image != m_images.end()) image->second->Erase(uid);
+        if (key == m_queriedFolder) m_queried.remove(uid);
     }
-    return plan;
 }
 
 Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray>& messageIds,
@@ -1040,92 +1004,59 @@ Result<std::vector<QByteArray>> ImapStore::MoveUids(const std::vector<QByteArray
     if (messageIds.empty()) return std::vector<QByteArray>{};
     const auto dest = ImapIds::ParseFolder(destFolderId);
     if (!dest) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
-    std::optional<ImapFolderRef> source;
-    std::vector<quint32> uids;
-    for (const QByteArray& id : messageIds) {
-        const auto ref = ImapIds::ParseMessage(id);
-        if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
-        if (source && (source->mailbox != ref->folder.mailbox || source->uidValidity != ref->folder.uidValidity))
-            return Error::permanent(QStringLiteral("messages of different folders cannot be moved together"));
-        source = ref->folder;
-        uids.push_back(ref->uid);
-    }
-    if (source->mailbox == dest->mailbox && source->uidValidity == dest->uidValidity) return messageIds;
+    auto batch = OneFolder(messageIds);
+    if (!batch) return batch.error();
+    const ImapFolderRef& source = batch->folder;
+    if (source.mailbox == dest->mailbox && source.uidValidity == dest->uidValidity) return messageIds;
 
-    // The Message-IDs and the destination's UIDNEXT let the copies be found
-    // when the server gives no COPYUID or the connection drops. Asking for
-    // them is read-only and may be retried on a new connection.
-    std::optional<MovePlan> known = KnownPlan(*source, uids, *dest);
-    const bool fromQuery = known.has_value();
-    auto ask = [&]() {
-        return Retrying<MovePlan>([&](ImapConnection& conn) -> Result<MovePlan> {
-            MovePlan p;
-            auto destUv = UidValidity(conn, dest->mailbox, &p.destUidNext);
-            if (!destUv) return destUv.error();
-            if (*destUv != dest->uidValidity)
-                return Error::notFound(
-                    QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(dest->mailbox)));
-            if (auto uv = SelectChecked(conn, *source); !uv) return uv.error();
-            auto ids = MessageIds(conn, uids);
-            if (!ids) return ids.error();
-            p.messageIds = std::move(*ids);
-            return p;
-        });
-    };
-    auto plan = fromQuery ? Result<MovePlan>(std::move(*known)) : ask();
-    std::vector<quint32> present;
-    std::vector<QByteArray> out(uids.size());
-    bool copyUid = false;
-    Result<std::vector<QByteArray>> moved = std::vector<QByteArray>{};
-    Result<ImapConnection*> conn = Error::temporary(QString());
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if (!plan) return plan.error();
-        present.clear();
-        for (size_t i = 0; i < uids.size(); ++i) {
-            gone[i] = !plan->messageIds.contains(uids[i]);
-            if (!gone[i]) present.push_back(uids[i]);
-        }
-        if (present.empty()) return out;
-        conn = Connection();
-        if (!conn) return conn.error();
-        if (auto uv = SelectChecked(**conn, *source); !uv) return uv.error();
-        moved = MoveOn(**conn, *source, present, *dest, &copyUid);
-        // A server refuses a set naming a message another session removed
-        // (Dovecot: "no longer exist"), and nothing moved: ask which are
-        // still there, then move those.
-        if (moved || (*conn)->broken() || !fromQuery || attempt > 0) break;
-        plan = ask();
+    // A move is never sent twice: after a drop nobody knows what the server
+    // did, and the journal's recovery finds out from the folders.
+    auto opened = Connection();
+    if (!opened) return opened.error();
+    ImapConnection& conn = **opened;
+    if (auto uv = SelectChecked(conn, source); !uv) return uv.error();
+    // Without UIDPLUS no COPYUID names the copies: they are found by their
+    // fingerprints above the destination's UIDNEXT.
+    std::vector<Fingerprint> fingerprints;
+    QByteArray mark;
+    if (!conn.Has("UIDPLUS")) {
+        auto known = ArrivalMark(destFolderId);
+        if (!known) return known.error();
+        mark = *known;
+        auto prints = Fingerprints(messageIds);
+        if (!prints) return prints.error();
+        fingerprints = std::move(*prints);
+        if (auto uv = SelectChecked(conn, source); !uv) return uv.error();
     }
+    ImapMover mover(conn, m_log, m_settings.host);
+    auto moved = mover.Move(batch->uids, source, *dest);
     if (!moved) {
-        if (!(*conn)->broken()) return moved.error();
-        moved = RecoverMove(*source, present, *dest, *plan);
-        if (!moved) return moved.error();
-    } else if (!copyUid) {
-        QSet<quint32> taken;
-        for (size_t i = 0; i < present.size(); ++i) {
-            if (!(*moved)[i].isEmpty()) continue;
-            if (auto uv = SelectChecked(**conn, *dest); !uv) return uv.error();
-            auto found =
-                FindByMessageId(**conn, plan->messageIds.value(present[i]), taken, plan->destUidNext);
+        if (!conn.broken()) return moved.error();
+        return Error::temporary(QStringLiteral("the connection to %1 dropped during a move from %2 to %3; it is not "
+                                               "sent again: the move journal's recovery settles it (%4)")
+                                    .arg(m_settings.host, ModifiedUtf7::Decode(source.mailbox),
+                                         ModifiedUtf7::Decode(dest->mailbox), moved.error().message));
+    }
+    Forget(source, batch->uids);
+    const QByteArray destKey = FolderKey(*dest);
+    std::vector<QByteArray> out(batch->uids.size());
+    if (moved->copyUid) {
+        quint32 next = m_uidNext.value(destKey);
+        for (size_t i = 0; i < out.size(); ++i) {
+            const quint32 uid = moved->newUids[i];
+            if (uid) out[i] = ImapIds::MessageId(*dest, uid);
+            next = std::max(next, uid + 1);
+        }
+        if (next) m_uidNext.insert(destKey, next);
+    } else {
+        m_uidNext.remove(destKey);
+        if (!mark.isEmpty()) {
+            auto found = Locate(destFolderId, mark, fingerprints);
             if (!found) return found.error();
-            if (*found) {
-                taken.insert(*found);
-                (*moved)[i] = ImapIds::MessageId(*dest, *found);
-            }
+            out = std::move(*found);
         }
     }
-    // With COPYUID, a UID the server did not name had left the source.
-    QHash<quint32, QByteArray> byUid;
-    for (size_t i = 0; i < present.size(); ++i) byUid.insert(present[i], (*moved)[i]);
-    QSet<quint32>* removed = m_lookahead ? &m_removed[FolderKey(*source)] : nullptr;
-    const auto image = m_images.find(FolderKey(*source));
-    for (size_t i = 0; i < uids.size(); ++i) {
-        if (removed) removed->insert(uids[i]);  // moved, or no longer there
-        if (image != m_images.end()) image->second->Erase(uids[i]);
-        if (gone[i]) continue;
-        out[i] = byUid.value(uids[i]);
-        if (out[i].isEmpty()) gone[i] = true;
-    }
+    for (size_t i = 0; i < out.size(); ++i) gone[i] = out[i].isEmpty();
     return out;
 }
 
@@ -1148,7 +1079,6 @@ Result<QByteArray> ImapStore::Move(const QByteArray& messageId, const QByteArray
     }
     return moved->front();
 }
-
 Status ImapStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
 {
     if (flagStatus < 0 || flagStatus > 2)
@@ -1244,49 +1174,56 @@ Status ImapStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
     return Status::success();
 }
 
-Result<QByteArray> ImapStore::Append(const QByteArray& folderId, const NewMessage& message)
+Result<std::vector<QByteArray>> ImapStore::AppendMany(const QByteArray& folderId, const std::vector<NewMessage>& messages)
 {
     const auto ref = ImapIds::ParseFolder(folderId);
     if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
+    if (messages.empty()) return std::vector<QByteArray>{};
+    // Never retried: an APPEND sent twice is a message twice.
     auto conn = Connection();
     if (!conn) return conn.error();
     ImapConnection& c = **conn;
-    auto uv = UidValidity(c, ref->mailbox);
+    quint32 uidNext = 0;
+    auto uv = UidValidity(c, ref->mailbox, &uidNext);
     if (!uv) return uv.error();
-    if (*uv != ref->uidValidity) return Error::notFound(QStringLiteral("IMAP folder was recreated"));
-
-    mailimap_flag_list* flags = mailimap_flag_list_new_empty();
-    if (message.flags.seen) mailimap_flag_list_add(flags, mailimap_flag_new_seen());
-    if (message.flags.answered) mailimap_flag_list_add(flags, mailimap_flag_new_answered());
-    if (message.flags.flagged) mailimap_flag_list_add(flags, mailimap_flag_new_flagged());
-    if (message.flags.draft) mailimap_flag_list_add(flags, mailimap_flag_new_draft());
-    if (message.flags.deleted) mailimap_flag_list_add(flags, mailimap_flag_new_deleted());
-    for (const QString& k : message.flags.keywords)
-        mailimap_flag_list_add(flags, mailimap_flag_new_flag_keyword(strdup(k.toUtf8().constData())));
-    const QDateTime when = (message.internalDate.isValid() ? message.internalDate : Now()).toUTC();
-    mailimap_date_time* date = mailimap_date_time_new(when.date().day(), when.date().month(), when.date().year(),
-                                                      when.time().hour(), when.time().minute(), when.time().second(), 0);
-    uint32_t newValidity = 0, newUid = 0;
-    c.CountCommand();
-    const int r = c.Has("UIDPLUS")
-                      ? mailimap_uidplus_append(c.session(), ref->mailbox.constData(), flags, date, message.rfc822.constData(),
-                                                static_cast<size_t>(message.rfc822.size()), &newValidity, &newUid)
-                      : mailimap_append(c.session(), ref->mailbox.constData(), flags, date, message.rfc822.constData(),
-                                        static_cast<size_t>(message.rfc822.size()));
-    mailimap_flag_list_free(flags);
-    mailimap_date_time_free(date);
-    if (Status s = c.Check(r, "APPEND"); !s) return s.error();
-    c.ForgetSelection();  // the selected mailbox may have changed under the APPEND
-    if (newUid == 0 || newValidity != ref->uidValidity) {
-        if (auto sel = SelectChecked(c, *ref); !sel) return sel.error();
-        const QByteArray header = message.rfc822.left(message.rfc822.indexOf("\r\n\r\n") + 2);
-        const MessageRecord parsed = MimeProperties::FromBytes(header);
-        auto found = FindByMessageId(c, parsed.Get(PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString().toUtf8(), {}, 0);
-        if (!found) return found.error();
-        newUid = *found;
+    if (*uv != ref->uidValidity)
+        return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
+    ImapMover mover(c, m_log, m_settings.host);
+    std::vector<quint32> uids;
+    std::vector<Fingerprint> unnamed(messages.size());  // of those the server gave no UID
+    bool anyUnnamed = false;
+    for (size_t i = 0; i < messages.size(); ++i) {
+        NewMessage m = messages[i];
+        if (!m.internalDate.isValid()) m.internalDate = Now();
+        auto uid = mover.Append(*ref, m);
+        if (!uid) {
+            if (i > 0) Q_EMIT MessagesArrived(folderId);
+            return uid.error();
+        }
+        uids.push_back(*uid);
+        if (!*uid) {
+            unnamed[i] = ImapMover::FingerprintOf(ImapMover::WithCrlf(m.rfc822), m.internalDate);
+            anyUnnamed = true;
+        }
     }
+    if (anyUnnamed) {
+        if (auto sel = SelectChecked(c, *ref); !sel) return sel.error();
+        auto found = mover.Locate(uidNext, unnamed);
+        if (!found) return found.error();
+        for (size_t i = 0; i < uids.size(); ++i)
+            if (!uids[i]) uids[i] = (*found)[i];
+    }
+    std::vector<QByteArray> out;
+    for (quint32 uid : uids) out.push_back(uid ? ImapIds::MessageId(*ref, uid) : QByteArray());
     Q_EMIT MessagesArrived(folderId);
-    return newUid ? ImapIds::MessageId(*ref, newUid) : QByteArray();
+    return out;
+}
+
+Result<QByteArray> ImapStore::Append(const QByteArray& folderId, const NewMessage& message)
+{
+    auto ids = AppendMany(folderId, {message});
+    if (!ids) return ids.error();
+    return ids->front();
 }
 
 void ImapStore::Anticipate(const QByteArray& folderId, const Restriction& restriction,
@@ -1315,7 +1252,7 @@ void ImapStore::StartWatching()
     if (m_watcher) return;
     auto password = Password();
     if (!password) return;
-    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, *password);
+    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, *password, m_log);
     connect(m_watcher.get(), &ImapIdleWatcher::Arrived, this,
             [this](quint32 uidValidity) { Q_EMIT MessagesArrived(ImapIds::FolderId("INBOX", uidValidity)); },
             Qt::QueuedConnection);

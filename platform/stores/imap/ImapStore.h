@@ -3,8 +3,9 @@
 //
 // One connection serves the UI thread's calls; it is opened on the first
 // call and reopened on the next call after it drops. Read-only calls are
-// retried once on a fresh connection; a move never is: after a drop the
-// store first looks at both folders to learn what the server did.
+// retried once on a fresh connection; a move or an append never is: after a
+// drop it returns a Temporary error and the move journal's recovery (Probe,
+// Locate, then Remove or Undelete) settles what the server did.
 //
 // Matching: the restriction becomes one UID SEARCH (SearchWriter), the
 // candidates' flags, date and the header fields the check and the columns
@@ -14,18 +15,18 @@
 // for messages whose class the Content-Type field leaves open, PR_BODY only
 // when the check reaches a body term.
 //
-// Moves: UID MOVE; without MOVE, UID COPY + UID STORE \Deleted + UID
-// EXPUNGE of those UIDs alone (UIDPLUS). A server with neither is refused:
-// a plain EXPUNGE would also remove other clients' deleted mail. A message
-// that is no longer in the source is passed over: MoveMany gives it an empty
-// identifier and moves the rest, Move says NotFound.
+// Moves (ImapMover): UID MOVE; without MOVE, UID COPY + UID STORE \Deleted +
+// UID EXPUNGE of those UIDs alone (UIDPLUS); without UIDPLUS either, the
+// originals are left \Deleted and the log says so, since a plain EXPUNGE
+// would also remove other clients' deleted mail. A message that is no
+// longer in the source is passed over: MoveMany gives it an empty
+// identifier and moves the rest, Move says NotFound. Without COPYUID the
+// copies are found by their fingerprints above the destination's UIDNEXT.
 //
-// What a move needs beside the UIDs (each message's Message-ID and the
-// destination's UIDNEXT, to find the copies if the connection drops) is
-// taken from the last query of the folder and the last look at the
-// destination when they have it, so moving a rule's matches costs the one
-// UID MOVE. The mailbox list (names, separators, special use) is read once
-// per connection.
+// What a move needs beside the UIDs is taken from the last query of the
+// folder and the last look at the destination when they have it, so moving
+// a rule's matches costs the one UID MOVE. The mailbox list (names,
+// separators, special use) is read once per connection.
 //
 // Anticipate: on a server with CONDSTORE, the next rules' queries are
 // told ahead. When several will ask the same folder, it is read once into
@@ -36,7 +37,9 @@
 
 #include "ImapConnection.h"
 #include "ImapFolderImage.h"
+#include "ImapIds.h"
 #include "ImapLookahead.h"
+#include "ImapReconnect.h"
 #include "ImapSettings.h"
 #include "platform/mapi/MessageStore.h"
 
@@ -49,12 +52,16 @@
 #include <memory>
 #include <optional>
 
+namespace mv::logging {
+class Logger;
+}
+
 namespace mv::stores {
 
 class FetchNeeds;
 class ImapIdleWatcher;
+class ImapMover;
 struct FetchedMessage;
-struct ImapFolderRef;
 
 class ImapStore : public mapi::MessageStore {
     Q_OBJECT
@@ -85,6 +92,25 @@ public:
     Result<QByteArray> Append(const QByteArray& folderId, const mapi::NewMessage& message) override;
     void Anticipate(const QByteArray& folderId, const mapi::Restriction& restriction,
                     const std::vector<mapi::PropTag>& columns) override;
+
+    // The move journal's calls (ImapMover does the work). Fingerprints
+    // costs no round trip for messages the last query listed; Remove and
+    // Undelete are safe to send again and are retried once after a drop;
+    // AppendMany never is.
+    Result<std::vector<mapi::NewMessage>> Export(const std::vector<QByteArray>& messageIds) override;
+    Result<std::vector<QByteArray>> AppendMany(const QByteArray& folderId,
+                                               const std::vector<mapi::NewMessage>& messages) override;
+    Result<std::vector<mapi::Fingerprint>> Fingerprints(const std::vector<QByteArray>& messageIds) override;
+    Result<std::vector<mapi::Presence>> Probe(const std::vector<QByteArray>& messageIds) override;
+    Status Remove(const std::vector<QByteArray>& messageIds) override;
+    Status Undelete(const std::vector<QByteArray>& messageIds) override;
+    Result<QByteArray> ArrivalMark(const QByteArray& folderId) override;
+    Result<std::vector<QByteArray>> Locate(const QByteArray& folderId, const QByteArray& mark,
+                                           const std::vector<mapi::Fingerprint>& fingerprints) override;
+
+    // Where failures to connect and messages left \Deleted are reported.
+    // Borrowed; may be null (nothing is logged). Set before the first call.
+    void SetLogger(logging::Logger* log);
 
     // Commands sent since the store was made (benchmarks, tests).
     int CommandsSent() const;
@@ -143,18 +169,23 @@ private:
                       ImapFolderImage& image) const;
     // Brings the image to the folder's state: false when too much changed.
     Result<bool> Refresh(ImapConnection& conn, const ImapFolderRef& folder, ImapFolderImage& image) const;
-    Result<std::vector<QByteArray>> MoveOn(ImapConnection& conn, const ImapFolderRef& source,
-                                           const std::vector<quint32>& uids, const ImapFolderRef& dest,
-                                           bool* copyUid = nullptr);
-    struct MovePlan {
-        QHash<quint32, QByteArray> messageIds;  // source UID -> Message-ID
-        quint32 destUidNext = 0;
+    struct Batch {
+        ImapFolderRef folder;
+        std::vector<quint32> uids;
     };
+    // The UIDs of messages of one folder; an error when they are of several.
+    static Result<Batch> OneFolder(const std::vector<QByteArray>& messageIds);
+    // `call` with the batch's folder selected and brought up to date,
+    // retried once on a new connection; `whenGone` when there is nothing to
+    // ask or the folder is gone.
+    template <class T>
+    Result<T> InFolder(const std::vector<QByteArray>& messageIds, T whenGone,
+                       const std::function<Result<T>(ImapMover&, const Batch&)>& call);
     // Moves; `gone[i]` is set for a message that was no longer in the source.
     Result<std::vector<QByteArray>> MoveUids(const std::vector<QByteArray>& messageIds,
                                              const QByteArray& destFolderId, std::vector<bool>& gone);
-    std::optional<MovePlan> KnownPlan(const ImapFolderRef& source, const std::vector<quint32>& uids,
-                                      const ImapFolderRef& dest) const;
+    // These messages left the folder: out of the image and the last query's answer.
+    void Forget(const ImapFolderRef& folder, const std::vector<quint32>& uids);
     struct ListEntry {
         char delimiter = 0;
         QString specialUse;
@@ -163,17 +194,13 @@ private:
     // LIST "" "*" into m_list.
     Status ReadList(ImapConnection& conn);
     static QByteArray FolderKey(const ImapFolderRef& folder);
-    Result<std::vector<QByteArray>> RecoverMove(const ImapFolderRef& source, const std::vector<quint32>& uids,
-                                                const ImapFolderRef& dest, const MovePlan& plan);
-    Result<QHash<quint32, QByteArray>> MessageIds(ImapConnection& conn, const std::vector<quint32>& uids);
-    // The newest undeleted message of the selected folder with that
-    // Message-ID, at or above minUid and not in `taken`; 0 when none.
-    Result<quint32> FindByMessageId(ImapConnection& conn, const QByteArray& messageId, const QSet<quint32>& taken,
-                                    quint32 minUid);
     QString OwnAddress() const;
     QDateTime Now() const;
 
     ImapSettings m_settings;
+    logging::Logger* m_log = nullptr;
+    // Failed connects: pause, and stop after a refused login.
+    ImapReconnect m_reconnect;
     const QByteArray m_storeId;  // asked for every row
     Connector m_connector;
     std::unique_ptr<ImapConnection> m_conn;

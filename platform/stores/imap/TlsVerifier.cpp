@@ -5,6 +5,7 @@
 #include <QRegularExpression>
 #include <QSslCertificate>
 #include <QSslError>
+#include <QSslSocket>
 #include <QStringList>
 
 namespace mv::stores {
@@ -50,6 +51,14 @@ Status TlsVerifier::Verify(const QList<QByteArray>& chainDer, const QString& hos
         return Error::permanent(QStringLiteral("TLS certificate of %1 refused: the server sent no certificate").arg(host));
     if (!pin.isEmpty()) return VerifyPin(chain.first(), host, pin);
 
+    // A TLS backend that cannot verify (Qt's "cert-only", or OpenSSL that
+    // failed to load) reports no error for any chain: refuse rather than
+    // take that for trust.
+    if (!QSslSocket::supportsSsl() || !QSslSocket::isFeatureSupported(QSsl::SupportedFeature::CertificateVerification))
+        return Error::permanent(QStringLiteral("TLS certificate of %1 refused: certificates cannot be verified here (Qt's TLS "
+                                               "backend \"%2\" cannot check a chain; is OpenSSL installed?); pin the "
+                                               "server's certificate or install Qt's OpenSSL backend")
+                                    .arg(host, QSslSocket::activeBackend()));
     const QList<QSslError> errors = QSslCertificate::verify(chain, host);
     if (errors.isEmpty()) return Status::success();
     QStringList reasons;

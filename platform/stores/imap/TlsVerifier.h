@@ -17,7 +17,8 @@ public:
     // file path or a SHA-256 fingerprint (hex, colons allowed). With a pin,
     // the leaf must be the pinned certificate and nothing else is checked;
     // without one, the chain must lead to a system CA and name `host`.
-    // Refusals are Permanent errors naming the reason.
+    // Without a pin, a Qt whose TLS backend cannot verify certificates
+    // refuses every chain. Refusals are Permanent errors naming the reason.
     static Status Verify(const QList<QByteArray>& chainDer, const QString& host, const QString& pin);
 };
 

@@ -1,0 +1,122 @@
+// Failed connects: pauses that double up to a ceiling, one log line per
+// change of state, and no more logins after a refused one.
+#include "ImapTestSupport.h"
+
+#include "platform/stores/imap/ImapConnection.h"
+#include "platform/stores/imap/ImapIdleWatcher.h"
+
+#include <QElapsedTimer>
+
+using namespace mv;
+using namespace mv::test;
+
+namespace {
+
+QString S(const char* s) { return QString::fromUtf8(s); }
+
+class ImapReconnectTest : public DovecotStoreTest {
+protected:
+    // A store whose connects go through `opens` and whose clock is `now`.
+    std::unique_ptr<stores::ImapStore> Counted(stores::ImapSettings settings)
+    {
+        settings.reconnectClock = [this] { return now; };
+        auto store = std::make_unique<stores::ImapStore>(
+            settings, [this](const stores::ImapSettings& s, const QString& password) {
+                if (++opens <= failFirst) return Result<std::unique_ptr<stores::ImapConnection>>(
+                    Error::temporary(S("cannot connect (refused by the test)")));
+                return stores::ImapConnection::Open(s, password);
+            });
+        store->SetLogger(&log);
+        return store;
+    }
+
+    QDateTime now = QDateTime(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC);
+    int opens = 0;
+    int failFirst = 0;  // connects that fail before the real ones
+    LinesLogger log;
+};
+
+TEST_F(ImapReconnectTest, UnreachableServerIsTriedLessOftenAndLoggedOnce)
+{
+    auto unreachable = Counted(Settings(FreeLocalPort()));
+    // Seconds after each failure until the next try; the last stays.
+    const int pauses[] = {5, 10, 20, 40, 80, 160, 320, 640, 900, 900};
+    for (int pause : pauses) {
+        auto failed = unreachable->Folders();
+        ASSERT_FALSE(failed.ok());
+        EXPECT_EQ(failed.error().kind, ErrorKind::Temporary);
+        const int tried = opens;
+        now = now.addSecs(pause - 1);
+        auto waiting = unreachable->Folders();
+        EXPECT_EQ(opens, tried) << "tried again within " << pause << " s";
+        EXPECT_EQ(waiting.error().kind, ErrorKind::Temporary);
+        EXPECT_TRUE(waiting.error().message.contains(S("not tried again"))) << waiting.error().message.toStdString();
+        now = now.addSecs(1);
+    }
+    EXPECT_EQ(opens, 10);
+    EXPECT_EQ(log.Lines().size(), 1) << log.Lines().join(S("\n")).toStdString();
+}
+
+TEST_F(ImapReconnectTest, RefusedLoginStopsEveryFurtherTry)
+{
+    auto settings = Settings();
+    settings.password = S("wrong");
+    auto refused = Counted(settings);
+    auto first = refused->Folders();
+    ASSERT_FALSE(first.ok());
+    EXPECT_EQ(first.error().kind, ErrorKind::Permanent);
+    now = now.addDays(1);
+    auto later = refused->Folders();
+    ASSERT_FALSE(later.ok());
+    EXPECT_EQ(later.error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(later.error().message.contains(S("until the profile changes"))) << later.error().message.toStdString();
+    EXPECT_EQ(opens, 1);
+    EXPECT_EQ(log.Lines().size(), 1);
+
+    // A store made anew (changed profile, restart) logs in again.
+    auto fresh = Counted(Settings());
+    EXPECT_TRUE(fresh->Folders().ok());
+}
+
+TEST_F(ImapReconnectTest, SuccessAfterFailuresIsLogged)
+{
+    failFirst = 2;
+    auto flaky = Counted(Settings());
+    ASSERT_FALSE(flaky->Folders().ok());
+    now = now.addSecs(5);
+    ASSERT_FALSE(flaky->Folders().ok());
+    now = now.addSecs(10);
+    auto folders = flaky->Folders();
+    ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
+    ASSERT_EQ(log.Lines().size(), 2) << "the same failure twice is one line";
+    EXPECT_TRUE(log.Lines().back().contains(S("connected again"))) << log.Lines().back().toStdString();
+}
+
+// The new-mail watcher reports as the store does: a refused login ends its
+// thread with one log line; an unreachable server is logged once and not
+// tried again before its pause is over (the clock here stands still).
+TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
+{
+    auto settings = Settings();
+    settings.reconnectClock = [this] { return now; };
+    stores::ImapIdleWatcher refused(settings, S("wrong"), &log);
+    refused.start();
+    EXPECT_TRUE(refused.wait(10000)) << "the watcher kept trying";
+    ASSERT_EQ(log.Lines().size(), 1);
+    EXPECT_TRUE(log.Lines().front().contains(S("until the profile changes"))) << log.Lines().front().toStdString();
+
+    LinesLogger deadLog;
+    auto deadSettings = Settings(FreeLocalPort());
+    deadSettings.reconnectClock = [this] { return now; };
+    stores::ImapIdleWatcher unreachable(deadSettings, S("secret"), &deadLog);
+    unreachable.start();
+    QThread::msleep(1500);
+    QElapsedTimer timer;
+    timer.start();
+    unreachable.Stop();
+    EXPECT_LT(timer.elapsed(), 1000);
+    ASSERT_EQ(deadLog.Lines().size(), 1);
+    EXPECT_TRUE(deadLog.Lines().front().contains(S("new-mail watcher"))) << deadLog.Lines().front().toStdString();
+}
+
+}  // namespace
