@@ -90,6 +90,12 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
     // Before the journal entry nothing is touched: an error here leaves
     // every message as it was, with nothing to settle.
     auto fingerprints = src.Fingerprints(ids);
+    if (!fingerprints && sameStore && fingerprints.error().kind == ErrorKind::Permanent) {
+        // A store that cannot fingerprint still moves within itself, with
+        // the journal entry: recovery then judges by the source alone,
+        // which can leave a copy-and-delete move as two copies, never none.
+        fingerprints = std::vector<mapi::Fingerprint>(n);
+    }
     if (!fingerprints || fingerprints->size() != n) {
         out.status = fingerprints ? Error::permanent(QStringLiteral("the store gave a fingerprint count that does not "
                                                                     "match the messages"))
@@ -261,12 +267,16 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
     if (open.empty()) return Status::success();
 
     std::vector<QByteArray> copies(open.size());
-    auto located = dst->Locate(first.dstFolder, first.dstMark, fingerprints);
-    if (located && located->size() == open.size())
-        copies = std::move(*located);
-    else if (located || located.error().kind != ErrorKind::NotFound)  // a folder that is gone holds no copy
-        return located ? Error::permanent(QStringLiteral("the store located a different number of messages"))
-                       : located.error();
+    const bool anyKnown =
+        std::any_of(fingerprints.begin(), fingerprints.end(), [](const mapi::Fingerprint& f) { return f.Known(); });
+    if (anyKnown) {
+        auto located = dst->Locate(first.dstFolder, first.dstMark, fingerprints);
+        if (located && located->size() == open.size())
+            copies = std::move(*located);
+        else if (located || located.error().kind != ErrorKind::NotFound)  // a folder that is gone holds no copy
+            return located ? Error::permanent(QStringLiteral("the store located a different number of messages"))
+                           : located.error();
+    }
     auto presence = src->Probe(srcIds);
     if (!presence || presence->size() != open.size())
         return presence ? Error::permanent(QStringLiteral("the store probed a different number of messages"))
