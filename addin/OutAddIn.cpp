@@ -7,6 +7,8 @@
 
 #include "engine/RuleExecutor.h"
 #include "engine/RuleRunner.h"
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/StoreMover.h"
 #include "platform/logging/Logger.h"
 #include "platform/os/TimeZone.h"
 #include "platform/outlook/SafeMailItem.h"

@@ -34,6 +34,10 @@ class RuleExecutor;
 class RuleRunner;
 class StatusForm;
 }  // namespace mv::engine
+namespace mv::journal {
+class MoveJournal;
+class StoreMover;
+}  // namespace mv::journal
 namespace mv::logging {
 class cLogging;
 class Logger;
@@ -250,6 +254,7 @@ private:
     void CreateMapiHelpers();
     void LoadMainForm();
     void BuildOwnRunner();
+    void OpenMoveJournal();
     bool SelectionEmpty() const;
     void BindClick(office::CommandBarControl* control, void (OutAddIn::*handler)());
     office::CommandBarControl* CreateButton(office::CommandBar* bar, const QString& caption, const QString& tag,
@@ -311,6 +316,10 @@ private:
     std::unique_ptr<outlook::SafeMapiUtils> m_mapiUtils;
     std::unique_ptr<frmMain> m_frmMain;
     std::unique_ptr<os::TimeZoneSource> m_timeZone;
+    // The move journal in the data folder and its mover; the executor
+    // borrows the mover, so both outlive it.
+    std::unique_ptr<journal::MoveJournal> m_journal;
+    std::unique_ptr<journal::StoreMover> m_mover;
     std::unique_ptr<engine::RuleExecutor> m_executor;
     std::unique_ptr<engine::RuleRunner> m_runner;
 

@@ -5,7 +5,12 @@
 
 #include "engine/RuleExecutor.h"
 #include "engine/RuleRunner.h"
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/StoreMover.h"
+#include "platform/logging/Logger.h"
+#include "platform/mapi/MessageStore.h"
 #include "platform/os/TimeZone.h"
+#include "platform/outlook/NameSpace.h"
 
 namespace mv::addin {
 
@@ -28,6 +33,7 @@ void OutAddIn::BuildOwnRunner()
     });
     m_executor->SetOpenItemTest([this](const QString& id) { return IsItemOpen(id); });
     m_executor->SetLogger(m_log);
+    OpenMoveJournal();
 
     engine::RunnerHooks hooks;
     hooks.database = [this] { return m_db1.get(); };
@@ -38,6 +44,32 @@ void OutAddIn::BuildOwnRunner()
     hooks.mainFormExists = [this] { return m_frmMain != nullptr; };
     m_runner = std::make_unique<engine::RuleRunner>(*m_executor, m_report, m_log, std::move(hooks), m_cancel,
                                                     AppTitle());
+}
+
+void OutAddIn::OpenMoveJournal()
+{
+    // Without a data folder (a test's add-in) the executor keeps its
+    // journal in memory.
+    if (m_dataDir.isEmpty()) return;
+    auto opened = journal::MoveJournal::Open(m_dataDir + QStringLiteral("/moves.db"));
+    if (!opened) {
+        // Runs then move nothing and report this, rather than move
+        // without a record; the file is left for the user to look at.
+        if (m_log) m_log->Write(4, QStringLiteral("InitHandler"), opened.error().message);
+        m_executor->SetMoverError(opened.error());
+        return;
+    }
+    m_journal = std::move(*opened);
+    m_mover = std::make_unique<journal::StoreMover>(
+        *m_journal,
+        [this](const QByteArray& storeId) -> mapi::MessageStore* {
+            if (!m_ns) return nullptr;
+            for (mapi::MessageStore* s : m_ns->Stores())
+                if (s->StoreId() == storeId) return s;
+            return nullptr;
+        },
+        m_log);
+    m_executor->SetMover(m_mover.get());
 }
 
 engine::RuleRunner* OutAddIn::Runner() const

@@ -16,6 +16,8 @@
 
 #include "engine/RuleExecutor.h"
 #include "engine/RuleRunner.h"
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/StoreMover.h"
 
 #include <QDir>
 
@@ -160,6 +162,8 @@ void OutAddIn::UnInitHandler()
     m_colExpl = nullptr;
     m_runner.reset();
     m_executor.reset();
+    m_mover.reset();
+    m_journal.reset();
     m_ns = nullptr;
     m_objOutlook = nullptr;
     m_unloaded = true;

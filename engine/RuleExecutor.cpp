@@ -3,6 +3,8 @@
 #include "RuleRestriction.h"
 
 #include "platform/ado/AdoError.h"
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/StoreMover.h"
 #include "platform/ado/Recordset.h"
 #include "platform/common/ProgIdRegistry.h"
 #include "platform/mapi/MapiUtils.h"
@@ -51,117 +53,78 @@ QString SubjectText(const QVariant& v)
     return QString::fromLatin1(kEmptySubject);
 }
 
-const std::vector<PropTag> kColumns = {PR_ENTRYID, PR_STORE_ENTRYID, PR_MESSAGE_CLASS, PR_SUBJECT,
-                                       PR_MESSAGE_DELIVERY_TIME};
+// The sender is read for the move journal's history.
+const std::vector<PropTag> kColumns = {PR_ENTRYID,  PR_STORE_ENTRYID,         PR_MESSAGE_CLASS,
+                                       PR_SUBJECT, PR_MESSAGE_DELIVERY_TIME, PR_SENT_REPRESENTING_EMAIL_ADDRESS};
 
-// Items waiting to be moved to one destination in one MoveMany.
+// Items waiting to be moved to one destination in one batch of the mover.
 //
 // Why the result equals moving each item as its row is read: every check of
-// the row loop (class, flag clear and Save, destination lookup, open in an
-// Inspector) still runs per row, in row order, before the item joins the
-// batch; the table's rows were fetched before the first move, so moving
-// later does not change which rows are read; and any error in the loop
-// first moves what is pending, so the items before the failing row end up
-// moved exactly as they would have been. The one difference is on a failed
-// batch: items it did not move get their completed flag back, where moving
-// one by one would have stopped with only the failing item's flag cleared.
-// Items opened from their rows are not fetched again, so a message that
-// another program took away after the query shows only at the move; it is
-// counted as vanished and the rest of the batch still moves.
+// the row loop (class, destination lookup, open in an Inspector) still runs
+// per row, in row order, before the item joins the batch; the table's rows
+// were fetched before the first move, so moving later does not change which
+// rows are read; and any error in the loop first moves what is pending, so
+// the items before the failing row end up moved exactly as they would have
+// been. The completed flag of an item that joins the batch is cleared by the
+// mover just before the move, so it is cleared only on a message that moves:
+// after a failed batch (or a killed process, once recovered) the items it did
+// not move keep their flag, where moving one by one would have stopped with
+// only the failing item's flag cleared. Items opened from their rows are not
+// fetched again, so a message that another program took away after the
+// query shows only at the move; it is counted as vanished and the rest of
+// the batch still moves.
 class MoveBatch {
 public:
-    struct Entry {
-        QByteArray id;
-        QString hex;
-        QString subject;
-        bool flagCleared;
-    };
+    MoveBatch(journal::StoreMover::Context context, const outlook::Folder* source)
+        : m_context(std::move(context)), m_source(source)
+    {
+    }
 
     bool Accepts(const outlook::Folder& dst) const
     {
         return !m_dst || (m_dst->EntryID() == dst.EntryID() && m_dst->StoreID() == dst.StoreID());
     }
-    void Add(std::unique_ptr<outlook::Folder> dst, Entry entry)
+    void Add(std::unique_ptr<outlook::Folder> dst, journal::StoreMover::Entry entry, QString hex)
     {
         if (!m_dst) m_dst = std::move(dst);
         m_entries.push_back(std::move(entry));
+        m_hex.push_back(std::move(hex));
     }
-    bool Empty() const { return m_entries.empty(); }
+    size_t Size() const { return m_entries.size(); }
+    bool CrossStore() const { return m_dst && m_dst->Store() != m_source->Store(); }
 
-    // Moves what is pending; counts into `outcome`. Raises on failure.
-    void Flush(RuleOutcome& outcome)
+    // Moves what is pending through `mover`; counts into `outcome`. Raises
+    // on failure, after counting what the batch did move.
+    void Flush(Result<journal::StoreMover*> mover, RuleOutcome& outcome)
     {
         if (m_entries.empty()) return;
-        std::vector<Entry> entries = std::move(m_entries);
+        std::vector<journal::StoreMover::Entry> entries = std::move(m_entries);
+        std::vector<QString> hex = std::move(m_hex);
         std::unique_ptr<outlook::Folder> dst = std::move(m_dst);
         m_entries.clear();
-        MessageStore* store = dst->Store();
-        std::vector<QByteArray> ids;
-        ids.reserve(entries.size());
-        std::vector<QByteArray> completed;
-        for (const Entry& e : entries) {
-            ids.push_back(e.id);
-            if (e.flagCleared) completed.push_back(e.id);
-        }
-        if (!completed.empty()) {
-            if (Status s = store->SetFlagStatusMany(completed, outlook::olNoFlag); !s) {
-                GiveBackFlags(*store, entries, 0);
-                RaiseStore(s.error());
-            }
-        }
-        auto moved = store->MoveMany(ids, dst->BinaryEntryID());
-        if (moved && moved->size() == entries.size()) {
-            // An empty new identifier: the message had left the source.
-            for (size_t i = 0; i < entries.size(); ++i) Count(outcome, entries[i], !(*moved)[i].isEmpty());
-            return;
-        }
-        if (moved || moved.error().kind != ErrorKind::NotFound) {
-            GiveBackFlags(*store, entries, 0);
-            RaiseStore(
-                moved ? Error::permanent(QStringLiteral("the store moved a different number of messages"))
-                      : moved.error());
-        }
-        // Something of the batch (a message, or the destination) is gone,
-        // and a store that says so has moved nothing: one by one, so what
-        // can still move does and a message that left is passed over.
+        m_hex.clear();
+        if (!mover) RaiseStore(mover.error());
+        const journal::StoreMover::Outcome moved =
+            (*mover)->Move(m_context, *m_source->Store(), m_source->BinaryEntryID(), *dst->Store(),
+                           dst->BinaryEntryID(), entries);
         for (size_t i = 0; i < entries.size(); ++i) {
-            auto one = store->Move(entries[i].id, dst->BinaryEntryID());
-            if (one) {
-                Count(outcome, entries[i], true);
-                continue;
+            if (moved.states[i] == journal::MoveState::Vanished) {
+                ++outcome.vanished;
+            } else if (moved.states[i] == journal::MoveState::Moved) {
+                ++outcome.moved;
+                outcome.subjects << entries[i].subject;
+                outcome.entryIds << hex[i];
             }
-            if (one.error().kind == ErrorKind::NotFound && !store->Item(entries[i].id).ok() &&
-                store->Folder(dst->BinaryEntryID()).ok()) {
-                Count(outcome, entries[i], false);
-                continue;
-            }
-            GiveBackFlags(*store, entries, i);
-            RaiseStore(one.error());
         }
+        if (!moved.status) RaiseStore(moved.status.error());
     }
 
 private:
-    static void Count(RuleOutcome& outcome, const Entry& e, bool moved)
-    {
-        if (!moved) {
-            ++outcome.vanished;
-            return;
-        }
-        ++outcome.moved;
-        outcome.subjects << e.subject;
-        outcome.entryIds << e.hex;
-    }
-    // A message still under its old id did not move: give back the flag
-    // cleared for it, so the next run finds it as it was.
-    static void GiveBackFlags(MessageStore& store, const std::vector<Entry>& entries, size_t from)
-    {
-        for (size_t i = from; i < entries.size(); ++i)
-            if (entries[i].flagCleared && store.Item(entries[i].id).ok())
-                (void)store.SetFlagStatus(entries[i].id, 1);
-    }
-
+    journal::StoreMover::Context m_context;
+    const outlook::Folder* m_source;
     std::unique_ptr<outlook::Folder> m_dst;
-    std::vector<Entry> m_entries;
+    std::vector<journal::StoreMover::Entry> m_entries;
+    std::vector<QString> m_hex;
 };
 
 }  // namespace
@@ -170,6 +133,28 @@ RuleExecutor::RuleExecutor(outlook::NameSpace& nameSpace, const ProgIdRegistry& 
                            const os::Clock& clock, const os::TimeZoneSource& timeZone)
     : m_ns(nameSpace), m_progIds(progIds), m_report(report), m_clock(clock), m_timeZone(timeZone)
 {
+}
+
+RuleExecutor::~RuleExecutor() = default;
+
+Result<journal::StoreMover*> RuleExecutor::Mover()
+{
+    if (m_moverError) return *m_moverError;
+    if (m_mover) return m_mover;
+    if (!m_ownMover) {
+        auto opened = journal::MoveJournal::Open(QStringLiteral(":memory:"));
+        if (!opened) return opened.error();
+        m_ownJournal = std::move(*opened);
+        m_ownMover = std::make_unique<journal::StoreMover>(
+            *m_ownJournal,
+            [this](const QByteArray& storeId) -> MessageStore* {
+                for (MessageStore* s : m_ns.Stores())
+                    if (s->StoreId() == storeId) return s;
+                return nullptr;
+            },
+            m_log);
+    }
+    return m_ownMover.get();
 }
 
 std::optional<QDateTime> RuleExecutor::CutOffFor(const RuleRecord& rule) const
@@ -241,7 +226,12 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
     RuleOutcome outcome;
     outcome.ruleId = rule.ruleId;
     outcome.ruleName = rule.ruleName;
-    MoveBatch batch;
+    // Declared before the batch: the catch below still moves what is pending.
+    std::unique_ptr<outlook::Folder> source;
+    std::unique_ptr<MoveBatch> batch;
+    auto flush = [&] {
+        if (batch) batch->Flush(Mover(), outcome);
+    };
     // Source and destination are looked up once for the rule, not per row.
     struct Hold {
         outlook::NameSpace& ns;
@@ -250,7 +240,7 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
     } hold(m_ns);
     try {
         // Step 1: folder, table, filter.
-        std::unique_ptr<outlook::Folder> source = m_ns.GetFolderFromID(rule.srcEntryId, rule.srcStoreId);
+        source = m_ns.GetFolderFromID(rule.srcEntryId, rule.srcStoreId);
         if (!source) Raise(kErr1000, QStringLiteral("Failed to create Folder object. Contact Sorquin Support."));
         std::unique_ptr<outlook::MapiTable> table =
             m_progIds.Create<outlook::MapiTable>(QString::fromLatin1(outlook::kMapiTableProgId));
@@ -260,6 +250,8 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
         if (!filter) Raise(kErr1002, QStringLiteral("Failed to create Filter object. Contact Sorquin Support."));
         // Step 2: criteria, one child of the root AND each; the columns.
         DefineQuery(rule, *table, *filter);
+        batch = std::make_unique<MoveBatch>(
+            journal::StoreMover::Context{options.run, rule.ruleId.value_or(0), rule.ruleName}, source.get());
 
         // Step 3: rows.
         table->GoToFirstRow();
@@ -284,12 +276,15 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
             std::unique_ptr<outlook::Folder> destination =
                 m_ns.GetFolderFromID(rule.dstEntryId, rule.dstStoreId);
             const bool open = !preview && IsOpen(item->EntryID());
-            const bool batchable = !preview && !open && options.batchMoves && destination &&
-                                   destination->Store() && item->StoreID() == destination->StoreID() &&
+            // Folders with stores behind them move through the journal, in
+            // one store or across two; a stand-in folder with no store
+            // behind it (tests of the row loop) moves the item itself.
+            const bool batchable = !preview && !open && destination && destination->Store() && source->Store() &&
+                                   item->StoreID() == source->StoreID() &&
                                    MapiUtils::HexToBinary(item->EntryID()).has_value();
 
             // A completed flag is cleared whether or not the item then moves;
-            // for an item joining the batch the batch clears it, with the
+            // for an item joining the batch the mover clears it, with the
             // others, just before moving them.
             bool flagCleared = false;
             if (kind == outlook::ItemKind::Mail && !preview && item->FlagStatus() == outlook::olFlagComplete) {
@@ -320,18 +315,32 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
                 continue;
             }
             if (batchable) {
-                if (!batch.Accepts(*destination)) batch.Flush(outcome);
+                if (!batch->Accepts(*destination)) flush();
                 const QString hex = item->EntryID();
-                batch.Add(std::move(destination), {*MapiUtils::HexToBinary(hex), hex, subject, flagCleared});
+                journal::StoreMover::Entry entry{*MapiUtils::HexToBinary(hex), flagCleared, subject,
+                                                 row.size() > 5 ? row[5].toString() : QString()};
+                batch->Add(std::move(destination), std::move(entry), hex);
+                const int limit = !options.batchMoves ? 1
+                                  : batch->CrossStore() ? options.crossStoreBatchLimit
+                                                        : options.batchLimit;
+                if (static_cast<int>(batch->Size()) >= std::max(1, limit)) {
+                    flush();
+                    // Between batches: window events (the status form's
+                    // Cancel, a stop signal) and the run's cancel flag.
+                    if (options.betweenBatches && options.betweenBatches()) {
+                        outcome.cancelled = true;
+                        break;
+                    }
+                }
                 continue;
             }
-            batch.Flush(outcome);
+            flush();
             if (Status s = item->Move(*destination); !s) RaiseStore(s.error());
             ++outcome.moved;
             outcome.subjects << subject;
             outcome.entryIds << entryId;
         }
-        batch.Flush(outcome);
+        flush();
 
         // Step 4: end.
         outcome.result = kResultGoOn;
@@ -339,7 +348,7 @@ RuleOutcome RuleExecutor::Execute(const RuleRecord& rule, bool preview, const Ex
         // Rows before the failing one are moved, as they would have been
         // one by one; a second failure there changes nothing reported.
         try {
-            batch.Flush(outcome);
+            flush();
         } catch (const RuleError&) {
         }
         outcome.result = 0;

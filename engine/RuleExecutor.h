@@ -5,6 +5,11 @@
 // row of a movable class (meeting, report, mail) has its item opened and is
 // moved to the destination, or, in preview, has its subject listed.
 //
+// Every move of a real run goes through the move journal's StoreMover, in
+// batches of one source folder and one destination, within a store or
+// across stores (see RuleExecutor.cpp for why batching gives the result of
+// moving one by one).
+//
 // Error policy: nothing throws out of ExecuteRule. A failure (the four
 // set-up errors, a bad rule row, any platform call in the row loop) is
 // reported through the ErrorReport as "Error N (desc) in procedure
@@ -16,6 +21,7 @@
 #include "AgeWindow.h"
 #include "RuleRecord.h"
 
+#include "platform/common/Error.h"
 #include "platform/mapi/Restriction.h"
 
 #include <QSet>
@@ -24,6 +30,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 
 namespace mv {
@@ -32,6 +39,10 @@ class ProgIdRegistry;
 namespace mv::ado {
 class Recordset;
 }
+namespace mv::journal {
+class MoveJournal;
+class StoreMover;
+}  // namespace mv::journal
 namespace mv::logging {
 class Logger;
 }
@@ -86,6 +97,9 @@ struct RuleOutcome {
     // Matched, but gone from the source (another program moved or deleted
     // them) by the time the batch was moved: nothing to move, not an error.
     int vanished = 0;
+    // The run's cancel flag stopped the rule between two batches; what the
+    // batches before moved stays moved. Not an error.
+    bool cancelled = false;
     // Subjects ("[EMPTY SUBJECT]" for none): preview: every listed item;
     // a real run: every moved item.
     QStringList subjects;
@@ -102,9 +116,18 @@ struct ExecuteOptions {
     // Preview: entry ids (hex) to leave out, because an earlier rule of the
     // same run would already have moved them.
     const QSet<QString>* excludedIds = nullptr;
-    // Real run: move the matched items of a destination with one MoveMany
-    // (one UID MOVE on IMAP) instead of one Move each. See RuleExecutor.cpp.
+    // Real run: move the matched items of a destination in batches (one
+    // UID MOVE on IMAP for a batch) instead of one message per batch. See
+    // RuleExecutor.cpp.
     bool batchMoves = true;
+    // The most messages of one batch, within a store and across stores (a
+    // batch across stores carries whole messages). Between two batches
+    // `betweenBatches` runs; when it returns true the rule stops there.
+    int batchLimit = 500;
+    int crossStoreBatchLimit = 50;
+    std::function<bool()> betweenBatches;
+    // The journal's run the moves belong to (0: none).
+    qint64 run = 0;
     // Open each row's item from the values the table read with the row
     // instead of fetching the message again (one round trip per row on
     // IMAP). A message gone meanwhile is then noticed at its move.
@@ -115,12 +138,23 @@ class RuleExecutor {
 public:
     RuleExecutor(outlook::NameSpace& nameSpace, const ProgIdRegistry& progIds, os::ErrorReport& report,
                  const os::Clock& clock, const os::TimeZoneSource& timeZone);
+    ~RuleExecutor();
+    RuleExecutor(const RuleExecutor&) = delete;
+    RuleExecutor& operator=(const RuleExecutor&) = delete;
 
     // The add-in's settings are read at every call; default: EngineSettings{}.
     void SetSettingsSource(std::function<EngineSettings()> settings) { m_settings = std::move(settings); }
     // True when an item (upper-case hex entry id) is open in an Inspector.
     void SetOpenItemTest(std::function<bool(const QString&)> isOpen) { m_isOpen = std::move(isOpen); }
     void SetLogger(logging::Logger* log) { m_log = log; }
+    // The mover every move of a real run goes through; it must outlive the
+    // executor. Unset: the executor makes its own over a journal in memory
+    // (tools and tests that keep no history).
+    void SetMover(journal::StoreMover* mover) { m_mover = mover; }
+    // The journal could not be opened: real runs move nothing and report
+    // `error` (naming the file) at their first move.
+    void SetMoverError(Error error) { m_moverError = std::move(error); }
+    Result<journal::StoreMover*> Mover();
 
     // The add-in's member: `rs` positioned on the rule's row.
     void ExecuteRule(ado::Recordset& rs, bool& preview, std::int16_t& result);
@@ -156,6 +190,10 @@ private:
     std::function<EngineSettings()> m_settings;
     std::function<bool(const QString&)> m_isOpen;
     logging::Logger* m_log = nullptr;
+    journal::StoreMover* m_mover = nullptr;
+    std::optional<Error> m_moverError;
+    std::unique_ptr<journal::MoveJournal> m_ownJournal;
+    std::unique_ptr<journal::StoreMover> m_ownMover;
 };
 
 // An error raised by the engine, caught by the handler of the procedure

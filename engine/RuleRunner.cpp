@@ -4,6 +4,8 @@
 
 #include "platform/ado/AdoError.h"
 #include "platform/ado/Recordset.h"
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/StoreMover.h"
 #include "platform/logging/Logger.h"
 #include "platform/mapi/MapiUtils.h"
 #include "platform/mapi/MessageStore.h"
@@ -100,6 +102,60 @@ struct RunResources {
 
 }  // namespace
 
+// The journal's side of one driver run: the run lock is held from before
+// the recovery to after the run is closed.
+class RuleRunner::JournalRun {
+public:
+    JournalRun() = default;
+    JournalRun(const JournalRun&) = delete;
+    JournalRun& operator=(const JournalRun&) = delete;
+    ~JournalRun()
+    {
+        if (!journal || !run) return;
+        (void)journal->EndRun(run);
+        (void)journal->Prune(QDateTime::currentDateTimeUtc());
+    }
+
+    std::unique_ptr<journal::RunLock> lock;
+    journal::MoveJournal* journal = nullptr;
+    qint64 run = 0;
+};
+
+bool RuleRunner::OpenJournalRun(const QString& driver, JournalRun& run, RunReport& report)
+{
+    auto fail = [&](const QString& text) {
+        report.end = RunEnd::Error;
+        report.error = text;
+        m_report.Show(text);
+        return false;
+    };
+    auto mover = m_exec.Mover();
+    if (!mover)
+        return fail(QStringLiteral("No rule ran: the move journal cannot be used. ") + mover.error().message);
+    journal::MoveJournal& moves = (*mover)->Journal();
+    auto lock = moves.LockRuns(m_options.lockWait);
+    if (!lock) {
+        if (lock.error().kind != ErrorKind::Temporary)
+            return fail(QStringLiteral("No rule ran: ") + lock.error().message);
+        // Another process is running rules; its run does what this one
+        // would have, so this one is skipped without a box.
+        report.end = RunEnd::Error;
+        report.busy = true;
+        report.error = QStringLiteral("No rule ran: ") + lock.error().message;
+        if (m_log) m_log->Write(3, driver, QStringLiteral("Skipped: ") + lock.error().message);
+        return false;
+    }
+    run.lock = std::move(*lock);
+    if (Status s = (*mover)->Recover(); !s && m_log)
+        m_log->Write(4, driver, s.error().message);
+    auto id = moves.BeginRun(driver);
+    if (!id) return fail(QStringLiteral("No rule ran: ") + id.error().message);
+    run.journal = &moves;
+    run.run = *id;
+    report.journalRun = *id;
+    return true;
+}
+
 int RunReport::TotalMoved() const
 {
     int n = 0;
@@ -157,6 +213,7 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
     auto raise = [&](const QString& text) { throw RuleError{next, source, text}; };
 
     m_cancel = false;
+    JournalRun journalRun;
     RunResources res;
     // Every rule checks its two folders and the run looks them up again:
     // one lookup per folder for the whole run. A folder deleted during the
@@ -189,6 +246,14 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
         const int count = db->RecordCount(*res.rs);
         report.selected = count;
         if (count <= 0) return report;
+        if (!OpenJournalRun(driver, journalRun, report)) return report;
+        ExecuteOptions options;
+        options.run = journalRun.run;
+        options.betweenBatches = [this] {
+            PumpEvents();
+            return m_cancel;
+        };
+        bool ruleFailed = false;
 
         if (m_exec.Settings().statusPops != 0) {
             res.status = m_hooks.createStatusForm ? m_hooks.createStatusForm() : nullptr;
@@ -209,6 +274,17 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
                 if (exists) continue;
                 found = false;
                 report.missingFolders.push_back({rule.ruleName, sourceFolder});
+                if (m_options.unattended) {
+                    // Nobody to ask: the answer is "go on", and the log says
+                    // which rule and which of its folders.
+                    if (m_log)
+                        m_log->Write(3, driver,
+                                     FolderMissingText(rule.ruleName, sourceFolder) +
+                                         QStringLiteral(" (folder %1 of store %2); going on with the next rule")
+                                             .arg(sourceFolder ? rule.srcEntryId : rule.dstEntryId,
+                                                  sourceFolder ? rule.srcStoreId : rule.dstStoreId));
+                    break;
+                }
                 const int answer = m_report.answerer().Show(ContinueQuestion(rule.ruleName, sourceFolder),
                                                             os::vbYesNo + os::vbExclamation, m_title);
                 if (answer != os::vbYes) {
@@ -230,14 +306,19 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
                         m_exec.Anticipate(ahead[static_cast<size_t>(k)]);
                     anticipated = i + static_cast<int>(ahead.size());
                 }
-                report.rules.push_back(m_exec.Execute(rule, false));
+                report.rules.push_back(m_exec.Execute(rule, false, options));
                 const RuleOutcome& outcome = report.rules.back();
                 if (m_log)
                     m_log->Write(3, driver, rule.ruleName + QStringLiteral(": ") + QString::number(outcome.moved) +
                                                 QStringLiteral(" moved"));
                 if (outcome.result != kResultGoOn) {
-                    report.end = RunEnd::RuleFailed;
-                    return report;
+                    if (!m_options.unattended) {
+                        report.end = RunEnd::RuleFailed;
+                        return report;
+                    }
+                    ruleFailed = true;
+                    if (m_log)
+                        m_log->Write(3, driver, rule.ruleName + QStringLiteral(" failed; going on with the next rule"));
                 }
             }
             (void)db->MoveDB(store::dbNext, *res.rs);
@@ -250,6 +331,7 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
                 return report;
             }
         }
+        if (ruleFailed) report.end = RunEnd::RuleFailed;
     } catch (const RuleError& e) {
         report.end = RunEnd::Error;
         report.error = os::ErrorReport::ProcedureErrorText(e.number, e.description, source);

@@ -10,6 +10,17 @@
 // set the flag. Every driver returns a RunReport: what each rule moved and
 // why the run ended, for the command line and the log.
 //
+// Before its first rule a driver takes the move journal's run lock (so runs
+// of two processes never overlap), settles what a dead process left
+// (StoreMover::Recover) and opens a run in the journal; it closes the run
+// and prunes the journal when it ends. A run that cannot have the lock
+// within RunnerOptions::lockWait does nothing: it is logged and reported
+// as `busy` (a Temporary error for the command line).
+//
+// Unattended (the service): nobody answers questions, so a missing folder
+// is logged and the run goes on with the next rule, and a rule that fails
+// ends that rule only; the run goes on and ends as RuleFailed.
+//
 // Error policy: the drivers raise their own errors (base + 1000 upward,
 // source "OutAddIn.<driver>") into their handler, which reports them through
 // the ErrorReport under the label "OutAddIn.<driver>"; nothing throws out.
@@ -23,6 +34,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -78,9 +90,9 @@ struct RunnerHooks {
 enum class RunEnd {
     Completed,         // every selected rule was handled (or none was selected)
     UserStopped,       // "No" to a missing-folder question
-    RuleFailed,        // ExecuteRule ended with a result other than 6
+    RuleFailed,        // ExecuteRule ended with a result other than 6 (unattended: after the other rules ran)
     Cancelled,         // the cancel flag was set
-    Error,             // the driver's own error (database, recordset, status form)
+    Error,             // the driver's own error (database, recordset, status form, move journal)
 };
 
 struct FolderProblem {
@@ -95,6 +107,10 @@ struct RunReport {
     RunEnd end = RunEnd::Completed;
     QString error;                      // the reported text of a driver error
     int selected = 0;                   // rows the selection returned
+    // Another process held the run lock: no rule ran (end is Error, and
+    // `error` says so). Worth trying again later.
+    bool busy = false;
+    qint64 journalRun = 0;              // the run's number in the move journal; 0 when none
 
     int TotalMoved() const;
     // "what moved": one line per rule that ran, "<name>: <n> moved" with
@@ -112,12 +128,22 @@ struct RulePreview {
     int Count() const { return static_cast<int>(subjects.size()); }
 };
 
+struct RunnerOptions {
+    // Nobody is there to answer: see above.
+    bool unattended = false;
+    // How long a run waits for another process's run to end.
+    std::chrono::milliseconds lockWait{3000};
+};
+
 class RuleRunner {
 public:
     // `cancelFlag` is the add-in's shared run-cancel flag. `title` is the
     // title of the missing-folder boxes (the application's title).
     RuleRunner(RuleExecutor& executor, os::ErrorReport& report, logging::Logger* log, RunnerHooks hooks,
                bool& cancelFlag, QString title = QStringLiteral("Mailvane"));
+
+    void SetOptions(RunnerOptions options) { m_options = options; }
+    const RunnerOptions& Options() const { return m_options; }
 
     RunReport Run15MinuteRules();
     RunReport RunImmediateRules();
@@ -139,6 +165,10 @@ public:
 private:
     RunReport Run(const QString& driver, const char* sql);
     void PumpEvents();
+    // Lock, recovery and the journal's run; false (with `report` filled in)
+    // when the run must not move anything.
+    class JournalRun;
+    bool OpenJournalRun(const QString& driver, JournalRun& run, RunReport& report);
 
     RuleExecutor& m_exec;
     os::ErrorReport& m_report;
@@ -146,6 +176,7 @@ private:
     RunnerHooks m_hooks;
     bool& m_cancel;
     QString m_title;
+    RunnerOptions m_options;
 };
 
 }  // namespace mv::engine

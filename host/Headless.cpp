@@ -2,6 +2,7 @@
 
 #include "Runtime.h"
 #include "addin/OutAddIn.h"
+#include "engine/RuleRunner.h"
 
 #include <QCoreApplication>
 
@@ -15,6 +16,13 @@ HeadlessService::HeadlessService(Runtime& runtime, QObject* parent) : QObject(pa
 bool HeadlessService::Start()
 {
     if (!m_signals.Install()) return false;
+    // Nobody answers the service's questions: a missing folder is logged
+    // and the run goes on, and a failed rule ends only that rule.
+    if (engine::RuleRunner* runner = m_runtime.AddIn().Runner()) {
+        engine::RunnerOptions options = runner->Options();
+        options.unattended = true;
+        runner->SetOptions(options);
+    }
     m_runtime.StartApplication();
     // What the add-in's timer form is doing, so the log shows the service
     // is scheduling (or why it is not).
@@ -35,7 +43,9 @@ void HeadlessService::OnSignal(int signo)
     m_runtime.Trail(QStringLiteral("HeadlessService"),
                     QStringLiteral("Signal %1: stopping").arg(signo));
     // A run in progress (it pumps events, so this can be inside one) ends
-    // after its current rule, as with the status form's Cancel.
+    // at the next pause between two batches of moves, or after its current
+    // rule, as with the status form's Cancel; the journal is consistent at
+    // either point.
     m_runtime.CancelFlag() = true;
     QCoreApplication::quit();
 }

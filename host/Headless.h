@@ -2,7 +2,7 @@
 // The headless service: the started runtime and an event loop. The
 // schedule is the add-in's own: its timer form (frmMain) runs the cycle,
 // the run on start and the ten-second run after new mail, exactly as in a
-// host with windows. The service only raises Startup and turns SIGTERM and
+// host with windows; its runs are unattended (RunnerOptions::unattended). The service only raises Startup and turns SIGTERM and
 // SIGINT into the end of the loop.
 //
 // On a signal the loop stops and the caller shuts the runtime down: the

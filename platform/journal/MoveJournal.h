@@ -16,6 +16,8 @@
 // when it is corrupt or cannot be written. One thread (the UI thread) uses
 // a journal; several processes may open the same file.
 
+#include "RunLock.h"
+
 #include "platform/common/Error.h"
 #include "platform/mapi/MessageStore.h"
 
@@ -23,6 +25,7 @@
 #include <QDateTime>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -78,9 +81,17 @@ public:
     MoveJournal(const MoveJournal&) = delete;
     MoveJournal& operator=(const MoveJournal&) = delete;
 
-    // Opens or creates the journal file; makes it 0600.
+    // Opens or creates the journal file; makes it 0600. A file that is not
+    // a sound journal (not SQLite, damaged, a newer schema) is a Permanent
+    // error naming it, and the file is left exactly as it was. ":memory:"
+    // gives a journal that lives only as long as the object (tools, tests).
     static Result<std::unique_ptr<MoveJournal>> Open(const QString& path);
     QString Path() const { return m_path; }
+    bool InMemory() const;
+
+    // Takes the run lock beside the journal (Path() + ".lock"); see RunLock.
+    // Hold it from before Recover to after EndRun.
+    Result<std::unique_ptr<RunLock>> LockRuns(std::chrono::milliseconds wait) const;
 
     Result<qint64> BeginRun(const QString& trigger);
     Status EndRun(qint64 run);

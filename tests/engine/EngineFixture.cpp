@@ -94,9 +94,25 @@ void EngineTest::SetUp()
         for (const char* name : {"Archive", "Trash", "Drafts"})
             ASSERT_TRUE(m_maildir->CreateFolder({}, QString::fromLatin1(name)).ok());
     }
-    m_ns = std::make_unique<outlook::StoreNameSpace>(std::vector<mapi::MessageStore*>{&Store()});
+    stores::MemoryStoreOptions otherOptions = options;
+    otherOptions.name = QStringLiteral("Other");
+    m_other = std::make_unique<stores::MemoryStore>(otherOptions);
+    m_ns = std::make_unique<outlook::StoreNameSpace>(std::vector<mapi::MessageStore*>{&Store(), m_other.get()});
+
+    auto journal = journal::MoveJournal::Open(m_tmp.filePath(QStringLiteral("moves.db")));
+    ASSERT_TRUE(journal.ok()) << journal.error().message.toStdString();
+    m_journal = std::move(*journal);
+    m_mover = std::make_unique<journal::StoreMover>(
+        *m_journal,
+        [this](const QByteArray& id) -> mapi::MessageStore* {
+            for (mapi::MessageStore* s : m_ns->Stores())
+                if (s->StoreId() == id) return s;
+            return nullptr;
+        },
+        &m_log);
 
     m_exec = std::make_unique<RuleExecutor>(*m_ns, m_progIds, m_report, m_clock, m_zone);
+    m_exec->SetMover(m_mover.get());
     m_exec->SetSettingsSource([this]() { return m_settings; });
     m_exec->SetOpenItemTest([this](const QString& id) { return m_open.contains(id); });
     m_runner = std::make_unique<RuleRunner>(*m_exec, m_report, &m_log, Hooks(), m_cancel);
@@ -110,6 +126,8 @@ void EngineTest::TearDown()
         ADD_FAILURE() << "message box nobody expected: " << text.toStdString();
     m_runner.reset();
     m_exec.reset();
+    m_mover.reset();
+    m_journal.reset();
     m_ns.reset();
     if (m_db) m_db->KillDB();
 }
@@ -142,9 +160,16 @@ QByteArray EngineTest::Add(const QString& folder, const Msg& m)
     return id.ok() ? *id : QByteArray();
 }
 
-QStringList EngineTest::Subjects(const QString& folder)
+QStringList EngineTest::Subjects(const QString& folder) { return Subjects(Store(), folder); }
+
+QStringList EngineTest::Subjects(mapi::MessageStore& store, const QString& folder)
 {
-    auto rows = Store().Query(FolderId(folder), nullptr, {mapi::PR_SUBJECT});
+    QByteArray folderId;
+    const auto folders = store.Folders();
+    if (folders)
+        for (const auto& f : *folders)
+            if (f.path.compare(folder, Qt::CaseInsensitive) == 0) folderId = f.entryId;
+    auto rows = store.Query(folderId, nullptr, {mapi::PR_SUBJECT});
     EXPECT_TRUE(rows.ok());
     QStringList out;
     if (!rows) return out;
@@ -180,8 +205,14 @@ int EngineTest::InsertRule(RuleDef def)
     number("MsgAgeID", def.msgAge);
     text("SrcEntryID", FolderHex(def.src));
     text("SrcStoreID", StoreHex());
-    text("DstEntryID", FolderHex(def.dst));
-    text("DstStoreID", StoreHex());
+    if (def.dstOther) {
+        const QByteArray otherFolder = static_cast<stores::MemoryStore&>(Other()).FolderIdByPath(def.dst);
+        text("DstEntryID", mapi::MapiUtils::HrGetHexFromBinary(otherFolder));
+        text("DstStoreID", mapi::MapiUtils::HrGetHexFromBinary(Other().StoreId()));
+    } else {
+        text("DstEntryID", FolderHex(def.dst));
+        text("DstStoreID", StoreHex());
+    }
     number("Active", def.active);
     number("SortID", sortId);
     number("LastVerb", def.lastVerb);

@@ -1,8 +1,9 @@
 #pragma once
 // A rule engine on real parts: the blank rule database copied from the
 // build into a temporary folder (rules inserted with the store's own INSERT
-// statement), a message store (memory or a real Maildir), the namespace
-// over it, a fake clock at 2026-11-14 10:00, a UTC zone, and a scripted
+// statement), a message store (memory or a real Maildir) and a second
+// memory store ("Other", for moves across stores), the namespace over
+// them, a move journal file with its mover, a fake clock at 2026-11-14 10:00, a UTC zone, and a scripted
 // message box that fails the test on any question nobody answered.
 
 #include "engine/RuleExecutor.h"
@@ -11,6 +12,8 @@
 #include "store/cDB.h"
 
 #include "platform/common/ProgIdRegistry.h"
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/StoreMover.h"
 #include "platform/logging/MemoryLogger.h"
 #include "platform/mapi/MessageStore.h"
 #include "platform/os/Clock.h"
@@ -62,6 +65,7 @@ struct RuleDef {
     QString src = QStringLiteral("Inbox"), dst = QStringLiteral("Archive");
     int active = -1;
     int sortId = 0;  // 0: after the rules inserted before
+    bool dstOther = false;  // `dst` is a folder of the second store
 };
 
 // Status form calls, in order: "show", "rule:<name>", "progress:<i>/<n>", "hide".
@@ -96,6 +100,8 @@ protected:
     QByteArray Add(const QString& folder, const Msg& m);
     // Subjects in a folder, sorted ("[none]" for an empty subject).
     QStringList Subjects(const QString& folder);
+    QStringList Subjects(mapi::MessageStore& store, const QString& folder);
+    mapi::MessageStore& Other() { return *m_other; }
     int InsertRule(RuleDef def);
     // A recordset on one rule row joined with its MsgAge row.
     std::unique_ptr<ado::Recordset> RuleRow(int ruleId);
@@ -117,7 +123,10 @@ protected:
     // the temporary folder stands in for the memory store.
     bool m_useMaildir = false;
     std::unique_ptr<mapi::MessageStore> m_maildir;
+    std::unique_ptr<mapi::MessageStore> m_other;
     std::unique_ptr<outlook::StoreNameSpace> m_ns;
+    std::unique_ptr<journal::MoveJournal> m_journal;
+    std::unique_ptr<journal::StoreMover> m_mover;
     EngineSettings m_settings;
     QSet<QString> m_open;  // entry ids "open in an Inspector"
     std::unique_ptr<RuleExecutor> m_exec;

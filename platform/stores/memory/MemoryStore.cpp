@@ -7,6 +7,9 @@
 
 #include <QtEndian>
 
+#include <algorithm>
+#include <set>
+
 namespace mv::stores {
 namespace {
 
@@ -101,13 +104,22 @@ std::optional<Error> MemoryStore::Enter(Call call)
     ++m_calls[call];
     auto it = m_failures.find(call);
     if (it == m_failures.end() || it->second.remaining <= 0) return std::nullopt;
+    if (it->second.skip > 0) {
+        --it->second.skip;
+        return std::nullopt;
+    }
     --it->second.remaining;
     return it->second.error;
 }
 
 void MemoryStore::FailNext(Call call, int count, Error error)
 {
-    m_failures[call] = Injection{count, std::move(error)};
+    m_failures[call] = Injection{0, count, std::move(error)};
+}
+
+void MemoryStore::FailAt(Call call, int nth, Error error)
+{
+    m_failures[call] = Injection{std::max(0, nth - 1), 1, std::move(error)};
 }
 
 int MemoryStore::CallCount(Call call) const
@@ -279,6 +291,12 @@ Status MemoryStore::SetFlagStatus(const QByteArray& messageId, int flagStatus)
     return Status::success();
 }
 
+Status MemoryStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
+{
+    if (auto e = Enter(Call::SetFlagStatusMany)) return *e;
+    return MessageStore::SetFlagStatusMany(messageIds, flagStatus);
+}
+
 Result<QByteArray> MemoryStore::Append(const QByteArray& folderId, const mapi::NewMessage& newMessage)
 {
     if (auto e = Enter(Call::Append)) return *e;
@@ -297,6 +315,7 @@ Result<QByteArray> MemoryStore::Append(const QByteArray& folderId, const mapi::N
     date = date.toUTC();
     date.setTime(QTime(date.time().hour(), date.time().minute(), date.time().second()));
     message.internalDate = date;
+    if (m_options.keepsUniqueNames) message.uniqueName = newMessage.uniqueName;
 
     ParseOptions parse;
     parse.withBody = true;
@@ -315,6 +334,166 @@ Result<QByteArray> MemoryStore::Append(const QByteArray& folderId, const mapi::N
     if (data.specialUse == QLatin1String("\\Inbox") || data.specialUse == QLatin1String("\\Sent"))
         Q_EMIT MessagesArrived(folderId);
     return id;
+}
+
+// --- moves across stores, recovery ---
+
+namespace {
+
+// RFC822.SIZE: the octets with every line end a CRLF.
+qint64 CrlfSize(const QByteArray& raw)
+{
+    qint64 size = raw.size();
+    for (qsizetype i = 0; i < raw.size(); ++i)
+        if (raw.at(i) == '\n' && (i == 0 || raw.at(i - 1) != '\r')) ++size;
+    return size;
+}
+
+}  // namespace
+
+mapi::Fingerprint MemoryStore::FingerprintOf(const Message& message) const
+{
+    mapi::Fingerprint f;
+    f.uniqueName = message.uniqueName;
+    const qsizetype end = message.raw.indexOf("\n\n");
+    const qsizetype endCrlf = message.raw.indexOf("\r\n\r\n");
+    const qsizetype headerEnd = end < 0 ? endCrlf : endCrlf < 0 ? end : std::min(end, endCrlf);
+    f.messageIdHeader =
+        MimeProperties::HeaderField(headerEnd < 0 ? message.raw : message.raw.left(headerEnd + 1), "Message-ID")
+            .trimmed();
+    f.size = CrlfSize(message.raw);
+    f.internalDate = message.internalDate;
+    return f;
+}
+
+Result<std::vector<mapi::NewMessage>> MemoryStore::Export(const std::vector<QByteArray>& messageIds)
+{
+    if (auto e = Enter(Call::Export)) return *e;
+    std::vector<mapi::NewMessage> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        mapi::NewMessage m;
+        if (const Message* message = FindMessage(id)) {
+            m.rfc822 = message->raw;
+            m.flags = message->flags;
+            m.flags.deleted = false;
+            m.internalDate = message->internalDate;
+            m.uniqueName = message->uniqueName;
+        }
+        out.push_back(std::move(m));
+    }
+    return out;
+}
+
+Result<std::vector<QByteArray>> MemoryStore::AppendMany(const QByteArray& folderId,
+                                                        const std::vector<mapi::NewMessage>& messages)
+{
+    if (auto e = Enter(Call::AppendMany)) return *e;
+    return MessageStore::AppendMany(folderId, messages);
+}
+
+Result<std::vector<mapi::Fingerprint>> MemoryStore::Fingerprints(const std::vector<QByteArray>& messageIds)
+{
+    if (auto e = Enter(Call::Fingerprints)) return *e;
+    std::vector<mapi::Fingerprint> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        const Message* message = FindMessage(id);
+        out.push_back(message ? FingerprintOf(*message) : mapi::Fingerprint{});
+    }
+    return out;
+}
+
+Result<std::vector<mapi::Presence>> MemoryStore::Probe(const std::vector<QByteArray>& messageIds)
+{
+    if (auto e = Enter(Call::Probe)) return *e;
+    std::vector<mapi::Presence> out;
+    out.reserve(messageIds.size());
+    for (const QByteArray& id : messageIds) {
+        const Message* message = FindMessage(id);
+        out.push_back(!message                ? mapi::Presence::Absent
+                      : message->flags.deleted ? mapi::Presence::Deleted
+                                               : mapi::Presence::Present);
+    }
+    return out;
+}
+
+Status MemoryStore::Remove(const std::vector<QByteArray>& messageIds)
+{
+    if (auto e = Enter(Call::Remove)) return *e;
+    for (const QByteArray& id : messageIds) {
+        const auto ref = ParseMessageId(id);
+        if (!ref || !FindMessage(id)) continue;
+        m_folders.at(ref->folder).messages.erase(ref->serial);
+    }
+    return Status::success();
+}
+
+Status MemoryStore::Undelete(const std::vector<QByteArray>& messageIds)
+{
+    if (auto e = Enter(Call::Undelete)) return *e;
+    for (const QByteArray& id : messageIds)
+        if (Message* message = FindMessage(id)) message->flags.deleted = false;
+    return Status::success();
+}
+
+Result<QByteArray> MemoryStore::ArrivalMark(const QByteArray& folderId)
+{
+    if (auto e = Enter(Call::ArrivalMark)) return *e;
+    if (!ParseFolderId(folderId))
+        return Error::notFound(QStringLiteral("No folder %1 in store %2").arg(Hex(folderId), m_options.name));
+    QByteArray mark;
+    AppendNumber(mark, m_nextSerial);
+    return mark;
+}
+
+Result<std::vector<QByteArray>> MemoryStore::Locate(const QByteArray& folderId, const QByteArray& mark,
+                                                    const std::vector<mapi::Fingerprint>& fingerprints)
+{
+    if (auto e = Enter(Call::Locate)) return *e;
+    const auto folder = ParseFolderId(folderId);
+    if (!folder) return Error::notFound(QStringLiteral("No folder %1 in store %2").arg(Hex(folderId), m_options.name));
+    const quint32 from = mark.size() == 4 ? qFromBigEndian<quint32>(mark.constData()) : 0;
+    std::vector<QByteArray> out(fingerprints.size());
+    std::set<quint32> given;
+    for (size_t i = 0; i < fingerprints.size(); ++i) {
+        const mapi::Fingerprint& want = fingerprints[i];
+        if (!want.Known()) continue;
+        for (const auto& [serial, message] : m_folders.at(*folder).messages) {
+            if (serial < from || given.count(serial)) continue;
+            const mapi::Fingerprint have = FingerprintOf(message);
+            const bool byName = m_options.keepsUniqueNames && !want.uniqueName.isEmpty();
+            const bool match = byName ? have.uniqueName == want.uniqueName
+                                      : have.messageIdHeader == want.messageIdHeader && have.size == want.size &&
+                                            have.internalDate == want.internalDate;
+            if (!match) continue;
+            given.insert(serial);
+            out[i] = MakeId(kMessageKind, *folder, serial);
+            break;
+        }
+    }
+    return out;
+}
+
+Status MemoryStore::SetDeleted(const QByteArray& messageId, bool deleted)
+{
+    Message* message = FindMessage(messageId);
+    if (!message) return NoMessage(messageId);
+    message->flags.deleted = deleted;
+    return Status::success();
+}
+
+QStringList MemoryStore::SubjectsIn(const QByteArray& folderId) const
+{
+    QStringList out;
+    const auto folder = ParseFolderId(folderId);
+    if (!folder) return out;
+    for (const auto& [serial, message] : m_folders.at(*folder).messages) {
+        const QString subject = message.record.Get(mapi::PR_SUBJECT).value_or(QVariant()).toString();
+        out << (message.flags.deleted ? subject + QStringLiteral(" [deleted]") : subject);
+    }
+    out.sort();
+    return out;
 }
 
 }  // namespace mv::stores

@@ -1,0 +1,135 @@
+#include "platform/journal/MoveJournal.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+using namespace mv;
+using namespace mv::journal;
+
+namespace {
+
+class MoveJournalTest : public ::testing::Test {
+protected:
+    QString Path() const { return m_dir.filePath(QStringLiteral("moves.db")); }
+    std::unique_ptr<MoveJournal> OpenOk()
+    {
+        auto j = MoveJournal::Open(Path());
+        EXPECT_TRUE(j.ok()) << (j ? "" : j.error().message.toStdString());
+        return j ? std::move(*j) : nullptr;
+    }
+    QTemporaryDir m_dir;
+};
+
+MoveRow Row(const char* subject)
+{
+    MoveRow r;
+    r.ruleId = 7;
+    r.ruleName = QStringLiteral("Archive old");
+    r.kind = MoveKind::CrossStore;
+    r.srcStore = QByteArray("S\0rc", 4);  // binary, with a NUL
+    r.srcFolder = "F1";
+    r.srcId = "M1";
+    r.dstStore = "D";
+    r.dstFolder = "F2";
+    r.dstMark = QByteArray("\x00\x00\x00\x05", 4);
+    r.fingerprint.uniqueName = "1700000000.M1P2Q3.host";
+    r.fingerprint.messageIdHeader = "<a@b>";
+    r.fingerprint.size = 1234;
+    r.fingerprint.internalDate = QDateTime(QDate(2026, 11, 1), QTime(8, 0), Qt::UTC);
+    r.flagCleared = true;
+    r.subject = QString::fromUtf8(subject);
+    r.sender = QStringLiteral("alice@example.com");
+    return r;
+}
+
+}  // namespace
+
+TEST_F(MoveJournalTest, IntendedRowsSurviveReopenAndFinishSettlesThem)
+{
+    qint64 run = 0;
+    {
+        auto j = OpenOk();
+        ASSERT_TRUE(j);
+        run = *j->BeginRun(QStringLiteral("RunAllRules"));
+        std::vector<MoveRow> rows = {Row("one"), Row("zwei \xc3\xbc")};
+        for (MoveRow& r : rows) r.run = run;
+        ASSERT_TRUE(j->Intend(rows).ok());
+        EXPECT_EQ(rows[0].batch, rows[1].batch);
+        EXPECT_NE(rows[0].id, rows[1].id);
+    }
+    struct stat st {};
+    ASSERT_EQ(::stat(QFile::encodeName(Path()).constData(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600u);
+
+    auto j = OpenOk();
+    ASSERT_TRUE(j);
+    auto open = j->Unfinished();
+    ASSERT_TRUE(open.ok());
+    ASSERT_EQ(open->size(), 2u);
+    const MoveRow& r = open->at(1);
+    const MoveRow want = Row("zwei \xc3\xbc");
+    EXPECT_EQ(r.run, run);
+    EXPECT_EQ(r.srcStore, want.srcStore);
+    EXPECT_EQ(r.dstMark, want.dstMark);
+    EXPECT_EQ(r.fingerprint.uniqueName, want.fingerprint.uniqueName);
+    EXPECT_EQ(r.fingerprint.messageIdHeader, want.fingerprint.messageIdHeader);
+    EXPECT_EQ(r.fingerprint.size, want.fingerprint.size);
+    EXPECT_EQ(r.fingerprint.internalDate, want.fingerprint.internalDate);
+    EXPECT_TRUE(r.flagCleared);
+    EXPECT_EQ(r.subject, want.subject);
+    EXPECT_EQ(r.kind, MoveKind::CrossStore);
+
+    std::vector<MoveRow> done = *open;
+    done[0].state = MoveState::Moved;
+    done[0].dstId = "M9";
+    done[1].state = MoveState::Vanished;
+    ASSERT_TRUE(j->Finish(done).ok());
+    ASSERT_TRUE(j->EndRun(run).ok());
+    EXPECT_TRUE(j->Unfinished()->empty());
+    const auto ofRun = *j->RowsOfRun(run);
+    ASSERT_EQ(ofRun.size(), 2u);
+    EXPECT_EQ(ofRun[0].dstId, QByteArray("M9"));
+    EXPECT_EQ(j->RowsOfRule(7, QDateTime::currentDateTimeUtc().addSecs(-60))->size(), 2u);
+    const auto runs = *j->Runs(10);
+    ASSERT_EQ(runs.size(), 1u);
+    EXPECT_EQ(runs[0].trigger, QStringLiteral("RunAllRules"));
+    EXPECT_TRUE(runs[0].ended.isValid());
+
+    // Pruning keeps the newest runs however old they are, and open rows always.
+    ASSERT_TRUE(j->Prune(QDateTime::currentDateTimeUtc().addDays(400)).ok());
+    EXPECT_EQ(j->RowsOfRun(run)->size(), 2u);
+}
+
+TEST_F(MoveJournalTest, DamagedFileIsReportedByNameAndKept)
+{
+    const QByteArray junk = QByteArray("This is not a database.\n").repeated(200);
+    {
+        QFile f(Path());
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(junk);
+    }
+    auto j = MoveJournal::Open(Path());
+    ASSERT_FALSE(j.ok());
+    EXPECT_EQ(j.error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(j.error().message.contains(Path())) << j.error().message.toStdString();
+    QFile f(Path());
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.readAll(), junk);
+}
+
+TEST_F(MoveJournalTest, RunLockExcludesASecondHolderUntilReleased)
+{
+    auto j = OpenOk();
+    ASSERT_TRUE(j);
+    auto first = j->LockRuns(std::chrono::milliseconds(0));
+    ASSERT_TRUE(first.ok());
+    auto second = j->LockRuns(std::chrono::milliseconds(100));
+    ASSERT_FALSE(second.ok());
+    EXPECT_EQ(second.error().kind, ErrorKind::Temporary);
+    first = Error::temporary(QString());  // lets go
+    EXPECT_TRUE(j->LockRuns(std::chrono::milliseconds(0)).ok());
+}

@@ -1,0 +1,302 @@
+#include "platform/journal/StoreMover.h"
+#include "platform/stores/common/FlagMapping.h"
+#include "platform/stores/memory/MemoryStore.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace mv;
+using namespace mv::journal;
+using stores::MemoryStore;
+using Call = MemoryStore::Call;
+
+namespace {
+
+MemoryStore::Options Named(const char* name, bool keepsNames)
+{
+    MemoryStore::Options o;
+    o.name = QString::fromLatin1(name);
+    o.keepsUniqueNames = keepsNames;
+    return o;
+}
+
+// Store A (names nothing, as IMAP) holds the source Inbox; the destination
+// is A's Archive (same store) or B's Archive (B keeps names, as Maildir).
+class MoverTest : public ::testing::Test {
+protected:
+    void SetUp() override { Reopen(); }
+
+    // Fresh journal and mover objects on the same file and stores: what the
+    // next process sees after a kill.
+    void Reopen()
+    {
+        m_mover.reset();
+        m_journal.reset();
+        auto j = MoveJournal::Open(m_dir.filePath(QStringLiteral("moves.db")));
+        ASSERT_TRUE(j.ok()) << j.error().message.toStdString();
+        m_journal = std::move(*j);
+        m_mover = std::make_unique<StoreMover>(*m_journal, [this](const QByteArray& id) -> mapi::MessageStore* {
+            if (id == m_a.StoreId()) return &m_a;
+            if (id == m_b.StoreId()) return &m_b;
+            return nullptr;
+        });
+    }
+
+    MemoryStore& Dst(bool cross) { return cross ? m_b : m_a; }
+    QByteArray DstFolder(bool cross) { return Dst(cross).FolderIdByPath(QStringLiteral("Archive")); }
+
+    QByteArray Add(const QString& subject, bool completed)
+    {
+        mapi::NewMessage m;
+        m.rfc822 = QStringLiteral("From: Alice <alice@example.com>\nSubject: %1\nMessage-ID: <%1@example.com>\n\nHi.\n")
+                       .arg(subject)
+                       .toUtf8();
+        m.flags.seen = true;
+        if (completed) m.flags.keywords << QStringLiteral("$Completed");
+        m.internalDate = QDateTime(QDate(2026, 11, 1), QTime(9, 0), Qt::UTC);
+        return *m_a.Append(m_a.InboxId(), m);
+    }
+
+    // Three messages; the first two have a completed flag the move clears.
+    std::vector<StoreMover::Entry> Batch()
+    {
+        std::vector<StoreMover::Entry> entries;
+        for (int i = 0; i < 3; ++i) {
+            const QString subject = QStringLiteral("m%1").arg(i);
+            entries.push_back({Add(subject, i < 2), i < 2, subject, QStringLiteral("alice@example.com")});
+        }
+        return entries;
+    }
+
+    StoreMover::Outcome Move(bool cross, const std::vector<StoreMover::Entry>& entries)
+    {
+        return m_mover->Move({0, 1, QStringLiteral("Rule")}, m_a, m_a.InboxId(), Dst(cross), DstFolder(cross),
+                             entries);
+    }
+
+    bool Completed(MemoryStore& store, const QByteArray& folder, const QString& subject)
+    {
+        auto rows = store.Query(folder, nullptr, {mapi::PR_ENTRYID, mapi::PR_SUBJECT});
+        for (const auto& row : *rows)
+            if (row[1].toString() == subject)
+                return stores::FlagMapping::HasKeyword(*store.Flags(row[0].toByteArray()), QStringLiteral("$Completed"));
+        ADD_FAILURE() << "no " << subject.toStdString();
+        return false;
+    }
+
+    // Nothing lost, nothing twice, nothing \Deleted, and a completed flag
+    // gone only from a message that moved. Returns how many moved.
+    int ExpectConsistent(bool cross)
+    {
+        const QStringList src = m_a.SubjectsIn(m_a.InboxId());
+        const QStringList dst = Dst(cross).SubjectsIn(DstFolder(cross));
+        QStringList all = src + dst;
+        all.sort();
+        EXPECT_EQ(all, (QStringList{"m0", "m1", "m2"})) << "source " << src.join(',').toStdString() << ", destination "
+                                                         << dst.join(',').toStdString();
+        for (const QString& s : src) EXPECT_EQ(Completed(m_a, m_a.InboxId(), s), s != QLatin1String("m2")) << s.toStdString();
+        for (const QString& s : dst) EXPECT_FALSE(Completed(Dst(cross), DstFolder(cross), s)) << s.toStdString();
+        return static_cast<int>(dst.size());
+    }
+
+    int Open() { return static_cast<int>(m_journal->Unfinished()->size()); }
+
+    QTemporaryDir m_dir;
+    MemoryStore m_a{Named("A", false)};
+    MemoryStore m_b{Named("B", true)};
+    std::unique_ptr<MoveJournal> m_journal;
+    std::unique_ptr<StoreMover> m_mover;
+};
+
+// --- recovery, state by state -----------------------------------------------
+
+enum class Original { Present, Deleted, Absent };
+
+struct RecoveryCase {
+    const char* name;
+    bool copy;  // a copy arrived in the destination after the mark
+    Original original;
+    MoveState expected;
+};
+
+class RecoveryTest : public MoverTest,
+                     public ::testing::WithParamInterface<std::tuple<RecoveryCase, bool /*flag cleared*/, bool /*cross*/>> {};
+
+TEST_P(RecoveryTest, SettlesWhatADeadProcessLeft)
+{
+    const auto& [c, flagCleared, cross] = GetParam();
+    const QByteArray id = Add(QStringLiteral("m"), true);
+    MemoryStore& dst = Dst(cross);
+
+    // The journal entry as Move writes it, then the stores as the process
+    // left them when it died.
+    MoveRow row;
+    row.kind = cross ? MoveKind::CrossStore : MoveKind::SameStore;
+    row.srcStore = m_a.StoreId();
+    row.srcFolder = m_a.InboxId();
+    row.srcId = id;
+    row.dstStore = dst.StoreId();
+    row.dstFolder = DstFolder(cross);
+    row.dstMark = *dst.ArrivalMark(row.dstFolder);
+    row.fingerprint = m_a.Fingerprints({id})->at(0);
+    if (cross) row.fingerprint.uniqueName = StoreMover::NewUniqueName();
+    row.flagCleared = flagCleared;
+    std::vector<MoveRow> rows{row};
+    ASSERT_TRUE(m_journal->Intend(rows).ok());
+    if (flagCleared) {
+        ASSERT_TRUE(m_a.SetFlagStatus(id, 0).ok());
+    }
+    if (c.copy) {
+        mapi::NewMessage copy = m_a.Export({id})->at(0);
+        copy.uniqueName = row.fingerprint.uniqueName;
+        ASSERT_TRUE(dst.Append(row.dstFolder, copy).ok());
+    }
+    if (c.original == Original::Deleted) {
+        ASSERT_TRUE(m_a.SetDeleted(id, true).ok());
+    }
+    if (c.original == Original::Absent) {
+        ASSERT_TRUE(m_a.Remove({id}).ok());
+    }
+
+    for (int pass = 0; pass < 2; ++pass) {  // a second recovery changes nothing
+        Reopen();
+        ASSERT_TRUE(m_mover->Recover().ok());
+        EXPECT_EQ(Open(), 0);
+        EXPECT_EQ(m_journal->RowsOfRun(0)->at(0).state, c.expected);
+        const QStringList here = m_a.SubjectsIn(m_a.InboxId());
+        const QStringList there = dst.SubjectsIn(row.dstFolder);
+        EXPECT_EQ(there, c.copy ? QStringList{"m"} : QStringList{});
+        EXPECT_EQ(here, c.expected == MoveState::RolledBack ? QStringList{"m"} : QStringList{});
+        if (c.expected == MoveState::RolledBack) {
+            EXPECT_TRUE(Completed(m_a, m_a.InboxId(), QStringLiteral("m")));
+        }
+    }
+}
+
+const RecoveryCase kRecovery[] = {
+    {"CopyAndOriginal", true, Original::Present, MoveState::Moved},
+    {"CopyAndDeletedOriginal", true, Original::Deleted, MoveState::Moved},
+    {"CopyOnly", true, Original::Absent, MoveState::Moved},
+    {"OriginalOnly", false, Original::Present, MoveState::RolledBack},
+    {"DeletedOriginalOnly", false, Original::Deleted, MoveState::RolledBack},
+    {"Neither", false, Original::Absent, MoveState::Vanished},
+};
+
+INSTANTIATE_TEST_SUITE_P(Table, RecoveryTest,
+                         ::testing::Combine(::testing::ValuesIn(kRecovery), ::testing::Bool(), ::testing::Bool()),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param).name) +
+                                    (std::get<1>(info.param) ? "_FlagCleared" : "_FlagKept") +
+                                    (std::get<2>(info.param) ? "_CrossStore" : "_SameStore");
+                         });
+
+// --- whole batches ------------------------------------------------------------
+
+TEST_F(MoverTest, CrossStoreBatchMovesKeepsFlagsAndNamesTheCopies)
+{
+    std::vector<StoreMover::Entry> entries = Batch();
+    ASSERT_TRUE(m_a.Remove({entries[1].id}).ok());  // another program took m1 meanwhile
+    const StoreMover::Outcome out = Move(true, entries);
+    ASSERT_TRUE(out.status.ok()) << out.status.error().message.toStdString();
+    EXPECT_EQ(out.states, (std::vector<MoveState>{MoveState::Moved, MoveState::Vanished, MoveState::Moved}));
+    EXPECT_TRUE(m_a.SubjectsIn(m_a.InboxId()).isEmpty());
+    EXPECT_EQ(m_b.SubjectsIn(DstFolder(true)), (QStringList{"m0", "m2"}));
+    EXPECT_FALSE(Completed(m_b, DstFolder(true), QStringLiteral("m0")));
+    EXPECT_TRUE(m_b.Flags(out.newIds[2])->seen);
+
+    const auto rows = *m_journal->RowsOfRun(0);
+    ASSERT_EQ(rows.size(), 3u);
+    for (size_t i : {0u, 2u}) {
+        EXPECT_EQ(rows[i].dstId, out.newIds[i]);
+        EXPECT_EQ(m_b.Fingerprints({out.newIds[i]})->at(0).uniqueName, rows[i].fingerprint.uniqueName);
+        EXPECT_FALSE(rows[i].fingerprint.uniqueName.isEmpty());
+    }
+    EXPECT_EQ(rows[0].subject, QStringLiteral("m0"));
+}
+
+struct FailureCase {
+    const char* name;
+    bool cross;
+    Call call;
+    int nth;
+    int moved;                 // messages in the destination in the end
+    Call alsoFails = Call::Folders;  // a second failure: recovery inside Move fails too
+};
+
+class MidBatchFailureTest : public MoverTest, public ::testing::WithParamInterface<FailureCase> {};
+
+TEST_P(MidBatchFailureTest, LosesNothingAndLeavesNothingTwiceOrDeleted)
+{
+    const FailureCase& c = GetParam();
+    const std::vector<StoreMover::Entry> entries = Batch();
+    m_a.FailAt(c.call, c.nth, Error::temporary(QStringLiteral("connection dropped")));
+    m_b.FailAt(c.call, c.nth, Error::temporary(QStringLiteral("connection dropped")));
+    if (c.alsoFails != Call::Folders) {
+        m_a.FailNext(c.alsoFails, 1, Error::temporary(QStringLiteral("still down")));
+        m_b.FailNext(c.alsoFails, 1, Error::temporary(QStringLiteral("still down")));
+    }
+    const StoreMover::Outcome out = Move(c.cross, entries);
+    EXPECT_FALSE(out.status.ok());
+    EXPECT_EQ(Open(), c.alsoFails != Call::Folders ? 3 : 0);
+    if (c.alsoFails == Call::Folders) {
+        EXPECT_EQ(out.Count(MoveState::Moved), c.moved);
+        EXPECT_EQ(ExpectConsistent(c.cross), c.moved);
+    }
+
+    Reopen();
+    ASSERT_TRUE(m_mover->Recover().ok());
+    EXPECT_EQ(Open(), 0);
+    EXPECT_EQ(ExpectConsistent(c.cross), c.moved);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Injection, MidBatchFailureTest,
+    ::testing::Values(FailureCase{"FlagClearFails", false, Call::SetFlagStatusMany, 1, 0},
+                      FailureCase{"SecondFlagClearFails", true, Call::SetFlagStatus, 2, 0},
+                      FailureCase{"StoreMoveFails", false, Call::MoveMany, 1, 0},
+                      FailureCase{"ExportFails", true, Call::Export, 1, 0},
+                      FailureCase{"SecondAppendFails", true, Call::Append, 2, 1},
+                      FailureCase{"RemoveFails", true, Call::Remove, 1, 3},
+                      FailureCase{"AppendFailsAndLocateToo", true, Call::Append, 3, 2, Call::Locate}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// --- kills ----------------------------------------------------------------------
+
+std::string KillName(const ::testing::TestParamInfo<std::tuple<StoreMover::Step, bool>>& info)
+{
+    static const char* const kNames[] = {"AfterIntend", "AfterFlags", "AfterCopy", "AfterRemove"};
+    return std::string(kNames[static_cast<int>(std::get<0>(info.param))]) +
+           (std::get<1>(info.param) ? "_CrossStore" : "_SameStore");
+}
+
+class KillTest : public MoverTest,
+                 public ::testing::WithParamInterface<std::tuple<StoreMover::Step, bool /*cross*/>> {};
+
+TEST_P(KillTest, NextProcessSettlesTheBatch)
+{
+    const auto& [step, cross] = GetParam();
+    const std::vector<StoreMover::Entry> entries = Batch();
+    m_mover->SetInterruption([step = step](StoreMover::Step at) { return at == step; });
+    EXPECT_FALSE(Move(cross, entries).status.ok());
+    EXPECT_EQ(Open(), 3);
+
+    const bool copied = step == StoreMover::Step::Copied || step == StoreMover::Step::Removed;
+    for (int pass = 0; pass < 2; ++pass) {
+        Reopen();
+        ASSERT_TRUE(m_mover->Recover().ok());
+        EXPECT_EQ(Open(), 0);
+        EXPECT_EQ(ExpectConsistent(cross), copied ? 3 : 0);
+    }
+    const std::vector<MoveRow> rows = *m_journal->RowsOfRun(0);
+    for (const MoveRow& r : rows)
+        EXPECT_EQ(r.state, copied ? MoveState::Moved : MoveState::RolledBack);
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, KillTest,
+                         ::testing::Combine(::testing::Values(StoreMover::Step::Intended, StoreMover::Step::FlagsCleared,
+                                                              StoreMover::Step::Copied, StoreMover::Step::Removed),
+                                            ::testing::Bool()),
+                         KillName);
+
+}  // namespace
