@@ -288,6 +288,8 @@ class World:
         self.stores = {src_store, dst_store}
         self.mailboxes = {}
         self.dovecot = None
+        # Dovecot's auth and mail users must reach the server's folder inside.
+        os.chmod(base, 0o755)
         profile = ""
         if "Local" in self.stores:
             root = os.path.join(base, "local", "Mail")
@@ -299,6 +301,7 @@ class World:
             dv_root = os.path.join(base, "dovecot")
             os.makedirs(dv_root)
             self.dovecot = Dovecot(dv_root, hide)
+            make_folder(self.dovecot.maildir, "Archive")
             self.mailboxes["Server"] = Mailbox(self.dovecot.maildir, self.dovecot)
         self.profile_text = profile
         for sub in ("data", "config/Mailvane", "cache"):
