@@ -348,12 +348,11 @@ class World:
         if code != 0:
             raise RuntimeError("mailvane folders failed (%d): %s" % (code, err))
         folders, stores, current = {}, {}, None
-        order = [s for s in ("Local", "Server") if s in self.stores]
         for line in out.splitlines():
             m = re.match(r"^(.*)  store ([0-9A-F]+)$", line)
             if m:
-                name = m.group(1).strip()
-                current = name if name in order else order[len(stores)]
+                # The Maildir store is shown by its section's name, the server by user@host.
+                current = "Local" if m.group(1).strip() == "Local" else "Server"
                 stores[current] = m.group(2)
                 continue
             m = re.match(r"^  ([0-9A-F]+)  (.*?)(  \(.*\))?$", line)

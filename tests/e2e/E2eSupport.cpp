@@ -187,7 +187,8 @@ QList<StoredMail> World::Contents(Side side) const
     QList<StoredMail> out;
     const QString root = Root(side);
     QStringList folders{QString()};
-    for (const QString& name : QDir(root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::NoDotAndDotDot))
+    for (const QString& name :
+         QDir(root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot))
         folders << name.mid(1).replace(QLatin1Char('.'), QLatin1Char('/'));
     for (const QString& folder : folders) {
         const QString dir = FolderDirOf(root, folder);
@@ -303,7 +304,8 @@ QHash<QString, QString> World::FolderIds(QString* storeId) const
 
 FolderRef World::Folder(Side side, const QString& path) const
 {
-    const QString section = side == Side::Local ? QStringLiteral("Local") : QStringLiteral("Server");
+    // The Maildir store is shown by its section's name, the server by user@host.
+    const QString local = QStringLiteral("Local");
     const Result r = Run({QStringLiteral("folders")});
     static const QRegularExpression kStore(QStringLiteral("^(.*)  store ([0-9A-F]+)$"));
     static const QRegularExpression kFolder(QStringLiteral("^  ([0-9A-F]+)  (.*?)(  \\(.*\\))?$"));
@@ -312,7 +314,7 @@ FolderRef World::Folder(Side side, const QString& path) const
     bool inStore = false;
     for (const QString& line : r.out.split(QLatin1Char('\n'))) {
         if (auto s = kStore.match(line); s.hasMatch()) {
-            inStore = s.captured(1).trimmed() == section;
+            inStore = (s.captured(1).trimmed() == local) == (side == Side::Local);
             if (inStore) ref.storeId = s.captured(2);
         } else if (auto m = kFolder.match(line); m.hasMatch() && inStore) {
             if (m.captured(2) == path || (inbox && m.captured(2).compare(path, Qt::CaseInsensitive) == 0))

@@ -53,6 +53,8 @@ QString Where(Side side, const QString& folder)
            (inbox ? QStringLiteral("INBOX") : folder);
 }
 
+void PrintTo(const KillPath& path, std::ostream* os) { *os << path.name; }
+
 class KillTest : public ::testing::TestWithParam<KillPath> {
 protected:
     // The faults, one a line; empty when there is none. A completed message
@@ -148,7 +150,8 @@ TEST_P(KillTest, NoMessageLostOrDuplicated)
 
     const FolderRef src = world.Folder(path.srcSide, path.srcFolder);
     const FolderRef dst = world.Folder(path.dstSide, path.dstFolder);
-    ASSERT_FALSE(src.entryId.isEmpty() || dst.entryId.isEmpty()) << "folders not listed";
+    ASSERT_FALSE(src.entryId.isEmpty() || dst.entryId.isEmpty())
+        << "folders not listed: " << world.Run({QStringLiteral("folders")}).out.toStdString();
     const QHash<QString, QString> bulk{{QStringLiteral("FromAddress"), QStringLiteral("bulk@kill.test")}};
     // "Older than a day" (MsgAgeID 5): run by `run` but not by `run --quarter`.
     const QHash<QString, QString> done{{QStringLiteral("FromAddress"), QStringLiteral("done@kill.test")},
@@ -161,14 +164,15 @@ TEST_P(KillTest, NoMessageLostOrDuplicated)
 
     auto settle = [&](const QStringList& args, bool doneMoved) {
         const Result r = world.Run(QStringList{QStringLiteral("--yes"), QStringLiteral("run")} + args);
-        return r.code != 0 ? QStringLiteral("the settling run exited %1: %2").arg(r.code).arg(r.err)
-                           : Faults(world, doneMoved);
+        return (r.code != 0 ? QStringLiteral("the settling run exited %1: %2").arg(r.code).arg(r.err)
+                            : Faults(world, doneMoved))
+            .toStdString();
     };
 
     // A whole run of the bulk sets the range of the kill moments.
     QElapsedTimer timer;
     timer.start();
-    ASSERT_EQ(settle({QStringLiteral("--quarter")}, false), QString());
+    ASSERT_EQ(settle({QStringLiteral("--quarter")}, false), std::string());
     const int runMs = static_cast<int>(timer.elapsed());
 
     QRandomGenerator rng(20261124);
@@ -185,13 +189,14 @@ TEST_P(KillTest, NoMessageLostOrDuplicated)
             ++killedMidway;
         }
         p.waitForFinished();
-        if ((trial + 1) % kSettleEvery == 0)
-            ASSERT_EQ(settle({QStringLiteral("--quarter")}, false), QString())
+        if ((trial + 1) % kSettleEvery == 0) {
+            ASSERT_EQ(settle({QStringLiteral("--quarter")}, false), std::string())
                 << "after trial " << trial << ", the last killed after " << delay << " ms";
+        }
     }
     EXPECT_GT(killedMidway, kTrials / 2) << "most trials should end in a kill";
     // The completed mail moves too, and loses its flag.
-    EXPECT_EQ(settle({}, true), QString());
+    EXPECT_EQ(settle({}, true), std::string());
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, KillTest, ::testing::ValuesIn(kPaths),
