@@ -51,6 +51,15 @@ QString MessageIdOf(const QString& path)
     return s.hasMatch() ? QStringLiteral("subject:") + s.captured(1) : QString();
 }
 
+// "" for the INBOX, then every folder of the Maildir++ tree by path.
+QStringList FolderPaths(const QString& root)
+{
+    QStringList paths{QString()};
+    for (QString name : QDir(root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot))
+        paths << name.mid(1).replace(QLatin1Char('.'), QLatin1Char('/'));
+    return paths;
+}
+
 QString FolderDirOf(const QString& root, const QString& path)
 {
     if (path.isEmpty() || path.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0) return root;
@@ -68,10 +77,7 @@ QStringList MessageFiles(const QString& dir)
 
 }  // namespace
 
-World::World(Backend backend) : World(WorldSpec{backend == Backend::Maildir, backend == Backend::Imap, {}})
-{
-    m_backend = backend;
-}
+World::World(Backend backend) : World(WorldSpec{backend == Backend::Maildir, backend == Backend::Imap, {}}) {}
 
 World::World(WorldSpec spec) : m_backend(spec.local ? Backend::Maildir : Backend::Imap), m_spec(std::move(spec)) {}
 World::~World() = default;
@@ -186,11 +192,7 @@ QList<StoredMail> World::Contents(Side side) const
 {
     QList<StoredMail> out;
     const QString root = Root(side);
-    QStringList folders{QString()};
-    for (const QString& name :
-         QDir(root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot))
-        folders << name.mid(1).replace(QLatin1Char('.'), QLatin1Char('/'));
-    for (const QString& folder : folders) {
+    for (const QString& folder : FolderPaths(root)) {
         const QString dir = FolderDirOf(root, folder);
         const QStringList names = ReadKeywordFile(dir);
         for (const char* sub : {"/cur", "/new", "/tmp"}) {
@@ -215,11 +217,7 @@ QList<StoredMail> World::Contents(Side side) const
 QHash<QString, QStringList> World::AllIds() const
 {
     QHash<QString, QStringList> out;
-    out.insert(QString(), Ids(QString()));
-    for (const QString& name : QDir(m_root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString path = name.mid(1).replace(QLatin1Char('.'), QLatin1Char('/'));
-        out.insert(path, Ids(path));
-    }
+    for (const QString& path : FolderPaths(m_root)) out.insert(path, Ids(path));
     return out;
 }
 

@@ -23,9 +23,9 @@
 namespace mv::e2e {
 namespace {
 
-constexpr int kBulk = 60;
-constexpr int kTrials = 12;
-constexpr int kSettleEvery = 4;
+constexpr int kBulk = 40;
+constexpr int kTrials = 10;
+constexpr int kSettleEvery = 5;
 const QString kCompleted = QStringLiteral("$Completed");
 
 struct KillPath {
