@@ -327,8 +327,12 @@ class World:
         env.update(HOME=self.base, XDG_DATA_HOME=os.path.join(self.base, "data"),
                    XDG_CONFIG_HOME=os.path.join(self.base, "config"),
                    XDG_CACHE_HOME=os.path.join(self.base, "cache"),
-                   MAILVANE_INSTALL_DIR=os.path.dirname(os.path.dirname(self.program)),
                    ASAN_OPTIONS="detect_leaks=0")
+        # A build tree holds the blank database two levels up; an installed
+        # program finds its own.
+        build = os.path.dirname(os.path.dirname(self.program))
+        if os.path.exists(os.path.join(build, "Database", "_mvblank.mdb")):
+            env["MAILVANE_INSTALL_DIR"] = build
         return env
 
     def args(self, *rest):
