@@ -41,9 +41,29 @@ QString MessageIdOf(const QString& path)
     if (!f.open(QIODevice::ReadOnly)) return {};
     static const QRegularExpression kId(QStringLiteral("^Message-ID:\\s*<([^>]*)>"),
                                         QRegularExpression::CaseInsensitiveOption | QRegularExpression::MultilineOption);
+    static const QRegularExpression kSubject(QStringLiteral("^Subject:\\s*(.*?)\\r?$"),
+                                             QRegularExpression::CaseInsensitiveOption |
+                                                 QRegularExpression::MultilineOption);
     const QString head = QString::fromUtf8(f.read(8192));
-    const auto m = kId.match(head);
-    return m.hasMatch() ? m.captured(1) : QString();
+    if (const auto m = kId.match(head); m.hasMatch()) return m.captured(1);
+    // A message without Message-ID is known by its Subject.
+    const auto s = kSubject.match(head);
+    return s.hasMatch() ? QStringLiteral("subject:") + s.captured(1) : QString();
+}
+
+// "" for the INBOX, then every folder of the Maildir++ tree by path.
+QStringList FolderPaths(const QString& root)
+{
+    QStringList paths{QString()};
+    for (QString name : QDir(root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot))
+        paths << name.mid(1).replace(QLatin1Char('.'), QLatin1Char('/'));
+    return paths;
+}
+
+QString FolderDirOf(const QString& root, const QString& path)
+{
+    if (path.isEmpty() || path.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0) return root;
+    return root + QStringLiteral("/.") + QString(path).replace(QLatin1Char('/'), QLatin1Char('.'));
 }
 
 QStringList MessageFiles(const QString& dir)
@@ -57,7 +77,9 @@ QStringList MessageFiles(const QString& dir)
 
 }  // namespace
 
-World::World(Backend backend) : m_backend(backend) {}
+World::World(Backend backend) : World(WorldSpec{backend == Backend::Maildir, backend == Backend::Imap, {}}) {}
+
+World::World(WorldSpec spec) : m_backend(spec.local ? Backend::Maildir : Backend::Imap), m_spec(std::move(spec)) {}
 World::~World() = default;
 
 bool World::Start(QString* error, bool* skip)
@@ -68,24 +90,28 @@ bool World::Start(QString* error, bool* skip)
         return false;
     }
     QString profile;
-    if (m_backend == Backend::Maildir) {
-        m_root = m_dir.filePath(QStringLiteral("Mail"));
-        for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(m_root + QLatin1String(sub));
-        profile = QStringLiteral("[Local]\ntype=maildir\npath=%1\naddress=bob@example.org\n").arg(m_root);
-    } else {
+    if (m_spec.local) {
+        m_localRoot = m_dir.filePath(QStringLiteral("Mail"));
+        for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(m_localRoot + QLatin1String(sub));
+        profile += QStringLiteral("[Local]\ntype=maildir\npath=%1\naddress=bob@example.org\n").arg(m_localRoot);
+    }
+    if (m_spec.server) {
         if (!test::DovecotServer::Available()) {
             *skip = true;
             *error = QStringLiteral("Dovecot is not installed");
             return false;
         }
-        m_dovecot = std::make_unique<test::DovecotServer>();
-        m_root = m_dovecot->MaildirPath();
-        for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(m_root + QLatin1String(sub));
+        test::DovecotOptions options;
+        options.hideCapabilities = m_spec.hideCapabilities;
+        m_dovecot = std::make_unique<test::DovecotServer>(options);
+        m_serverRoot = m_dovecot->MaildirPath();
+        for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(m_serverRoot + QLatin1String(sub));
         if (!m_dovecot->Start(error)) return false;
-        profile = QStringLiteral("[Server]\ntype=imap\nhost=127.0.0.1\nport=%1\ntls=none\nuser=%2\npassword=%3\n")
-                      .arg(m_dovecot->Port())
-                      .arg(test::DovecotServer::User(), test::DovecotServer::Password());
+        profile += QStringLiteral("[Server]\ntype=imap\nhost=127.0.0.1\nport=%1\ntls=none\nuser=%2\npassword=%3\n")
+                       .arg(m_dovecot->Port())
+                       .arg(test::DovecotServer::User(), test::DovecotServer::Password());
     }
+    m_root = Root(DefaultSide());
     QDir().mkpath(m_dir.filePath(QStringLiteral("config/Mailvane")));
     QFile f(m_dir.filePath(QStringLiteral("profile.ini")));
     // Owner only, as the program demands of a profile holding a password.
@@ -97,26 +123,26 @@ bool World::Start(QString* error, bool* skip)
     return true;
 }
 
-QString World::FolderDir(const QString& path) const
-{
-    if (path.isEmpty() || path.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0) return m_root;
-    return m_root + QStringLiteral("/.") + QString(path).replace(QLatin1Char('/'), QLatin1Char('.'));
-}
+QString World::FolderDir(const QString& path) const { return FolderDir(DefaultSide(), path); }
+void World::CreateFolder(const QString& path) { CreateFolder(DefaultSide(), path); }
+void World::Write(const QString& folder, const Mail& mail) { Write(DefaultSide(), folder, mail); }
 
-void World::CreateFolder(const QString& path)
+QString World::FolderDir(Side side, const QString& path) const { return FolderDirOf(Root(side), path); }
+
+void World::CreateFolder(Side side, const QString& path)
 {
-    const QString dir = FolderDir(path);
+    const QString dir = FolderDir(side, path);
     for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(dir + QLatin1String(sub));
     QFile(dir + QStringLiteral("/maildirfolder")).open(QIODevice::WriteOnly);
     HandOver();
 }
 
-void World::Write(const QString& folder, const Mail& mail)
+void World::Write(Side side, const QString& folder, const Mail& mail)
 {
     static int seq = 0;
     const QDateTime when = QDateTime::currentDateTimeUtc().addSecs(mail.ageDays ? -86400LL * mail.ageDays : -3600);
     QString letters = mail.flags;
-    const QString dir = FolderDir(folder);
+    const QString dir = FolderDir(side, folder);
     for (const QString& keyword : mail.keywords) {
         QStringList names = ReadKeywordFile(dir);
         int index = static_cast<int>(names.indexOf(keyword));
@@ -131,18 +157,22 @@ void World::Write(const QString& folder, const Mail& mail)
     std::sort(letters.begin(), letters.end());
     const QString name = QStringLiteral("%1.M%2P%3.e2e:2,%4")
                              .arg(when.toSecsSinceEpoch()).arg(++seq).arg(QCoreApplication::applicationPid()).arg(letters);
-    const QString path = dir + QStringLiteral("/cur/") + name;
     QByteArray text = "From: " + mail.from.toUtf8() + "\r\nTo: " + mail.to.toUtf8() + "\r\n";
     if (!mail.cc.isEmpty()) text += "Cc: " + mail.cc.toUtf8() + "\r\n";
-    text += "Subject: " + mail.subject.toUtf8() + "\r\nMessage-ID: <" + mail.id.toUtf8() + ">\r\n";
+    text += "Subject: " + mail.subject.toUtf8() + "\r\n";
+    if (!mail.noMessageId) text += "Message-ID: <" + mail.id.toUtf8() + ">\r\n";
     text += "Date: " + when.toString(Qt::RFC2822Date).toUtf8() + "\r\n" + mail.extraHeaders.toUtf8();
     text += "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n" + mail.body.toUtf8() + "\r\n";
-    QFile f(path);
+    // Written in tmp/ and renamed into cur/, so that a store reading the
+    // folder meanwhile never sees half a message.
+    const QString staged = dir + QStringLiteral("/tmp/") + name;
+    QFile f(staged);
     f.open(QIODevice::WriteOnly);
     f.write(text);
     f.close();
     struct utimbuf times {when.toSecsSinceEpoch(), when.toSecsSinceEpoch()};
-    ::utime(QFile::encodeName(path).constData(), &times);
+    ::utime(QFile::encodeName(staged).constData(), &times);
+    QFile::rename(staged, dir + QStringLiteral("/cur/") + name);
 }
 
 void World::HandOver() const
@@ -150,22 +180,46 @@ void World::HandOver() const
     if (m_dovecot) m_dovecot->HandMailToMailUser();
 }
 
-QStringList World::Ids(const QString& folder) const
+QStringList World::Ids(const QString& folder) const { return Ids(DefaultSide(), folder); }
+
+QStringList World::Ids(Side side, const QString& folder) const
 {
     QStringList ids;
-    for (const QString& f : MessageFiles(FolderDir(folder))) ids << MessageIdOf(f);
+    for (const QString& f : MessageFiles(FolderDir(side, folder))) ids << MessageIdOf(f);
     ids.sort();
     return ids;
+}
+
+QList<StoredMail> World::Contents(Side side) const
+{
+    QList<StoredMail> out;
+    const QString root = Root(side);
+    for (const QString& folder : FolderPaths(root)) {
+        const QString dir = FolderDirOf(root, folder);
+        const QStringList names = ReadKeywordFile(dir);
+        for (const char* sub : {"/cur", "/new", "/tmp"}) {
+            for (const QString& file : QDir(dir + QLatin1String(sub)).entryList(QDir::Files)) {
+                StoredMail m;
+                m.folder = folder;
+                m.id = MessageIdOf(dir + QLatin1String(sub) + QLatin1Char('/') + file);
+                m.inTmp = QLatin1String(sub) == QLatin1String("/tmp");
+                const qsizetype info = file.lastIndexOf(QStringLiteral(":2,"));
+                for (const QChar c : info < 0 ? QString() : file.mid(info + 3)) {
+                    if (c.isUpper()) m.flags += c;
+                    else if (c >= QLatin1Char('a') && c <= QLatin1Char('z') && c.unicode() - 'a' < names.size())
+                        m.keywords << names.at(c.unicode() - 'a');
+                }
+                out << m;
+            }
+        }
+    }
+    return out;
 }
 
 QHash<QString, QStringList> World::AllIds() const
 {
     QHash<QString, QStringList> out;
-    out.insert(QString(), Ids(QString()));
-    for (const QString& name : QDir(m_root).entryList({QStringLiteral(".*")}, QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString path = name.mid(1).replace(QLatin1Char('.'), QLatin1Char('/'));
-        out.insert(path, Ids(path));
-    }
+    for (const QString& path : FolderPaths(m_root)) out.insert(path, Ids(path));
     return out;
 }
 
@@ -248,6 +302,28 @@ QHash<QString, QString> World::FolderIds(QString* storeId) const
     return out;
 }
 
+FolderRef World::Folder(Side side, const QString& path) const
+{
+    // The Maildir store is shown by its section's name, the server by user@host.
+    const QString local = QStringLiteral("Local");
+    const Result r = Run({QStringLiteral("folders")});
+    static const QRegularExpression kStore(QStringLiteral("^(.*)  store ([0-9A-F]+)$"));
+    static const QRegularExpression kFolder(QStringLiteral("^  ([0-9A-F]+)  (.*?)(  \\(.*\\))?$"));
+    const bool inbox = path.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0;
+    FolderRef ref;
+    bool inStore = false;
+    for (const QString& line : r.out.split(QLatin1Char('\n'))) {
+        if (auto s = kStore.match(line); s.hasMatch()) {
+            inStore = (s.captured(1).trimmed() == local) == (side == Side::Local);
+            if (inStore) ref.storeId = s.captured(2);
+        } else if (auto m = kFolder.match(line); m.hasMatch() && inStore) {
+            if (m.captured(2) == path || (inbox && m.captured(2).compare(path, Qt::CaseInsensitive) == 0))
+                ref.entryId = m.captured(1);
+        }
+    }
+    return ref;
+}
+
 QByteArray World::RulesXml(const QStringList& rows)
 {
     QFile sample(QStringLiteral(MV_SOURCE_DIR "/resources/rules/sample-rules.xml"));
@@ -272,7 +348,7 @@ bool World::Import(const QStringList& rows, QString* error) const
     return r.code == 0;
 }
 
-QString RuleRow(int sortId, const RuleDef& rule, const QHash<QString, QString>& folderIds, const QString& storeId)
+QString RuleRow(int sortId, const RuleDef& rule, const FolderRef& src, const FolderRef& dst)
 {
     QHash<QString, QString> a{{QStringLiteral("FromAddress"), {}}, {QStringLiteral("ToAddress"), {}},
                               {QStringLiteral("CcAddress"), {}},   {QStringLiteral("Subject"), {}},
@@ -282,19 +358,24 @@ QString RuleRow(int sortId, const RuleDef& rule, const QHash<QString, QString>& 
                               {QStringLiteral("MsgAgeID"), QStringLiteral("13")},
                               {QStringLiteral("LastVerb"), QStringLiteral("0")}};
     for (auto it = rule.criteria.cbegin(); it != rule.criteria.cend(); ++it) a.insert(it.key(), it.value());
-    // The INBOX is "Inbox" in a Maildir and "INBOX" on a server.
-    auto folder = [&folderIds](const QString& path) {
-        if (path.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0)
-            return folderIds.value(QStringLiteral("Inbox"), folderIds.value(QStringLiteral("INBOX")));
-        return folderIds.value(path);
-    };
     QString row = QStringLiteral("RuleID='%1' RuleName='%2' SortID='%1' Active='%3' SrcEntryID='%4' SrcStoreID='%5' "
-                                 "DstEntryID='%6' DstStoreID='%5'")
+                                 "DstEntryID='%6' DstStoreID='%7'")
                       .arg(sortId)
-                      .arg(Escape(rule.name), rule.active ? QStringLiteral("-1") : QStringLiteral("0"),
-                           folder(rule.src), storeId, folder(rule.dst));
+                      .arg(Escape(rule.name), rule.active ? QStringLiteral("-1") : QStringLiteral("0"), src.entryId,
+                           src.storeId, dst.entryId, dst.storeId);
     for (auto it = a.cbegin(); it != a.cend(); ++it) row += QStringLiteral(" %1='%2'").arg(it.key(), Escape(it.value()));
     return row;
+}
+
+QString RuleRow(int sortId, const RuleDef& rule, const QHash<QString, QString>& folderIds, const QString& storeId)
+{
+    // The INBOX is "Inbox" in a Maildir and "INBOX" on a server.
+    auto folder = [&folderIds, &storeId](const QString& path) {
+        if (path.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0)
+            return FolderRef{folderIds.value(QStringLiteral("Inbox"), folderIds.value(QStringLiteral("INBOX"))), storeId};
+        return FolderRef{folderIds.value(path), storeId};
+    };
+    return RuleRow(sortId, rule, folder(rule.src), folder(rule.dst));
 }
 
 }  // namespace mv::e2e

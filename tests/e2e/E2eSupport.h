@@ -8,6 +8,7 @@
 
 #include <QDateTime>
 #include <QHash>
+#include <QList>
 #include <QProcessEnvironment>
 #include <QSet>
 #include <QString>
@@ -25,6 +26,31 @@ namespace mv::e2e {
 
 enum class Backend { Maildir, Imap };
 
+// The two stores a world can hold: the profile's [Local] Maildir in the
+// temporary folder and its [Server], the private Dovecot.
+enum class Side { Local, Server };
+
+// A world with both stores, or a Dovecot that hides capabilities.
+struct WorldSpec {
+    bool local = false;
+    bool server = false;
+    QStringList hideCapabilities;  // left out of the server's CAPABILITY, e.g. "MOVE"
+};
+
+// One message file as a store holds it.
+struct StoredMail {
+    QString folder;         // "" for the INBOX
+    QString id;             // Message-ID, else "subject:" + Subject
+    QString flags;          // Maildir info letters in upper case ("S", "T" for \Deleted)
+    QStringList keywords;   // keyword names
+    bool inTmp = false;     // a file in tmp/: a delivery never finished
+};
+
+// A folder of one store as rules name it.
+struct FolderRef {
+    QString entryId, storeId;  // hexadecimal, from `mailvane folders`
+};
+
 struct Result {
     int code = -1;
     QString out, err;
@@ -33,6 +59,7 @@ struct Result {
 // One message written straight into a Maildir folder.
 struct Mail {
     QString id;              // Message-ID without <>, also the subject's tag
+    bool noMessageId = false;  // write no Message-ID: Ids() then lists "subject:" + subject
     QString subject;
     QString from = QStringLiteral("Alice <alice@example.com>");
     QString to = QStringLiteral("Bob <bob@example.org>");
@@ -47,6 +74,7 @@ struct Mail {
 class World {
 public:
     explicit World(Backend backend);
+    explicit World(WorldSpec spec);  // the first store named is the default one
     ~World();
     // False (with the reason in `error`) when the world cannot be built; an
     // unavailable Dovecot gives `skip`.
@@ -62,6 +90,16 @@ public:
     QHash<QString, QStringList> AllIds() const;
     // Keyword names set on the message `id` in `folder`.
     QStringList Keywords(const QString& folder, const QString& id) const;
+    // The same for one store of a two-store world.
+    QString FolderDir(Side side, const QString& path) const;
+    void CreateFolder(Side side, const QString& path);
+    void Write(Side side, const QString& folder, const Mail& mail);
+    QStringList Ids(Side side, const QString& folder) const;
+    // Every message file of the store, tmp/ and \Deleted ones included.
+    QList<StoredMail> Contents(Side side) const;
+    // The rules' identifiers of a folder ("Inbox" finds the INBOX of either
+    // store); empty when `mailvane folders` does not list it.
+    FolderRef Folder(Side side, const QString& path) const;
     // Gives freshly written files to the mail server's user.
     void HandOver() const;
 
@@ -80,9 +118,14 @@ public:
     Backend backend() const { return m_backend; }
 
 private:
+    QString Root(Side side) const { return side == Side::Local ? m_localRoot : m_serverRoot; }
+    Side DefaultSide() const { return m_spec.local ? Side::Local : Side::Server; }
+
     Backend m_backend;
+    WorldSpec m_spec;
     QTemporaryDir m_dir;
     QString m_root;
+    QString m_localRoot, m_serverRoot;
     std::unique_ptr<test::DovecotServer> m_dovecot;
 };
 
@@ -96,5 +139,7 @@ struct RuleDef {
     QString src = QStringLiteral("Inbox");
 };
 QString RuleRow(int sortId, const RuleDef& rule, const QHash<QString, QString>& folderIds, const QString& storeId);
+// A rule row between folders of any stores; `rule.src` and `rule.dst` are not read.
+QString RuleRow(int sortId, const RuleDef& rule, const FolderRef& src, const FolderRef& dst);
 
 }  // namespace mv::e2e
