@@ -45,7 +45,7 @@ NewMessage Mail(const QDateTime& date, const char* headers, const char* body, Me
     raw += "Message-ID: <hand" + QByteArray::number(++serial) + "@mailvane.test>\r\n";
     raw += "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=UTF-8\r\nContent-Transfer-Encoding: 8bit\r\n\r\n";
     raw += QByteArray(body).replace("\n", "\r\n") + "\r\n";
-    return NewMessage{raw, std::move(flags), date};
+    return NewMessage{raw, std::move(flags), date, {}};
 }
 
 // The engine's shapes: several words ANDed, several address terms ORed,

@@ -18,7 +18,7 @@ NewMessage Mail(const QString& subject, QDateTime date = {}, MessageFlags flags 
 {
     const QByteArray raw = "From: Ann <ann@example.com>\r\nTo: Bo <bo@example.com>\r\nSubject: " + subject.toUtf8()
                          + "\r\n\r\nHello.\r\n";
-    return NewMessage{raw, std::move(flags), std::move(date)};
+    return NewMessage{raw, std::move(flags), std::move(date), {}};
 }
 
 class MemoryStoreTest : public ::testing::Test {
