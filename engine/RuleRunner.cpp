@@ -156,6 +156,15 @@ bool RuleRunner::OpenJournalRun(const QString& driver, JournalRun& run, RunRepor
     return true;
 }
 
+Status RuleRunner::RecoverMoves()
+{
+    auto mover = m_exec.Mover();
+    if (!mover) return mover.error();
+    auto lock = (*mover)->Journal().LockRuns(m_options.lockWait);
+    if (!lock) return lock.error();
+    return (*mover)->Recover();
+}
+
 int RunReport::TotalMoved() const
 {
     int n = 0;

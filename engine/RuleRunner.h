@@ -145,6 +145,11 @@ public:
     void SetOptions(RunnerOptions options) { m_options = options; }
     const RunnerOptions& Options() const { return m_options; }
 
+    // Settles what a dead process left in the move journal, under the run
+    // lock, without running a rule: for the service at start. Every driver
+    // run does the same before its first rule.
+    Status RecoverMoves();
+
     RunReport Run15MinuteRules();
     RunReport RunImmediateRules();
     RunReport RunAllRules();

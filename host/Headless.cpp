@@ -22,6 +22,10 @@ bool HeadlessService::Start()
         engine::RunnerOptions options = runner->Options();
         options.unattended = true;
         runner->SetOptions(options);
+        // What a killed process left is settled now, not at the first run.
+        if (Status s = runner->RecoverMoves(); !s)
+            m_runtime.Trail(QStringLiteral("HeadlessService"),
+                            QStringLiteral("Moves left by an earlier process: ") + s.error().message);
     }
     m_runtime.StartApplication();
     // What the add-in's timer form is doing, so the log shows the service

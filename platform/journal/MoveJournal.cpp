@@ -84,7 +84,7 @@ QDateTime FromMillis(qint64 ms) { return ms ? QDateTime::fromMSecsSinceEpoch(ms,
 // One prepared statement; finalized however the caller leaves.
 class Stmt {
 public:
-    Stmt(sqlite3* db, const char* sql) : m_db(db) { m_rc = sqlite3_prepare_v2(db, sql, -1, &m_stmt, nullptr); }
+    Stmt(sqlite3* db, const char* sql) { m_rc = sqlite3_prepare_v2(db, sql, -1, &m_stmt, nullptr); }
     ~Stmt() { sqlite3_finalize(m_stmt); }
     Stmt(const Stmt&) = delete;
     Stmt& operator=(const Stmt&) = delete;
@@ -121,7 +121,6 @@ public:
     }
 
 private:
-    sqlite3* m_db;
     sqlite3_stmt* m_stmt = nullptr;
     int m_rc = SQLITE_OK;
 };

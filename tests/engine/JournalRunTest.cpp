@@ -139,6 +139,9 @@ TEST_F(JournalRunTest, RunThatCannotHaveTheLockDoesNothing)
     EXPECT_TRUE(TakeReports().isEmpty());
     EXPECT_TRUE(Logged("Skipped: "));
     EXPECT_EQ(Subjects("Inbox"), QStringList{"a"});
+    const Status recovery = m_runner->RecoverMoves();
+    ASSERT_FALSE(recovery.ok());
+    EXPECT_EQ(recovery.error().kind, ErrorKind::Temporary);
 }
 
 TEST_F(JournalRunTest, JournalThatCannotBeUsedStopsRunsBeforeAnyMove)
