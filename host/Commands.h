@@ -21,6 +21,7 @@ struct CommandContext {
     Runtime& runtime;
     QStringList args;   // after the command name
     std::FILE* out;     // stdout
+    int answer = 0;     // --yes (vbYes), --no (vbNo) or 0: ask on the terminal
 };
 
 struct Command {
