@@ -276,12 +276,14 @@ int ListRules(CommandContext& ctx)
                         StateWords(*rs)});
     const auto active = std::count_if(list->Rows().begin(), list->Rows().end(), [](const auto& r) { return r.active; });
     PrintLine(ctx.out, QStringLiteral("Rules (%1, %2 active), in run order:").arg(list->Rows().size()).arg(active));
-    PrintLine(ctx.out, QStringLiteral("  pos    id  state     age window            name [read, flag, ... criteria]"));
+    const QString format = QStringLiteral("  %1 %2  %3 %4  %5%6");
+    PrintLine(ctx.out, format.arg(QStringLiteral("pos")).arg(QStringLiteral("id"), 5).arg(QStringLiteral("state"), -8)
+                           .arg(QStringLiteral("age window"), -20).arg(QStringLiteral("name"))
+                           .arg(QStringLiteral(" [other criteria]")));
     int position = 0;
     for (const forms::RuleListRow& row : list->Rows()) {
         const auto d = details.value(row.ruleId);
-        PrintLine(ctx.out, QStringLiteral("  %1 %2  %3 %4  %5%6")
-                               .arg(++position, 3)
+        PrintLine(ctx.out, format.arg(++position, 3)
                                .arg(row.ruleId, 5)
                                .arg(row.active ? QStringLiteral("active") : QStringLiteral("off"), -8)
                                .arg(d.first, -20)
