@@ -154,7 +154,6 @@ int RunFolders(CommandContext& ctx)
     return code;
 }
 
-
 // ---- rules: the list and the Rules Manager's actions ----------------------
 
 // Labels by code; the age labels are the editor's own.
