@@ -17,7 +17,7 @@ CREATE TABLE [Rules] (
   [SrcStoreID] Memo,
   [DstEntryID] Memo,
   [DstStoreID] Memo,
-  [Active] Integer DEFAULT 0,
+  [Active] Integer DEFAULT -1,
   [SortID] Integer,
   [LastVerb] Integer,
   [Message] Memo

@@ -3,6 +3,7 @@
 #include "FormTrap.h"
 
 #include "RuleExportImport.h"
+#include "RuleList.h"
 #include "frmRulePreview.h"
 #include "frmRuleProps.h"
 
@@ -52,10 +53,6 @@ const QString kDuplicate = QStringLiteral(
 QString Text(const QVariant& v)
 {
     return v.isValid() && !v.isNull() ? v.toString() : QString();
-}
-bool IsTrue(const QVariant& v)
-{
-    return v.isValid() && !v.isNull() && v.toInt() != 0;
 }
 
 void AddParameter(ado::Command& cmd, const char* name, int type, long size, const QVariant& value)
@@ -337,22 +334,19 @@ int frmRulesMain::FillRuleList()
         ListView1->header()->setSortIndicatorShown(false);
 
         store::cDB* db = m_ctx.addIn.DB1();
-        std::unique_ptr<ado::Recordset> rs;
-        if (db && db->CreateRS(rs, QStringLiteral("SELECT * From Rules ORDER By SortID")) && rs) {
-            total = db->RecordCount(*rs);
-            for (int i = 1; i <= total; ++i) {
+        RuleList rules;
+        if (db && rules.Load(*db)) {
+            for (const RuleListRow& rule : rules.Rows()) {
                 auto* row = new QTreeWidgetItem(ListView1);
                 row->setFlags(Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsUserCheckable |
                               Qt::ItemIsEditable);
-                row->setText(0, Text(rs->Value(QStringLiteral("RuleName"))));
-                row->setData(0, Qt::UserRole, Text(rs->Value(QStringLiteral("RuleID"))));
-                const bool checked = IsTrue(rs->Value(QStringLiteral("Active")));
-                row->setCheckState(0, checked ? Qt::Checked : Qt::Unchecked);
-                row->setData(0, kCheckedRole, checked);
-                if (checked) ++active;
-                (void)db->MoveDB(store::dbNext, *rs);
+                row->setText(0, rule.name);
+                row->setData(0, Qt::UserRole, QString::number(rule.ruleId));
+                row->setCheckState(0, rule.active ? Qt::Checked : Qt::Unchecked);
+                row->setData(0, kCheckedRole, rule.active);
+                ++total;
+                if (rule.active) ++active;
             }
-            rs->Close();
         }
     });
     lblTotalRules->setText(QString::number(total) + QStringLiteral(" rules total, ") +
@@ -368,14 +362,7 @@ void frmRulesMain::SaveRuleOrder()
         const int count = ListView1->topLevelItemCount();
         for (std::int16_t i = 1; i <= count; ++i) {
             QTreeWidgetItem* row = ListView1->topLevelItem(i - 1);
-            ado::Command cmd;
-            cmd.SetCommandType(ado::adCmdText);
-            cmd.SetCommandText(QStringLiteral("UPDATE [Rules] SET Active=?, SortID=? WHERE [RuleID]=?"));
-            AddParameter(cmd, "Active", ado::adBoolean, 10, row->checkState(0) == Qt::Checked);
-            AddParameter(cmd, "SortID", ado::adInteger, 10, int(i));
-            // Binds by position: the third one is the RuleID.
-            AddParameter(cmd, "SortID", ado::adInteger, 10, int(TagOf(i - 1)));
-            (void)db.ExecuteSQL(QString(), &cmd);
+            (void)RuleList::SaveRow(db, i, row->checkState(0) == Qt::Checked, TagOf(i - 1));
         }
     });
 }
@@ -695,8 +682,7 @@ void frmRulesMain::btnDelete_Click()
             return;
         store::cDB& db = Db();
         for (int position : SelectedPositions())
-            (void)db.ExecuteSQL(QStringLiteral("DELETE FROM [Rules] WHERE RuleID=") +
-                                QString::number(TagOf(position - 1)));
+            (void)RuleList::Delete(db, TagOf(position - 1));
         const int rows = FillRuleList();
         UpdateButtons();
         if (rows > 0 && remembered >= 0) SelectRow(remembered);

@@ -2,8 +2,8 @@
 // The subcommands of the mailvane program, as one table. Each gets the
 // started runtime (the stores and the connected add-in with its database
 // and runner) and its arguments and returns the process exit code
-// (ExitCodes.h). The add-in and the engine do the work; a command only
-// prints.
+// (ExitCodes.h). The add-in, the engine and the Rules Manager's rule list
+// (forms/RuleList.h) do the work; a command parses, prints and asks.
 
 #include <QStringList>
 
@@ -21,6 +21,7 @@ struct CommandContext {
     Runtime& runtime;
     QStringList args;   // after the command name
     std::FILE* out;     // stdout
+    int answer = 0;     // --yes (vbYes), --no (vbNo) or 0: ask on the terminal
 };
 
 struct Command {

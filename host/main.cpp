@@ -17,6 +17,7 @@ struct Parsed {
     mv::host::RuntimeOptions options;
     bool headless = false;
     bool help = false;
+    bool version = false;
     QStringList rest;  // the command and its arguments
     QString error;
 };
@@ -28,6 +29,7 @@ Parsed Parse(const QStringList& args)
         const QString& a = args.at(i);
         if (!p.rest.isEmpty()) p.rest << a;  // after the command, everything is the command's
         else if (a == QLatin1String("--help") || a == QLatin1String("-h")) p.help = true;
+        else if (a == QLatin1String("--version")) p.version = true;
         else if (a == QLatin1String("--headless")) p.headless = true;
         else if (a == QLatin1String("--yes")) p.options.answer = mv::os::vbYes;
         else if (a == QLatin1String("--no")) p.options.answer = mv::os::vbNo;
@@ -46,6 +48,10 @@ int main(int argc, char** argv)
     QStringList args;
     for (int i = 1; i < argc; ++i) args << QString::fromLocal8Bit(argv[i]);
     Parsed p = Parse(args);
+    if (p.version && p.error.isEmpty()) {
+        std::printf("mailvane %d.%d.%d\n", MV_VERSION_MAJOR, MV_VERSION_MINOR, MV_VERSION_PATCH);
+        return kExitOk;
+    }
     // No command and no --headless: the windows. They need a QApplication,
     // the rest a QCoreApplication.
     if (p.error.isEmpty() && !p.help && !p.headless && p.rest.isEmpty())
@@ -81,6 +87,6 @@ int main(int argc, char** argv)
         runtime.Shutdown();
         return kExitOk;
     }
-    CommandContext ctx{runtime, p.rest.mid(1), stdout};
+    CommandContext ctx{runtime, p.rest.mid(1), stdout, p.options.answer};
     return command->run(ctx);
 }

@@ -7,6 +7,7 @@
 
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -196,6 +197,90 @@ INSTANTIATE_TEST_SUITE_P(
                       ErrorCase{"ImportOfMissingFile", {"import", "/nonexistent/rules.xml"}, 1},
                       ErrorCase{"HeadlessWithCommand", {"--headless", "rules"}, 2}),
     [](const auto& info) { return info.param.name; });
+
+// The rules command and the Rules Manager's actions, one step after another on
+// one database: what each step prints, and the run order and states that
+// `rules` lists afterwards.
+struct RulesStep {
+    const char* name;
+    QStringList args;
+    int code;
+    QStringList printed;  // fragments of stdout + stderr
+    const char* order;    // "name:state, ..." in run order afterwards
+};
+
+QString Order(const QString& listing)
+{
+    static const QRegularExpression row(QStringLiteral(R"(^\s+\d+\s+\d+\s+(active|off)\s+.*?\S\s{2,}(.+?)( \[.*\])?$)"));
+    QStringList order;
+    for (const QString& line : listing.split(QLatin1Char('\n'))) {
+        const auto m = row.match(line);
+        if (m.hasMatch()) order << m.captured(2) + u':' + m.captured(1);
+    }
+    return order.join(QStringLiteral(", "));
+}
+
+TEST(CliRules, ListShowEnableDisableMoveDeleteAndVersion)
+{
+    World world(Backend::Maildir);
+    QString error;
+    bool skip = false;
+    ASSERT_TRUE(world.Start(&error, &skip)) << error.toStdString();
+    for (const char* f : {"Archive", "Archive/Old", "Archive/Plain", "Archive/Replies"})
+        world.CreateFolder(QLatin1String(f));
+    world.Write(QString(), M("plain", "A plain one"));
+    QString storeId;
+    const auto ids = world.FolderIds(&storeId);
+    const auto rule = [](const char* name, QHash<QString, QString> criteria, bool active) {
+        return RuleDef{QLatin1String(name), QStringLiteral("Archive/") + QLatin1String(name),
+                       std::move(criteria), active};
+    };
+    const RuleDef defs[] = {
+        rule("Old", {{QStringLiteral("MsgAgeID"), QStringLiteral("7")}, {QStringLiteral("Status"), QStringLiteral("0")},
+                     {QStringLiteral("FlagStatus"), QStringLiteral("2")}}, true),
+        rule("Plain", {{QStringLiteral("Subject"), QStringLiteral("plain")}}, false),
+        rule("Replies", {{QStringLiteral("Importance"), QStringLiteral("2")}, {QStringLiteral("LastVerb"), QStringLiteral("102")}},
+             true),
+    };
+    QStringList rows;
+    for (const RuleDef& d : defs) rows << RuleRow(static_cast<int>(rows.size()) + 1, d, ids, storeId);
+    ASSERT_TRUE(world.Import(rows, &error)) << error.toStdString();
+
+    const QString version = QStringLiteral("mailvane %1.%2.%3\n").arg(MV_VERSION_MAJOR).arg(MV_VERSION_MINOR).arg(MV_VERSION_PATCH);
+    const RulesStep steps[] = {
+        {"List", {"rules"}, 0, {"Older than 1 week", "[Unread, Flagged]", "Any Time", "[High importance, Replied to]"},
+         "Old:active, Plain:off, Replies:active"},
+        {"Show", {"rules", "show", "Old"}, 0,
+         {"Active:       yes", "Position:     1 of 3", ": Inbox\n", ": Archive/Old\n", "Age:          Older than 1 week",
+          "Read state:   Unread", "Flag:         Flagged", "Importance:   Don't Care", "Subject:      Don't Care"},
+         "Old:active, Plain:off, Replies:active"},
+        {"EnableByName", {"rules", "enable", "Plain"}, 0, {"Plain is now active"}, "Old:active, Plain:active, Replies:active"},
+        {"EnabledRuleRuns", {"run"}, 0, {": 1 message(s) moved"}, "Old:active, Plain:active, Replies:active"},
+        {"DisableById", {"rules", "disable", "1"}, 0, {"Old is now off"}, "Old:off, Plain:active, Replies:active"},
+        {"MoveToFirst", {"rules", "move", "Replies", "--to", "1"}, 0, {"Replies is at position 1 of 3"},
+         "Replies:active, Old:off, Plain:active"},
+        {"MoveOutOfRange", {"rules", "move", "Replies", "--to", "4"}, 2, {"from 1 to 3"},
+         "Replies:active, Old:off, Plain:active"},
+        {"DeleteWithoutTerminal", {"rules", "delete", "Plain"}, 2, {"no terminal", "--yes"},
+         "Replies:active, Old:off, Plain:active"},
+        {"DeleteAnsweredNo", {"rules", "delete", "Plain", "--no"}, 0, {"Plain kept"}, "Replies:active, Old:off, Plain:active"},
+        {"DeleteAnsweredYes", {"--yes", "rules", "delete", "Plain"}, 0, {"Plain deleted"}, "Replies:active, Old:off"},
+        {"UnknownAction", {"rules", "rename", "Old"}, 2, {"unknown action"}, "Replies:active, Old:off"},
+        {"NoSuchRule", {"rules", "enable", "Plain"}, 2, {"no rule named"}, "Replies:active, Old:off"},
+        {"Version", {"--version"}, 0, {version}, "Replies:active, Old:off"},
+    };
+    for (const RulesStep& step : steps) {
+        SCOPED_TRACE(step.name);
+        const Result r = world.Run(step.args);
+        EXPECT_EQ(r.code, step.code) << r.err.toStdString();
+        const QString printed = r.out + r.err;
+        for (const QString& p : step.printed) EXPECT_TRUE(printed.contains(p)) << p.toStdString() << "\n" << printed.toStdString();
+        EXPECT_FALSE(printed.contains(storeId)) << "folders are named, not given as identifiers";
+        const Result listing = world.Run({QStringLiteral("rules")});
+        EXPECT_EQ(Order(listing.out), QLatin1String(step.order)) << listing.out.toStdString();
+    }
+    EXPECT_EQ(world.Ids(QStringLiteral("Archive/Plain")), QStringList{QStringLiteral("plain@e2e.test")});
+}
 
 TEST(CliProfile, BadProfileIsExitFiveAndNamesTheKey)
 {

@@ -9,6 +9,7 @@
 
 #include "addin/OutAddIn.h"
 #include "engine/RuleRunner.h"
+#include "platform/ado/Recordset.h"
 #include "platform/os/KnownFolders.h"
 #include "platform/os/MessageBox.h"
 #include "platform/os/Registry.h"
@@ -187,8 +188,10 @@ TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
         ASSERT_TRUE(inbox && archive);
         ASSERT_TRUE(
             rt.AddIn().CreateDefaultRule(QStringLiteral("Read mail"), inbox.get(), archive.get(), 13, 0));
-        // CreateDefaultRule leaves Active at the column default, off; switch it on.
-        ASSERT_TRUE(rt.AddIn().DB1()->ExecuteSQL(QStringLiteral("UPDATE Rules SET Active = -1")));
+        // The insert leaves Active out: the blank database's default makes the rule run.
+        std::unique_ptr<ado::Recordset> rs;
+        ASSERT_TRUE(rt.AddIn().DB1()->CreateRS(rs, QStringLiteral("SELECT Active FROM Rules")));
+        EXPECT_EQ(rs->Value(QStringLiteral("Active")).toInt(), -1);
         rt.AddIn().SetRunOnStart(1);
         ASSERT_TRUE(rt.AddIn().SaveSettings());
     }
