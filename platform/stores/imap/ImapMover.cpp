@@ -80,9 +80,10 @@ mailimap_flag_list* FlagList(const MessageFlags& f)
     if (f.answered) mailimap_flag_list_add(flags, mailimap_flag_new_answered());
     if (f.flagged) mailimap_flag_list_add(flags, mailimap_flag_new_flagged());
     if (f.draft) mailimap_flag_list_add(flags, mailimap_flag_new_draft());
+    if (f.deleted) mailimap_flag_list_add(flags, mailimap_flag_new_deleted());
     for (const QString& k : f.keywords)
         mailimap_flag_list_add(flags, mailimap_flag_new_flag_keyword(strdup(k.toUtf8().constData())));
-    return flags;  // never \Deleted: a message arrives to stay
+    return flags;
 }
 
 }  // namespace
