@@ -177,7 +177,7 @@ int Runtime::Start()
         Err(profile.error().message);
         return kExitProfile;
     }
-    auto stores = StoreSet::Open(*profile);
+    auto stores = StoreSet::Open(*profile, m_log.get());
     if (!stores) {
         Err(stores.error().message);
         return kExitStore;

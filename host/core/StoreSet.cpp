@@ -7,7 +7,7 @@
 
 namespace mv::host {
 
-Result<std::unique_ptr<StoreSet>> StoreSet::Open(const Profile& profile)
+Result<std::unique_ptr<StoreSet>> StoreSet::Open(const Profile& profile, logging::Logger* log)
 {
     auto set = std::make_unique<StoreSet>();
     for (const StoreProfile& p : profile.stores) {
@@ -21,7 +21,9 @@ Result<std::unique_ptr<StoreSet>> StoreSet::Open(const Profile& profile)
             options.ownAddress = p.address;
             set->Add(std::make_unique<stores::maildir::MaildirStore>(p.path, options));
         } else {
-            set->Add(std::make_unique<stores::ImapStore>(p.imap));
+            auto imap = std::make_unique<stores::ImapStore>(p.imap);
+            imap->SetLogger(log);
+            set->Add(std::move(imap));
         }
     }
     return set;

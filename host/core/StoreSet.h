@@ -8,6 +8,10 @@
 #include <memory>
 #include <vector>
 
+namespace mv::logging {
+class Logger;
+}
+
 namespace mv::host {
 
 class StoreSet {
@@ -19,7 +23,9 @@ public:
     // Makes one store per profile section. Opening does not connect: an IMAP
     // server is reached at the first call, so an unreachable one does not
     // stop the others. A Maildir path that is not a folder is an error.
-    static Result<std::unique_ptr<StoreSet>> Open(const Profile& profile);
+    // `log` (may be nullptr, must outlive the stores) hears of failed
+    // connections; it is written from the stores' own threads too.
+    static Result<std::unique_ptr<StoreSet>> Open(const Profile& profile, logging::Logger* log = nullptr);
 
     void Add(std::unique_ptr<mapi::MessageStore> store);
     std::vector<mapi::MessageStore*> Stores() const;
