@@ -313,7 +313,9 @@ class World:
             self.dovecot.start()
             self.profile_text += ("[Server]\ntype=imap\nhost=127.0.0.1\nport=%d\ntls=none\nuser=test\n"
                                   "password=secret\n" % self.dovecot.port)
-        with open(os.path.join(self.base, "profile.ini"), "w") as f:
+        # A profile holding a password must be the user's alone.
+        fd = os.open(os.path.join(self.base, "profile.ini"), os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o600)
+        with os.fdopen(fd, "w") as f:
             f.write(self.profile_text)
 
     def stop(self):
