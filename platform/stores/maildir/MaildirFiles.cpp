@@ -94,11 +94,15 @@ void SyncDir(const QString& dir)
     }
 }
 
-Result<QString> WriteTmp(const QString& folderDir, const QByteArray& bytes, const QDateTime& mtime)
+Result<QString> WriteTmp(const QString& folderDir, const QByteArray& bytes, const QDateTime& mtime,
+                         const QString& name)
 {
-    // A fresh name: a stale file of an interrupted delivery must not block this one.
-    const QString tmp = folderDir + QLatin1String("/tmp/") + MaildirName::NewUnique(QDateTime());
+    // A fresh name unless the caller chose one: a stale file of an
+    // interrupted delivery must not block this one.
+    const QString tmp =
+        folderDir + QLatin1String("/tmp/") + (name.isEmpty() ? MaildirName::NewUnique(QDateTime()) : name);
     const QByteArray tmpName = QFile::encodeName(tmp);
+    if (!name.isEmpty()) ::unlink(tmpName.constData());
     const int fd = ::open(tmpName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) return ErrnoError(QStringLiteral("Cannot create %1").arg(tmp), errno);
     qsizetype written = 0;

@@ -32,7 +32,11 @@ void SyncDir(const QString& dir);
 
 // Writes `bytes` into a fresh file of <folderDir>/tmp/, fsyncs it and sets
 // its mtime to `mtime` (UTC); returns its path. The file is gone on error.
-Result<QString> WriteTmp(const QString& folderDir, const QByteArray& bytes, const QDateTime& mtime);
+// `name` empty: a fresh name. Given (a move's chosen unique name), a stale
+// tmp/ file of that name, left by an interrupted move of the same message,
+// is replaced.
+Result<QString> WriteTmp(const QString& folderDir, const QByteArray& bytes, const QDateTime& mtime,
+                         const QString& name = {});
 // The same with another file's bytes and mtime.
 Result<QString> CopyToTmp(const QString& from, const QString& folderDir);
 

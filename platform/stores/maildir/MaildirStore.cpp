@@ -520,7 +520,8 @@ Result<QByteArray> MaildirStore::AppendOne(const QString& folderPath, const QStr
 
     // Delivery protocol: write into tmp/, fsync, then rename into place, so
     // no reader ever sees half a message.
-    auto tmp = MaildirFiles::WriteTmp(dir, message.rfc822, delivered);
+    // Under the chosen name, so a recovery can clear what a killed append left in tmp/.
+    auto tmp = MaildirFiles::WriteTmp(dir, message.rfc822, delivered, QString::fromUtf8(message.uniqueName));
     if (!tmp) return tmp.error();
     auto relName = RenameInto(*tmp, dir, name,
                               message.uniqueName.isEmpty() ? OnCollision::FreshName : OnCollision::Refuse,
@@ -696,6 +697,11 @@ Result<std::vector<QByteArray>> MaildirStore::Locate(const QByteArray& folderId,
         if (uniques->contains(unique) && !given.contains(unique)) {
             given.insert(unique);
             out[i] = MessageIdFor(*path, unique);
+        } else if (!unique.contains(QLatin1Char('/'))) {
+            // Not delivered: what an interrupted append of it wrote to tmp/
+            // is only litter now (runs hold the run lock, so no live writer
+            // uses this name).
+            ::unlink(QFile::encodeName(*dir + QLatin1String("/tmp/") + unique).constData());
         }
     }
     if (!needContents) return out;
