@@ -949,9 +949,10 @@ Result<QByteArray> ImapStore::ArrivalMark(const QByteArray& folderId)
 {
     const auto ref = ImapIds::ParseFolder(folderId);
     if (!ref) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
-    // UIDNEXT only grows: the one seen last is a safe lower bound.
-    if (const auto known = m_uidNext.constFind(FolderKey(*ref)); known != m_uidNext.constEnd())
-        return ImapMover::Mark(ref->uidValidity, *known);
+    // Asked of the server every time: a UIDNEXT remembered from before this
+    // store's own appends would put earlier batches' copies after the mark,
+    // and a message without Message-ID could then be taken for a copy of
+    // another with the same size and date.
     return Retrying<QByteArray>([&](ImapConnection& conn) -> Result<QByteArray> {
         quint32 uidNext = 0;
         auto uv = UidValidity(conn, ref->mailbox, &uidNext);
