@@ -77,9 +77,9 @@ QStringList MessageFiles(const QString& dir)
 
 }  // namespace
 
-World::World(Backend backend) : World(WorldSpec{backend == Backend::Maildir, backend == Backend::Imap, {}}) {}
+World::World(Backend backend) : World(WorldStores{backend == Backend::Maildir, backend == Backend::Imap, {}}) {}
 
-World::World(WorldSpec spec) : m_backend(spec.local ? Backend::Maildir : Backend::Imap), m_spec(std::move(spec)) {}
+World::World(WorldStores stores) : m_backend(stores.local ? Backend::Maildir : Backend::Imap), m_stores(std::move(stores)) {}
 World::~World() = default;
 
 bool World::Start(QString* error, bool* skip)
@@ -90,19 +90,19 @@ bool World::Start(QString* error, bool* skip)
         return false;
     }
     QString profile;
-    if (m_spec.local) {
+    if (m_stores.local) {
         m_localRoot = m_dir.filePath(QStringLiteral("Mail"));
         for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(m_localRoot + QLatin1String(sub));
         profile += QStringLiteral("[Local]\ntype=maildir\npath=%1\naddress=bob@example.org\n").arg(m_localRoot);
     }
-    if (m_spec.server) {
+    if (m_stores.server) {
         if (!test::DovecotServer::Available()) {
             *skip = true;
             *error = QStringLiteral("Dovecot is not installed");
             return false;
         }
         test::DovecotOptions options;
-        options.hideCapabilities = m_spec.hideCapabilities;
+        options.hideCapabilities = m_stores.hideCapabilities;
         m_dovecot = std::make_unique<test::DovecotServer>(options);
         m_serverRoot = m_dovecot->MaildirPath();
         for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(m_serverRoot + QLatin1String(sub));

@@ -31,7 +31,7 @@ enum class Backend { Maildir, Imap };
 enum class Side { Local, Server };
 
 // A world with both stores, or a Dovecot that hides capabilities.
-struct WorldSpec {
+struct WorldStores {
     bool local = false;
     bool server = false;
     QStringList hideCapabilities;  // left out of the server's CAPABILITY, e.g. "MOVE"
@@ -74,7 +74,7 @@ struct Mail {
 class World {
 public:
     explicit World(Backend backend);
-    explicit World(WorldSpec spec);  // the first store named is the default one
+    explicit World(WorldStores stores);  // the first store named is the default one
     ~World();
     // False (with the reason in `error`) when the world cannot be built; an
     // unavailable Dovecot gives `skip`.
@@ -119,10 +119,10 @@ public:
 
 private:
     QString Root(Side side) const { return side == Side::Local ? m_localRoot : m_serverRoot; }
-    Side DefaultSide() const { return m_spec.local ? Side::Local : Side::Server; }
+    Side DefaultSide() const { return m_stores.local ? Side::Local : Side::Server; }
 
     Backend m_backend;
-    WorldSpec m_spec;
+    WorldStores m_stores;
     QTemporaryDir m_dir;
     QString m_root;
     QString m_localRoot, m_serverRoot;

@@ -30,7 +30,7 @@ const QString kCompleted = QStringLiteral("$Completed");
 
 struct KillPath {
     const char* name;
-    WorldSpec spec;
+    WorldStores stores;
     Side srcSide;
     QString srcFolder;
     Side dstSide;
@@ -66,7 +66,7 @@ protected:
         QHash<QString, QStringList> copies;  // id -> where each live copy is
         QHash<QString, bool> flagged;        // id -> a live copy has the completed flag
         for (Side side : {Side::Local, Side::Server}) {
-            if (!(side == Side::Local ? path.spec.local : path.spec.server)) continue;
+            if (!(side == Side::Local ? path.stores.local : path.stores.server)) continue;
             for (const StoredMail& m : world.Contents(side)) {
                 const QString where = Where(side, m.folder);
                 if (m.inTmp) {
@@ -136,7 +136,7 @@ protected:
 TEST_P(KillTest, NoMessageLostOrDuplicated)
 {
     const KillPath& path = GetParam();
-    World world(path.spec);
+    World world(path.stores);
     QString error;
     bool skip = false;
     if (!world.Start(&error, &skip)) {
