@@ -1,5 +1,7 @@
 #include "FileLogger.h"
 
+#include "platform/os/FileDescriptor.h"
+
 #include <QFile>
 
 #include <cerrno>
@@ -14,21 +16,6 @@ namespace mv::logging {
 
 namespace {
 
-class Fd {
-public:
-    explicit Fd(int fd) : m_fd(fd) {}
-    ~Fd()
-    {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return m_fd; }
-
-private:
-    int m_fd;
-};
-
 // One Write is one line: embedded line breaks are shown as "\n".
 QString OneLine(QString text)
 {
@@ -36,17 +23,6 @@ QString OneLine(QString text)
     text.replace(QLatin1Char('\r'), QLatin1Char('\n'));
     text.replace(QLatin1Char('\n'), QLatin1String("\\n"));
     return text;
-}
-
-void WriteAll(int fd, const char* data, std::size_t size)
-{
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return;
-        data += n;
-        size -= static_cast<std::size_t>(n);
-    }
 }
 
 bool SameFile(const struct stat& a, const struct stat& b) { return a.st_dev == b.st_dev && a.st_ino == b.st_ino; }
@@ -83,13 +59,13 @@ void FileLogger::Append(const QByteArray& line) const
     // file then stands at the path.
     for (bool mayRotate = true;; mayRotate = false) {
         // Owner only: the log names folders, rules and subjects.
-        const Fd fd(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
+        const os::FileDescriptor fd(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600));
         if (fd.get() < 0) return;
         struct stat opened {};
         if (::fstat(fd.get(), &opened) != 0) return;
         const bool full = S_ISREG(opened.st_mode) && opened.st_size >= m_rotateBytes;
         if (!full || !mayRotate) {
-            WriteAll(fd.get(), line.constData(), static_cast<std::size_t>(line.size()));
+            (void)os::WriteAll(fd.get(), line.constData(), static_cast<std::size_t>(line.size()));
             return;
         }
         // Another logger may be rotating the same file: whoever holds the

@@ -2,19 +2,30 @@
 
 namespace mv::mapi {
 
-// Backends without a batch command move one by one; stopping at the first
-// error leaves the rest in the source, as the interface promises.
+namespace {
+
+// The batch calls of a backend without a batch command: one call per item,
+// stopping at the first error, so what follows it is left untouched, as
+// the interface promises.
+template <class Item, class Call>
+Result<std::vector<QByteArray>> OneByOne(const std::vector<Item>& items, Call call)
+{
+    std::vector<QByteArray> done;
+    done.reserve(items.size());
+    for (const Item& item : items) {
+        Result<QByteArray> r = call(item);
+        if (!r) return r.error();
+        done.push_back(std::move(r).value());
+    }
+    return done;
+}
+
+}  // namespace
+
 Result<std::vector<QByteArray>> MessageStore::MoveMany(const std::vector<QByteArray>& messageIds,
                                                        const QByteArray& destFolderId)
 {
-    std::vector<QByteArray> moved;
-    moved.reserve(messageIds.size());
-    for (const QByteArray& id : messageIds) {
-        Result<QByteArray> r = Move(id, destFolderId);
-        if (!r) return r.error();
-        moved.push_back(std::move(r).value());
-    }
-    return moved;
+    return OneByOne(messageIds, [&](const QByteArray& id) { return Move(id, destFolderId); });
 }
 
 Status MessageStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
@@ -41,14 +52,7 @@ Result<std::vector<NewMessage>> MessageStore::Export(const std::vector<QByteArra
 Result<std::vector<QByteArray>> MessageStore::AppendMany(const QByteArray& folderId,
                                                          const std::vector<NewMessage>& messages)
 {
-    std::vector<QByteArray> ids;
-    ids.reserve(messages.size());
-    for (const NewMessage& m : messages) {
-        Result<QByteArray> r = Append(folderId, m);
-        if (!r) return r.error();
-        ids.push_back(std::move(r).value());
-    }
-    return ids;
+    return OneByOne(messages, [&](const NewMessage& m) { return Append(folderId, m); });
 }
 
 Result<std::vector<Fingerprint>> MessageStore::Fingerprints(const std::vector<QByteArray>&)

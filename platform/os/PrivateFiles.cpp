@@ -1,5 +1,7 @@
 #include "PrivateFiles.h"
 
+#include "FileDescriptor.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -33,39 +35,6 @@ bool Tighten(const QString& path, QStringList* tightened)
     return true;
 }
 
-class Fd {
-public:
-    explicit Fd(int fd) : m_fd(fd) {}
-    ~Fd()
-    {
-        if (m_fd >= 0) ::close(m_fd);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return m_fd; }
-    bool Close()
-    {
-        const int fd = m_fd;
-        m_fd = -1;
-        return ::close(fd) == 0;
-    }
-
-private:
-    int m_fd;
-};
-
-bool WriteAll(int fd, const char* data, ssize_t size)
-{
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, static_cast<size_t>(size));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        size -= n;
-    }
-    return true;
-}
-
 }  // namespace
 
 bool MakePrivateDir(const QString& dir, QStringList* tightened)
@@ -92,12 +61,12 @@ bool CopyPrivateFile(const QString& from, const QString& to)
     QFile source(from);
     if (!source.open(QIODevice::ReadOnly)) return false;
     const QByteArray target = QFile::encodeName(to);
-    Fd out(::open(target.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode));
+    FileDescriptor out(::open(target.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kPrivateFileMode));
     if (out.get() < 0) return false;
     bool ok = true;
     while (ok && !source.atEnd()) {
         const QByteArray chunk = source.read(1 << 16);
-        ok = source.error() == QFileDevice::NoError && WriteAll(out.get(), chunk.constData(), chunk.size());
+        ok = source.error() == QFileDevice::NoError && WriteAll(out.get(), chunk.constData(), static_cast<std::size_t>(chunk.size()));
     }
     ok = ok && ::fsync(out.get()) == 0;
     ok = out.Close() && ok;

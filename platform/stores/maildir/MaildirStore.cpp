@@ -560,29 +560,39 @@ Result<std::optional<MaildirStore::Located>> MaildirStore::FindIfThere(const QBy
     return std::optional<Located>();
 }
 
-Result<std::vector<mapi::NewMessage>> MaildirStore::Export(const std::vector<QByteArray>& messageIds)
+Status MaildirStore::ForEachFound(const std::vector<QByteArray>& messageIds,
+                                  const std::function<Status(const std::optional<Located>&)>& visit)
 {
     const BatchScope batch(*this);
     Listings listings;
-    std::vector<mapi::NewMessage> out;
-    out.reserve(messageIds.size());
     for (const QByteArray& id : messageIds) {
         auto found = FindIfThere(id, listings);
         if (!found) return found.error();
+        if (Status s = visit(*found); !s) return s;
+    }
+    return Status::success();
+}
+
+Result<std::vector<mapi::NewMessage>> MaildirStore::Export(const std::vector<QByteArray>& messageIds)
+{
+    std::vector<mapi::NewMessage> out;
+    out.reserve(messageIds.size());
+    Status s = ForEachFound(messageIds, [&](const std::optional<Located>& found) -> Status {
         out.emplace_back();
-        if (!*found) continue;
-        const Located& at = **found;
-        QFile file(at.folder->dir() + QLatin1Char('/') + at.message->file.relName);
+        if (!found) return Status::success();
+        QFile file(found->folder->dir() + QLatin1Char('/') + found->message->file.relName);
         if (!file.open(QIODevice::ReadOnly)) {
-            if (!file.exists()) continue;  // moved away since the listing
+            if (!file.exists()) return Status::success();  // moved away since the listing
             return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(file.fileName(), file.errorString()));
         }
         mapi::NewMessage& m = out.back();
         m.rfc822 = file.readAll();
-        m.flags = at.message->flags();
-        m.internalDate = at.message->delivered;
-        m.uniqueName = at.message->file.unique.toUtf8();
-    }
+        m.flags = found->message->flags();
+        m.internalDate = found->message->delivered;
+        m.uniqueName = found->message->file.unique.toUtf8();
+        return Status::success();
+    });
+    if (!s) return s.error();
     return out;
 }
 
@@ -597,79 +607,63 @@ Result<mapi::Fingerprint> MaildirStore::FingerprintOf(const Located& located)
 
 Result<std::vector<mapi::Fingerprint>> MaildirStore::Fingerprints(const std::vector<QByteArray>& messageIds)
 {
-    const BatchScope batch(*this);
-    Listings listings;
     std::vector<mapi::Fingerprint> out;
     out.reserve(messageIds.size());
-    for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id, listings);
-        if (!found) return found.error();
+    Status s = ForEachFound(messageIds, [&](const std::optional<Located>& found) -> Status {
         out.emplace_back();
-        if (!*found) continue;
-        auto fp = FingerprintOf(**found);
+        if (!found) return Status::success();
+        auto fp = FingerprintOf(*found);
         if (fp) out.back() = std::move(*fp);
         else if (fp.error().kind != ErrorKind::NotFound) return fp.error();
-    }
+        return Status::success();
+    });
+    if (!s) return s.error();
     return out;
 }
 
 Result<std::vector<mapi::Presence>> MaildirStore::Probe(const std::vector<QByteArray>& messageIds)
 {
-    const BatchScope batch(*this);
-    Listings listings;
     std::vector<mapi::Presence> out;
     out.reserve(messageIds.size());
-    for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id, listings);
-        if (!found) return found.error();
-        if (!*found) out.push_back(mapi::Presence::Absent);
-        else out.push_back((*found)->message->flags().deleted ? mapi::Presence::Deleted : mapi::Presence::Present);
-    }
+    Status s = ForEachFound(messageIds, [&](const std::optional<Located>& found) -> Status {
+        if (!found) out.push_back(mapi::Presence::Absent);
+        else out.push_back(found->message->flags().deleted ? mapi::Presence::Deleted : mapi::Presence::Present);
+        return Status::success();
+    });
+    if (!s) return s.error();
     return out;
 }
 
 Status MaildirStore::Remove(const std::vector<QByteArray>& messageIds)
 {
-    const BatchScope batch(*this);
-    Listings listings;
     QSet<QString> touched;
-    Status result;
-    for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id, listings);
-        if (!found) {
-            result = found.error();
-            break;
-        }
-        if (!*found) continue;
-        MaildirFolderState& folder = *(*found)->folder;
-        const IndexedMessage file = (*found)->message->file;
+    Status result = ForEachFound(messageIds, [&](const std::optional<Located>& found) -> Status {
+        if (!found) return Status::success();
+        MaildirFolderState& folder = *found->folder;
+        const IndexedMessage file = found->message->file;
         if (::unlink(QFile::encodeName(folder.dir() + QLatin1Char('/') + file.relName).constData()) != 0
-            && errno != ENOENT) {
-            result = ErrnoError(QStringLiteral("Cannot remove %1").arg(file.relName), errno);
-            break;
-        }
+            && errno != ENOENT)
+            return ErrnoError(QStringLiteral("Cannot remove %1").arg(file.relName), errno);
         touched.insert(folder.dir() + QLatin1Char('/') + file.relName.section(QLatin1Char('/'), 0, 0));
         (void)m_index.Remove(folder.path(), file.unique);  // a stale row is dropped by the next scan
         folder.Forget(file.unique);
-    }
+        return Status::success();
+    });
+    // What was removed before an error is gone for good: make that durable too.
     for (const QString& dir : touched) SyncDir(dir);
     return result;
 }
 
 Status MaildirStore::Undelete(const std::vector<QByteArray>& messageIds)
 {
-    const BatchScope batch(*this);
-    Listings listings;
-    for (const QByteArray& id : messageIds) {
-        auto found = FindIfThere(id, listings);
-        if (!found) return found.error();
-        if (!*found || !(*found)->message->flags().deleted) continue;
-        mapi::MessageFlags flags = (*found)->message->flags();
+    return ForEachFound(messageIds, [&](const std::optional<Located>& found) -> Status {
+        if (!found || !found->message->flags().deleted) return Status::success();
+        mapi::MessageFlags flags = found->message->flags();
         flags.deleted = false;
-        Status s = Relabel(**found, flags);
+        Status s = Relabel(*found, flags);
         if (!s && s.error().kind != ErrorKind::NotFound) return s;
-    }
-    return Status::success();
+        return Status::success();
+    });
 }
 
 Result<std::vector<QByteArray>> MaildirStore::Locate(const QByteArray& folderId, const QByteArray& mark,

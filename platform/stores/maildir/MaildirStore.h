@@ -30,7 +30,10 @@
 #include <QHash>
 #include <QSet>
 
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 
 class QFileSystemWatcher;
 
@@ -114,6 +117,10 @@ private:
     // Find, with a message that is gone as nullopt rather than an error; a
     // file that is there but unreadable is Temporary.
     Result<std::optional<Located>> FindIfThere(const QByteArray& messageId, Listings& listings);
+    // FindIfThere for each id in order, in one batch; stops at the first
+    // error, its own or `visit`'s.
+    Status ForEachFound(const std::vector<QByteArray>& messageIds,
+                        const std::function<Status(const std::optional<Located>&)>& visit);
     Result<mapi::Fingerprint> FingerprintOf(const Located& located);
     // Renames the message's file to carry `flags`; the index follows.
     Status Relabel(const Located& located, const mapi::MessageFlags& flags);
