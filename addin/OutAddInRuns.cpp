@@ -62,12 +62,7 @@ void OutAddIn::OpenMoveJournal()
     m_journal = std::move(*opened);
     m_mover = std::make_unique<journal::StoreMover>(
         *m_journal,
-        [this](const QByteArray& storeId) -> mapi::MessageStore* {
-            if (!m_ns) return nullptr;
-            for (mapi::MessageStore* s : m_ns->Stores())
-                if (s->StoreId() == storeId) return s;
-            return nullptr;
-        },
+        [this](const QByteArray& storeId) { return m_ns ? mapi::FindStore(m_ns->Stores(), storeId) : nullptr; },
         m_log);
     m_executor->SetMover(m_mover.get());
 }

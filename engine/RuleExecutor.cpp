@@ -147,11 +147,7 @@ Result<journal::StoreMover*> RuleExecutor::Mover()
         m_ownJournal = std::move(*opened);
         m_ownMover = std::make_unique<journal::StoreMover>(
             *m_ownJournal,
-            [this](const QByteArray& storeId) -> MessageStore* {
-                for (MessageStore* s : m_ns.Stores())
-                    if (s->StoreId() == storeId) return s;
-                return nullptr;
-            },
+            [this](const QByteArray& storeId) { return FindStore(m_ns.Stores(), storeId); },
             m_log);
     }
     return m_ownMover.get();

@@ -89,6 +89,13 @@ QString FolderKey(const QString& entryId, const QString& storeId)
     return entryId + QLatin1Char('|') + storeId;
 }
 
+// The key of the folder the pair names, as its store names it today.
+QString CanonicalKey(outlook::NameSpace& ns, const QString& entryId, const QString& storeId)
+{
+    if (auto folder = ns.GetFolderFromID(entryId, storeId)) return FolderKey(folder->EntryID(), folder->StoreID());
+    return FolderKey(entryId, storeId);
+}
+
 // Closes what a run opened, whichever way it ends.
 struct RunResources {
     std::unique_ptr<ado::Recordset> rs;
@@ -448,8 +455,10 @@ std::vector<RulePreview> RuleRunner::PreviewAllRules()
             options.excludedIds = &movedAway;
             RuleOutcome outcome = m_exec.Execute(rule, true, options);
             p.subjects = outcome.subjects;
-            const QString srcKey = FolderKey(rule.srcEntryId, rule.srcStoreId);
-            const QString dstKey = FolderKey(rule.dstEntryId, rule.dstStoreId);
+            // Keyed by the folders as the stores name them now, so two rules
+            // that name one folder by an old and a new store id meet.
+            const QString srcKey = CanonicalKey(ns, rule.srcEntryId, rule.srcStoreId);
+            const QString dstKey = CanonicalKey(ns, rule.dstEntryId, rule.dstStoreId);
             for (const QString& id : outcome.entryIds) {
                 movedAway.insert(id);
                 arrivedIn.insert(id, dstKey);
@@ -467,9 +476,8 @@ std::vector<RulePreview> RuleRunner::PreviewAllRules()
                 const mapi::Restriction restriction = m_exec.BuildRestriction(rule);
                 for (const QString& id : arrived) {
                     if (m_exec.IsOpen(id)) continue;
-                    mapi::MessageStore* store = nullptr;
-                    for (mapi::MessageStore* s : ns.Stores())
-                        if (mapi::MapiUtils::HrGetHexFromBinary(s->StoreId()) == storeOf.value(id)) store = s;
+                    const auto storeId = mapi::MapiUtils::HexToBinary(storeOf.value(id));
+                    mapi::MessageStore* store = storeId ? mapi::FindStore(ns.Stores(), *storeId) : nullptr;
                     const auto binary = mapi::MapiUtils::HexToBinary(id);
                     if (!store || !binary) continue;
                     auto record = store->Item(*binary);

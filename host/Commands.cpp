@@ -299,15 +299,14 @@ QString FolderWords(CommandContext& ctx, const QVariant& entry, const QVariant& 
 {
     const QString entryHex = entry.toString(), storeHex = store.toString();
     if (entryHex.isEmpty() || storeHex.isEmpty()) return QStringLiteral("(not set)");
-    for (mapi::MessageStore* s : ctx.runtime.Stores().Stores()) {
-        if (mapi::MapiUtils::HrGetHexFromBinary(s->StoreId()).compare(storeHex, Qt::CaseInsensitive) != 0) continue;
-        const auto id = mapi::MapiUtils::HexToBinary(entryHex);
-        if (!id) return s->DisplayName() + QStringLiteral(": (the folder identifier is not hexadecimal)");
-        const auto folder = s->Folder(*id);
-        if (!folder) return s->DisplayName() + QStringLiteral(": (folder not found: ") + folder.error().message + u')';
-        return s->DisplayName() + QStringLiteral(": ") + folder->path;
-    }
-    return QStringLiteral("(a store that is not in this profile)");
+    const auto storeId = mapi::MapiUtils::HexToBinary(storeHex);
+    mapi::MessageStore* s = storeId ? mapi::FindStore(ctx.runtime.Stores().Stores(), *storeId) : nullptr;
+    if (!s) return QStringLiteral("(a store that is not in this profile)");
+    const auto id = mapi::MapiUtils::HexToBinary(entryHex);
+    if (!id) return s->DisplayName() + QStringLiteral(": (the folder identifier is not hexadecimal)");
+    const auto folder = s->Folder(*id);
+    if (!folder) return s->DisplayName() + QStringLiteral(": (folder not found: ") + folder.error().message + u')';
+    return s->DisplayName() + QStringLiteral(": ") + folder->path;
 }
 
 int ShowRule(CommandContext& ctx, int ruleId)

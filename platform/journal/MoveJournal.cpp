@@ -426,19 +426,21 @@ Status MoveJournal::Prune(const QDateTime& now)
     const qint64 cut = Millis(now.addDays(-kKeepDays));
     Transaction tx(m_db);
     if (tx.BeginCode() != SQLITE_OK) return Fail(m_db, tx.BeginCode(), m_path, what);
-    // A run is kept while it is recent or among the newest; rows still
-    // Intended are kept whatever their age, for recovery.
-    Stmt runs(m_db,
-              "DELETE FROM runs WHERE started < ?1 AND run NOT IN (SELECT run FROM runs ORDER BY run DESC LIMIT ?2) "
-              "AND run NOT IN (SELECT run FROM moves WHERE state = 0)");
-    if (runs.PrepareCode() != SQLITE_OK) return Fail(m_db, runs.PrepareCode(), m_path, what);
-    runs.Bind(1, cut);
-    runs.Bind(2, kKeepRuns);
-    if (const int rc = runs.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
-    Stmt moves(m_db, "DELETE FROM moves WHERE state <> 0 AND started < ?1 AND run NOT IN (SELECT run FROM runs)");
-    if (moves.PrepareCode() != SQLITE_OK) return Fail(m_db, moves.PrepareCode(), m_path, what);
-    moves.Bind(1, cut);
-    if (const int rc = moves.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+    // A run is kept while it is recent or among the newest; a run with rows
+    // still Intended is kept whatever its age, for recovery. Its rows go
+    // first, found through the run index, so no run leaves rows behind and
+    // no statement scans every move.
+    static constexpr const char* kDropped =
+        "SELECT run FROM runs WHERE started < ?1 AND run NOT IN (SELECT run FROM runs ORDER BY run DESC LIMIT ?2) "
+        "AND run NOT IN (SELECT run FROM moves WHERE state = 0)";
+    for (const QByteArray& sql : {QByteArray("DELETE FROM moves WHERE run IN (") + kDropped + ")",
+                                 QByteArray("DELETE FROM runs WHERE run IN (") + kDropped + ")"}) {
+        Stmt drop(m_db, sql.constData());
+        if (drop.PrepareCode() != SQLITE_OK) return Fail(m_db, drop.PrepareCode(), m_path, what);
+        drop.Bind(1, cut);
+        drop.Bind(2, kKeepRuns);
+        if (const int rc = drop.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+    }
     if (const int rc = tx.Commit(); rc != SQLITE_OK) return Fail(m_db, rc, m_path, what);
     return Status::success();
 }

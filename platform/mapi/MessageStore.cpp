@@ -28,6 +28,15 @@ Result<std::vector<QByteArray>> MessageStore::MoveMany(const std::vector<QByteAr
     return OneByOne(messageIds, [&](const QByteArray& id) { return Move(id, destFolderId); });
 }
 
+MessageStore* FindStore(const std::vector<MessageStore*>& stores, const QByteArray& storeId)
+{
+    for (MessageStore* store : stores)
+        if (store && store->StoreId() == storeId) return store;
+    for (MessageStore* store : stores)
+        if (store && store->FormerStoreIds().contains(storeId)) return store;
+    return nullptr;
+}
+
 Status MessageStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
 {
     for (const QByteArray& id : messageIds) {

@@ -87,6 +87,9 @@ public:
     ~MessageStore() override = default;
 
     virtual QByteArray StoreId() const = 0;
+    // Identifiers earlier versions gave this store, which saved rules may
+    // still name (a Maildir store's root path, before it kept a key).
+    virtual QList<QByteArray> FormerStoreIds() const { return {}; }
     virtual QString DisplayName() const = 0;
 
     virtual Result<std::vector<FolderInfo>> Folders() = 0;
@@ -164,5 +167,9 @@ Q_SIGNALS:
     // New messages appeared in a folder (INBOX arrivals, Sent appends).
     void MessagesArrived(const QByteArray& folderId);
 };
+
+// The store of `stores` whose StoreId() is `storeId`, else the one that had
+// it formerly; nullptr when none.
+MessageStore* FindStore(const std::vector<MessageStore*>& stores, const QByteArray& storeId);
 
 }  // namespace mv::mapi

@@ -39,19 +39,6 @@ StoreNameSpace::StoreNameSpace(std::vector<MessageStore*> stores, FolderPicker* 
 {
 }
 
-MessageStore* StoreNameSpace::StoreById(const QByteArray& storeId) const
-{
-    const std::vector<MessageStore*> stores = m_stores();
-    for (MessageStore* store : stores)
-        if (store && store->StoreId() == storeId) return store;
-    // An identifier an earlier version gave the store (a Maildir store's
-    // root path, before it kept a key): rules saved then still name it.
-    for (MessageStore* store : stores) {
-        if (store && store->property(kFormerStoreIds).value<QList<QByteArray>>().contains(storeId)) return store;
-    }
-    return nullptr;
-}
-
 void StoreNameSpace::HoldFolderLookups(bool hold)
 {
     m_holds = std::max(0, m_holds + (hold ? 1 : -1));

@@ -36,10 +36,8 @@ public:
     std::vector<std::unique_ptr<Folder>> Folders() override;
 
     void SetPicker(FolderPicker* picker) { m_picker = picker; }
-    // The store whose StoreId() is `storeId`, else the one that lists it in
-    // its "formerStoreIds" property (a QList<QByteArray>); nullptr when none.
-    mapi::MessageStore* StoreById(const QByteArray& storeId) const;
-    static constexpr char kFormerStoreIds[] = "formerStoreIds";
+    // mapi::FindStore over this namespace's stores.
+    mapi::MessageStore* StoreById(const QByteArray& storeId) const { return mapi::FindStore(m_stores(), storeId); }
     // The folder of `store` with that special use (or, failing that, that
     // name without case); nullptr when none.
     static std::unique_ptr<Folder> SpecialFolder(mapi::MessageStore& store, const QString& specialUse,

@@ -3,6 +3,7 @@
 #include "ImapFetcher.h"
 #include "ModifiedUtf7.h"
 #include "platform/logging/Logger.h"
+#include "platform/stores/common/MessageFingerprint.h"
 #include "platform/stores/common/MimeProperties.h"
 
 #include <libetpan/libetpan.h>
@@ -133,14 +134,7 @@ QByteArray ImapMover::WithCrlf(const QByteArray& bytes)
 
 Fingerprint ImapMover::FingerprintOf(const QByteArray& wireBytes, const QDateTime& internalDate)
 {
-    Fingerprint f;
-    const qsizetype end = wireBytes.indexOf("\r\n\r\n");
-    f.messageIdHeader = MessageIdField(end < 0 ? wireBytes : wireBytes.left(end + 2));
-    f.size = wireBytes.size();
-    QDateTime when = internalDate.toUTC();
-    if (when.isValid()) when.setTime(QTime(when.time().hour(), when.time().minute(), when.time().second()));
-    f.internalDate = when;
-    return f;
+    return MessageFingerprint::Of(wireBytes, internalDate);
 }
 
 Result<std::vector<NewMessage>> ImapMover::Export(const std::vector<quint32>& uids)

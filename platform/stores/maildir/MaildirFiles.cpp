@@ -2,7 +2,7 @@
 
 #include "MaildirName.h"
 
-#include "platform/stores/common/MimeProperties.h"
+#include "platform/stores/common/MessageFingerprint.h"
 
 #include <QFile>
 
@@ -204,19 +204,7 @@ Result<mapi::Fingerprint> ReadFingerprint(const QString& path)
             return Error::notFound(QStringLiteral("The message %1 is gone.").arg(path), ENOENT);
         return Error::temporary(QStringLiteral("Cannot read %1: %2").arg(path, file.errorString()));
     }
-    const QByteArray bytes = file.readAll();
-    mapi::Fingerprint fp;
-    // RFC822.SIZE counts CRLF line ends; Maildir files mostly have bare LF.
-    qint64 bareLf = 0;
-    for (qsizetype i = bytes.indexOf('\n'); i >= 0; i = bytes.indexOf('\n', i + 1))
-        if (i == 0 || bytes.at(i - 1) != '\r') ++bareLf;
-    fp.size = bytes.size() + bareLf;
-    qsizetype end = bytes.indexOf("\n\n");
-    const qsizetype crlfEnd = bytes.indexOf("\r\n\r\n");
-    if (end < 0 || (crlfEnd >= 0 && crlfEnd < end)) end = crlfEnd;
-    const QByteArray block = end < 0 ? bytes : bytes.left(end + 1);
-    fp.messageIdHeader = MimeProperties::HeaderField(block, "Message-ID").simplified();
-    return fp;
+    return MessageFingerprint::Of(file.readAll(), QDateTime());  // the caller knows the delivery time
 }
 
 }  // namespace mv::stores::maildir::MaildirFiles

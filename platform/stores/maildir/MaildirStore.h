@@ -49,15 +49,12 @@ struct MaildirStoreOptions {
 
 class MaildirStore final : public mapi::MessageStore {
     Q_OBJECT
-    // Identifiers this store had before (path-based ones); a namespace
-    // that finds no store by StoreId() looks here.
-    Q_PROPERTY(QList<QByteArray> formerStoreIds READ FormerStoreIds CONSTANT)
 public:
     explicit MaildirStore(const QString& root, MaildirStoreOptions options = {}, QObject* parent = nullptr);
     ~MaildirStore() override;
 
     QByteArray StoreId() const override;
-    QList<QByteArray> FormerStoreIds() const { return m_formerStoreIds; }
+    QList<QByteArray> FormerStoreIds() const override { return m_formerStoreIds; }
     QString DisplayName() const override;
 
     Result<std::vector<mapi::FolderInfo>> Folders() override;

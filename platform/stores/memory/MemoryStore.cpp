@@ -3,6 +3,7 @@
 #include "platform/mapi/MapiUtils.h"
 #include "platform/mapi/RestrictionEvaluator.h"
 #include "platform/stores/common/FlagMapping.h"
+#include "platform/stores/common/MessageFingerprint.h"
 #include "platform/stores/common/MimeProperties.h"
 
 #include <QtEndian>
@@ -341,28 +342,12 @@ Result<QByteArray> MemoryStore::Append(const QByteArray& folderId, const mapi::N
 namespace {
 
 // RFC822.SIZE: the octets with every line end a CRLF.
-qint64 CrlfSize(const QByteArray& raw)
-{
-    qint64 size = raw.size();
-    for (qsizetype i = 0; i < raw.size(); ++i)
-        if (raw.at(i) == '\n' && (i == 0 || raw.at(i - 1) != '\r')) ++size;
-    return size;
-}
-
 }  // namespace
 
 mapi::Fingerprint MemoryStore::FingerprintOf(const Message& message) const
 {
-    mapi::Fingerprint f;
+    mapi::Fingerprint f = MessageFingerprint::Of(message.raw, message.internalDate);
     f.uniqueName = message.uniqueName;
-    const qsizetype end = message.raw.indexOf("\n\n");
-    const qsizetype endCrlf = message.raw.indexOf("\r\n\r\n");
-    const qsizetype headerEnd = end < 0 ? endCrlf : endCrlf < 0 ? end : std::min(end, endCrlf);
-    f.messageIdHeader =
-        MimeProperties::HeaderField(headerEnd < 0 ? message.raw : message.raw.left(headerEnd + 1), "Message-ID")
-            .trimmed();
-    f.size = CrlfSize(message.raw);
-    f.internalDate = message.internalDate;
     return f;
 }
 
