@@ -1,3 +1,5 @@
+// Rule preview and whole-run preview.
+
 #include "EngineFixture.h"
 
 #include "platform/mapi/MapiUtils.h"
@@ -18,40 +20,16 @@ public:
     int shown = 0;
 };
 
-class PreviewTest : public EngineTest, public ::testing::WithParamInterface<bool> {
-protected:
-    void SetUp() override
-    {
-        m_useMaildir = GetParam();
-        EngineTest::SetUp();
-    }
-    QByteArray Mail(const QString& folder, const QString& subject, bool completed = false)
-    {
-        Msg m;
-        m.subject = subject;
-        if (completed) m.flags.keywords << "$Completed";
-        return Add(folder, m);
-    }
-    int Rule(const QString& name, const QString& subject, const QString& src, const QString& dst, int active = -1)
-    {
-        RuleDef r;
-        r.name = name;
-        r.subject = subject;
-        r.src = src;
-        r.dst = dst;
-        r.active = active;
-        return InsertRule(r);
-    }
-};
+using PreviewTest = EngineTest;
 
-TEST_P(PreviewTest, OneRuleListsWithoutChanging)
+TEST_F(PreviewTest, OneRuleListsWithoutChanging)
 {
-    Mail("Inbox", "budget one", true);
-    Mail("Inbox", "budget two");
-    Mail("Inbox", "other");
-    const int id = Rule("Budget", "budget", "Inbox", "Archive", 0);  // inactive rules preview too
+    Mail("budget one", true);
+    Mail("budget two");
+    Mail("other");
     RecordingPreviewForm form;
-    const QStringList lines = m_runner->PreviewRule(id, form);
+    const QStringList lines = m_runner->PreviewRule(InsertRule({.name = "Budget", .subject = "budget", .active = 0}),
+                                                    form);  // inactive rules preview too
     EXPECT_EQ(form.caption, "Rule Preview: Budget");
     EXPECT_EQ(Sorted(form.lines), Sorted({"budget one", "budget two"}));
     EXPECT_EQ(lines, form.lines);
@@ -62,20 +40,18 @@ TEST_P(PreviewTest, OneRuleListsWithoutChanging)
 
     // Nothing matching still shows the form, empty; an unknown rule shows none.
     RecordingPreviewForm empty, none;
-    m_runner->PreviewRule(Rule("Nothing", "zzz", "Inbox", "Archive"), empty);
+    m_runner->PreviewRule(InsertRule({.name = "Nothing", .subject = "zzz"}), empty);
     EXPECT_EQ(empty.shown, 1);
     EXPECT_TRUE(empty.lines.isEmpty());
     m_runner->PreviewRule(4242, none);
     EXPECT_EQ(none.shown, 0);
-}
 
-TEST_P(PreviewTest, MissingFolderTellsAndShowsNoForm)
-{
+    // A missing folder is told, and no form shown.
     for (bool source : {true, false}) {
-        RecordingPreviewForm form;
-        const int id = source ? Rule("Gone", "", "", "Archive") : Rule("Gone", "", "Inbox", "");
-        m_runner->PreviewRule(id, form);
-        EXPECT_EQ(form.shown, 0);
+        RecordingPreviewForm gone;
+        m_runner->PreviewRule(InsertRule({.name = "Gone", .src = source ? "" : "Inbox", .dst = source ? "Archive" : ""}),
+                              gone);
+        EXPECT_EQ(gone.shown, 0);
         ASSERT_EQ(m_answerer.shown().size(), 1u);
         EXPECT_EQ(m_answerer.shown()[0].text,
                   QString(source ? "The Source" : "The Destination") + " Folder for rule: Gone can not be found.");
@@ -85,19 +61,18 @@ TEST_P(PreviewTest, MissingFolderTellsAndShowsNoForm)
 }
 
 // The whole-run preview must list, rule by rule, what RunAllRules then moves.
-TEST_P(PreviewTest, WholeRunPreviewMatchesTheRun)
+TEST_F(PreviewTest, WholeRunPreviewMatchesTheRun)
 {
-    Mail("Inbox", "budget annual");
-    Mail("Inbox", "budget q3", true);
-    Mail("Inbox", "annual party");
-    Mail("Inbox", "lunch");
-    const QByteArray open = Mail("Inbox", "budget open");
-    Mail("Archive", "annual old");
-    m_open.insert(mapi::MapiUtils::HrGetHexFromBinary(open));
-    Rule("Budget to Archive", "budget", "Inbox", "Archive");
-    Rule("Rest to Trash", "", "Inbox", "Trash");                 // must not list what Budget takes
-    Rule("Annual from Archive", "annual", "Archive", "Drafts");  // sees what Budget brings in
-    Rule("Gone", "", "", "Trash");
+    Mail("budget annual");
+    Mail("budget q3", true);
+    Mail("annual party");
+    Mail("lunch");
+    m_open.insert(mapi::MapiUtils::HrGetHexFromBinary(Mail("budget open")));
+    Mail("annual old", false, "Archive");
+    InsertRule({.name = "Budget to Archive", .subject = "budget"});
+    InsertRule({.name = "Rest to Trash", .dst = "Trash"});                                    // not what Budget takes
+    InsertRule({.name = "Annual from Archive", .subject = "annual", .src = "Archive", .dst = "Drafts"});  // sees it
+    InsertRule({.name = "Gone", .src = "", .dst = "Trash"});
 
     const std::vector<RulePreview> preview = m_runner->PreviewAllRules();
     EXPECT_TRUE(m_answerer.shown().empty()) << "a preview asks nothing";
@@ -118,29 +93,20 @@ TEST_P(PreviewTest, WholeRunPreviewMatchesTheRun)
     EXPECT_EQ(Subjects("Inbox"), QStringList{"budget open"});
 }
 
-TEST_P(PreviewTest, WholeRunPreviewSeesTheFlagClearedOnTheWay)
+TEST_F(PreviewTest, WholeRunPreviewSeesTheFlagClearedOnTheWay)
 {
     // The first rule clears the completed flag before moving the mail, so a
     // later rule asking for completed mail in the destination finds none.
-    Mail("Inbox", "done", true);
-    Rule("Everything", "", "Inbox", "Archive");
-    RuleDef completed;
-    completed.name = "Completed";
-    completed.src = "Archive";
-    completed.dst = "Trash";
-    completed.flagStatus = 1;
-    InsertRule(completed);
+    Mail("done", true);
+    InsertRule({.name = "Everything"});
+    InsertRule({.name = "Completed", .flagStatus = 1, .src = "Archive", .dst = "Trash"});
 
     const auto preview = m_runner->PreviewAllRules();
     ASSERT_EQ(preview.size(), 2u);
     EXPECT_EQ(preview[0].subjects, QStringList{"done"});
     EXPECT_TRUE(preview[1].subjects.isEmpty());
-    const RunReport run = m_runner->RunAllRules();
-    EXPECT_EQ(run.rules.at(1).moved, 0);
+    EXPECT_EQ(m_runner->RunAllRules().rules.at(1).moved, 0);
     EXPECT_EQ(Subjects("Archive"), QStringList{"done"});
 }
-
-INSTANTIATE_TEST_SUITE_P(Backends, PreviewTest, ::testing::Bool(),
-                         [](const auto& info) { return info.param ? "Maildir" : "Memory"; });
 
 }  // namespace

@@ -1,7 +1,7 @@
-#include "EngineFixture.h"
+// The run drivers: which rules each runs, their own errors, missing
+// folders, the status form, cancel and the report.
 
-#include "platform/mapi/MapiUtils.h"
-#include "platform/stores/memory/MemoryStore.h"
+#include "EngineFixture.h"
 
 using namespace mv;
 using namespace mv::engine;
@@ -16,33 +16,8 @@ QStringList RuleNames(const RunReport& report)
     return names;
 }
 
-QString MissingQuestion(const QString& rule, bool source)
-{
-    return QStringLiteral("The %1 Folder for rule: %2 can not be found.\r\nContinue procesing rules?")
-        .arg(source ? "Source" : "Destination", rule);
-}
-
 class RunnerTest : public EngineTest {
 protected:
-    void AddMail(const QString& subject, QDateTime delivered = {})
-    {
-        Msg m;
-        m.subject = subject;
-        m.delivered = delivered;
-        Add("Inbox", m);
-    }
-    int Rule(const QString& name, const QString& subject, int msgAge = 13, QString src = "Inbox",
-             QString dst = "Archive", int active = -1)
-    {
-        RuleDef r;
-        r.name = name;
-        r.subject = subject;
-        r.msgAge = msgAge;
-        r.src = src;
-        r.dst = dst;
-        r.active = active;
-        return InsertRule(r);
-    }
     RunReport Drive(const QString& driver)
     {
         if (driver == "Run15MinuteRules") return m_runner->Run15MinuteRules();
@@ -51,37 +26,80 @@ protected:
     }
 };
 
-// --- which rules each driver runs ---------------------------------------------
+// --- one table over the three drivers: the rules each runs, its errors -------
 
-struct SelectionCase {
+enum class Break { Nothing, Database, Schema, StatusForm, MainForm };
+
+struct DriverCase {
+    const char* name;
     const char* driver;
-    QStringList moved;
+    Break broken;
+    QStringList moved;  // without an error
+    long number = 0;    // the error, added to kErrBase
+    const char* text = "";
 };
 
-class SelectionTest : public RunnerTest, public ::testing::WithParamInterface<SelectionCase> {};
+class DriverTest : public RunnerTest, public ::testing::WithParamInterface<DriverCase> {};
 
-TEST_P(SelectionTest, DriverRunsItsWindowsOnly)
+TEST_P(DriverTest, RunsItsWindowsOrReportsUnderItsName)
 {
-    AddMail("any", {});
-    AddMail("quarter", {});
-    AddMail("three days", QDateTime(QDate(2026, 11, 1), QTime(9, 0), Qt::UTC));
-    AddMail("inactive", {});
-    Rule("Any time", "any", 13);
-    Rule("15 minutes", "quarter", 14);
-    Rule("3 days", "three days", 15);
-    Rule("Switched off", "inactive", 13, "Inbox", "Archive", 0);
+    const DriverCase& c = GetParam();
+    for (const char* s : {"any", "quarter", "inactive"}) Mail(s);
+    Add("Inbox", {.subject = "three days", .delivered = QDateTime(QDate(2026, 11, 1), QTime(9, 0), Qt::UTC)});
+    InsertRule({.name = "Any time", .subject = "any", .msgAge = 13});
+    InsertRule({.name = "15 minutes", .subject = "quarter", .msgAge = 14});
+    InsertRule({.name = "3 days", .subject = "three days", .msgAge = 15});
+    InsertRule({.name = "Switched off", .subject = "inactive", .active = 0});
+    m_cancel = true;  // Cancel pressed while no run was going on: forgotten
+    switch (c.broken) {
+        case Break::Nothing: break;
+        case Break::Database: m_dbMissing = true; break;
+        case Break::Schema: ASSERT_TRUE(m_db->ExecuteSQL("DROP TABLE MsgAge")); break;
+        case Break::StatusForm: m_statusFormMissing = true; break;
+        case Break::MainForm: m_mainFormExists = false; break;
+    }
 
-    const RunReport report = Drive(GetParam().driver);
-    EXPECT_EQ(report.end, RunEnd::Completed);
-    EXPECT_EQ(Subjects("Archive"), Sorted(GetParam().moved));
-    EXPECT_EQ(report.TotalMoved(), GetParam().moved.size());
+    const RunReport report = Drive(c.driver);
+    EXPECT_EQ(Subjects("Archive"), Sorted(c.moved));
+    EXPECT_EQ(report.TotalMoved(), c.moved.size());
+    const bool immediate = QLatin1String(c.driver) == "RunImmediateRules";
+    const logging::MemoryLogger::Line entry{3, "RunImmediateRules", "Top Entry point"};
+    EXPECT_EQ(!m_log.lines().empty() && m_log.lines().front() == entry, immediate);
+    if (c.broken == Break::Nothing) {
+        EXPECT_EQ(report.end, RunEnd::Completed);
+        return;
+    }
+    EXPECT_EQ(report.end, RunEnd::Error);
+    EXPECT_EQ(TakeReports(), QStringList{os::ErrorReport::ProcedureErrorText(kErrBase + c.number, c.text,
+                                                                            QStringLiteral("OutAddIn.") + c.driver)});
+    if (!m_statusCalls.isEmpty()) {
+        EXPECT_EQ(m_statusCalls.last(), "hide");
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Drivers, SelectionTest,
-                         ::testing::Values(SelectionCase{"Run15MinuteRules", {"any", "quarter"}},
-                                           SelectionCase{"RunImmediateRules", {"any"}},
-                                           SelectionCase{"RunAllRules", {"any", "quarter", "three days"}}),
-                         [](const auto& info) { return std::string(info.param.driver); });
+INSTANTIATE_TEST_SUITE_P(
+    Drivers, DriverTest,
+    ::testing::Values(
+        DriverCase{"Quarter", "Run15MinuteRules", Break::Nothing, {"any", "quarter"}},
+        DriverCase{"Immediate", "RunImmediateRules", Break::Nothing, {"any"}},
+        DriverCase{"All", "RunAllRules", Break::Nothing, {"any", "quarter", "three days"}},
+        DriverCase{"AllNoDatabase", "RunAllRules", Break::Database, {}, 1000,
+                   "Invalid database connection object. Contact Sorquin Support."},
+        DriverCase{"AllNoRecordset", "RunAllRules", Break::Schema, {}, 1001,
+                   "Failed to create Recordset object. Contact Sorquin Support."},
+        DriverCase{"AllNoStatusForm", "RunAllRules", Break::StatusForm, {}, 1002,
+                   "Invalid Status Form object. Contact Sorquin Support."},
+        DriverCase{"QuarterNoStatusForm", "Run15MinuteRules", Break::StatusForm, {}, 1002,
+                   "Failed to create Status Form object. Contact Sorquin Support."},
+        DriverCase{"ImmediateNoMainForm", "RunImmediateRules", Break::MainForm, {}, 1000,
+                   "Invalid Main Form object. Contact Sorquin Support."},
+        DriverCase{"ImmediateNoDatabase", "RunImmediateRules", Break::Database, {}, 1001,
+                   "Invalid database connection object. Contact Sorquin Support."},
+        DriverCase{"ImmediateNoRecordset", "RunImmediateRules", Break::Schema, {}, 1002,
+                   "Failed to create Recordset object 1. Contact Sorquin Support."},
+        DriverCase{"ImmediateNoStatusForm", "RunImmediateRules", Break::StatusForm, {}, 1004,
+                   "Invalid Status Form object. Contact Sorquin Support."}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 // --- missing folders ----------------------------------------------------------
 
@@ -98,16 +116,17 @@ class MissingFolderTest : public RunnerTest, public ::testing::WithParamInterfac
 TEST_P(MissingFolderTest, AsksOncePerFolderAndObeys)
 {
     const MissingCase& c = GetParam();
-    AddMail("m");
-    Rule("NoSource", "m", 13, "", "Archive");
-    Rule("NoDestination", "m", 13, "Inbox", "");
-    Rule("Fine", "m", 13);
+    Mail("m");
+    InsertRule({.name = "NoSource", .subject = "m", .src = ""});
+    InsertRule({.name = "NoDestination", .subject = "m", .dst = ""});
+    InsertRule({.name = "Fine", .subject = "m"});
     for (int a : c.answers) m_answerer.Queue(a);
 
     const RunReport report = m_runner->RunAllRules();
     QStringList expected;
     for (const QString& q : c.questions)
-        expected << MissingQuestion(q.section(':', 0, 0), q.section(':', 1) == "S");
+        expected << QStringLiteral("The %1 Folder for rule: %2 can not be found.\r\nContinue procesing rules?")
+                        .arg(q.endsWith(":S") ? "Source" : "Destination", q.section(':', 0, 0));
     EXPECT_EQ(m_answerer.texts(), expected);
     for (const auto& box : m_answerer.shown()) {
         EXPECT_EQ(box.style, 52);
@@ -126,35 +145,34 @@ INSTANTIATE_TEST_SUITE_P(
         MissingCase{"NoToTheSecondStopsThere", {6, 7}, {"NoSource:S", "NoDestination:D"}, {}, RunEnd::UserStopped}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// --- status form, cancel, stop on a failed rule --------------------------------
+// --- status form, report, cancel, stop on a failed rule -----------------------
 
-TEST_F(RunnerTest, StatusFormFollowsTheRun)
+TEST_F(RunnerTest, StatusFormAndReportFollowTheRun)
 {
-    AddMail("a");
-    AddMail("b");
-    Rule("A", "a");
-    Rule("B", "b");
-    m_runner->RunAllRules();
-    EXPECT_EQ(m_statusCalls, QStringList({"show", "rule:A", "progress:1/2", "rule:B", "progress:2/2", "hide"}));
-}
-
-TEST_F(RunnerTest, WithoutStatusPopsNoFormAndTheSameMoves)
-{
-    AddMail("a");
-    Rule("A", "a");
-    m_settings.statusPops = 0;
-    m_statusFormMissing = true;  // would be an error if it were asked for
+    Mail("a1");
+    Mail("a2");
+    InsertRule({.name = "A", .subject = "a"});
+    InsertRule({.name = "Nothing", .subject = "zzz"});
     const RunReport report = m_runner->RunAllRules();
+    EXPECT_EQ(m_statusCalls, QStringList({"show", "rule:A", "progress:1/2", "rule:Nothing", "progress:2/2", "hide"}));
+    EXPECT_EQ(report.Lines(true), QStringList({"A: 2 moved", "  a1", "  a2", "Nothing: 0 moved"}));
+    EXPECT_TRUE(m_log.texts().contains("A: 2 moved"));
+
+    // Without status pops no form is asked for (it would be an error).
+    Mail("a3");
+    m_settings.statusPops = 0;
+    m_statusFormMissing = true;
+    m_statusCalls.clear();
+    EXPECT_EQ(m_runner->RunAllRules().TotalMoved(), 1);
     EXPECT_TRUE(m_statusCalls.isEmpty());
-    EXPECT_EQ(report.TotalMoved(), 1);
 }
 
 TEST_F(RunnerTest, CancelStopsAfterTheRunningRule)
 {
-    for (const char* s : {"a", "b", "c"}) AddMail(s);
-    Rule("A", "a");
-    Rule("B", "b");
-    Rule("C", "c");
+    for (const char* s : {"a", "b", "c"}) {
+        Mail(s);
+        InsertRule({.name = QString(s).toUpper(), .subject = s});
+    }
     // The user presses Cancel while the first rule runs: the flag is seen
     // once that rule is done.
     m_onPump = [this]() {
@@ -169,12 +187,11 @@ TEST_F(RunnerTest, CancelStopsAfterTheRunningRule)
 
 TEST_F(RunnerTest, FailedRuleEndsTheRun)
 {
-    AddMail("a");
-    AddMail("b");
-    Rule("A", "a");
-    Rule("B", "b");
-    static_cast<stores::MemoryStore&>(Store()).FailNext(stores::MemoryStore::Call::Query, 1,
-                                                        Error::temporary("server went away"));
+    for (const char* s : {"a", "b"}) {
+        Mail(s);
+        InsertRule({.name = QString(s).toUpper(), .subject = s});
+    }
+    Store().FailNext(stores::MemoryStore::Call::Query, 1, Error::temporary("server went away"));
     const RunReport report = m_runner->RunAllRules();
     EXPECT_EQ(report.end, RunEnd::RuleFailed);
     EXPECT_EQ(RuleNames(report), QStringList{"A"});
@@ -182,88 +199,5 @@ TEST_F(RunnerTest, FailedRuleEndsTheRun)
     EXPECT_EQ(report.Lines(), QStringList{"A: 0 moved (error)"});
     EXPECT_EQ(Subjects("Inbox"), Sorted({"a", "b"}));
 }
-
-TEST_F(RunnerTest, ReportSaysWhatMovedAndTheLogRecordsIt)
-{
-    AddMail("a1");
-    AddMail("a2");
-    Rule("A", "a");
-    Rule("Nothing", "zzz");
-    const RunReport report = m_runner->RunAllRules();
-    EXPECT_EQ(report.Lines(true), QStringList({"A: 2 moved", "  a1", "  a2", "Nothing: 0 moved"}));
-    EXPECT_TRUE(m_log.texts().contains("A: 2 moved"));
-}
-
-TEST_F(RunnerTest, ImmediateRunLogsItsEntryAndClearsAStaleCancel)
-{
-    AddMail("a");
-    Rule("A", "a");
-    m_cancel = true;  // Cancel pressed while no run was going on
-    EXPECT_EQ(m_runner->RunImmediateRules().end, RunEnd::Completed);
-    EXPECT_EQ(Subjects("Archive"), QStringList{"a"});
-    ASSERT_FALSE(m_log.lines().empty());
-    EXPECT_EQ(m_log.lines().front(), (logging::MemoryLogger::Line{3, "RunImmediateRules", "Top Entry point"}));
-}
-
-// --- the drivers' own errors ---------------------------------------------------
-
-struct DriverErrorCase {
-    const char* name;
-    const char* driver;
-    std::function<void(RunnerTest&)> arrange;
-    long number;
-    const char* text;
-};
-
-class DriverErrorTest : public RunnerTest, public ::testing::WithParamInterface<DriverErrorCase> {
-public:
-    void NoDatabase() { m_dbMissing = true; }
-    void NoStatusForm() { m_statusFormMissing = true; }
-    void NoMainForm() { m_mainFormExists = false; }
-    void BreakSchema() { ASSERT_TRUE(m_db->ExecuteSQL("DROP TABLE MsgAge")); }
-};
-
-TEST_P(DriverErrorTest, ReportedUnderTheDriversName)
-{
-    const DriverErrorCase& c = GetParam();
-    AddMail("a");
-    Rule("A", "a");
-    c.arrange(*this);
-    const RunReport report = Drive(c.driver);
-    EXPECT_EQ(report.end, RunEnd::Error);
-    const QString expected = os::ErrorReport::ProcedureErrorText(kErrBase + c.number, c.text,
-                                                                 QStringLiteral("OutAddIn.") + c.driver);
-    EXPECT_EQ(TakeReports(), QStringList{expected});
-    EXPECT_EQ(Subjects("Inbox"), QStringList{"a"});
-    if (!m_statusCalls.isEmpty()) {
-        EXPECT_EQ(m_statusCalls.last(), "hide");
-    }
-}
-
-#define DB_ERR [](RunnerTest& t) { static_cast<DriverErrorTest&>(t).NoDatabase(); }
-#define FORM_ERR [](RunnerTest& t) { static_cast<DriverErrorTest&>(t).NoStatusForm(); }
-#define MAIN_ERR [](RunnerTest& t) { static_cast<DriverErrorTest&>(t).NoMainForm(); }
-#define RS_ERR [](RunnerTest& t) { static_cast<DriverErrorTest&>(t).BreakSchema(); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Errors, DriverErrorTest,
-    ::testing::Values(
-        DriverErrorCase{"AllNoDatabase", "RunAllRules", DB_ERR, 1000,
-                        "Invalid database connection object. Contact Sorquin Support."},
-        DriverErrorCase{"AllNoRecordset", "RunAllRules", RS_ERR, 1001,
-                        "Failed to create Recordset object. Contact Sorquin Support."},
-        DriverErrorCase{"AllNoStatusForm", "RunAllRules", FORM_ERR, 1002,
-                        "Invalid Status Form object. Contact Sorquin Support."},
-        DriverErrorCase{"QuarterNoStatusForm", "Run15MinuteRules", FORM_ERR, 1002,
-                        "Failed to create Status Form object. Contact Sorquin Support."},
-        DriverErrorCase{"ImmediateNoMainForm", "RunImmediateRules", MAIN_ERR, 1000,
-                        "Invalid Main Form object. Contact Sorquin Support."},
-        DriverErrorCase{"ImmediateNoDatabase", "RunImmediateRules", DB_ERR, 1001,
-                        "Invalid database connection object. Contact Sorquin Support."},
-        DriverErrorCase{"ImmediateNoRecordset", "RunImmediateRules", RS_ERR, 1002,
-                        "Failed to create Recordset object 1. Contact Sorquin Support."},
-        DriverErrorCase{"ImmediateNoStatusForm", "RunImmediateRules", FORM_ERR, 1004,
-                        "Invalid Status Form object. Contact Sorquin Support."}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
