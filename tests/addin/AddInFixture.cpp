@@ -9,6 +9,8 @@
 #include <QEvent>
 #include <QFile>
 
+#include <sqlite3.h>
+
 namespace mv::test {
 
 namespace {
@@ -79,6 +81,29 @@ void AddInTest::CopyTemplate(const QString& path)
     const QString source = QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb");
     ASSERT_TRUE(QFile::copy(source, path)) << source.toStdString();
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
+}
+
+void AddInTest::Sql(const QString& path, const QString& statements)
+{
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(path.toUtf8().constData(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, statements.toUtf8().constData(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
+}
+
+QString AddInTest::Query(const QString& path, const char* select)
+{
+    if (!QFile::exists(path)) return QStringLiteral("(missing)");
+    sqlite3* db = nullptr;
+    sqlite3_stmt* stmt = nullptr;
+    QStringList row;
+    if (sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, select, -1, &stmt, nullptr) == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
+        for (int i = 0; i < sqlite3_column_count(stmt); ++i)
+            row << QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i)));
+    sqlite3_finalize(stmt);
+    sqlite3_close(db);
+    return row.join(u',');
 }
 
 addin::AddInServices AddInTest::Services()

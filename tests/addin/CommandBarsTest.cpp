@@ -7,8 +7,6 @@
 
 #include <QDir>
 
-#include <sqlite3.h>
-
 namespace mv::test {
 namespace {
 
@@ -22,24 +20,6 @@ public:
     mutable int uses = 0;
 };
 
-QString SettingsRow(const QString& path)
-{
-    sqlite3* db = nullptr;
-    sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_stmt* stmt = nullptr;
-    QString out;
-    if (sqlite3_prepare_v2(db, "SELECT tbTop, tbLeft, tbRow, init FROM Settings", -1, &stmt, nullptr) == SQLITE_OK &&
-        sqlite3_step(stmt) == SQLITE_ROW)
-        out = QStringLiteral("%1,%2,%3,%4")
-                  .arg(sqlite3_column_int(stmt, 0))
-                  .arg(sqlite3_column_int(stmt, 1))
-                  .arg(sqlite3_column_int(stmt, 2))
-                  .arg(sqlite3_column_int(stmt, 3));
-    sqlite3_finalize(stmt);
-    sqlite3_close(db);
-    return out;
-}
-
 QStringList Describe(office::CommandBar* bar)
 {
     QStringList out;
@@ -50,7 +30,7 @@ QStringList Describe(office::CommandBar* bar)
     return out;
 }
 
-TEST_F(AddInTest, ToolbarHasItsFourButtonsWithFacesAndTheClipboardIsKept)
+TEST_F(AddInTest, ToolbarAndToolsMenuHaveTheirFourItemsAndTheClipboardIsKept)
 {
     m_clipboard.SetData(QStringLiteral("text/plain"), "the user's text");
     const auto before = m_clipboard.Save().formats;
@@ -73,6 +53,21 @@ TEST_F(AddInTest, ToolbarHasItsFourButtonsWithFacesAndTheClipboardIsKept)
     // The update button wears mv4 (the pencil), the run button mv3 (the arrow).
     EXPECT_NE(AddIn().CBBUpdate()->Face(), AddIn().CBBRun()->Face());
     EXPECT_EQ(m_clipboard.Save().formats, before);
+
+    office::CommandBarControl* popup = nullptr;
+    for (const auto& c : m_app->ActiveExplorer()->CommandBars()->Item("Tools")->Controls()->items())
+        if (c->Caption() == "Mailvane") popup = c;
+    ASSERT_NE(popup, nullptr);
+    EXPECT_EQ(popup->Type(), office::msoControlPopup);
+    EXPECT_TRUE(popup->Temporary());
+    EXPECT_TRUE(popup->BeginGroup());
+    QStringList captions;
+    for (const auto& c : popup->Controls()->items()) {
+        captions << c->Caption();
+        EXPECT_TRUE(c->Temporary());
+        EXPECT_FALSE(c->BeginGroup());
+    }
+    EXPECT_EQ(captions, (QStringList{"Rules Manager...", "Smart Add Rule...", "Smart Rule Update...", "Run Rules"}));
 }
 
 TEST_F(AddInTest, SecondBuildOnTheSameBarsRecreatesTheButtons)
@@ -92,42 +87,35 @@ TEST_F(AddInTest, SecondBuildOnTheSameBarsRecreatesTheButtons)
     EXPECT_EQ(AddIn().init, 1) << "the new button is wired";
 }
 
-TEST_F(AddInTest, ToolbarSettingZeroBuildsNothingAndLeavesTheClipboardAlone)
-{
-    Start();
-    CountingClipboard clipboard;
-    office::CommandBars bars(&clipboard);
-    AddIn().SetClipboard(&clipboard);
-    AddIn().SetToolbar(0);
-    AddIn().BuildToolbar(&bars);
-    EXPECT_EQ(bars.Item("Mailvane"), nullptr);
-    EXPECT_EQ(clipboard.uses, 0);
-    AddIn().SetToolbar(-1);  // any non-zero value builds
-    AddIn().BuildToolbar(&bars);
-    EXPECT_NE(bars.Item("Mailvane"), nullptr);
-    EXPECT_GT(clipboard.uses, 0);
-}
-
 struct PlaceCase {
     const char* name;
-    std::int16_t init;
-    int row, left, top;
+    std::int16_t toolbar, init;
+    int row, left, top;  // row -1: no toolbar built
 };
 
 class ToolbarPlaceTest : public AddInTest, public ::testing::WithParamInterface<PlaceCase> {};
 
-TEST_P(ToolbarPlaceTest, SavedPlaceAppliesOnlyWhenInitIsOne)
+// The saved place applies only when init is 1; a toolbar setting of 0
+// builds nothing and leaves the clipboard alone, any other value builds.
+TEST_P(ToolbarPlaceTest, SavedPlaceAndToolbarSetting)
 {
     const PlaceCase& c = GetParam();
     Start();
-    os::MemoryClipboard clipboard;
+    CountingClipboard clipboard;
     office::CommandBars bars(&clipboard);
+    AddIn().SetClipboard(&clipboard);
+    AddIn().SetToolbar(c.toolbar);
     AddIn().init = c.init;
     AddIn().tbRow = 3;
     AddIn().tbLeft = 120;
     AddIn().tbTop = 40;
     AddIn().BuildToolbar(&bars);
     office::CommandBar* bar = bars.Item("Mailvane");
+    EXPECT_EQ(clipboard.uses > 0, c.row >= 0);
+    if (c.row < 0) {
+        EXPECT_EQ(bar, nullptr);
+        return;
+    }
     ASSERT_NE(bar, nullptr);
     EXPECT_EQ(bar->RowIndex(), c.row);
     EXPECT_EQ(bar->Left(), c.left);
@@ -135,41 +123,17 @@ TEST_P(ToolbarPlaceTest, SavedPlaceAppliesOnlyWhenInitIsOne)
 }
 
 INSTANTIATE_TEST_SUITE_P(AddIn, ToolbarPlaceTest,
-                         ::testing::Values(PlaceCase{"InitOne", 1, 3, 120, 40}, PlaceCase{"InitZero", 0, 0, 0, 0},
-                                           PlaceCase{"InitTwo", 2, 0, 0, 0}),
+                         ::testing::Values(PlaceCase{"InitOne", 1, 1, 3, 120, 40}, PlaceCase{"InitZero", 1, 0, 0, 0, 0},
+                                           PlaceCase{"InitTwo", 1, 2, 0, 0, 0}, PlaceCase{"ToolbarOff", 0, 1, -1, 0, 0},
+                                           PlaceCase{"ToolbarMinusOne", -1, 0, 0, 0, 0}),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(AddInTest, ToolsMenuPopupHasFourItems)
-{
-    Start();
-    office::CommandBar* tools = m_app->ActiveExplorer()->CommandBars()->Item("Tools");
-    ASSERT_NE(tools, nullptr);
-    office::CommandBarControl* popup = nullptr;
-    for (const auto& c : tools->Controls()->items())
-        if (c->Caption() == "Mailvane") popup = c;
-    ASSERT_NE(popup, nullptr);
-    EXPECT_EQ(popup->Type(), office::msoControlPopup);
-    EXPECT_TRUE(popup->Temporary());
-    EXPECT_TRUE(popup->BeginGroup());
-    QStringList captions;
-    for (const auto& c : popup->Controls()->items()) {
-        captions << c->Caption();
-        EXPECT_TRUE(c->Temporary());
-        EXPECT_FALSE(c->BeginGroup());
-    }
-    EXPECT_EQ(captions, (QStringList{"Rules Manager...", "Smart Add Rule...", "Smart Rule Update...", "Run Rules"}));
-}
 
 TEST_F(AddInTest, MenubarZeroBuildsNoPopup)
 {
     // Settings come from the database: turn the menu off there first.
     ASSERT_TRUE(QDir().mkpath(DataDir()));
-    const QString db = DataDir() + QStringLiteral("/mv.mdb");
-    CopyTemplate(db);
-    sqlite3* h = nullptr;
-    ASSERT_EQ(sqlite3_open(db.toUtf8().constData(), &h), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(h, "UPDATE Settings SET menubar = 0", nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(h);
+    CopyTemplate(DataDb());
+    Sql(DataDb(), QStringLiteral("UPDATE Settings SET menubar = 0"));
     Start();
     EXPECT_EQ(AddIn().Menubar(), 0);
     office::CommandBar* tools = m_app->ActiveExplorer()->CommandBars()->Item("Tools");
@@ -226,7 +190,7 @@ TEST_F(AddInTest, RunClickRunsRulesThenStoresTheToolbarPlace)
         ASSERT_NE(run, nullptr);
         run->Execute();
     }
-    EXPECT_EQ(SettingsRow(DataDir() + QStringLiteral("/mv.mdb")), "42,7,2,1");
+    EXPECT_EQ(Query(DataDb(), "SELECT tbTop, tbLeft, tbRow, init FROM Settings"), "42,7,2,1");
     EXPECT_TRUE(m_answerer.shown().empty()) << m_answerer.texts().join(u'|').toStdString();
 }
 

@@ -5,40 +5,17 @@
 
 #include "addin/ExplWrap.h"
 #include "addin/InspWrap.h"
+#include "platform/outlook/store/StoreItem.h"
+#include "platform/stores/memory/MemoryStore.h"
 
 namespace mv::test {
 namespace {
 
 // An item as an Inspector shows it: only its identity matters here.
-class ShownItem : public outlook::Item {
-public:
-    explicit ShownItem(QString id) : m_id(std::move(id)) {}
-    QString EntryID() const override { return m_id; }
-    QString StoreID() const override { return QStringLiteral("00"); }
-    QString MessageClass() const override { return QStringLiteral("IPM.Note"); }
-    outlook::ItemKind Kind() const override { return outlook::ItemKind::Mail; }
-    QString Subject() const override { return {}; }
-    int FlagStatus() const override { return 0; }
-    void SetFlagStatus(int) override {}
-    Status Save() override { return Status::success(); }
-    Status Move(const outlook::Folder&) override { return Status::success(); }
-    QVariant Fields(mapi::PropTag) const override { return {}; }
-    std::vector<outlook::Recipient> Recipients() const override { return {}; }
-    QString SenderName() const override { return {}; }
-    QString SenderEmailAddress() const override { return {}; }
-    QString To() const override { return {}; }
-    QString CC() const override { return {}; }
-    QString Body() const override { return {}; }
-    int Importance() const override { return 1; }
-    bool UnRead() const override { return false; }
-
-private:
-    QString m_id;
-};
-
-int CountOf(const QStringList& lines, const QString& line)
+std::unique_ptr<outlook::Item> Shown(const char* hexId)
 {
-    return static_cast<int>(lines.count(line));
+    static stores::MemoryStore store;
+    return std::make_unique<outlook::StoreItem>(store, QByteArray::fromHex(hexId), mapi::MessageRecord{});
 }
 
 TEST_F(AddInTest, ExplorerKeysAreNeverReusedAndClosingOneKeepsTheAddIn)
@@ -59,7 +36,7 @@ TEST_F(AddInTest, ExplorerKeysAreNeverReusedAndClosingOneKeepsTheAddIn)
     DeleteLater();
     EXPECT_EQ(addIn.ExplorerKeys(), (std::vector<std::int16_t>{0, 3}));
     EXPECT_FALSE(addIn.Unloaded());
-    EXPECT_EQ(CountOf(Trail(), "m_objExpl_Close: Calling UnInitHandler..."), 0);
+    EXPECT_EQ(Trail().count("m_objExpl_Close: Calling UnInitHandler..."), 0);
 }
 
 TEST_F(AddInTest, LastExplorerCloseShutsDownOnce)
@@ -73,9 +50,8 @@ TEST_F(AddInTest, LastExplorerCloseShutsDownOnce)
     const QStringList trail = Trail();
     EXPECT_EQ(trail.value(0), "objExpl_Close: Top Entry Point");
     EXPECT_EQ(trail.value(1), "objExpl_Close: Calling UnInitHandler...");
-    EXPECT_EQ(CountOf(trail, "objExpl_Close: Calling UnInitHandler...") +
-                  CountOf(trail, "m_objExpl_Close: Calling UnInitHandler..."),
-              1);
+    EXPECT_EQ(trail.count("objExpl_Close: Calling UnInitHandler...") +
+                  trail.count("m_objExpl_Close: Calling UnInitHandler..."), 1);
 }
 
 TEST_F(AddInTest, TheNextExplorerIsWatchedAfterTheFirstCloses)
@@ -84,13 +60,13 @@ TEST_F(AddInTest, TheNextExplorerIsWatchedAfterTheFirstCloses)
     outlook::Explorer* first = m_app->ActiveExplorer();
     host::HeadlessExplorer* second = m_app->OpenExplorer();
     // A message window keeps the add-in up, so both closes reach objExpl_Close.
-    host::HeadlessInspector* inspector = m_app->OpenInspector(std::make_unique<ShownItem>(QStringLiteral("01")));
+    host::HeadlessInspector* inspector = m_app->OpenInspector(Shown("01"));
     first->Close();
     DeleteLater();
     second->Close();
     DeleteLater();
     EXPECT_FALSE(addIn.Unloaded());
-    EXPECT_EQ(CountOf(Trail(), "objExpl_Close: Top Entry Point"), 2);
+    EXPECT_EQ(Trail().count("objExpl_Close: Top Entry Point"), 2);
     inspector->Close();
     DeleteLater();
 }
@@ -98,7 +74,7 @@ TEST_F(AddInTest, TheNextExplorerIsWatchedAfterTheFirstCloses)
 TEST_F(AddInTest, AnOpenInspectorKeepsTheAddInUpAndItsItemIsKnownOpen)
 {
     addin::OutAddIn& addIn = Start();
-    host::HeadlessInspector* inspector = m_app->OpenInspector(std::make_unique<ShownItem>(QStringLiteral("ABCD01")));
+    host::HeadlessInspector* inspector = m_app->OpenInspector(Shown("ABCD01"));
     EXPECT_EQ(addIn.OpenItemIds(), QStringList{"ABCD01"});
     EXPECT_TRUE(addIn.IsItemOpen(QStringLiteral("ABCD01")));
     EXPECT_TRUE(addIn.IsItemOpen(QStringLiteral("abcd01")));
@@ -107,7 +83,7 @@ TEST_F(AddInTest, AnOpenInspectorKeepsTheAddInUpAndItsItemIsKnownOpen)
     m_app->ActiveExplorer()->Close();
     DeleteLater();
     EXPECT_FALSE(addIn.Unloaded()) << "a message window is still open";
-    EXPECT_EQ(CountOf(Trail(), "objExpl_Close: Top Entry Point"), 1);
+    EXPECT_EQ(Trail().count("objExpl_Close: Top Entry Point"), 1);
 
     inspector->Close();
     DeleteLater();
@@ -124,7 +100,7 @@ TEST_F(AddInTest, KillFromAStrangerLeavesTheWrapper)
     EXPECT_EQ(addIn.ExplorerKeys(), std::vector<std::int16_t>{0});
     addin::InspWrap strangerInsp(addIn);
     EXPECT_FALSE(addIn.KillInsp(QStringLiteral("00"), &strangerInsp));
-    EXPECT_EQ(CountOf(Trail(), "KillExpl: Unexpected Error in KillExpl"), 2);
+    EXPECT_EQ(Trail().count("KillExpl: Unexpected Error in KillExpl"), 2);
 }
 
 TEST_F(AddInTest, NewExplorerHookRunsOnItsFirstSelectionChangeOnly)

@@ -6,7 +6,7 @@
 #include "platform/os/ErrorReport.h"
 #include "platform/os/MessageBox.h"
 
-#include <QStringList>
+#include "tests/support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 
@@ -37,6 +37,15 @@ private:
     }
 };
 
+class FormTest : public ::testing::Test {
+protected:
+    void TearDown() override { EXPECT_FALSE(m_target.cronActiveDuringRun) << "a run started with the cycle timer on"; }
+    os::ScriptedAnswerer m_answerer;
+    os::ErrorReport m_report{m_answerer};
+    RecordingTarget m_target;
+    frmMain m_form{m_target, m_report};
+};
+
 struct CycleCase {
     const char* name;
     std::int16_t runOnStart;
@@ -46,34 +55,29 @@ struct CycleCase {
     QStringList expected;
 };
 
-class CycleTest : public ::testing::TestWithParam<CycleCase> {};
+class CycleTest : public FormTest, public ::testing::WithParamInterface<CycleCase> {};
 
 TEST_P(CycleTest, RunsFallOnTheirTicks)
 {
     const CycleCase& c = GetParam();
-    os::ScriptedAnswerer answerer;
-    os::ErrorReport report(answerer);
-    RecordingTarget target;
-    target.runOnStart = c.runOnStart;
-    frmMain form(target, report);
-    target.form = &form;
-    EXPECT_FALSE(form.tmrCron.isActive()) << "disabled before load";
-    EXPECT_FALSE(form.tmrMail.isActive());
+    m_target.runOnStart = c.runOnStart;
+    m_target.form = &m_form;
+    EXPECT_FALSE(m_form.tmrCron.isActive()) << "disabled before load";
+    EXPECT_FALSE(m_form.tmrMail.isActive());
 
-    form.Form_Load();
-    EXPECT_TRUE(form.tmrCron.isActive());
-    EXPECT_EQ(form.tmrCron.interval(), c.firstInterval);
-    EXPECT_EQ(form.MinuteTotal(), c.firstTotal);
-    EXPECT_EQ(form.MinuteCount(), 0);
+    m_form.Form_Load();
+    EXPECT_TRUE(m_form.tmrCron.isActive());
+    EXPECT_EQ(m_form.tmrCron.interval(), c.firstInterval);
+    EXPECT_EQ(m_form.MinuteTotal(), c.firstTotal);
+    EXPECT_EQ(m_form.MinuteCount(), 0);
 
-    for (target.tick = 1; target.tick <= c.ticks; ++target.tick) form.tmrCron_Timer();
-    EXPECT_EQ(target.events, c.expected);
-    EXPECT_FALSE(target.cronActiveDuringRun) << "a run started with the cycle timer still on";
+    for (m_target.tick = 1; m_target.tick <= c.ticks; ++m_target.tick) m_form.tmrCron_Timer();
+    EXPECT_EQ(m_target.events, c.expected);
     // Whatever the start, the form ends up in the hourly cycle.
-    EXPECT_TRUE(form.tmrCron.isActive());
-    EXPECT_EQ(form.tmrCron.interval(), frmMain::kCronInterval);
-    EXPECT_EQ(form.MinuteTotal(), 60);
-    EXPECT_TRUE(answerer.shown().empty());
+    EXPECT_TRUE(m_form.tmrCron.isActive());
+    EXPECT_EQ(m_form.tmrCron.interval(), frmMain::kCronInterval);
+    EXPECT_EQ(m_form.MinuteTotal(), 60);
+    EXPECT_TRUE(m_answerer.shown().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -89,44 +93,33 @@ INSTANTIATE_TEST_SUITE_P(
         CycleCase{"RunOnStart2", 2, 60000, 60, 14, {}}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(frmMainMail, BurstOfMailEventsGivesOneImmediateRun)
+TEST_F(FormTest, BurstOfMailEventsGivesOneImmediateRun)
 {
-    os::ScriptedAnswerer answerer;
-    os::ErrorReport report(answerer);
-    RecordingTarget target;
-    frmMain form(target, report);
-    target.form = &form;
-    form.Form_Load();
-
+    m_target.form = &m_form;
+    m_form.Form_Load();
     for (int i = 0; i < 5; ++i) {
-        form.RestartMailTimer();
-        EXPECT_TRUE(form.tmrMail.isActive());
-        EXPECT_EQ(form.tmrMail.interval(), frmMain::kMailInterval);
-        EXPECT_GT(form.tmrMail.remainingTime(), 9000) << "each event re-arms the full ten seconds";
+        m_form.RestartMailTimer();
+        EXPECT_TRUE(m_form.tmrMail.isActive());
+        EXPECT_EQ(m_form.tmrMail.interval(), frmMain::kMailInterval);
+        EXPECT_GT(m_form.tmrMail.remainingTime(), 9000) << "each event re-arms the full ten seconds";
     }
-    EXPECT_TRUE(target.events.isEmpty());
+    EXPECT_TRUE(m_target.events.isEmpty());
 
-    form.tmrMail_Timer();
-    EXPECT_EQ(target.events, QStringList{"0:immediate"});
-    EXPECT_FALSE(target.cronActiveDuringRun);
-    EXPECT_FALSE(form.tmrMail.isActive()) << "fires once per burst";
-    EXPECT_TRUE(form.tmrCron.isActive());
-    EXPECT_EQ(form.MinuteCount(), 0) << "a mail run does not advance the cycle";
+    m_form.tmrMail_Timer();
+    EXPECT_EQ(m_target.events, QStringList{"0:immediate"});
+    EXPECT_FALSE(m_form.tmrMail.isActive()) << "fires once per burst";
+    EXPECT_TRUE(m_form.tmrCron.isActive());
+    EXPECT_EQ(m_form.MinuteCount(), 0) << "a mail run does not advance the cycle";
 }
 
-TEST(frmMainErrors, CountOverflowIsReportedAndRunsNothing)
+TEST_F(FormTest, CountOverflowIsReportedAndRunsNothing)
 {
-    os::ScriptedAnswerer answerer;
-    os::ErrorReport report(answerer);
-    RecordingTarget target;
-    frmMain form(target, report);
-    form.Form_Load();
-    form.SetMinuteTotal(32767);
-    form.SetMinuteCount(32767);
-    form.tmrCron_Timer();
-    ASSERT_EQ(answerer.texts().size(), 1);
-    EXPECT_EQ(answerer.texts().front(), "Error 6 (Overflow) in procedure tmrCron_Timer of Form frmMain");
-    EXPECT_TRUE(target.events.isEmpty());
+    m_form.Form_Load();
+    m_form.SetMinuteTotal(32767);
+    m_form.SetMinuteCount(32767);
+    m_form.tmrCron_Timer();
+    EXPECT_EQ(m_answerer.texts(), QStringList{"Error 6 (Overflow) in procedure tmrCron_Timer of Form frmMain"});
+    EXPECT_TRUE(m_target.events.isEmpty());
 }
 
 }  // namespace
