@@ -83,7 +83,7 @@ void AddInTest::CopyTemplate(const QString& path)
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
 }
 
-void AddInTest::Sql(const QString& path, const QString& statements)
+void Sql(const QString& path, const QString& statements)
 {
     sqlite3* db = nullptr;
     EXPECT_EQ(sqlite3_open(path.toUtf8().constData(), &db), SQLITE_OK);
@@ -91,7 +91,7 @@ void AddInTest::Sql(const QString& path, const QString& statements)
     sqlite3_close(db);
 }
 
-QString AddInTest::Query(const QString& path, const char* select)
+QString Query(const QString& path, const char* select)
 {
     if (!QFile::exists(path)) return QStringLiteral("(missing)");
     sqlite3* db = nullptr;

@@ -32,6 +32,12 @@ public:
     QStringList opened;
 };
 
+// Straight SQL on a database file, beside the add-in: Sql runs statements;
+// Query gives the first row's columns joined by ',', "" when the query fails
+// and "(missing)" when there is no such file.
+void Sql(const QString& path, const QString& statements);
+QString Query(const QString& path, const char* select);
+
 class AddInTest : public ::testing::Test {
 protected:
     AddInTest();
@@ -44,11 +50,6 @@ protected:
     QString DataDb() const { return DataDir() + QStringLiteral("/mv.mdb"); }
     // Copies the built blank database to `path`.
     void CopyTemplate(const QString& path);
-    // Straight SQL on a database file, beside the add-in: Sql runs
-    // statements; Query gives the first row's columns joined by ',', "" when
-    // the query fails and "(missing)" when there is no such file.
-    static void Sql(const QString& path, const QString& statements);
-    static QString Query(const QString& path, const char* select);
 
     // Opens the host's window (unless told not to) and connects the add-in.
     addin::OutAddIn& Start(bool withWindow = true);

@@ -16,15 +16,15 @@ namespace {
 // Tags a database file so a test can tell which one ended up where.
 void Mark(const QString& path, const QString& name)
 {
-    AddInTest::Sql(path, QStringLiteral("CREATE TABLE IF NOT EXISTS Marker(name TEXT); DELETE FROM Marker;"
+    Sql(path, QStringLiteral("CREATE TABLE IF NOT EXISTS Marker(name TEXT); DELETE FROM Marker;"
                                         "INSERT INTO Marker VALUES('%1');").arg(name));
 }
 
 QString MarkerOf(const QString& path)
 {
-    const QString settings = AddInTest::Query(path, "SELECT count(*) FROM Settings");
+    const QString settings = Query(path, "SELECT count(*) FROM Settings");
     if (settings.isEmpty() || settings == "(missing)") return settings.isEmpty() ? "(unreadable)" : settings;
-    const QString marker = AddInTest::Query(path, "SELECT name FROM Marker");
+    const QString marker = Query(path, "SELECT name FROM Marker");
     return marker.isEmpty() ? QStringLiteral("template") : marker;
 }
 

@@ -26,7 +26,6 @@ TEST_P(StatusFormTest, CancelSetsTheFlagWithOrWithoutAnimation)
 {
     bool cancel = false;
     addin::frmStatus form(QString::fromLatin1(GetParam().installDir), cancel);
-    EXPECT_EQ(form.objectName(), "frmStatus");
     EXPECT_EQ(form.FrameCount(), GetParam().frames);
     form.Show();
     form.SetRuleName(QStringLiteral("Newsletters"));
