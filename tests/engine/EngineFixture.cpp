@@ -39,17 +39,10 @@ QString Hex(const QByteArray& id) { return mapi::MapiUtils::HrGetHexFromBinary(i
 
 QByteArray Rfc822(const Msg& m)
 {
-    QByteArray out = "From: " + m.from.toUtf8() + "\r\nTo: " + m.to.toUtf8() + "\r\n";
-    if (!m.cc.isEmpty()) out += "Cc: " + m.cc.toUtf8() + "\r\n";
-    out += "Subject: " + m.subject.toUtf8() + "\r\n";
-    if (!m.importance.isEmpty()) out += "Importance: " + m.importance.toUtf8() + "\r\n";
-    out += "Date: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + m.subject.toUtf8().toHex() + "." +
-           QByteArray::number(qHash(m.body)) + "@example.com>\r\nMIME-Version: 1.0\r\n";
-    if (m.contentType.isEmpty())
-        out += "Content-Type: text/plain; charset=utf-8\r\n\r\n" + m.body.toUtf8() + "\r\n";
-    else
-        out += "Content-Type: " + m.contentType + "\r\n\r\n" + m.rawBody;
-    return out;
+    return "From: " + m.from.toUtf8() + "\r\nTo: Bob <bob@example.org>\r\nSubject: " + m.subject.toUtf8() +
+           "\r\nDate: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + m.subject.toUtf8().toHex() +
+           "@example.com>\r\nMIME-Version: 1.0\r\nContent-Type: " +
+           (m.contentType.isEmpty() ? QByteArray("text/plain; charset=utf-8\r\n\r\nHello.\r\n") : m.contentType + "\r\n\r\n" + m.rawBody);
 }
 
 }  // namespace
@@ -127,24 +120,13 @@ void EngineTest::TearDown()
     if (m_db) m_db->KillDB();
 }
 
-QByteArray FolderId(mapi::MessageStore& store, const QString& path)
-{
-    auto folders = store.Folders();
-    if (!folders) return {};
-    for (const auto& f : *folders)
-        if (f.path.compare(path, Qt::CaseInsensitive) == 0) return f.entryId;
-    return {};
-}
-
-QByteArray EngineTest::FolderId(const QString& path) { return test::FolderId(Store(), path); }
-
 QByteArray EngineTest::Add(const QString& folder, const Msg& m)
 {
     mapi::NewMessage nm;
     nm.rfc822 = Rfc822(m);
     nm.flags = m.flags;
     nm.internalDate = m.delivered.isValid() ? m.delivered : m_clock.Now().addSecs(-3600);
-    auto id = Store().Append(FolderId(folder), nm);
+    auto id = Store().Append(Store().FolderIdByPath(folder), nm);
     EXPECT_TRUE(id.ok()) << (id.ok() ? "" : id.error().message.toStdString());
     return id.ok() ? *id : QByteArray();
 }
@@ -159,13 +141,10 @@ QByteArray EngineTest::Mail(const QString& subject, bool completed, const QStrin
 
 QStringList EngineTest::Subjects(const QString& folder) { return Subjects(Store(), folder); }
 
-QStringList EngineTest::Subjects(mapi::MessageStore& store, const QString& folder)
+QStringList EngineTest::Subjects(stores::MemoryStore& store, const QString& folder)
 {
-    QStringList out;
-    for (const mapi::Row& row : *store.Query(test::FolderId(store, folder), nullptr, {mapi::PR_SUBJECT})) {
-        const QString s = row[0].toString();
-        out << (s.isEmpty() ? QStringLiteral("[none]") : s);
-    }
+    QStringList out = store.SubjectsIn(store.FolderIdByPath(folder));
+    std::replace(out.begin(), out.end(), QString(), QStringLiteral("[none]"));
     return Sorted(out);
 }
 
@@ -182,10 +161,10 @@ bool EngineTest::Completed(stores::MemoryStore& store, const QString& folder, co
 int EngineTest::InsertRule(const RuleDef& def)
 {
     const QString noFolder = QStringLiteral("4D564D3146FFFFFFFF");
-    const auto folder = [&](mapi::MessageStore& store, const QString& path) {
-        return path.isEmpty() ? noFolder : Hex(test::FolderId(store, path));
+    const auto folder = [&](stores::MemoryStore& store, const QString& path) {
+        return path.isEmpty() ? noFolder : Hex(store.FolderIdByPath(path));
     };
-    mapi::MessageStore& dst = def.dstOther ? static_cast<mapi::MessageStore&>(Other()) : Store();
+    stores::MemoryStore& dst = def.dstOther ? Other() : Store();
     const QVariant params[] = {def.name,     def.from,       def.to,          def.cc,     def.subject,
                                def.importance, def.status,   def.flagStatus,  def.msgAge, folder(Store(), def.src),
                                Hex(Store().StoreId()), folder(dst, def.dst), Hex(dst.StoreId()), def.active,

@@ -38,10 +38,6 @@ namespace mv::engine::test {
 struct Msg {
     QString subject{};
     QString from = QStringLiteral("Alice <alice@example.com>");
-    QString to = QStringLiteral("Bob <bob@example.org>");
-    QString cc{};
-    QString body = QStringLiteral("Hello.");
-    QString importance{};      // Importance: header, empty for none
     QDateTime delivered{};     // UTC; invalid: the fixture's "now" minus one hour
     mapi::MessageFlags flags{};
     QByteArray contentType{};  // empty: text/plain; else rawBody follows as is
@@ -69,13 +65,12 @@ protected:
     stores::MemoryStore& Store() { return *m_memory; }
     stores::MemoryStore& Other() { return *m_other; }
 
-    QByteArray FolderId(const QString& path);
     QByteArray Add(const QString& folder, const Msg& m);
     // A plain message in `folder`, carrying the completed flag when asked.
     QByteArray Mail(const QString& subject, bool completed = false, const QString& folder = QStringLiteral("Inbox"));
     // Subjects in a folder, sorted ("[none]" for an empty subject).
     QStringList Subjects(const QString& folder);
-    QStringList Subjects(mapi::MessageStore& store, const QString& folder);
+    QStringList Subjects(stores::MemoryStore& store, const QString& folder);
     // Whether the message with `subject` in `folder` still has its completed flag.
     bool Completed(stores::MemoryStore& store, const QString& folder, const QString& subject);
     int InsertRule(const RuleDef& def);
@@ -110,6 +105,5 @@ protected:
 };
 
 QStringList Sorted(QStringList l);
-QByteArray FolderId(mapi::MessageStore& store, const QString& path);
 
 }  // namespace mv::engine::test

@@ -167,37 +167,33 @@ TEST_F(RunnerTest, StatusFormAndReportFollowTheRun)
     EXPECT_TRUE(m_statusCalls.isEmpty());
 }
 
-TEST_F(RunnerTest, CancelStopsAfterTheRunningRule)
+// Cancel pressed while the first rule runs is seen once that rule is done;
+// a failed rule ends the run at once.
+class StopTest : public RunnerTest, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(StopTest, CancelOrAFailedRuleEndsTheRunAfterIt)
 {
+    const bool cancel = GetParam();
     for (const char* s : {"a", "b", "c"}) {
         Mail(s);
         InsertRule({.name = QString(s).toUpper(), .subject = s});
     }
-    // The user presses Cancel while the first rule runs: the flag is seen
-    // once that rule is done.
-    m_onPump = [this]() {
-        if (m_statusCalls.endsWith("rule:A")) m_cancel = true;
-    };
+    if (cancel)
+        m_onPump = [this]() { m_cancel = m_cancel || m_statusCalls.endsWith("rule:A"); };
+    else
+        Store().FailNext(stores::MemoryStore::Call::Query, 1, Error::temporary("server went away"));
     const RunReport report = m_runner->RunAllRules();
-    EXPECT_EQ(report.end, RunEnd::Cancelled);
+    EXPECT_EQ(report.end, cancel ? RunEnd::Cancelled : RunEnd::RuleFailed);
     EXPECT_EQ(RuleNames(report), QStringList{"A"});
-    EXPECT_EQ(Subjects("Inbox"), Sorted({"b", "c"}));
+    EXPECT_EQ(Subjects("Inbox"), cancel ? Sorted({"b", "c"}) : Sorted({"a", "b", "c"}));
     EXPECT_EQ(m_statusCalls.last(), "hide");
+    EXPECT_EQ(TakeReports().size(), cancel ? 0 : 1);
+    if (!cancel) {
+        EXPECT_EQ(report.Lines(), QStringList{"A: 0 moved (error)"});
+    }
 }
 
-TEST_F(RunnerTest, FailedRuleEndsTheRun)
-{
-    for (const char* s : {"a", "b"}) {
-        Mail(s);
-        InsertRule({.name = QString(s).toUpper(), .subject = s});
-    }
-    Store().FailNext(stores::MemoryStore::Call::Query, 1, Error::temporary("server went away"));
-    const RunReport report = m_runner->RunAllRules();
-    EXPECT_EQ(report.end, RunEnd::RuleFailed);
-    EXPECT_EQ(RuleNames(report), QStringList{"A"});
-    EXPECT_EQ(TakeReports().size(), 1);
-    EXPECT_EQ(report.Lines(), QStringList{"A: 0 moved (error)"});
-    EXPECT_EQ(Subjects("Inbox"), Sorted({"a", "b"}));
-}
+INSTANTIATE_TEST_SUITE_P(Runs, StopTest, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "Cancel" : "FailedRule"; });
 
 }  // namespace
