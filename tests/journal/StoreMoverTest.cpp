@@ -13,14 +13,6 @@ using Call = MemoryStore::Call;
 
 namespace {
 
-MemoryStore::Options Named(const char* name, bool keepsNames)
-{
-    MemoryStore::Options o;
-    o.name = QString::fromLatin1(name);
-    o.keepsUniqueNames = keepsNames;
-    return o;
-}
-
 // Store A (names nothing, as IMAP) holds the source Inbox; the destination
 // is A's Archive (same store) or B's Archive (B keeps names, as Maildir).
 class MoverTest : public ::testing::Test {
@@ -103,8 +95,9 @@ protected:
     int Open() { return static_cast<int>(m_journal->Unfinished()->size()); }
 
     QTemporaryDir m_dir;
-    MemoryStore m_a{Named("A", false)};
-    MemoryStore m_b{Named("B", true)};
+    // Name, own address, clock, whether it keeps unique names.
+    MemoryStore m_a{{QStringLiteral("A"), {}, {}, false}};
+    MemoryStore m_b{{QStringLiteral("B"), {}, {}, true}};
     std::unique_ptr<MoveJournal> m_journal;
     std::unique_ptr<StoreMover> m_mover;
 };
