@@ -13,12 +13,6 @@ namespace {
 
 class JournalRunTest : public EngineTest {
 protected:
-    std::vector<journal::MoveRow> Rows(qint64 run)
-    {
-        auto rows = m_journal->RowsOfRun(run);
-        EXPECT_TRUE(rows.ok());
-        return rows ? *rows : std::vector<journal::MoveRow>{};
-    }
     bool Logged(const QString& part)
     {
         for (const QString& t : m_log.texts())
@@ -44,7 +38,7 @@ TEST_F(JournalRunTest, CrossStoreRuleMovesThroughTheJournal)
     ASSERT_EQ(runs.size(), 1u);
     EXPECT_EQ(runs[0].trigger, "RunAllRules");
     EXPECT_TRUE(runs[0].ended.isValid());
-    const auto rows = Rows(runs[0].run);
+    const auto rows = *m_journal->RowsOfRun(runs[0].run);
     ASSERT_EQ(rows.size(), 2u);
     for (const auto& r : rows) {
         EXPECT_EQ(r.state, MoveState::Moved);
@@ -88,8 +82,8 @@ TEST_F(JournalRunTest, RunSettlesWhatADeadProcessLeftBeforeItsRules)
     EXPECT_EQ(report.TotalMoved(), 1);
     EXPECT_EQ(Subjects("Archive"), QStringList{"done"});
     EXPECT_TRUE(Subjects("Inbox").isEmpty());
-    EXPECT_EQ(Rows(0).at(0).state, MoveState::RolledBack);
-    EXPECT_EQ(Rows(report.journalRun).at(0).state, MoveState::Moved);
+    EXPECT_EQ(m_journal->RowsOfRun(0)->at(0).state, MoveState::RolledBack);
+    EXPECT_EQ(m_journal->RowsOfRun(report.journalRun)->at(0).state, MoveState::Moved);
 }
 
 TEST_F(JournalRunTest, RunThatCannotHaveTheLockDoesNothing)
