@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/stat.h>
-
 using namespace mv;
 using namespace mv::journal;
 
@@ -69,9 +67,8 @@ TEST_F(MoveJournalTest, IntendedRowsSurviveReopenAndFinishSettlesThem)
         EXPECT_EQ(rows[0].batch, rows[1].batch);
         EXPECT_NE(rows[0].id, rows[1].id);
     }
-    struct stat st {};
-    ASSERT_EQ(::stat(QFile::encodeName(Path()).constData(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(QFile::permissions(Path()) & ~(QFile::ReadUser | QFile::WriteUser),
+              QFile::ReadOwner | QFile::WriteOwner);
 
     auto j = OpenOk();
     ASSERT_TRUE(j);
@@ -93,10 +90,6 @@ TEST_F(MoveJournalTest, IntendedRowsSurviveReopenAndFinishSettlesThem)
     EXPECT_EQ(ofRun[0].dstId, QByteArray("M9"));
     EXPECT_EQ(ofRun[1].state, MoveState::Vanished);
     EXPECT_EQ(j->RowsOfRule(7, QDateTime::currentDateTimeUtc().addSecs(-60))->size(), 2u);
-    const auto runs = *j->Runs(10);
-    ASSERT_EQ(runs.size(), 1u);
-    EXPECT_EQ(runs[0].trigger, QStringLiteral("RunAllRules"));
-    EXPECT_TRUE(runs[0].ended.isValid());
 
     // Pruning keeps the newest runs however old they are.
     ASSERT_TRUE(j->Prune(QDateTime::currentDateTimeUtc().addDays(400)).ok());
