@@ -91,39 +91,17 @@ void Sql(const QString& path, const QString& statements)
     sqlite3_close(db);
 }
 
-QString Query(const QString& path, const char* select)
-{
-    if (!QFile::exists(path)) return QStringLiteral("(missing)");
-    sqlite3* db = nullptr;
-    sqlite3_stmt* stmt = nullptr;
-    QStringList row;
-    if (sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
-        sqlite3_prepare_v2(db, select, -1, &stmt, nullptr) == SQLITE_OK && sqlite3_step(stmt) == SQLITE_ROW)
-        for (int i = 0; i < sqlite3_column_count(stmt); ++i)
-            row << QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i)));
-    sqlite3_finalize(stmt);
-    sqlite3_close(db);
-    return row.join(u',');
-}
-
-addin::AddInServices AddInTest::Services()
-{
-    addin::AddInServices services;
-    services.report = &m_report;
-    services.progIds = &m_progIds;
-    services.clock = &m_clock;
-    services.clipboard = &m_clipboard;
-    services.installDir = InstallDir();
-    services.forms = &m_forms;
-    services.appDataOverride = AppData();
-    services.configure = m_configure;
-    return services;
-}
-
 addin::OutAddIn& AddInTest::Start(bool withWindow)
 {
     if (withWindow) m_app->Open();
-    m_connect = std::make_unique<addin::Connect>(Services());
+    m_connect = std::make_unique<addin::Connect>(addin::AddInServices{.report = &m_report,
+                                                                      .progIds = &m_progIds,
+                                                                      .clock = &m_clock,
+                                                                      .clipboard = &m_clipboard,
+                                                                      .installDir = InstallDir(),
+                                                                      .forms = &m_forms,
+                                                                      .appDataOverride = AppData(),
+                                                                      .configure = m_configure});
     outlook::IDTExtensibility2::AddInInstance instance{QStringLiteral("Mailvane.Connect")};
     m_connect->OnConnection(m_app.get(), outlook::ext_cm_Startup, instance);
     EXPECT_EQ(instance.Object, m_connect.get());

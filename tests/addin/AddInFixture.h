@@ -32,11 +32,8 @@ public:
     QStringList opened;
 };
 
-// Straight SQL on a database file, beside the add-in: Sql runs statements;
-// Query gives the first row's columns joined by ',', "" when the query fails
-// and "(missing)" when there is no such file.
+// Straight SQL on a database file, beside the add-in.
 void Sql(const QString& path, const QString& statements);
-QString Query(const QString& path, const char* select);
 
 class AddInTest : public ::testing::Test {
 protected:
@@ -53,8 +50,6 @@ protected:
 
     // Opens the host's window (unless told not to) and connects the add-in.
     addin::OutAddIn& Start(bool withWindow = true);
-    // The services the fixture lends an add-in (its seams and folders).
-    addin::AddInServices Services();
     addin::OutAddIn& AddIn() { return *m_connect->AddIn(); }
     // Lines logged at level 3, as "source: text".
     QStringList Trail() const;
