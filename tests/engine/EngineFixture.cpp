@@ -53,9 +53,6 @@ QStringList Sorted(QStringList l)
     return l;
 }
 
-EngineTest::EngineTest() = default;
-EngineTest::~EngineTest() = default;
-
 void EngineTest::SetUp()
 {
     ASSERT_TRUE(m_tmp.isValid());

@@ -57,8 +57,6 @@ struct RuleDef {
 
 class EngineTest : public ::testing::Test {
 protected:
-    EngineTest();
-    ~EngineTest() override;
     void SetUp() override;
     void TearDown() override;
 

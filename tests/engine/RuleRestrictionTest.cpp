@@ -36,25 +36,16 @@ const RestrictionCase kCases[] = {
          r.flagStatus = -1;
      },
      {}},
-    {"EveryCriterionInItsOrder",
+    // What the end-to-end runs do not take: a recipient's name, unread mail.
+    {"ToByNameAndUnread",
      [](RuleRecord& r) {
-         r.subject = "budget";
-         r.fromAddress = "ann@example.org";
          r.toAddress = "Bob";
-         r.ccAddress = "carol@example.org";
-         r.message = "invoice";
          r.status = 0;
-         r.flagStatus = 2;
-         r.importance = 2;
-         r.lastVerb = 104;
-         r.msgAgeId = 5;  // with the cut-off below
      },
-     {R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, kCut), R::Content(PR_SUBJECT, "budget"),
-      R::Content(PR_SENT_REPRESENTING_EMAIL_ADDRESS, "ann@example.org"),
-      R::Sub(PR_MESSAGE_RECIPIENTS, R::Content(PR_DISPLAY_NAME, "Bob")), R::Content(PR_DISPLAY_CC, "carol@example.org"),
-      R::Content(PR_BODY, "invoice"), R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ), Eq(PR_FLAG_STATUS, 2),
-      Eq(PR_IMPORTANCE, 2), Eq(PR_LAST_VERB_EXECUTED, 104)}},
-    {"SeveralWordsAreAnded", [](RuleRecord& r) { r.subject = R"(budget "annual report")"; },
+     {R::Sub(PR_MESSAGE_RECIPIENTS, R::Content(PR_DISPLAY_NAME, "Bob")),
+      R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ)}},
+    {"SeveralWordsAreAnded",
+     [](RuleRecord& r) { r.subject = R"(budget "annual report")"; },
      {R::And({R::Content(PR_SUBJECT, "budget"), R::Content(PR_SUBJECT, "annual report")})}},
     {"OneQuotedWordStandsAsItIs", [](RuleRecord& r) { r.subject = R"("quoted")"; },
      {R::Content(PR_SUBJECT, R"("quoted")")}},

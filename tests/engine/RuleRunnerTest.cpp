@@ -1,11 +1,17 @@
 // The run drivers: which rules each runs, their own errors, missing
-// folders, the status form, cancel and the report.
+// folders, the status form, cancel and the report; rule and whole-run
+// preview; runs and the move journal (moves across stores, recovery before
+// the first rule, the run lock, a journal that cannot be used, unattended
+// runs, cancelling between batches).
 
 #include "EngineFixture.h"
+
+#include "platform/mapi/MapiUtils.h"
 
 using namespace mv;
 using namespace mv::engine;
 using namespace mv::engine::test;
+using journal::MoveState;
 
 namespace {
 
@@ -25,8 +31,6 @@ protected:
         return m_runner->RunAllRules();
     }
 };
-
-// --- one table over the three drivers: the rules each runs, its errors -------
 
 enum class Break { Nothing, Database, Schema, StatusForm, MainForm };
 
@@ -62,9 +66,6 @@ TEST_P(DriverTest, RunsItsWindowsOrReportsUnderItsName)
     const RunReport report = Drive(c.driver);
     EXPECT_EQ(Subjects("Archive"), Sorted(c.moved));
     EXPECT_EQ(report.TotalMoved(), c.moved.size());
-    const bool immediate = QLatin1String(c.driver) == "RunImmediateRules";
-    const logging::MemoryLogger::Line entry{3, "RunImmediateRules", "Top Entry point"};
-    EXPECT_EQ(!m_log.lines().empty() && m_log.lines().front() == entry, immediate);
     if (c.broken == Break::Nothing) {
         EXPECT_EQ(report.end, RunEnd::Completed);
         return;
@@ -101,51 +102,37 @@ INSTANTIATE_TEST_SUITE_P(
                    "Invalid Status Form object. Contact Sorquin Support."}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// --- missing folders ----------------------------------------------------------
-
-struct MissingCase {
-    const char* name;
-    std::vector<int> answers;
-    QStringList questions;  // rule name + ":S" / ":D"
-    QStringList ran;
-    RunEnd end;
-};
-
-class MissingFolderTest : public RunnerTest, public ::testing::WithParamInterface<MissingCase> {};
-
-TEST_P(MissingFolderTest, AsksOncePerFolderAndObeys)
+TEST_F(RunnerTest, MissingFolderAsksOncePerFolderAndObeys)
 {
-    const MissingCase& c = GetParam();
     Mail("m");
     InsertRule({.name = "NoSource", .subject = "m", .src = ""});
     InsertRule({.name = "NoDestination", .subject = "m", .dst = ""});
     InsertRule({.name = "Fine", .subject = "m"});
-    for (int a : c.answers) m_answerer.Queue(a);
-
-    const RunReport report = m_runner->RunAllRules();
-    QStringList expected;
-    for (const QString& q : c.questions)
-        expected << QStringLiteral("The %1 Folder for rule: %2 can not be found.\r\nContinue procesing rules?")
-                        .arg(q.endsWith(":S") ? "Source" : "Destination", q.section(':', 0, 0));
-    EXPECT_EQ(m_answerer.texts(), expected);
-    for (const auto& box : m_answerer.shown()) {
-        EXPECT_EQ(box.style, 52);
-        EXPECT_EQ(box.title, "Mailvane");
+    const struct {
+        const char* name;
+        std::vector<int> answers;
+        QStringList questions;  // rule name + ":S" / ":D"
+        QStringList ran;
+        RunEnd end;
+    } cases[] = {
+        {"NoStopsAtOnce", {7}, {"NoSource:S"}, {}, RunEnd::UserStopped},
+        {"NoToTheSecondStopsThere", {6, 7}, {"NoSource:S", "NoDestination:D"}, {}, RunEnd::UserStopped},
+        {"YesToBothRunsTheRest", {6, 6}, {"NoSource:S", "NoDestination:D"}, {"Fine"}, RunEnd::Completed}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        for (int a : c.answers) m_answerer.Queue(a);
+        const RunReport report = m_runner->RunAllRules();
+        QStringList expected;
+        for (const QString& q : c.questions)
+            expected << QStringLiteral(
+                            "The %1 Folder for rule: %2 can not be found.\r\nContinue procesing rules?")
+                            .arg(q.endsWith(":S") ? "Source" : "Destination", q.section(':', 0, 0));
+        EXPECT_EQ(m_answerer.texts(), expected);
+        EXPECT_EQ(RuleNames(report), c.ran);
+        EXPECT_EQ(report.end, c.end);
+        m_answerer.clear();
     }
-    EXPECT_EQ(RuleNames(report), c.ran);
-    EXPECT_EQ(report.end, c.end);
-    m_answerer.clear();
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Questions, MissingFolderTest,
-    ::testing::Values(
-        MissingCase{"YesToBothRunsTheRest", {6, 6}, {"NoSource:S", "NoDestination:D"}, {"Fine"}, RunEnd::Completed},
-        MissingCase{"NoStopsAtOnce", {7}, {"NoSource:S"}, {}, RunEnd::UserStopped},
-        MissingCase{"NoToTheSecondStopsThere", {6, 7}, {"NoSource:S", "NoDestination:D"}, {}, RunEnd::UserStopped}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-// --- status form, report, cancel, stop on a failed rule -----------------------
 
 TEST_F(RunnerTest, StatusFormAndReportFollowTheRun)
 {
@@ -195,5 +182,198 @@ TEST_P(StopTest, CancelOrAFailedRuleEndsTheRunAfterIt)
 
 INSTANTIATE_TEST_SUITE_P(Runs, StopTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "Cancel" : "FailedRule"; });
+
+class RecordingPreviewForm : public PreviewForm {
+public:
+    void SetCaption(const QString&) override {}
+    void SetLines(const QStringList& l) override { lines = l; }
+    void ShowModal() override { ++shown; }
+    QStringList lines;
+    int shown = 0;
+};
+
+// What the Rules Manager's preview shows is the forms tests' business; here
+// the flag it keeps, the pointer, an unknown rule and a missing source.
+TEST_F(RunnerTest, OneRuleListsWithoutChanging)
+{
+    Mail("budget one", true);
+    RecordingPreviewForm form, none, gone;
+    m_runner->PreviewRule(InsertRule({.subject = "budget"}), form);
+    EXPECT_EQ(form.lines, QStringList{"budget one"});
+    EXPECT_TRUE(Completed(Store(), "Inbox", "budget one"));
+    EXPECT_EQ(m_statusCalls, QStringList({"pointer:11", "pointer:0"}));
+    m_runner->PreviewRule(4242, none);
+    EXPECT_EQ(none.shown, 0);
+
+    m_runner->PreviewRule(InsertRule({.name = "Gone", .src = ""}), gone);
+    EXPECT_EQ(gone.shown, 0);
+    EXPECT_EQ(TakeReports(), QStringList{"The Source Folder for rule: Gone can not be found."});
+}
+
+// The whole-run preview must list, rule by rule, what RunAllRules then
+// moves: a rule sees what earlier rules took away or brought in, and the
+// completed flag the first rule clears on the way.
+TEST_F(RunnerTest, WholeRunPreviewMatchesTheRun)
+{
+    Mail("budget annual");
+    Mail("budget q3", true);
+    Mail("annual party");
+    Mail("lunch");
+    m_open.insert(mapi::MapiUtils::HrGetHexFromBinary(Mail("budget open")));
+    Mail("annual old", false, "Archive");
+    InsertRule({.name = "Budget to Archive", .subject = "budget"});
+    InsertRule({.name = "Rest to Trash", .dst = "Trash"});
+    InsertRule({.name = "Annual from Archive", .subject = "annual", .src = "Archive", .dst = "Drafts"});
+    InsertRule({.name = "Completed", .flagStatus = 1, .src = "Archive", .dst = "Trash"});
+    InsertRule({.name = "Gone", .src = "", .dst = "Trash"});
+
+    const std::vector<RulePreview> preview = m_runner->PreviewAllRules();
+    EXPECT_TRUE(m_answerer.shown().empty()) << "a preview asks nothing";
+    QList<QStringList> lists;
+    for (const RulePreview& p : preview) lists << Sorted(p.subjects);
+    EXPECT_EQ(lists, (QList<QStringList>{{"budget annual", "budget q3"},
+                                         {"annual party", "lunch"},
+                                         {"annual old", "budget annual"},
+                                         {},
+                                         {}}));
+    EXPECT_FALSE(preview.back().problem.isEmpty());
+    EXPECT_EQ(Subjects("Inbox").size(), 5) << "the preview moved something";
+
+    m_answerer.Queue(6);
+    const RunReport run = m_runner->RunAllRules();
+    m_answerer.clear();
+    ASSERT_EQ(run.rules.size(), 4u);
+    for (size_t i = 0; i < run.rules.size(); ++i)
+        EXPECT_EQ(Sorted(run.rules[i].subjects), Sorted(preview[i].subjects))
+            << run.rules[i].ruleName.toStdString();
+    EXPECT_EQ(Subjects("Inbox"), QStringList{"budget open"});
+    EXPECT_EQ(Subjects("Archive"), QStringList{"budget q3"});
+}
+
+// A batch across stores that fails half way: the engine counts what moved,
+// the mail left keeps its flag, and the next run takes it.
+TEST_F(RunnerTest, CrossStoreRuleMovesThroughTheJournal)
+{
+    Mail("done", true);
+    Mail("plain", true);
+    InsertRule({.name = "To the other store", .dstOther = true});
+    Other().FailAt(stores::MemoryStore::Call::Append, 2, Error::temporary("connection dropped"));
+    const RunReport failed = m_runner->RunAllRules();
+    EXPECT_EQ(failed.end, RunEnd::RuleFailed);
+    EXPECT_EQ(failed.TotalMoved(), 1);
+    EXPECT_EQ(TakeReports().size(), 1);
+    EXPECT_EQ(Subjects("Inbox"), QStringList{"plain"});
+    EXPECT_TRUE(Completed(Store(), "Inbox", "plain"));
+    EXPECT_TRUE(m_journal->Unfinished()->empty());
+
+    const RunReport report = m_runner->RunAllRules();
+    EXPECT_EQ(report.end, RunEnd::Completed) << report.error.toStdString();
+    EXPECT_TRUE(Subjects("Inbox").isEmpty());
+    EXPECT_EQ(Subjects(Other(), "Archive"), Sorted({"done", "plain"}));
+    EXPECT_FALSE(Completed(Other(), "Archive", "plain"));
+    const auto runs = *m_journal->Runs(5);
+    ASSERT_EQ(runs.size(), 2u);
+    EXPECT_EQ(runs[0].trigger, "RunAllRules");
+    EXPECT_TRUE(runs[0].ended.isValid());
+    const auto rows = *m_journal->RowsOfRun(report.journalRun);
+    ASSERT_EQ(rows.size(), 1u);
+    EXPECT_EQ(rows[0].state, MoveState::Moved);
+    EXPECT_EQ(rows[0].kind, journal::MoveKind::CrossStore);
+    EXPECT_EQ(rows[0].ruleName, "To the other store");
+    EXPECT_EQ(rows[0].sender, "alice@example.com");
+    EXPECT_TRUE(rows[0].flagCleared);
+}
+
+TEST_F(RunnerTest, RunSettlesWhatADeadProcessLeftBeforeItsRules)
+{
+    const QByteArray id = Mail("done", true);
+    // A process died after clearing the flag, before the move.
+    m_mover->SetInterruption(
+        [](journal::StoreMover::Step s) { return s == journal::StoreMover::Step::FlagsCleared; });
+    (void)m_mover->Move({0, 9, "Old"}, Store(), Store().InboxId(), Store(), Store().FolderIdByPath("Archive"),
+                        {{id, true, "done", {}}});
+    m_mover->SetInterruption({});
+    ASSERT_EQ(m_journal->Unfinished()->size(), 1u);
+    // The rule takes completed mail only: it finds the message only once the
+    // flag is back.
+    InsertRule({.flagStatus = 1});
+
+    const RunReport report = m_runner->RunAllRules();
+    EXPECT_EQ(report.TotalMoved(), 1);
+    EXPECT_EQ(Subjects("Archive"), QStringList{"done"});
+    EXPECT_TRUE(Subjects("Inbox").isEmpty());
+    EXPECT_EQ(m_journal->RowsOfRun(0)->at(0).state, MoveState::RolledBack);
+    EXPECT_EQ(m_journal->RowsOfRun(report.journalRun)->at(0).state, MoveState::Moved);
+}
+
+TEST_F(RunnerTest, RunThatCannotHaveTheLockDoesNothing)
+{
+    Mail("a");
+    InsertRule({});
+    auto held = m_journal->LockRuns(std::chrono::milliseconds(0));  // another process's run
+    ASSERT_TRUE(held.ok());
+    m_runner->SetOptions({false, std::chrono::milliseconds(0)});
+
+    const RunReport report = m_runner->RunAllRules();
+    EXPECT_TRUE(report.busy);
+    EXPECT_EQ(report.end, RunEnd::Error);
+    EXPECT_TRUE(report.error.contains("moves.db.lock")) << report.error.toStdString();
+    EXPECT_TRUE(TakeReports().isEmpty());
+    EXPECT_TRUE(m_log.texts().join(u'\n').contains("Skipped: "));
+    EXPECT_EQ(Subjects("Inbox"), QStringList{"a"});
+    const Status recovery = m_runner->RecoverMoves();
+    ASSERT_FALSE(recovery.ok());
+    EXPECT_EQ(recovery.error().kind, ErrorKind::Temporary);
+}
+
+TEST_F(RunnerTest, JournalThatCannotBeUsedStopsRunsBeforeAnyMove)
+{
+    Mail("a");
+    InsertRule({});
+    m_exec->SetMoverError(Error::permanent("the move journal /data/moves.db is damaged"));
+    const RunReport report = m_runner->RunAllRules();
+    EXPECT_EQ(report.end, RunEnd::Error);
+    EXPECT_TRUE(report.rules.empty());
+    const QStringList reports = TakeReports();
+    ASSERT_EQ(reports.size(), 1);
+    EXPECT_TRUE(reports[0].contains("/data/moves.db")) << reports[0].toStdString();
+    EXPECT_EQ(Subjects("Inbox"), QStringList{"a"});
+}
+
+TEST_F(RunnerTest, UnattendedRunGoesOnPastMissingFoldersAndFailedRules)
+{
+    Mail("m");
+    InsertRule({.name = "NoSource", .subject = "m", .src = ""});
+    InsertRule({.name = "Failing", .subject = "m"});
+    InsertRule({.name = "Fine", .subject = "m"});
+    Store().FailNext(stores::MemoryStore::Call::Query, 1, Error::temporary("server went away"));
+    m_runner->SetOptions({true});
+
+    const RunReport report = m_runner->RunAllRules();
+    EXPECT_EQ(report.end, RunEnd::RuleFailed);
+    ASSERT_EQ(report.rules.size(), 2u);
+    EXPECT_EQ(report.rules[1].ruleName, "Fine");
+    EXPECT_EQ(Subjects("Archive"), QStringList{"m"});
+    EXPECT_EQ(TakeReports().size(), 1);  // the failed rule's error; no question
+    EXPECT_TRUE(m_log.texts().join(u'\n').contains(
+        "The Source Folder for rule: NoSource can not be found. (folder 4D564D3146FFFFFFFF of store "));
+    EXPECT_TRUE(m_log.texts().join(u'\n').contains("Failing failed; going on with the next rule"));
+}
+
+TEST_F(RunnerTest, CancelStopsARuleBetweenBatches)
+{
+    for (int i = 0; i < 5; ++i) Mail(QStringLiteral("m%1").arg(i), true);
+    ExecuteOptions o;
+    o.batchLimit = 2;
+    int pauses = 0;
+    o.betweenBatches = [&] { return ++pauses == 1; };
+    const RuleOutcome run = Execute(InsertRule({}), false, o);
+    EXPECT_EQ(run.result, kResultGoOn);
+    EXPECT_TRUE(run.cancelled);
+    EXPECT_EQ(run.moved, 2);
+    EXPECT_EQ(Subjects("Inbox").size(), 3);
+    for (const QString& s : Subjects("Inbox")) EXPECT_TRUE(Completed(Store(), "Inbox", s)) << s.toStdString();
+    EXPECT_TRUE(m_journal->Unfinished()->empty());
+}
 
 }  // namespace
