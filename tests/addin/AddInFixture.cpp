@@ -9,6 +9,8 @@
 #include <QEvent>
 #include <QFile>
 
+#include <sqlite3.h>
+
 namespace mv::test {
 
 namespace {
@@ -81,24 +83,25 @@ void AddInTest::CopyTemplate(const QString& path)
     QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
 }
 
-addin::AddInServices AddInTest::Services()
+void Sql(const QString& path, const QString& statements)
 {
-    addin::AddInServices services;
-    services.report = &m_report;
-    services.progIds = &m_progIds;
-    services.clock = &m_clock;
-    services.clipboard = &m_clipboard;
-    services.installDir = InstallDir();
-    services.forms = &m_forms;
-    services.appDataOverride = AppData();
-    services.configure = m_configure;
-    return services;
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(path.toUtf8().constData(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, statements.toUtf8().constData(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+    sqlite3_close(db);
 }
 
 addin::OutAddIn& AddInTest::Start(bool withWindow)
 {
     if (withWindow) m_app->Open();
-    m_connect = std::make_unique<addin::Connect>(Services());
+    m_connect = std::make_unique<addin::Connect>(addin::AddInServices{.report = &m_report,
+                                                                      .progIds = &m_progIds,
+                                                                      .clock = &m_clock,
+                                                                      .clipboard = &m_clipboard,
+                                                                      .installDir = InstallDir(),
+                                                                      .forms = &m_forms,
+                                                                      .appDataOverride = AppData(),
+                                                                      .configure = m_configure});
     outlook::IDTExtensibility2::AddInInstance instance{QStringLiteral("Mailvane.Connect")};
     m_connect->OnConnection(m_app.get(), outlook::ext_cm_Startup, instance);
     EXPECT_EQ(instance.Object, m_connect.get());

@@ -32,6 +32,9 @@ public:
     QStringList opened;
 };
 
+// Straight SQL on a database file, beside the add-in.
+void Sql(const QString& path, const QString& statements);
+
 class AddInTest : public ::testing::Test {
 protected:
     AddInTest();
@@ -41,13 +44,12 @@ protected:
     QString InstallDir() const { return m_dir.filePath(QStringLiteral("install")); }
     QString AppData() const { return m_dir.filePath(QStringLiteral("appdata")); }
     QString DataDir() const { return AppData() + QStringLiteral("/Sorquin Software/Mailvane"); }
+    QString DataDb() const { return DataDir() + QStringLiteral("/mv.mdb"); }
     // Copies the built blank database to `path`.
     void CopyTemplate(const QString& path);
 
     // Opens the host's window (unless told not to) and connects the add-in.
     addin::OutAddIn& Start(bool withWindow = true);
-    // The services the fixture lends an add-in (its seams and folders).
-    addin::AddInServices Services();
     addin::OutAddIn& AddIn() { return *m_connect->AddIn(); }
     // Lines logged at level 3, as "source: text".
     QStringList Trail() const;

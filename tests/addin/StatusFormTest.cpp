@@ -14,36 +14,26 @@
 namespace mv::test {
 namespace {
 
-struct AnimationCase {
-    const char* name;
-    const char* installDir;
-    int frames;
-};
-
-class StatusFormTest : public ::testing::TestWithParam<AnimationCase> {};
-
-TEST_P(StatusFormTest, CancelSetsTheFlagWithOrWithoutAnimation)
+TEST(frmStatus, CancelSetsTheFlagWithOrWithoutAnimation)
 {
-    bool cancel = false;
-    addin::frmStatus form(QString::fromLatin1(GetParam().installDir), cancel);
-    EXPECT_EQ(form.objectName(), "frmStatus");
-    EXPECT_EQ(form.FrameCount(), GetParam().frames);
-    form.Show();
-    form.SetRuleName(QStringLiteral("Newsletters"));
-    form.SetProgress(2, 5);
-    EXPECT_EQ(form.findChild<QLabel*>("lblRule")->text(), "Newsletters");
-    EXPECT_EQ(form.findChild<QProgressBar*>("prgRules")->value(), 2);
-    EXPECT_EQ(form.findChild<QProgressBar*>("prgRules")->maximum(), 5);
-    form.findChild<QPushButton*>("btnCancel")->click();
-    EXPECT_TRUE(cancel);
-    form.Hide();
-    EXPECT_FALSE(form.isVisible());
+    for (const auto& [dir, frames] :
+         {std::pair{MV_SOURCE_DIR "/resources", 8}, {MV_SOURCE_DIR "/no-such-folder", 0}}) {
+        SCOPED_TRACE(dir);
+        bool cancel = false;
+        addin::frmStatus form(QString::fromLatin1(dir), cancel);
+        EXPECT_EQ(form.FrameCount(), frames);
+        form.Show();
+        form.SetRuleName(QStringLiteral("Newsletters"));
+        form.SetProgress(2, 5);
+        EXPECT_EQ(form.findChild<QLabel*>("lblRule")->text(), "Newsletters");
+        EXPECT_EQ(form.findChild<QProgressBar*>("prgRules")->value(), 2);
+        EXPECT_EQ(form.findChild<QProgressBar*>("prgRules")->maximum(), 5);
+        form.findChild<QPushButton*>("btnCancel")->click();
+        EXPECT_TRUE(cancel);
+        form.Hide();
+        EXPECT_FALSE(form.isVisible());
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(frmStatus, StatusFormTest,
-                         ::testing::Values(AnimationCase{"Shipped", MV_SOURCE_DIR "/resources", 8},
-                                           AnimationCase{"Missing", MV_SOURCE_DIR "/no-such-folder", 0}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(LogStatusForm, WritesProgressToTheLog)
 {

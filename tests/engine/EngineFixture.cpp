@@ -6,10 +6,8 @@
 #include "platform/ado/Command.h"
 #include "platform/mapi/MapiUtils.h"
 #include "platform/outlook/SafeLib.h"
-#include "platform/stores/maildir/MaildirStore.h"
-#include "platform/stores/memory/MemoryStore.h"
+#include "platform/stores/common/FlagMapping.h"
 
-#include <QDir>
 #include <QFile>
 
 #include <algorithm>
@@ -25,48 +23,34 @@ const char* const kInsertRule =
     "[Status], [FlagStatus], [MsgAgeID], [SrcEntryID], [SrcStoreID], [DstEntryID], [DstStoreID], [Active], "
     "[SortID], [LastVerb], [Message])VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) ";
 
-}  // namespace
+class RecordingStatusForm : public StatusForm {
+public:
+    explicit RecordingStatusForm(QStringList& calls) : m_calls(calls) {}
+    void Show() override { m_calls << QStringLiteral("show"); }
+    void SetRuleName(const QString& name) override { m_calls << QStringLiteral("rule:") + name; }
+    void SetProgress(int done, int total) override { m_calls << QStringLiteral("progress:%1/%2").arg(done).arg(total); }
+    void Hide() override { m_calls << QStringLiteral("hide"); }
+
+private:
+    QStringList& m_calls;
+};
+
+QString Hex(const QByteArray& id) { return mapi::MapiUtils::HrGetHexFromBinary(id); }
 
 QByteArray Rfc822(const Msg& m)
 {
-    QByteArray out = "From: " + m.from.toUtf8() + "\r\nTo: " + m.to.toUtf8() + "\r\n";
-    if (!m.cc.isEmpty()) out += "Cc: " + m.cc.toUtf8() + "\r\n";
-    out += "Subject: " + m.subject.toUtf8() + "\r\n";
-    if (!m.importance.isEmpty()) out += "Importance: " + m.importance.toUtf8() + "\r\n";
-    out += "Date: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + m.subject.toUtf8().toHex() + "." +
-           QByteArray::number(qHash(m.body)) + "@example.com>\r\nMIME-Version: 1.0\r\n";
-    if (m.contentType.isEmpty())
-        out += "Content-Type: text/plain; charset=utf-8\r\n\r\n" + m.body.toUtf8() + "\r\n";
-    else
-        out += "Content-Type: " + m.contentType + "\r\n\r\n" + m.rawBody;
-    return out;
+    return "From: " + m.from.toUtf8() + "\r\nTo: Bob <bob@example.org>\r\nSubject: " + m.subject.toUtf8() +
+           "\r\nDate: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + m.subject.toUtf8().toHex() +
+           "@example.com>\r\nMIME-Version: 1.0\r\nContent-Type: " +
+           (m.contentType.isEmpty() ? QByteArray("text/plain; charset=utf-8\r\n\r\nHello.\r\n") : m.contentType + "\r\n\r\n" + m.rawBody);
 }
+
+}  // namespace
 
 QStringList Sorted(QStringList l)
 {
     l.sort();
     return l;
-}
-
-EngineTest::EngineTest() = default;
-EngineTest::~EngineTest() = default;
-
-mapi::MessageStore& EngineTest::Store() { return m_maildir ? *m_maildir : *m_memory; }
-
-RunnerHooks EngineTest::Hooks()
-{
-    RunnerHooks hooks;
-    hooks.database = [this]() { return m_dbMissing ? nullptr : m_db.get(); };
-    hooks.createStatusForm = [this]() -> std::unique_ptr<StatusForm> {
-        if (m_statusFormMissing) return nullptr;
-        return std::make_unique<RecordingStatusForm>(m_statusCalls);
-    };
-    hooks.mainFormExists = [this]() { return m_mainFormExists; };
-    hooks.processEvents = [this]() {
-        if (m_onPump) m_onPump();
-    };
-    hooks.setMousePointer = [this](int p) { m_statusCalls << QStringLiteral("pointer:%1").arg(p); };
-    return hooks;
 }
 
 void EngineTest::SetUp()
@@ -84,19 +68,8 @@ void EngineTest::SetUp()
     stores::MemoryStoreOptions options;
     options.clock = [this]() { return m_clock.Now().addSecs(-3600); };
     m_memory = std::make_unique<stores::MemoryStore>(options);
-    if (m_useMaildir) {
-        const QString root = m_tmp.filePath(QStringLiteral("Mail"));
-        for (const char* sub : {"cur", "new", "tmp"}) QDir().mkpath(root + QLatin1Char('/') + QLatin1String(sub));
-        stores::maildir::MaildirStoreOptions mo;
-        mo.indexPath = m_tmp.filePath(QStringLiteral("cache/index.sqlite"));
-        mo.watch = false;
-        m_maildir = std::make_unique<stores::maildir::MaildirStore>(root, mo);
-        for (const char* name : {"Archive", "Trash", "Drafts"})
-            ASSERT_TRUE(m_maildir->CreateFolder({}, QString::fromLatin1(name)).ok());
-    }
-    stores::MemoryStoreOptions otherOptions = options;
-    otherOptions.name = QStringLiteral("Other");
-    m_other = std::make_unique<stores::MemoryStore>(otherOptions);
+    options.name = QStringLiteral("Other");
+    m_other = std::make_unique<stores::MemoryStore>(options);
     m_ns = std::make_unique<outlook::StoreNameSpace>(std::vector<mapi::MessageStore*>{&Store(), m_other.get()});
 
     auto journal = journal::MoveJournal::Open(m_tmp.filePath(QStringLiteral("moves.db")));
@@ -115,7 +88,19 @@ void EngineTest::SetUp()
     m_exec->SetMover(m_mover.get());
     m_exec->SetSettingsSource([this]() { return m_settings; });
     m_exec->SetOpenItemTest([this](const QString& id) { return m_open.contains(id); });
-    m_runner = std::make_unique<RuleRunner>(*m_exec, m_report, &m_log, Hooks(), m_cancel);
+
+    RunnerHooks hooks;
+    hooks.database = [this]() { return m_dbMissing ? nullptr : m_db.get(); };
+    hooks.createStatusForm = [this]() -> std::unique_ptr<StatusForm> {
+        if (m_statusFormMissing) return nullptr;
+        return std::make_unique<RecordingStatusForm>(m_statusCalls);
+    };
+    hooks.mainFormExists = [this]() { return m_mainFormExists; };
+    hooks.processEvents = [this]() {
+        if (m_onPump) m_onPump();
+    };
+    hooks.setMousePointer = [this](int p) { m_statusCalls << QStringLiteral("pointer:%1").arg(p); };
+    m_runner = std::make_unique<RuleRunner>(*m_exec, m_report, &m_log, hooks, m_cancel);
 }
 
 void EngineTest::TearDown()
@@ -132,91 +117,63 @@ void EngineTest::TearDown()
     if (m_db) m_db->KillDB();
 }
 
-QByteArray EngineTest::FolderId(const QString& path)
-{
-    auto folders = Store().Folders();
-    if (!folders) return {};
-    for (const auto& f : *folders)
-        if (f.path.compare(path, Qt::CaseInsensitive) == 0) return f.entryId;
-    return {};
-}
-
-QString EngineTest::FolderHex(const QString& path)
-{
-    if (path.isEmpty()) return QStringLiteral("4D564D3146FFFFFFFF");  // no such folder
-    return mapi::MapiUtils::HrGetHexFromBinary(FolderId(path));
-}
-
-QString EngineTest::StoreHex() { return mapi::MapiUtils::HrGetHexFromBinary(Store().StoreId()); }
-
 QByteArray EngineTest::Add(const QString& folder, const Msg& m)
 {
     mapi::NewMessage nm;
     nm.rfc822 = Rfc822(m);
     nm.flags = m.flags;
     nm.internalDate = m.delivered.isValid() ? m.delivered : m_clock.Now().addSecs(-3600);
-    auto id = Store().Append(FolderId(folder), nm);
+    auto id = Store().Append(Store().FolderIdByPath(folder), nm);
     EXPECT_TRUE(id.ok()) << (id.ok() ? "" : id.error().message.toStdString());
     return id.ok() ? *id : QByteArray();
 }
 
+QByteArray EngineTest::Mail(const QString& subject, bool completed, const QString& folder)
+{
+    Msg m;
+    m.subject = subject;
+    if (completed) m.flags.keywords << QStringLiteral("$Completed");
+    return Add(folder, m);
+}
+
 QStringList EngineTest::Subjects(const QString& folder) { return Subjects(Store(), folder); }
 
-QStringList EngineTest::Subjects(mapi::MessageStore& store, const QString& folder)
+QStringList EngineTest::Subjects(stores::MemoryStore& store, const QString& folder)
 {
-    QByteArray folderId;
-    const auto folders = store.Folders();
-    if (folders)
-        for (const auto& f : *folders)
-            if (f.path.compare(folder, Qt::CaseInsensitive) == 0) folderId = f.entryId;
-    auto rows = store.Query(folderId, nullptr, {mapi::PR_SUBJECT});
-    EXPECT_TRUE(rows.ok());
-    QStringList out;
-    if (!rows) return out;
-    for (const auto& row : *rows) {
-        const QString s = row[0].toString();
-        out << (s.isEmpty() ? QStringLiteral("[none]") : s);
-    }
+    QStringList out = store.SubjectsIn(store.FolderIdByPath(folder));
+    std::replace(out.begin(), out.end(), QString(), QStringLiteral("[none]"));
     return Sorted(out);
 }
 
-int EngineTest::InsertRule(RuleDef def)
+bool EngineTest::Completed(stores::MemoryStore& store, const QString& folder, const QString& subject)
 {
+    auto rows = store.Query(store.FolderIdByPath(folder), nullptr, {mapi::PR_ENTRYID, mapi::PR_SUBJECT});
+    for (const auto& row : *rows)
+        if (row[1].toString() == subject)
+            return stores::FlagMapping::HasKeyword(*store.Flags(row[0].toByteArray()), QStringLiteral("$Completed"));
+    ADD_FAILURE() << "no " << subject.toStdString() << " in " << folder.toStdString();
+    return false;
+}
+
+int EngineTest::InsertRule(const RuleDef& def)
+{
+    const QString noFolder = QStringLiteral("4D564D3146FFFFFFFF");
+    const auto folder = [&](stores::MemoryStore& store, const QString& path) {
+        return path.isEmpty() ? noFolder : Hex(store.FolderIdByPath(path));
+    };
+    stores::MemoryStore& dst = def.dstOther ? Other() : Store();
+    const QVariant params[] = {def.name,     def.from,       def.to,          def.cc,     def.subject,
+                               def.importance, def.status,   def.flagStatus,  def.msgAge, folder(Store(), def.src),
+                               Hex(Store().StoreId()), folder(dst, def.dst), Hex(dst.StoreId()), def.active,
+                               m_nextSort++,   def.lastVerb, def.message};
     ado::Command cmd;
     cmd.SetCommandType(ado::adCmdText);
     cmd.SetCommandText(QString::fromLatin1(kInsertRule));
-    auto text = [&cmd](const char* name, const QString& v) {
-        cmd.AppendParameter(cmd.CreateParameter(QString::fromLatin1(name), ado::adVarWChar, ado::adParamInput,
-                                                static_cast<long>(v.size()) + 1, v));
-    };
-    auto number = [&cmd](const char* name, int v) {
-        cmd.AppendParameter(cmd.CreateParameter(QString::fromLatin1(name), ado::adInteger, ado::adParamInput, 10, v));
-    };
-    const int sortId = def.sortId ? def.sortId : m_nextSort;
-    m_nextSort = std::max(m_nextSort, sortId) + 1;
-    text("RuleName", def.name);
-    text("FromAddress", def.from);
-    text("ToAddress", def.to);
-    text("CcAddress", def.cc);
-    text("Subject", def.subject);
-    number("Importance", def.importance);
-    number("Status", def.status);
-    number("FlagStatus", def.flagStatus);
-    number("MsgAgeID", def.msgAge);
-    text("SrcEntryID", FolderHex(def.src));
-    text("SrcStoreID", StoreHex());
-    if (def.dstOther) {
-        const QByteArray otherFolder = static_cast<stores::MemoryStore&>(Other()).FolderIdByPath(def.dst);
-        text("DstEntryID", mapi::MapiUtils::HrGetHexFromBinary(otherFolder));
-        text("DstStoreID", mapi::MapiUtils::HrGetHexFromBinary(Other().StoreId()));
-    } else {
-        text("DstEntryID", FolderHex(def.dst));
-        text("DstStoreID", StoreHex());
+    for (const QVariant& v : params) {
+        const bool number = v.typeId() == QMetaType::Int;
+        cmd.AppendParameter(cmd.CreateParameter({}, number ? ado::adInteger : ado::adVarWChar, ado::adParamInput,
+                                                number ? 10 : static_cast<long>(v.toString().size()) + 1, v));
     }
-    number("Active", def.active);
-    number("SortID", sortId);
-    number("LastVerb", def.lastVerb);
-    text("Message", def.message);
     EXPECT_TRUE(m_db->ExecuteSQL(QString(), &cmd));
     return m_db->NewID();
 }

@@ -1,66 +1,52 @@
 #include "engine/RuleText.h"
 
+#include "tests/support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace mv::engine;
 
-struct SplitCase {
-    const char* name;
-    QString text;
-    QStringList expected;
-};
-
-class SplitAroundQuotesTest : public ::testing::TestWithParam<SplitCase> {};
-
-TEST_P(SplitAroundQuotesTest, SplitsAtSpacesOutsideQuotes)
+TEST(RuleText, SplitAroundQuotes)
 {
-    EXPECT_EQ(SplitAroundQuotes(GetParam().text, " ", true), GetParam().expected);
+    const struct {
+        const char* name;
+        QString text;
+        bool collapse;
+        QStringList expected;
+    } cases[] = {
+        {"WordsAndPhrase", R"(budget "annual report" 2001)", true, {"budget", "annual report", "2001"}},
+        {"DoubledSpacesCollapseInsideQuotesToo", "\"annual  report\"  x", true, {"annual report", "x"}},
+        {"UnmatchedQuoteProtectsTheRest", "a \"b c d", true, {"a", "b c d"}},
+        {"LeadingAndTrailingDelimiterGiveEmptyTerms", " a b ", true, {"", "a", "b", ""}},
+        {"QuotesGlueToNeighbours", "x\"y z\"w v", true, {"xy zw", "v"}},
+        {"EmptyText", "", true, {}},
+        {"WithoutCollapseDoubledDelimitersGiveEmptyTerms", "a  b", false, {"a", "", "b"}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(SplitAroundQuotes(c.text, " ", c.collapse), c.expected) << c.name;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Cases, SplitAroundQuotesTest,
-    ::testing::Values(
-        SplitCase{"WordsAndPhrase", R"(budget "annual report" 2001)", {"budget", "annual report", "2001"}},
-        SplitCase{"DoubledSpacesCollapseInsideQuotesToo", "\"annual  report\"  x", {"annual report", "x"}},
-        SplitCase{"UnmatchedQuoteProtectsTheRest", "a \"b c d", {"a", "b c d"}},
-        SplitCase{"LeadingAndTrailingDelimiterGiveEmptyTerms", " a b ", {"", "a", "b", ""}},
-        SplitCase{"QuotesGlueToNeighbours", "x\"y z\"w v", {"xy zw", "v"}},
-        SplitCase{"EmptyText", "", {}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST(SplitAroundQuotes, WithoutCollapseKeepsEmptyTermsBetweenDoubledDelimiters)
+TEST(RuleText, AddressListsKeepPositions)
 {
-    EXPECT_EQ(SplitAroundQuotes("a  b", " ", false), (QStringList{"a", "", "b"}));
+    const struct {
+        const char* name;
+        QString list;
+        QStringList array;  // the whole array, trailing unread element included
+        QStringList terms;
+    } cases[] = {
+        {"OneEntryUntrimmed", " a@x.com ", {" a@x.com ", ""}, {" a@x.com "}},
+        {"TrailingSeparatorTrims", " a@x.com ;", {"a@x.com", ""}, {"a@x.com"}},
+        {"EmptyMiddleEntryKeepsItsPlace", "a@x.com;;b@y.org", {"a@x.com", "", "b@y.org", ""}, {"a@x.com", "", "b@y.org"}},
+        {"LeadingEmptyEntry", " ;a@x.com", {"", "a@x.com", ""}, {"", "a@x.com"}},
+        {"TwoEntries", "Ann; Bob", {"Ann", "Bob", ""}, {"Ann", "Bob"}},
+        {"NothingButSeparators", " ; ;", {}, {}},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(SplitAddressList(c.list), c.array) << c.name;
+        EXPECT_EQ(AddressTerms(c.list), c.terms) << c.name;
+    }
 }
 
-struct AddressCase {
-    const char* name;
-    QString list;
-    QStringList array;  // the whole array, trailing unread element included
-    QStringList terms;
-};
-
-class SplitAddressListTest : public ::testing::TestWithParam<AddressCase> {};
-
-TEST_P(SplitAddressListTest, KeepsPositions)
-{
-    EXPECT_EQ(SplitAddressList(GetParam().list), GetParam().array);
-    EXPECT_EQ(AddressTerms(GetParam().list), GetParam().terms);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, SplitAddressListTest,
-    ::testing::Values(
-        AddressCase{"OneEntryUntrimmed", " a@x.com ", {" a@x.com ", ""}, {" a@x.com "}},
-        AddressCase{"TrailingSeparatorTrims", " a@x.com ;", {"a@x.com", ""}, {"a@x.com"}},
-        AddressCase{"EmptyMiddleEntryKeepsItsPlace", "a@x.com;;b@y.org", {"a@x.com", "", "b@y.org", ""},
-                    {"a@x.com", "", "b@y.org"}},
-        AddressCase{"LeadingEmptyEntry", " ;a@x.com", {"", "a@x.com", ""}, {"", "a@x.com"}},
-        AddressCase{"TwoEntries", "Ann; Bob", {"Ann", "Bob", ""}, {"Ann", "Bob"}},
-        AddressCase{"NothingButSeparators", " ; ;", {}, {}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST(AddressKinds, SmtpAndExchangeLookalikes)
+TEST(RuleText, SmtpAndExchangeLookalikes)
 {
     EXPECT_TRUE(IsSmtpAddress("ann@example.org"));
     EXPECT_FALSE(IsSmtpAddress("ann@localhost"));

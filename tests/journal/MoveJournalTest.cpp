@@ -1,11 +1,11 @@
 #include "platform/journal/MoveJournal.h"
 
+#include "tests/support/QtPrinters.h"
+
 #include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
 
 using namespace mv;
 using namespace mv::journal;
@@ -36,14 +36,20 @@ MoveRow Row(const char* subject)
     r.dstStore = "D";
     r.dstFolder = "F2";
     r.dstMark = QByteArray("\x00\x00\x00\x05", 4);
-    r.fingerprint.uniqueName = "1700000000.M1P2Q3.host";
-    r.fingerprint.messageIdHeader = "<a@b>";
-    r.fingerprint.size = 1234;
-    r.fingerprint.internalDate = QDateTime(QDate(2026, 11, 1), QTime(8, 0), Qt::UTC);
+    r.fingerprint = {"1700000000.M1P2Q3.host", "<a@b>", 1234, QDateTime(QDate(2026, 11, 1), QTime(8, 0), Qt::UTC)};
     r.flagCleared = true;
     r.subject = QString::fromUtf8(subject);
     r.sender = QStringLiteral("alice@example.com");
     return r;
+}
+
+// What the journal keeps of a row it was told to intend.
+QStringList Kept(const MoveRow& r)
+{
+    return {QString::number(r.ruleId), r.ruleName, QString::number(int(r.kind)), r.srcStore.toHex(), r.srcFolder,
+            r.srcId, r.dstStore, r.dstFolder, r.dstMark.toHex(), r.fingerprint.uniqueName, r.fingerprint.messageIdHeader,
+            QString::number(r.fingerprint.size), r.fingerprint.internalDate.toString(Qt::ISODate),
+            r.flagCleared ? "cleared" : "kept", r.subject, r.sender};
 }
 
 }  // namespace
@@ -61,27 +67,16 @@ TEST_F(MoveJournalTest, IntendedRowsSurviveReopenAndFinishSettlesThem)
         EXPECT_EQ(rows[0].batch, rows[1].batch);
         EXPECT_NE(rows[0].id, rows[1].id);
     }
-    struct stat st {};
-    ASSERT_EQ(::stat(QFile::encodeName(Path()).constData(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0600u);
+    EXPECT_EQ(QFile::permissions(Path()) & ~(QFile::ReadUser | QFile::WriteUser),
+              QFile::ReadOwner | QFile::WriteOwner);
 
     auto j = OpenOk();
     ASSERT_TRUE(j);
     auto open = j->Unfinished();
     ASSERT_TRUE(open.ok());
     ASSERT_EQ(open->size(), 2u);
-    const MoveRow& r = open->at(1);
-    const MoveRow want = Row("zwei \xc3\xbc");
-    EXPECT_EQ(r.run, run);
-    EXPECT_EQ(r.srcStore, want.srcStore);
-    EXPECT_EQ(r.dstMark, want.dstMark);
-    EXPECT_EQ(r.fingerprint.uniqueName, want.fingerprint.uniqueName);
-    EXPECT_EQ(r.fingerprint.messageIdHeader, want.fingerprint.messageIdHeader);
-    EXPECT_EQ(r.fingerprint.size, want.fingerprint.size);
-    EXPECT_EQ(r.fingerprint.internalDate, want.fingerprint.internalDate);
-    EXPECT_TRUE(r.flagCleared);
-    EXPECT_EQ(r.subject, want.subject);
-    EXPECT_EQ(r.kind, MoveKind::CrossStore);
+    EXPECT_EQ(open->at(1).run, run);
+    EXPECT_EQ(Kept(open->at(1)), Kept(Row("zwei \xc3\xbc")));
 
     std::vector<MoveRow> done = *open;
     done[0].state = MoveState::Moved;
@@ -93,13 +88,10 @@ TEST_F(MoveJournalTest, IntendedRowsSurviveReopenAndFinishSettlesThem)
     const auto ofRun = *j->RowsOfRun(run);
     ASSERT_EQ(ofRun.size(), 2u);
     EXPECT_EQ(ofRun[0].dstId, QByteArray("M9"));
+    EXPECT_EQ(ofRun[1].state, MoveState::Vanished);
     EXPECT_EQ(j->RowsOfRule(7, QDateTime::currentDateTimeUtc().addSecs(-60))->size(), 2u);
-    const auto runs = *j->Runs(10);
-    ASSERT_EQ(runs.size(), 1u);
-    EXPECT_EQ(runs[0].trigger, QStringLiteral("RunAllRules"));
-    EXPECT_TRUE(runs[0].ended.isValid());
 
-    // Pruning keeps the newest runs however old they are, and open rows always.
+    // Pruning keeps the newest runs however old they are.
     ASSERT_TRUE(j->Prune(QDateTime::currentDateTimeUtc().addDays(400)).ok());
     EXPECT_EQ(j->RowsOfRun(run)->size(), 2u);
 }

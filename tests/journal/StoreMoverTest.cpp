@@ -13,14 +13,6 @@ using Call = MemoryStore::Call;
 
 namespace {
 
-MemoryStore::Options Named(const char* name, bool keepsNames)
-{
-    MemoryStore::Options o;
-    o.name = QString::fromLatin1(name);
-    o.keepsUniqueNames = keepsNames;
-    return o;
-}
-
 // Store A (names nothing, as IMAP) holds the source Inbox; the destination
 // is A's Archive (same store) or B's Archive (B keeps names, as Maildir).
 class MoverTest : public ::testing::Test {
@@ -103,13 +95,12 @@ protected:
     int Open() { return static_cast<int>(m_journal->Unfinished()->size()); }
 
     QTemporaryDir m_dir;
-    MemoryStore m_a{Named("A", false)};
-    MemoryStore m_b{Named("B", true)};
+    // Name, own address, clock, whether it keeps unique names.
+    MemoryStore m_a{{QStringLiteral("A"), {}, {}, false}};
+    MemoryStore m_b{{QStringLiteral("B"), {}, {}, true}};
     std::unique_ptr<MoveJournal> m_journal;
     std::unique_ptr<StoreMover> m_mover;
 };
-
-// --- recovery, state by state -----------------------------------------------
 
 enum class Original { Present, Deleted, Absent };
 
@@ -144,20 +135,14 @@ TEST_P(RecoveryTest, SettlesWhatADeadProcessLeft)
     row.flagCleared = flagCleared;
     std::vector<MoveRow> rows{row};
     ASSERT_TRUE(m_journal->Intend(rows).ok());
-    if (flagCleared) {
-        ASSERT_TRUE(m_a.SetFlagStatus(id, 0).ok());
-    }
+    ASSERT_TRUE(!flagCleared || m_a.SetFlagStatus(id, 0).ok());
     if (c.copy) {
         mapi::NewMessage copy = m_a.Export({id})->at(0);
         copy.uniqueName = row.fingerprint.uniqueName;
         ASSERT_TRUE(dst.Append(row.dstFolder, copy).ok());
     }
-    if (c.original == Original::Deleted) {
-        ASSERT_TRUE(m_a.SetDeleted(id, true).ok());
-    }
-    if (c.original == Original::Absent) {
-        ASSERT_TRUE(m_a.Remove({id}).ok());
-    }
+    ASSERT_TRUE(c.original != Original::Deleted || m_a.SetDeleted(id, true).ok());
+    ASSERT_TRUE(c.original != Original::Absent || m_a.Remove({id}).ok());
 
     for (int pass = 0; pass < 2; ++pass) {  // a second recovery changes nothing
         Reopen();
@@ -191,8 +176,6 @@ INSTANTIATE_TEST_SUITE_P(Table, RecoveryTest,
                                     (std::get<2>(info.param) ? "_CrossStore" : "_SameStore");
                          });
 
-// --- whole batches ------------------------------------------------------------
-
 TEST_F(MoverTest, CrossStoreBatchMovesKeepsFlagsAndNamesTheCopies)
 {
     std::vector<StoreMover::Entry> entries = Batch();
@@ -212,7 +195,6 @@ TEST_F(MoverTest, CrossStoreBatchMovesKeepsFlagsAndNamesTheCopies)
         EXPECT_EQ(m_b.Fingerprints({out.newIds[i]})->at(0).uniqueName, rows[i].fingerprint.uniqueName);
         EXPECT_FALSE(rows[i].fingerprint.uniqueName.isEmpty());
     }
-    EXPECT_EQ(rows[0].subject, QStringLiteral("m0"));
 }
 
 struct FailureCase {
@@ -260,8 +242,6 @@ INSTANTIATE_TEST_SUITE_P(
                       FailureCase{"RemoveFails", true, Call::Remove, 1, 3},
                       FailureCase{"AppendFailsAndLocateToo", true, Call::Append, 3, 2, Call::Locate}),
     [](const auto& info) { return std::string(info.param.name); });
-
-// --- kills ----------------------------------------------------------------------
 
 std::string KillName(const ::testing::TestParamInfo<std::tuple<StoreMover::Step, bool>>& info)
 {
