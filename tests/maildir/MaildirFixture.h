@@ -2,10 +2,15 @@
 // Real Maildir trees in a temporary directory, and messages written by hand
 // so each test states exactly what its files hold.
 
+#include "platform/stores/maildir/MaildirIds.h"
+#include "platform/stores/maildir/MaildirName.h"
 #include "platform/stores/maildir/MaildirStore.h"
+
+#include "tests/support/QtPrinters.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -13,17 +18,14 @@
 #include <memory>
 
 #include <sys/stat.h>
-
-// Readable failure messages for Qt strings.
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
-inline void PrintTo(const QStringList& l, std::ostream* os)
-{
-    *os << '{' << l.join(QStringLiteral(", ")).toStdString() << '}';
-}
-QT_END_NAMESPACE
+#include <utime.h>
 
 namespace mv::stores::maildir::test {
+
+using namespace mv::mapi;
+
+inline const QByteArray kInbox = FolderIdFor(QString());
+inline const QByteArray kArchive = FolderIdFor(QStringLiteral(".Archive"));
 
 inline QByteArray Mail(const QString& subject, const QString& from = QStringLiteral("Alice <alice@example.com>"),
                        const QString& to = QStringLiteral("Bob <bob@example.org>"),
@@ -44,6 +46,23 @@ inline void WriteFile(const QString& path, const QByteArray& bytes)
     QFile f(path);
     ASSERT_TRUE(f.open(QIODevice::WriteOnly)) << path.toStdString();
     f.write(bytes);
+}
+
+inline void SetMtime(const QString& path, qint64 secs)
+{
+    const struct utimbuf t{secs, secs};
+    ASSERT_EQ(::utime(QFile::encodeName(path).constData(), &t), 0);
+}
+
+// The subjects a query returns, sorted.
+inline QStringList Subjects(MaildirStore& store, const QByteArray& folder, const Restriction* r = nullptr)
+{
+    auto rows = store.Query(folder, r, {PR_SUBJECT});
+    EXPECT_TRUE(rows.ok()) << (rows.ok() ? "" : rows.error().message.toStdString());
+    QStringList out;
+    for (const Row& row : rows.ok() ? *rows : std::vector<Row>{}) out << row[0].toString();
+    out.sort();
+    return out;
 }
 
 class MaildirFixture : public ::testing::Test {
@@ -72,6 +91,16 @@ protected:
         const QString path = dir + QLatin1Char('/') + relName;
         WriteFile(path, bytes);
         return path;
+    }
+
+    // The one message `subject` in `folder`, by its id.
+    QByteArray IdOf(MaildirStore& store, const QByteArray& folder, const QString& subject)
+    {
+        auto rows = store.Query(folder, nullptr, {PR_ENTRYID, PR_SUBJECT});
+        for (const Row& row : rows.ok() ? *rows : std::vector<Row>{})
+            if (row[1].toString() == subject) return row[0].toByteArray();
+        ADD_FAILURE() << "no message " << subject.toStdString();
+        return {};
     }
 
     QStringList Files(const QString& folder, const char* sub = "cur") const

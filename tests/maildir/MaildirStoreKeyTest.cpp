@@ -5,15 +5,9 @@
 
 #include "platform/mapi/MapiUtils.h"
 #include "platform/outlook/store/StoreNameSpace.h"
-#include "platform/stores/maildir/MaildirIds.h"
 #include "platform/stores/maildir/MaildirStoreKey.h"
 
-#include <QFileInfo>
-
-#include <sys/stat.h>
-
 using namespace mv;
-using namespace mv::mapi;
 using namespace mv::stores::maildir;
 using namespace mv::stores::maildir::test;
 
