@@ -1,5 +1,5 @@
 #pragma once
-// Readable gtest output for Qt strings.
+// Readable Qt values in GoogleTest's failure messages.
 
 #include <QByteArray>
 #include <QString>
@@ -10,5 +10,5 @@
 QT_BEGIN_NAMESPACE
 inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
 inline void PrintTo(const QByteArray& b, std::ostream* os) { *os << '"' << b.toStdString() << '"'; }
-inline void PrintTo(const QStringList& l, std::ostream* os) { *os << '{' << l.join(", ").toStdString() << '}'; }
+inline void PrintTo(const QStringList& l, std::ostream* os) { *os << '{' << l.join(QStringLiteral(" | ")).toStdString() << '}'; }
 QT_END_NAMESPACE
