@@ -1,5 +1,11 @@
+// Layouts, folders, names and identifiers of a Maildir tree, and the files
+// the store keeps beside it.
+
 #include "MaildirFixture.h"
 
+#include "platform/mapi/MapiUtils.h"
+#include "platform/outlook/store/StoreNameSpace.h"
+#include "platform/stores/maildir/MaildirStoreKey.h"
 #include "platform/stores/maildir/ModifiedUtf7.h"
 
 using namespace mv;
@@ -55,12 +61,11 @@ TEST_F(MaildirFixture, FolderTreeHasParentsSpecialUseAndCounts)
     Put("", "new/2.b.host", Mail("unread"));
     Put("", "cur/3.c.host:2,T", Mail("trashed"));
     auto store = Open();
-    ASSERT_TRUE(store->Query(kInbox, nullptr, {}).ok());
     QHash<QString, FolderInfo> byPath;
     const auto folders = store->Folders();
     for (const auto& f : *folders) byPath.insert(f.path, f);
     EXPECT_EQ(byPath["Inbox"].specialUse, "\\Inbox");
-    EXPECT_EQ(byPath["Inbox"].total, 2);
+    EXPECT_EQ(byPath["Inbox"].total, 2);  // never queried: nothing in the index
     EXPECT_EQ(byPath["Inbox"].unread, 1);
     EXPECT_EQ(byPath["Sent Items"].specialUse, "\\Sent");
     EXPECT_EQ(byPath["junk"].specialUse, "\\Junk");
@@ -72,12 +77,13 @@ TEST_F(MaildirFixture, FolderTreeHasParentsSpecialUseAndCounts)
     EXPECT_EQ(byPath["Projects/Q4/Late"].name, "Late");
     EXPECT_EQ(byPath["Projects/Q4/Late"].parentId, byPath["Projects/Q4"].entryId);
 
-    // A fresh store reads the counts from the index file without scanning.
-    store.reset();
-    auto again = Open()->Folder(kInbox);
-    ASSERT_TRUE(again.ok());
-    EXPECT_EQ(again->total, 2);
-    EXPECT_EQ(again->unread, 1);
+    // Counts come from the files as they are now, not from a stale index.
+    ASSERT_TRUE(store->Query(kInbox, nullptr, {}).ok());
+    Put("", "new/4.d.host", Mail("arrived"));
+    QFile::remove(root + "/cur/1.a.host:2,S");
+    auto now = store->Folder(kInbox);
+    ASSERT_TRUE(now.ok());
+    EXPECT_EQ(std::pair(now->total, now->unread), std::pair(2, 2));
 }
 
 TEST_F(MaildirFixture, CreateFolderMakesAMaildirOrRefuses)
@@ -189,6 +195,77 @@ TEST(MaildirNames, ParseInfoAndDeliveryTime)
     EXPECT_NE(a, b);
     EXPECT_EQ(MaildirName::DeliveryTime(a), at);
     EXPECT_FALSE(a.contains('/') || a.contains(':'));
+}
+
+// Store identifiers that survive moving the data folder.
+QString Hex(const QByteArray& b)
+{
+    return MapiUtils::HrGetHexFromBinary(b);
+}
+
+mode_t ModeOf(const QString& path)
+{
+    struct stat st {};
+    EXPECT_EQ(::stat(QFile::encodeName(path).constData(), &st), 0) << path.toStdString();
+    return st.st_mode & 07777;
+}
+
+TEST_F(MaildirFixture, SavedIdsResolveAfterTheDataFolderMoves)
+{
+    Put(".Archive", "cur/1700000000.a.host:2,S", Mail("kept"));
+    const QByteArray oldStyle = StoreIdFor(QFileInfo(root).canonicalFilePath());
+    QByteArray storeId;
+    {
+        auto store = Open();
+        storeId = store->StoreId();
+        EXPECT_NE(storeId, oldStyle);
+    }
+    const QString keyFile = root + "/" + MaildirStoreKey::kFileName;
+    EXPECT_EQ(ModeOf(keyFile), mode_t(0600));
+    // Nothing of the absolute path in any identifier.
+    const QByteArray rootBytes = root.toUtf8();
+    for (const QByteArray& id :
+         {storeId, FolderIdFor(".Archive"), MessageIdFor(".Archive", "1700000000.a.host")})
+        EXPECT_FALSE(id.contains(rootBytes));
+
+    root = m_tmp.path() + "/Restored";
+    ASSERT_TRUE(QDir().rename(m_tmp.path() + "/Mail", root));
+    auto store = Open();
+    EXPECT_EQ(store->StoreId(), storeId);
+    outlook::StoreNameSpace ns(std::vector<MessageStore*>{store.get()});
+    for (const QByteArray& saved : {storeId, oldStyle}) {
+        SCOPED_TRACE(saved.toStdString());
+        auto folder = ns.GetFolderFromID(Hex(FolderIdFor(".Archive")), Hex(saved));
+        ASSERT_TRUE(folder);
+        EXPECT_EQ(folder->ItemCount(), 1);
+        EXPECT_TRUE(ns.GetItemFromID(Hex(MessageIdFor(".Archive", "1700000000.a.host")), Hex(saved)));
+    }
+    EXPECT_FALSE(ns.GetFolderFromID(Hex(FolderIdFor(".Archive")), Hex(StoreIdFor("/elsewhere"))));
+}
+
+TEST_F(MaildirFixture, ForeignKeyFileFallsBackToThePathAndIsLeftAlone)
+{
+    WriteFile(root + "/" + MaildirStoreKey::kFileName, "not a key\n");
+    auto store = Open();
+    EXPECT_EQ(store->StoreId(), StoreIdFor(QFileInfo(root).canonicalFilePath()));
+    QFile f(root + "/" + MaildirStoreKey::kFileName);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.readAll(), "not a key\n");
+}
+
+TEST_F(MaildirFixture, IndexFilesArePrivateEvenWhenMadeWider)
+{
+    const QString cache = QFileInfo(indexPath).absolutePath();
+    QDir().mkpath(cache);
+    ::chmod(QFile::encodeName(cache).constData(), 0755);
+    WriteFile(indexPath, "");
+    ::chmod(QFile::encodeName(indexPath).constData(), 0644);
+    Put("", "cur/1700000000.a.host:2,", Mail("a"));
+    auto store = Open();
+    ASSERT_TRUE(store->Query(FolderIdFor(""), nullptr, {PR_SUBJECT}).ok());
+    EXPECT_EQ(ModeOf(cache), mode_t(0700));
+    for (const char* suffix : {"", "-wal", "-shm"})
+        EXPECT_EQ(ModeOf(indexPath + suffix), mode_t(0600)) << suffix;
 }
 
 }  // namespace
