@@ -97,6 +97,7 @@ TEST_F(JournalTest, AppendManyKeepsUniqueNamesThatLocateFindsAgain)
     ASSERT_TRUE(appended.ok()) << appended.error().message.toStdString();
     EXPECT_EQ(Files(".Archive"), (QStringList{"1700000000.read.host:2,S", "1700000002.new.host:2,"}));
     EXPECT_TRUE(Files(".Archive", "tmp").isEmpty());
+    EXPECT_EQ(store->AppendMany(FolderIdFor(".Nope"), *exported).error().kind, ErrorKind::NotFound);
 
     auto fingerprints = store->Fingerprints({ids[0], ids[2]});
     ASSERT_TRUE(fingerprints.ok());

@@ -273,17 +273,6 @@ TEST_F(StoreTest, SetFlagStatusRenamesWithinCur)
     }
 }
 
-// Flags and dates of appended mail run through every store in tests/conformance.
-TEST_F(StoreTest, AppendDeliversThroughTmp)
-{
-    MakeMaildir(root + "/.Sent");
-    auto store = Open();
-    ASSERT_TRUE(store->Append(FolderIdFor(".Sent"), NewMessage{Mail("sent"), {}, {}, {}}).ok());
-    EXPECT_TRUE(Files(".Sent", "tmp").isEmpty());
-    EXPECT_EQ(Files(".Sent").size(), 1);
-    EXPECT_EQ(store->Append(FolderIdFor(".Nope"), NewMessage{Mail("x"), {}, {}, {}}).error().kind, ErrorKind::NotFound);
-}
-
 TEST_F(StoreTest, NewMailInInboxIsSignalled)
 {
     Put("", "cur/1700000000.a.host:2,", Mail("old"));
