@@ -140,40 +140,35 @@ TEST_F(StoreTest, ColumnsCarryClassBodyAndDeliveryTimeFromNameOrMtime)
     EXPECT_EQ(*store->RawMessage(IdOf(*store, kInbox, "mtime")), Mail("mtime"));
 }
 
-TEST_F(StoreTest, MoveKeepsUniqueNameFlagsAndIndex)
-{
-    MakeMaildir(root + "/.Archive");
-    Put("", "cur/1700000000.a.host:2,FS", Mail("flagged"));
-    Put("", "new/1700000001.b.host", Mail("new one"));
-    Put("", "tmp/1700000002.c.host", Mail("in delivery"));
-    auto store = Open();
-    auto moved = store->MoveMany({IdOf(*store, kInbox, "flagged"), IdOf(*store, kInbox, "new one")}, kArchive);
-    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
-    EXPECT_EQ(ParseMessageId((*moved)[0])->folder, ".Archive");
-    EXPECT_EQ(Files(".Archive"), (QStringList{"1700000000.a.host:2,FS", "1700000001.b.host:2,"}));
-    EXPECT_TRUE(Files("").isEmpty());
-    EXPECT_TRUE(Files("", "new").isEmpty());
-    EXPECT_EQ(Files("", "tmp"), QStringList{"1700000002.c.host"});
-    // The index moved with the files: nothing to parse in the destination.
-    EXPECT_EQ(Subjects(*store, kArchive), (QStringList{"flagged", "new one"}));
-    EXPECT_EQ(store->lastScan().parsed, 0);
-}
-
-TEST_F(StoreTest, MoveRemapsKeywordLettersToTheDestinationList)
+TEST_F(StoreTest, MoveKeepsUniqueNameFlagsAndIndexAndRemapsKeywordLetters)
 {
     MakeMaildir(root + "/.Archive");
     WriteFile(root + "/dovecot-keywords", "0 Work\n1 $Completed\n2 $MailFlagBit0\n");
     WriteFile(root + "/.Archive/dovecot-keywords", "0 Other\n1 $Completed\n");
-    Put("", "cur/1700000000.a.host:2,Sab", Mail("tagged"));
+    Put("", "cur/1700000000.a.host:2,FS", Mail("flagged"));
+    Put("", "new/1700000001.b.host", Mail("new one"));
+    Put("", "tmp/1700000002.c.host", Mail("in delivery"));
+    Put("", "cur/1700000003.d.host:2,Sab", Mail("tagged"));
     auto store = Open();
-    ASSERT_TRUE(store->Move(IdOf(*store, kInbox, "tagged"), kArchive).ok());
+    auto moved = store->MoveMany(
+        {IdOf(*store, kInbox, "flagged"), IdOf(*store, kInbox, "new one"), IdOf(*store, kInbox, "tagged")}, kArchive);
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    EXPECT_EQ(ParseMessageId((*moved)[0])->folder, ".Archive");
     const QStringList files = Files(".Archive");
-    ASSERT_EQ(files.size(), 1);
-    const QString info = MaildirName::Parse(files[0]).info;
+    ASSERT_EQ(files.size(), 3);
+    EXPECT_EQ(files.mid(0, 2), (QStringList{"1700000000.a.host:2,FS", "1700000001.b.host:2,"}));
+    EXPECT_TRUE(Files("").isEmpty());
+    EXPECT_TRUE(Files("", "new").isEmpty());
+    EXPECT_EQ(Files("", "tmp"), QStringList{"1700000002.c.host"});
+    // Keyword letters follow the destination's list, which learns the new names.
+    const QString info = MaildirName::Parse(files[2]).info;
     EXPECT_TRUE(info.contains('S') && info.contains('b') && info.contains('c') && !info.contains('a')) << info.toStdString();
     QFile kw(root + "/.Archive/dovecot-keywords");
     ASSERT_TRUE(kw.open(QIODevice::ReadOnly));
     EXPECT_EQ(kw.readAll(), "0 Other\n1 $Completed\n2 Work\n");
+    // The index moved with the files: nothing to parse in the destination.
+    EXPECT_EQ(Subjects(*store, kArchive), (QStringList{"flagged", "new one", "tagged"}));
+    EXPECT_EQ(store->lastScan().parsed, 0);
     R complete = R::Property(RELOP_EQ, PR_FLAG_STATUS, 1);
     EXPECT_EQ(Subjects(*store, kArchive, &complete), QStringList{"tagged"});
 }
