@@ -197,7 +197,6 @@ TEST(MaildirNames, ParseInfoAndDeliveryTime)
     EXPECT_FALSE(a.contains('/') || a.contains(':'));
 }
 
-// Store identifiers that survive moving the data folder.
 QString Hex(const QByteArray& b)
 {
     return MapiUtils::HrGetHexFromBinary(b);
@@ -210,7 +209,7 @@ mode_t ModeOf(const QString& path)
     return st.st_mode & 07777;
 }
 
-TEST_F(MaildirFixture, SavedIdsResolveAfterTheDataFolderMoves)
+TEST_F(MaildirFixture, SavedIdsResolveAfterTheDataFolderMovesAndItsFilesStayPrivate)
 {
     Put(".Archive", "cur/1700000000.a.host:2,S", Mail("kept"));
     const QByteArray oldStyle = StoreIdFor(QFileInfo(root).canonicalFilePath());
@@ -219,53 +218,42 @@ TEST_F(MaildirFixture, SavedIdsResolveAfterTheDataFolderMoves)
         auto store = Open();
         storeId = store->StoreId();
         EXPECT_NE(storeId, oldStyle);
+        ASSERT_TRUE(store->Query(kArchive, nullptr, {PR_SUBJECT}).ok());
     }
-    const QString keyFile = root + "/" + MaildirStoreKey::kFileName;
-    EXPECT_EQ(ModeOf(keyFile), mode_t(0600));
+    EXPECT_EQ(ModeOf(root + "/" + MaildirStoreKey::kFileName), mode_t(0600));
     // Nothing of the absolute path in any identifier.
     const QByteArray rootBytes = root.toUtf8();
-    for (const QByteArray& id :
-         {storeId, FolderIdFor(".Archive"), MessageIdFor(".Archive", "1700000000.a.host")})
+    for (const QByteArray& id : {storeId, kArchive, MessageIdFor(".Archive", "1700000000.a.host")})
         EXPECT_FALSE(id.contains(rootBytes));
 
     root = m_tmp.path() + "/Restored";
     ASSERT_TRUE(QDir().rename(m_tmp.path() + "/Mail", root));
+    // Index files someone made wider meanwhile are narrowed again.
+    const QString cache = QFileInfo(indexPath).absolutePath();
+    ::chmod(QFile::encodeName(cache).constData(), 0755);
+    ::chmod(QFile::encodeName(indexPath).constData(), 0644);
     auto store = Open();
     EXPECT_EQ(store->StoreId(), storeId);
     outlook::StoreNameSpace ns(std::vector<MessageStore*>{store.get()});
     for (const QByteArray& saved : {storeId, oldStyle}) {
         SCOPED_TRACE(saved.toStdString());
-        auto folder = ns.GetFolderFromID(Hex(FolderIdFor(".Archive")), Hex(saved));
+        auto folder = ns.GetFolderFromID(Hex(kArchive), Hex(saved));
         ASSERT_TRUE(folder);
         EXPECT_EQ(folder->ItemCount(), 1);
         EXPECT_TRUE(ns.GetItemFromID(Hex(MessageIdFor(".Archive", "1700000000.a.host")), Hex(saved)));
     }
-    EXPECT_FALSE(ns.GetFolderFromID(Hex(FolderIdFor(".Archive")), Hex(StoreIdFor("/elsewhere"))));
-}
-
-TEST_F(MaildirFixture, ForeignKeyFileFallsBackToThePathAndIsLeftAlone)
-{
-    WriteFile(root + "/" + MaildirStoreKey::kFileName, "not a key\n");
-    auto store = Open();
-    EXPECT_EQ(store->StoreId(), StoreIdFor(QFileInfo(root).canonicalFilePath()));
-    QFile f(root + "/" + MaildirStoreKey::kFileName);
-    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
-    EXPECT_EQ(f.readAll(), "not a key\n");
-}
-
-TEST_F(MaildirFixture, IndexFilesArePrivateEvenWhenMadeWider)
-{
-    const QString cache = QFileInfo(indexPath).absolutePath();
-    QDir().mkpath(cache);
-    ::chmod(QFile::encodeName(cache).constData(), 0755);
-    WriteFile(indexPath, "");
-    ::chmod(QFile::encodeName(indexPath).constData(), 0644);
-    Put("", "cur/1700000000.a.host:2,", Mail("a"));
-    auto store = Open();
-    ASSERT_TRUE(store->Query(FolderIdFor(""), nullptr, {PR_SUBJECT}).ok());
+    EXPECT_FALSE(ns.GetFolderFromID(Hex(kArchive), Hex(StoreIdFor("/elsewhere"))));
     EXPECT_EQ(ModeOf(cache), mode_t(0700));
     for (const char* suffix : {"", "-wal", "-shm"})
         EXPECT_EQ(ModeOf(indexPath + suffix), mode_t(0600)) << suffix;
+
+    // A key file the store did not write falls back to the path and is left alone.
+    store.reset();
+    WriteFile(root + "/" + MaildirStoreKey::kFileName, "not a key\n");
+    EXPECT_EQ(Open()->StoreId(), StoreIdFor(QFileInfo(root).canonicalFilePath()));
+    QFile f(root + "/" + MaildirStoreKey::kFileName);
+    ASSERT_TRUE(f.open(QIODevice::ReadOnly));
+    EXPECT_EQ(f.readAll(), "not a key\n");
 }
 
 }  // namespace
