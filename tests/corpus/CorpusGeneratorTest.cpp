@@ -106,14 +106,4 @@ TEST(CorpusMix, ParsesBackAndContainsEveryKind)
             << marker;
 }
 
-TEST(CorpusOptions, NoAttachmentsMeansNone)
-{
-    CorpusOptions options = Options(3, 300);
-    options.withAttachments = false;
-    for (const GeneratedMessage& m : CorpusGenerator::Generate(options)) {
-        const MessageRecord r = MimeProperties::FromBytes(m.message.rfc822);
-        EXPECT_EQ(r.props.value(PR_MESSAGE_FLAGS).toInt() & MSGFLAG_HASATTACH, 0) << m.subject.toStdString();
-    }
-}
-
 }  // namespace

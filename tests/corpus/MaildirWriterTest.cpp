@@ -10,43 +10,8 @@
 #include <gtest/gtest.h>
 
 using namespace mv::corpus;
-using mv::mapi::MessageFlags;
 
 namespace {
-
-MessageFlags Flags(bool seen, bool answered, bool flagged, QStringList keywords = {})
-{
-    MessageFlags f;
-    f.seen = seen;
-    f.answered = answered;
-    f.flagged = flagged;
-    f.keywords = std::move(keywords);
-    return f;
-}
-
-TEST(MaildirWriter, InfoFlagsLetters)
-{
-    const struct {
-        const char* name;
-        MessageFlags flags;
-        QStringList known;  // keywords already in the folder's file
-        QString info;
-        QStringList after;  // the keyword list afterwards
-    } cases[] = {
-        {"None", Flags(false, false, false), {}, "", {}},
-        {"SystemFlagsInAsciiOrder", Flags(true, true, true), {}, "FRS", {}},
-        {"ForwardedIsPassedAndKeyword", Flags(true, false, false, {"$Forwarded"}), {}, "PSa", {"$Forwarded"}},
-        {"NewKeywordsGetNextLetters", Flags(false, false, true, {"$MailFlagBit2", "$Completed"}), {"$Junk"}, "Fbc",
-         {"$Junk", "$MailFlagBit2", "$Completed"}},
-        {"KnownKeywordsKeepTheirLetters", Flags(false, false, false, {"$Completed", "$Junk"}),
-         {"$Junk", "x", "$Completed"}, "ac", {"$Junk", "x", "$Completed"}},
-    };
-    for (const auto& c : cases) {
-        QStringList names = c.known;
-        EXPECT_EQ(MaildirWriter::InfoFlags(c.flags, names).toStdString(), c.info.toStdString()) << c.name;
-        EXPECT_EQ(names, c.after) << c.name;
-    }
-}
 
 std::vector<GeneratedMessage> Sample(int count)
 {
@@ -71,18 +36,10 @@ TEST(MaildirWriter, WritesLayoutNamesTimesAndKeywordLetters)
     MaildirWriter writer(dir.path());
     ASSERT_TRUE(writer.Write(messages).ok());
 
-    for (const char* sub : {"cur", "new", "tmp", ".Sent/cur", ".Archive/tmp", ".Archive.Projects/new"})
-        EXPECT_TRUE(QFileInfo(dir.filePath(sub)).isDir()) << sub;
+    // Folders, their nesting and counts are read back through a Maildir store in tests/desktop.
     EXPECT_TRUE(QFileInfo::exists(dir.filePath(".Sent/maildirfolder")));
     EXPECT_FALSE(QFileInfo::exists(dir.filePath("maildirfolder")));
-    int total = 0;
-    for (const QString& folder : CorpusGenerator::Folders()) {
-        const QStringList files = QDir(writer.FolderPath(folder) + "/cur").entryList(QDir::Files);
-        EXPECT_EQ(files.size(), writer.Counts().value(folder));
-        EXPECT_TRUE(QDir(writer.FolderPath(folder) + "/tmp").isEmpty());
-        total += files.size();
-    }
-    EXPECT_EQ(total, 200);
+    EXPECT_TRUE(QDir(dir.filePath("tmp")).isEmpty());
 
     QFile keywordsFile(dir.filePath("dovecot-keywords"));
     ASSERT_TRUE(keywordsFile.open(QIODevice::ReadOnly));
@@ -102,7 +59,12 @@ TEST(MaildirWriter, WritesLayoutNamesTimesAndKeywordLetters)
         ASSERT_EQ(found.size(), 1) << stem.toStdString();
         const QString file = found.first();
         ASSERT_TRUE(name.match(file).hasMatch()) << file.toStdString();
-        EXPECT_EQ(file.contains(QRegularExpression(":2,[A-Z]*S")), m.message.flags.seen);
+        const QString system = name.match(file).captured(3);
+        EXPECT_EQ(system.contains('S'), m.message.flags.seen);
+        EXPECT_EQ(system.contains('R'), m.message.flags.answered);
+        EXPECT_EQ(system.contains('F'), m.message.flags.flagged);
+        EXPECT_EQ(system.contains('P'), m.message.flags.keywords.contains("$Forwarded"));
+        EXPECT_FALSE(m.message.rfc822.contains("Content-Disposition: attachment")) << "none asked for";
         QFile content(writer.FolderPath(m.folder) + "/cur/" + file);
         ASSERT_TRUE(content.open(QIODevice::ReadOnly));
         EXPECT_EQ(content.readAll(), m.message.rfc822);
@@ -112,7 +74,6 @@ TEST(MaildirWriter, WritesLayoutNamesTimesAndKeywordLetters)
         for (QChar letter : file.mid(file.indexOf(":2,") + 3))
             if (letter.isLower()) fromName << names.value(letter.unicode() - 'a');
         QStringList expected = m.message.flags.keywords;
-        EXPECT_EQ(file.contains(QRegularExpression(":2,[A-Z]*P")), expected.contains("$Forwarded"));
         fromName.sort();
         expected.sort();
         EXPECT_EQ(fromName, expected) << file.toStdString();

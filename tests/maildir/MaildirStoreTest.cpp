@@ -73,19 +73,17 @@ TEST_F(StoreTest, UnchangedDirectoriesAreNotListedAgain)
     EXPECT_FALSE(store->lastScan().skipped);
 }
 
-// Each restriction gives the same answer from the files and from the index a
-// new process finds on disk, and bodies are read only when a term needs them.
+// What only files can tell (new/ is unread, tmp/ and T are hidden, the size
+// is the file's) answers the same from a new process's index, and bodies are
+// read only when a term needs them.
 TEST_F(StoreTest, QueriesAnswerFromTheIndexAndReadBodiesOnlyWhenAsked)
 {
-    const QString cold = QStringLiteral("K\u00e4ltetest 300 \u212a \u00c4RGER");
     Put("", "cur/1600000000.a.host:2,S", Mail("Budget review", "Carol <carol@corp.example>", "Bob <bob@example.org>", "numbers inside\n"));
     Put("", "cur/1700000000.b.host:2,F", Mail("Budget plan", "Dan <dan@example.net>", "Eve <eve@example.org>", "holiday plans\n"));
     Put("", "new/1750000000.c.host", Mail("Lunch", "Alice <alice@example.com>", "Bob <bob@example.org>", "numbers again\n"));
-    Put("", "cur/1750000001.d.host:2,RS", Mail("Re: Lunch", "Bob <bob@example.org>", "Alice <alice@example.com>"));
     Put("", "cur/1750000002.e.host:2,ST", Mail("Deleted one"));
     Put("", "tmp/1750000003.f.host", Mail("Being delivered"));
-    Put("", "cur/1750000004.g.host:2,S", Mail(cold));
-    const QStringList all = {"Budget plan", "Budget review", cold, "Lunch", "Re: Lunch"};
+    const QStringList all = {"Budget plan", "Budget review", "Lunch"};
     const struct {
         const char* name;
         R restriction;
@@ -93,21 +91,9 @@ TEST_F(StoreTest, QueriesAnswerFromTheIndexAndReadBodiesOnlyWhenAsked)
         int bodyReads;
     } cases[] = {
         {"Everything", R(RES_AND), all, 0},
-        {"SenderAddress", R::Content(PR_SENT_REPRESENTING_EMAIL_ADDRESS, "corp.example"), {"Budget review"}, 0},
         {"Unread", R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ), {"Budget plan", "Lunch"}, 0},
-        {"Flagged", R::Property(RELOP_EQ, PR_FLAG_STATUS, 2), {"Budget plan"}, 0},
-        {"Replied", R::Property(RELOP_EQ, PR_LAST_VERB_EXECUTED, 102), {"Re: Lunch"}, 0},
-        {"OlderThan", R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, QDateTime::fromSecsSinceEpoch(1710000000, Qt::UTC)),
-         {"Budget plan", "Budget review"}, 0},
-        {"RecipientAddressAndTypeOnOneRow",
-         R::Sub(PR_MESSAGE_RECIPIENTS, R::And({R::Content(PR_ADDRTYPE, "smtp"), R::Content(PR_EMAIL_ADDRESS, "eve@")})),
-         {"Budget plan"}, 0},
         {"SizeOfTheFile", R::Property(RELOP_GT, PR_MESSAGE_SIZE, 150), all, 0},
-        // Case folding of text outside ASCII, on either side of the search.
-        {"AsciiTermFindsKelvinSign", R::Content(PR_SUBJECT, "300 K "), {cold}, 0},
-        {"NonAsciiTermIgnoresCase", R::Content(PR_SUBJECT, "\u00e4rger"), {cold}, 0},
-        {"AsciiTermMissesLetterWithMark", R::Content(PR_SUBJECT, "kalte"), {}, 0},
-        {"BodyTermReadsEveryBody", R::Content(PR_BODY, "numbers"), {"Budget review", "Lunch"}, 5},
+        {"BodyTermReadsEveryBody", R::Content(PR_BODY, "numbers"), {"Budget review", "Lunch"}, 3},
         {"BodyAfterSubjectReadsOnlyCandidates",
          R::And({R::Content(PR_SUBJECT, "budget"), R::Content(PR_BODY, "NUMBERS")}), {"Budget review"}, 2},
     };
@@ -124,20 +110,14 @@ TEST_F(StoreTest, QueriesAnswerFromTheIndexAndReadBodiesOnlyWhenAsked)
     }
 }
 
-TEST_F(StoreTest, ColumnsCarryClassBodyAndDeliveryTimeFromNameOrMtime)
+TEST_F(StoreTest, DeliveryTimeFromTheFileTimeWhenTheNameHasNone)
 {
-    Put("", "cur/1700000000.a.host:2,S", Mail("named"));
     SetMtime(Put("", "cur/msg-without-time:2,", Mail("mtime")), 1650000000);
     auto store = Open();
-    auto rows = store->Query(kInbox, nullptr, {PR_SUBJECT, PR_MESSAGE_DELIVERY_TIME, PR_MESSAGE_CLASS, PR_BODY});
-    ASSERT_TRUE(rows.ok());
-    QHash<QString, Row> bySubject;
-    for (const Row& row : *rows) bySubject.insert(row[0].toString(), row);
-    EXPECT_EQ(bySubject["named"][1].toDateTime(), QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
-    EXPECT_EQ(bySubject["mtime"][1].toDateTime(), QDateTime::fromSecsSinceEpoch(1650000000, Qt::UTC));
-    EXPECT_EQ(bySubject["named"][2].toString(), "IPM.Note");
-    EXPECT_EQ(bySubject["named"][3].toString().trimmed(), "Hello.");
-    EXPECT_EQ(*store->RawMessage(IdOf(*store, kInbox, "mtime")), Mail("mtime"));
+    const QByteArray id = IdOf(*store, kInbox, "mtime");
+    EXPECT_EQ(store->Item(id)->Get(PR_MESSAGE_DELIVERY_TIME)->toDateTime(),
+              QDateTime::fromSecsSinceEpoch(1650000000, Qt::UTC));
+    EXPECT_EQ(*store->RawMessage(id), Mail("mtime"));
 }
 
 TEST_F(StoreTest, MoveKeepsUniqueNameFlagsAndIndexAndRemapsKeywordLetters)
@@ -262,8 +242,8 @@ TEST_F(StoreTest, SetFlagStatusRenamesWithinCur)
         const QString unique = MaildirName::Parse(QString::fromUtf8(c.start).section('/', 1)).unique;
         ASSERT_TRUE(store->SetFlagStatus(MessageIdFor("", unique), c.status).ok()) << c.start;
         EXPECT_TRUE(QFileInfo::exists(root + "/cur/" + unique + ":2," + c.expectedInfo)) << c.start;
-        R r = R::And({R::Content(PR_SUBJECT, unique), R::Property(RELOP_EQ, PR_FLAG_STATUS, c.status)});
-        EXPECT_EQ(Subjects(*store, kInbox, &r).size(), 1) << c.start;
+        // The index follows the rename; the next query sees the status (tests/conformance).
+        Subjects(*store, kInbox);
         EXPECT_EQ(store->lastScan().parsed, 0) << c.start;
     }
 }

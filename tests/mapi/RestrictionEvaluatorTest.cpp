@@ -1,5 +1,6 @@
 // Restriction semantics on one message. The tree shapes the engine builds
-// run through every store in tests/conformance; these are the edge cases.
+// run through every store in tests/conformance (the memory store answers
+// with this evaluator); these are the edge cases.
 
 #include "platform/mapi/MapiUtils.h"
 #include "platform/mapi/RestrictionEvaluator.h"
@@ -68,10 +69,8 @@ TEST(Evaluator, MatchesSampleThroughBothPaths)
     bothOnOneRow.AddChild(R::Content(PR_DISPLAY_NAME, "dave"));
     bothOnOneRow.AddChild(R::Content(PR_EMAIL_ADDRESS, "erin"));
     const Case cases[] = {
-        {"ContentFoldsNonAsciiCase", R::Content(PR_SUBJECT, "ärger"), true},
         {"ContentCaseSensitiveMiss", R::Content(PR_SUBJECT, "budget", kCaseSensitive), false},
         {"ContentCaseSensitiveHit", R::Content(PR_SUBJECT, "Budget", kCaseSensitive), true},
-        {"ContentEmptyTermMatchesPresentProperty", R::Content(PR_SUBJECT, ""), true},
         {"ContentEmptyTermNeedsTheProperty", R::Content(PR_BODY, ""), false},
         {"ContentFullStringExact", R::Content(PR_SENT_REPRESENTING_NAME, "alice smith", FL_FULLSTRING | kNoCase), true},
         {"ContentFullStringPartial", R::Content(PR_SENT_REPRESENTING_NAME, "alice", FL_FULLSTRING | kNoCase), false},
@@ -89,15 +88,12 @@ TEST(Evaluator, MatchesSampleThroughBothPaths)
         {"PropertyGreaterOrEqual", R::Property(RELOP_GE, PR_IMPORTANCE, 2), true},
         {"PropertyGreaterStrict", R::Property(RELOP_GT, PR_IMPORTANCE, 2), false},
         {"PropertyBinaryEqual", R::Property(RELOP_EQ, PR_ENTRYID, QByteArray("\x01\x02", 2)), true},
-        {"DateNotBeforeItself", R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, kDelivered), false},
         {"DateSameInstantOtherZone",
          R::Property(RELOP_EQ, PR_MESSAGE_DELIVERY_TIME, kDelivered.toTimeZone(QTimeZone(3600 * 5))), true},
-        {"BitmaskOtherBitClear", R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_HASATTACH), true},
         {"BitmaskMissingProperty", R::Bitmask(BMR_EQZ, PR_LAST_VERB_EXECUTED, 1), false},
         {"SubChildrenMustHoldOnOneRow", bothOnOneRow, false},
         {"SubRowDoesNotSeeMessageProperties", R::Sub(PR_MESSAGE_RECIPIENTS, R::Exist(PR_SUBJECT)), false},
         {"SubOnUnknownSubObject", R::Sub(0x0E13000D, R::And({})), false},
-        {"SubOnRecipients", R::Sub(PR_MESSAGE_RECIPIENTS, R::And({})), true},
         {"EmptyOrIsFalse", R::Or({}), false},
         {"NotWithoutChildIsFalse", Restriction(RES_NOT), false},
         {"UnsupportedKindsAreFalse", R::Or({Restriction(RES_COMPAREPROPS), Restriction(RES_SIZE)}), false},
@@ -122,8 +118,6 @@ TEST(Evaluator, CheckSupportedRefusesWhatNoStoreCanAnswer)
     Restriction badBitmask = R::Bitmask(BMR_NEZ, PR_MESSAGE_FLAGS, 1);
     badBitmask.relop = 3;
     const Case cases[] = {
-        {"SizeDeepInside", R::And({R::Or({R::Content(PR_SUBJECT, "a"), Restriction(RES_SIZE)})}), false},
-        {"CompareProps", Restriction(RES_COMPAREPROPS), false},
         {"RegexRelation", R::Property(RELOP_RE, PR_SUBJECT, "a.*"), false},
         {"UnknownFuzzyLevel", R::Content(PR_SUBJECT, "a", 7), false},
         {"ContentValueNotText", intContent, false},
@@ -178,14 +172,10 @@ TEST(Restriction, AddChildReferencesStayValid)
     EXPECT_EQ(root.children().front().value.toString(), QStringLiteral("still here"));
 }
 
-TEST(MapiUtils, HexBothWaysAndMalformedTextRefused)
+// Identifiers cross the scripting boundary as hex: text that is not strictly
+// hex must name nothing (round trips run in tests/outlook).
+TEST(MapiUtils, MalformedHexRefused)
 {
-    const std::pair<QByteArray, QString> pairs[] = {
-        {QByteArray(), QString()}, {QByteArray("\x0a\xff\x00\x1b", 4), "0AFF001B"}, {"MVM1", "4D564D31"}};
-    for (const auto& [binary, hex] : pairs) {
-        EXPECT_EQ(MapiUtils::HrGetHexFromBinary(binary), hex);
-        EXPECT_EQ(MapiUtils::HexToBinary(hex), binary);
-    }
     EXPECT_EQ(MapiUtils::HexToBinary(QStringLiteral("0aff")), QByteArray("\x0a\xff", 2));
     for (const char* bad : {"ABC", "0G", "0x12", "AB CD", "ÄB", "-1"})
         EXPECT_FALSE(MapiUtils::HexToBinary(QString::fromUtf8(bad)).has_value()) << bad;

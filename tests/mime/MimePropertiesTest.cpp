@@ -30,8 +30,6 @@ struct PropertyCase {
     QString ownAddress = {};
 };
 
-const QString kNdr = "REPORT.IPM.Note.NDR";
-
 std::vector<PropertyCase> Cases()
 {
     return {
@@ -93,10 +91,6 @@ std::vector<PropertyCase> Cases()
         {"FoldedSubject", "Subject: a long\n  folded subject\n\n", {{PR_SUBJECT, "a long  folded subject"}}},
 
         // Encoded words (the charsets mail really uses round-trip in tests/corpus).
-        {"AdjacentEncodedWordsJoin", "Subject: =?UTF-8?Q?one?= =?UTF-8?Q?_two?= three\n\n",
-         {{PR_SUBJECT, "one two three"}}},
-        {"PaddedBase64WordsJoin", "Subject: =?UTF-8?B?YQ==?= =?UTF-8?B?Yg==?=\n =?UTF-8?B?Yw==?=\n\n",
-         {{PR_SUBJECT, "abc"}}},
         {"CharacterSplitAcrossWords", "Subject: =?UTF-8?B?ww==?= =?UTF-8?B?qQ==?=!\n\n", {{PR_SUBJECT, "é!"}}},
         {"PaddedBase64InName", "From: =?UTF-8?B?QW4=?= =?UTF-8?B?bmE=?= <a@example.com>\n\n",
          {{PR_SENT_REPRESENTING_NAME, "Anna"}}},
@@ -110,29 +104,13 @@ std::vector<PropertyCase> Cases()
         {"BadEncodingLetterKeptRaw", "Subject: =?utf-8?Z?abc?= end\n\n", {{PR_SUBJECT, "=?utf-8?Z?abc?= end"}}},
 
         // Importance, with X-Priority as the fallback.
-        {"ImportanceLow", "Importance: low\nX-Priority: 1\n\n", {{PR_IMPORTANCE, IMPORTANCE_LOW}}},
         {"ImportanceNormalBeatsPriority", "Importance: Normal\nX-Priority: 1\n\n", {{PR_IMPORTANCE, IMPORTANCE_NORMAL}}},
         {"ImportanceUnknownWordFallsBack", "Importance: urgent\nX-Priority: 5\n\n", {{PR_IMPORTANCE, IMPORTANCE_LOW}}},
-        {"Priority2", "X-Priority: 2\n\n", {{PR_IMPORTANCE, IMPORTANCE_HIGH}}},
         {"Priority3", "X-Priority: 3 (Normal)\n\n", {{PR_IMPORTANCE, IMPORTANCE_NORMAL}}},
-        {"Priority4", "X-Priority: 4\n\n", {{PR_IMPORTANCE, IMPORTANCE_LOW}}},
         {"PriorityOutOfRange", "X-Priority: 9\n\n", {{PR_IMPORTANCE, IMPORTANCE_NORMAL}}},
         {"PriorityJunk", "X-Priority: high\n\n", {{PR_IMPORTANCE, IMPORTANCE_NORMAL}}},
 
-        // Message classes.
-        {"DeliveryStatusReport",
-         "Subject: Undelivered\nContent-Type: multipart/report; report-type=delivery-status; boundary=\"b\"\n\n"
-         "--b\nContent-Type: text/plain\n\nCould not deliver.\n"
-         "--b\nContent-Type: message/delivery-status\n\nReporting-MTA: dns; mx.example.com\n\n"
-         "Final-Recipient: rfc822; x@example.com\nAction: failed\nStatus: 5.1.1\n"
-         "--b\nContent-Type: message/rfc822\n\nSubject: original\n\nhi\n--b--\n",
-         {{PR_MESSAGE_CLASS, kNdr}, {PR_MESSAGE_FLAGS, 0}}},
-        {"ReadReceipt",
-         "Content-Type: multipart/report; report-type=\"Disposition-Notification\"; boundary=b\n\n"
-         "--b\nContent-Type: text/plain\n\nRead.\n"
-         "--b\nContent-Type: message/disposition-notification\n\nFinal-Recipient: rfc822; a@example.com\n"
-         "Disposition: manual-action/MDN-sent-manually; displayed\n--b--\n",
-         {{PR_MESSAGE_CLASS, "REPORT.IPM.Note.IPNRN"}}},
+        // Message classes and attachments beyond the corpus's (tests/corpus).
         {"OtherReportIsNote",
          "Content-Type: multipart/report; report-type=feedback-report; boundary=b\n\n--b\n\nx\n--b--\n",
          {{PR_MESSAGE_CLASS, "IPM.Note"}}},
@@ -144,27 +122,11 @@ std::vector<PropertyCase> Cases()
                  .toBase64() +
              "\n--b--\n",
          {{PR_MESSAGE_CLASS, "IPM.Schedule.Meeting.Request"}, {PR_MESSAGE_FLAGS, 0}}},
-        {"MeetingCancelMethodParameter",
-         "Content-Type: multipart/mixed; boundary=b\n\n"
-         "--b\nContent-Type: text/plain\n\nCancelled\n"
-         "--b\nContent-Type: text/calendar; method=CANCEL\n\nBEGIN:VCALENDAR\nEND:VCALENDAR\n--b--\n",
-         {{PR_MESSAGE_CLASS, "IPM.Schedule.Meeting.Canceled"}}},
         {"MeetingReplyTopLevel",
          "Content-Type: text/calendar; charset=utf-8\n\nBEGIN:VCALENDAR\nmethod:reply\nEND:VCALENDAR\n",
          {{PR_MESSAGE_CLASS, "IPM.Schedule.Meeting.Resp.Pos"}}},
         {"CalendarPublishIsNote", "Content-Type: text/calendar\n\nBEGIN:VCALENDAR\nMETHOD:PUBLISH\nEND:VCALENDAR\n",
          {{PR_MESSAGE_CLASS, "IPM.Note"}}},
-
-        // Attachments.
-        {"MixedWithAttachment",
-         "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nSee file.\n"
-         "--b\nContent-Type: application/pdf; name=a.pdf\nContent-Disposition: attachment; filename=a.pdf\n"
-         "Content-Transfer-Encoding: base64\n\nJVBERi0=\n--b--\n",
-         {{PR_MESSAGE_FLAGS, MSGFLAG_HASATTACH}}},
-        {"ForwardedMessageIsAttachment",
-         "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nFYI\n"
-         "--b\nContent-Type: message/rfc822\n\nSubject: inner\n\ninner body\n--b--\n",
-         {{PR_MESSAGE_FLAGS, MSGFLAG_HASATTACH}, {PR_SUBJECT, ""}}},
         {"NamedImageWithoutDisposition",
          "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: text/plain\n\nphoto\n"
          "--b\nContent-Type: image/png; name=\"p.png\"\n\nxx\n--b--\n",
@@ -241,17 +203,12 @@ TEST(MimeBody, DecodedToUnicode)
         QByteArray message;
         QString body;
     } cases[] = {
-        {"PlainUtf8", "Content-Type: text/plain; charset=utf-8\n\nsm\xc3\xb6rg\xc3\xa5sbord\n",
-         "smörgåsbord\n"},
         {"NoContentType", "Subject: x\n\nplain words\n", "plain words\n"},
         {"CrlfBecomesLf", "Subject: x\r\n\r\nline one\r\nline two\r\n", "line one\nline two\n"},
         {"QuotedPrintableLatin1",
          "Content-Type: text/plain; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\n"
          "Gr=FC=DFe, sch=F6ne =\nWoche\n",
          "Grüße, schöne Woche\n"},
-        {"Base64Koi8r",
-         "Content-Type: text/plain; charset=koi8-r\nContent-Transfer-Encoding: base64\n\n8NLJ18XU\n",
-         "Привет"},
         {"UndeclaredLatin1", "Content-Type: text/plain\n\nna\xefve caf\xe9\n", "naïve café\n"},
         {"DeclaredUtf8ButLatin1", "Content-Type: text/plain; charset=utf-8\n\ncaf\xe9\n", "café\n"},
         {"UnknownCharset", "Content-Type: text/plain; charset=x-bogus\n\nhello\n", "hello\n"},
@@ -277,14 +234,10 @@ TEST(MimeBody, DecodedToUnicode)
         EXPECT_EQ(MimeProperties::FromBytes(c.message, options).props.value(PR_BODY).toString(), c.body) << c.name;
 }
 
-TEST(MimeFiles, BodyFromFileAndErrors)
+// Bodies from files run through the Maildir store's body queries.
+TEST(MimeFiles, MissingFileOrDirectoryIsAnError)
 {
     QTemporaryDir dir;
-    QFile file(dir.filePath("m"));
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("Subject: s\nContent-Type: text/html\n\n<div>a</div><div>b</div>");
-    file.close();
-    EXPECT_EQ(*MimeProperties::BodyFromFile(file.fileName()), "a\nb");
     EXPECT_EQ(MimeProperties::FromFile(dir.filePath("gone")).error().kind, mv::ErrorKind::NotFound);
     EXPECT_FALSE(MimeProperties::BodyFromFile(dir.filePath("gone")).ok());
     EXPECT_EQ(MimeProperties::FromFile(dir.path()).error().kind, mv::ErrorKind::Permanent);
@@ -298,8 +251,6 @@ TEST(HtmlText, ToPlainText)
         QString text;
     } cases[] = {
         {"WhitespaceCollapses", "  a \n\t b   c ", "a b c"},
-        {"Paragraphs", "<p>one</p><p>two</p>", "one\n\ntwo"},
-        {"Breaks", "a<br>b<BR/>c", "a\nb\nc"},
         {"AtMostOneBlankLine", "a<br><br><br><br>b", "a\n\nb"},
         {"ScriptAndStyleSkipped", "x<SCRIPT type=a>if (a<b) x()</SCRIPT>y<style>b{}</style>z", "xyz"},
         {"CommentSkipped", "a<!-- <p>hidden</p> -->b", "ab"},
