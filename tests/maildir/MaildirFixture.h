@@ -75,11 +75,12 @@ protected:
         indexPath = m_tmp.path() + QStringLiteral("/cache/index.sqlite");
     }
 
-    std::unique_ptr<MaildirStore> Open(bool watch = false)
+    std::unique_ptr<MaildirStore> Open(bool watch = false, std::optional<MaildirLayout::Kind> layout = {})
     {
         MaildirStoreOptions options;
         options.indexPath = indexPath;
         options.watch = watch;
+        options.layout = layout;
         return std::make_unique<MaildirStore>(root, options);
     }
 
@@ -113,26 +114,6 @@ protected:
     QTemporaryDir m_tmp;
     QString root;
     QString indexPath;
-};
-
-// A store whose folder ".Elsewhere" is a symlink to a tmpfs under /dev/shm,
-// so that renames between it and the others fail with EXDEV.
-class StoreOnTwoFileSystems : public MaildirFixture {
-protected:
-    void SetUp() override
-    {
-        MaildirFixture::SetUp();
-        struct stat a{}, b{};
-        if (!m_other.isValid() || ::stat(QFile::encodeName(root).constData(), &a) != 0
-            || ::stat(QFile::encodeName(m_other.path()).constData(), &b) != 0 || a.st_dev == b.st_dev)
-            GTEST_SKIP() << "needs /dev/shm on another file system than " << root.toStdString();
-        elsewhere = m_other.path();
-        MakeMaildir(elsewhere);
-        ASSERT_TRUE(QFile::link(elsewhere, root + QStringLiteral("/.Elsewhere")));
-    }
-
-    QTemporaryDir m_other{QStringLiteral("/dev/shm/mv-maildir-XXXXXX")};
-    QString elsewhere;
 };
 
 }  // namespace mv::stores::maildir::test

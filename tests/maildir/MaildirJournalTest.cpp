@@ -93,21 +93,29 @@ TEST_F(JournalTest, ExportAppendLocateAndRemove)
     ASSERT_TRUE(store->Remove({ids[0], ids[3]}).ok());
     EXPECT_EQ(Files(""), QStringList{"1700000001.trash.host:2,S"});
     EXPECT_EQ(*store->Probe({ids[0], ids[1]}), (std::vector<Presence>{Presence::Absent, Presence::Present}));
-}
 
-TEST_F(JournalTest, FileThatCannotBeReadIsAnErrorNotGone)
-{
+    // A file that cannot be read is an error, never gone.
+    Put("", "cur/1700000004.late.host:2,", Mail("late"));
     store->SetHeaderParser([](const QString&) -> Result<std::shared_ptr<const HeaderProps>> {
         return Error::permanent(QStringLiteral("unreadable"));
     });
-    auto presence = store->Probe({ids[3], ids[0]});
+    auto presence = store->Probe({ids[3], MessageIdFor("", "1700000004.late.host")});
     ASSERT_FALSE(presence.ok());
     EXPECT_EQ(presence.error().kind, ErrorKind::Temporary);
     EXPECT_EQ(*store->Probe({ids[3]}), std::vector<Presence>{Presence::Absent});
 }
 
-TEST_F(StoreOnTwoFileSystems, MoveCopiesKeepingNameFlagsAndIndexOrLeavesTheSource)
+// ".Elsewhere" is a symlink to a tmpfs, so that renames to it fail with EXDEV.
+TEST_F(MaildirFixture, MoveToAnotherFileSystemCopiesKeepingNameFlagsAndIndexOrLeavesTheSource)
 {
+    QTemporaryDir other(QStringLiteral("/dev/shm/mv-maildir-XXXXXX"));
+    struct stat a{}, b{};
+    if (!other.isValid() || ::stat(QFile::encodeName(root).constData(), &a) != 0
+        || ::stat(QFile::encodeName(other.path()).constData(), &b) != 0 || a.st_dev == b.st_dev)
+        GTEST_SKIP() << "needs /dev/shm on another file system than " << root.toStdString();
+    const QString elsewhere = other.path();
+    MakeMaildir(elsewhere);
+    ASSERT_TRUE(QFile::link(elsewhere, root + QStringLiteral("/.Elsewhere")));
     const QString path = Put("", "cur/1700000000.a.host:2,FS", Mail("travels"));
     auto store = Open();
     // A tmp/ that cannot take the copy (a file in its place, which stops root too).

@@ -49,7 +49,6 @@ TEST(FlagMapping, FlagsToProperties)
         {"Yellow", Make("F", {"$MailFlagBit1"}), 0, 2, 4, 0},
         {"Green", Make("F", {"$MailFlagBit0", "$MailFlagBit1"}), 0, 2, 3, 0},
         {"GreyHasNoMapiColour", Make("F", {"$MailFlagBit1", "$MailFlagBit2"}), 0, 2, 0, 0},
-        {"AllBitsUnassigned", Make("F", {"$MailFlagBit0", "$MailFlagBit1", "$MailFlagBit2"}), 0, 2, 0, 0},
         {"ColourWithoutFlagIsNoIcon", Make("", {"$MailFlagBit2"}), 0, 0, 0, 0},
         {"KeywordsIgnoreCase", Make("F", {"$mailflagbit2"}), 0, 2, 5, 0},
         {"CompletedLowerCase", Make("", {"$completed"}), 0, 1, 0, 0},
@@ -81,9 +80,7 @@ TEST(FlagMapping, WithFlagStatusChangesOnlyTheFollowUpFlag)
     } cases[] = {
         {"ClearCompleted", Make("S", {"Work", "$COMPLETED"}), 0, false, {"Work"}},
         {"ClearColouredFlag", Make("F", {"$MailFlagBit0", "$Forwarded"}), 0, false, {"$Forwarded"}},
-        {"CompleteFlagged", Make("F", {"$MailFlagBit2"}), 1, false, {"$Completed"}},
         {"CompleteTwiceKeepsOneKeyword", Make("", {"$Completed"}), 1, false, {"$Completed"}},
-        {"FlagCompleted", Make("", {"$Completed", "Work"}), 2, true, {"Work"}},
         {"FlagKeepsColour", Make("F", {"$MailFlagBit2"}), 2, true, {"$MailFlagBit2"}},
         {"OtherValueChangesNothing", Make("F", {"$Completed"}), 7, true, {"$Completed"}},
     };

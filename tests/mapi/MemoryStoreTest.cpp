@@ -119,7 +119,7 @@ TEST_F(MemoryStoreTest, MoveToSameFolderKeepsIdAndMoveManyStopsAtFirstError)
     EXPECT_EQ(SubjectsIn("Inbox"), QStringList{QStringLiteral("c")});
 }
 
-TEST_F(MemoryStoreTest, TableQueriesOnceUntilRewoundAndReadsAbsentAsInvalid)
+TEST_F(MemoryStoreTest, TableQueriesOnceUntilRewoundOrFailedAndReadsAbsentAsInvalid)
 {
     for (const char* s : {"keep", "move 1", "move 2"}) Add(QString::fromLatin1(s));
     ContentsTable table(store, store.InboxId());
@@ -140,23 +140,12 @@ TEST_F(MemoryStoreTest, TableQueriesOnceUntilRewoundAndReadsAbsentAsInvalid)
     table.GoToFirstRow();
     EXPECT_TRUE(table.GetNextRow()->empty());
     EXPECT_EQ(store.CallCount(Call::Query), 2);
-}
-
-TEST_F(MemoryStoreTest, TableReportsStoreErrorsRetriesAndRefusesUnsupportedTrees)
-{
-    Add(QStringLiteral("only"));
-    ContentsTable table(store, store.InboxId());
-    table.SetColumns({PR_SUBJECT});
+    // A store error is reported, and the next call asks again.
     store.FailNext(Call::Query, 1, Error::temporary(QStringLiteral("busy")));
+    table.GoToFirstRow();
     EXPECT_EQ(table.GetNextRow().error().kind, ErrorKind::Temporary);
-    Result<Row> row = table.GetNextRow();
-    ASSERT_TRUE(row.ok());
-    EXPECT_EQ(row->at(0).toString(), QStringLiteral("only"));
-
-    ContentsTable unsupported(store, store.InboxId());
-    unsupported.SetColumns({PR_SUBJECT});
-    unsupported.Filter().AddChild(RES_COMPAREPROPS);
-    EXPECT_EQ(unsupported.GetNextRow().error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(table.GetNextRow()->empty());
+    EXPECT_EQ(store.CallCount(Call::Query), 4);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <iostream>
 
 using namespace mv::mapi;
+using namespace std::string_literals;
 using mv::stores::MimeProperties;
 using mv::stores::ParseOptions;
 
@@ -30,13 +31,6 @@ QByteArray Nested(int depth)
     return head + "Content-Type: text/plain\n\ninnermost\n" + tail;
 }
 
-// Literal bytes including embedded NULs.
-template <size_t N>
-QByteArray Bytes(const char (&text)[N])
-{
-    return QByteArray(text, N - 1);
-}
-
 TEST(Malformed, YieldsARecordHeadersOnlyAndWithBody)
 {
     const QByteArray longLine = QByteArray(1024 * 1024, 'x');
@@ -48,7 +42,7 @@ TEST(Malformed, YieldsARecordHeadersOnlyAndWithBody)
         // Truncated parts, junk addresses and the like are among the seeds in tests/fuzz.
         {"HeaderWithoutBody", "Subject: only headers", "only headers"},
         {"BoundaryNeverUsed", "Subject: nu\nContent-Type: multipart/mixed; boundary=q\n\nno parts here\n", "nu"},
-        {"NulInHeaders", Bytes("Subject: a\0b\nFrom: x\0@y\n\nbody\0body\n"), "a"},
+        {"NulInHeaders", QByteArray::fromStdString("Subject: a\0b\nFrom: x\0@y\n\nbody\0body\n"s), "a"},
         {"BareCarriageReturns", "Subject: cr\rFrom: a@b\r\rbody\r", "cr"},
         {"HugeHeaderLine", "Subject: " + longLine + "\n\n", QString::fromLatin1(longLine)},
         {"NestedThousandDeep", Nested(1000), "deep"},

@@ -51,20 +51,13 @@ std::vector<PropertyCase> Cases()
           {PR_DISPLAY_TO, "Carl Dahl; erik@example.org"},
           {PR_INTERNET_MESSAGE_ID, "<abc.123@example.com>"},
           {PR_MESSAGE_FLAGS, 0}},
-         {PR_BODY},
-         {{"Carl Dahl", "carl@example.org", MAPI_TO},
-          {"erik@example.org", "erik@example.org", MAPI_TO},
-          {"Frida", "frida@example.net", MAPI_CC},
-          {"gustav@example.net", "gustav@example.net", MAPI_CC},
-          {"hanna@example.com", "hanna@example.com", MAPI_BCC}}},
+         {PR_BODY}},
         {"SenderWithoutName", "From: bob@example.com\nSubject: x\n\n",
          {{PR_SENT_REPRESENTING_NAME, "bob@example.com"}, {PR_SENT_REPRESENTING_EMAIL_ADDRESS, "bob@example.com"}}},
         {"NoSenderNoSubject", "To: a@example.com\n\nbody\n",
          {{PR_SUBJECT, ""}, {PR_DISPLAY_CC, ""}},
          {PR_SENT_REPRESENTING_NAME, PR_SENT_REPRESENTING_EMAIL_ADDRESS, PR_RCVD_REPRESENTING_EMAIL_ADDRESS,
           PR_INTERNET_MESSAGE_ID}},
-        {"ReceiverFromOriginalTo", "X-Original-To: list@example.com\nSubject: x\n\n",
-         {{PR_RCVD_REPRESENTING_EMAIL_ADDRESS, "list@example.com"}}},
         {"DeliveredToBeatsOriginalTo",
          "Delivered-To: final@example.com\nDelivered-To: relay@example.com\nX-Original-To: alias@example.com\n\n",
          {{PR_RCVD_REPRESENTING_EMAIL_ADDRESS, "final@example.com"}}},
@@ -78,9 +71,6 @@ std::vector<PropertyCase> Cases()
          {{"Ann", "ann@example.com", MAPI_TO},
           {"bo@example.com", "bo@example.com", MAPI_TO},
           {"cy@example.com", "cy@example.com", MAPI_TO}}},
-        {"EncodedNamesInAddresses", "From: =?ISO-8859-1?Q?J=F6rg_M=FCller?= <jm@example.de>\n"
-                                    "To: =?UTF-8?B?w4VzYQ==?= <asa@example.se>\n\n",
-         {{PR_SENT_REPRESENTING_NAME, "Jörg Müller"}, {PR_DISPLAY_TO, "Åsa"}}},
         {"DuplicateHeadersFirstWins",
          "Subject: first\nSubject: second\nFrom: one@example.com\nFrom: two@example.com\nTo: a@example.com\n"
          "To: b@example.com\nMessage-ID: <1@x>\nMessage-ID: <2@x>\n\n",
@@ -203,19 +193,10 @@ TEST(MimeBody, DecodedToUnicode)
         QByteArray message;
         QString body;
     } cases[] = {
-        {"NoContentType", "Subject: x\n\nplain words\n", "plain words\n"},
         {"CrlfBecomesLf", "Subject: x\r\n\r\nline one\r\nline two\r\n", "line one\nline two\n"},
-        {"QuotedPrintableLatin1",
-         "Content-Type: text/plain; charset=iso-8859-1\nContent-Transfer-Encoding: quoted-printable\n\n"
-         "Gr=FC=DFe, sch=F6ne =\nWoche\n",
-         "Grüße, schöne Woche\n"},
         {"UndeclaredLatin1", "Content-Type: text/plain\n\nna\xefve caf\xe9\n", "naïve café\n"},
         {"DeclaredUtf8ButLatin1", "Content-Type: text/plain; charset=utf-8\n\ncaf\xe9\n", "café\n"},
         {"UnknownCharset", "Content-Type: text/plain; charset=x-bogus\n\nhello\n", "hello\n"},
-        {"AlternativePrefersPlain",
-         "Content-Type: multipart/alternative; boundary=b\n\n--b\nContent-Type: text/html\n\n<b>html</b>\n"
-         "--b\nContent-Type: text/plain\n\nplain\n--b--\n",
-         "plain"},
         {"HtmlOnly",
          "Content-Type: text/html; charset=utf-8\n\n<html><head><title>T</title><style>p{}</style></head>"
          "<body><script>var a='<p>';</script><p>Tom &amp; Jerry&nbsp;&#8364;5</p><p>Line<br>two</p>"
