@@ -22,15 +22,13 @@ TEST_F(StoreTest, IndexParsesOnlyNewAndChangedFiles)
 {
     for (int i = 0; i < 5; ++i) Put("", QStringLiteral("cur/170000000%1.a.host:2,").arg(i), Mail(QStringLiteral("m%1").arg(i)));
     auto store = Open();
-    ASSERT_EQ(Subjects(*store, kInbox).size(), 5);
-    EXPECT_EQ(store->lastScan().parsed, 5);
-
     struct Step {
         const char* what;
         std::function<void()> change;
         int parsed, renamed, dropped;
         QStringList subjects;
     } steps[] = {
+        {"first scan", [] {}, 5, 0, 0, {"m0", "m1", "m2", "m3", "m4"}},
         {"nothing changed", [] {}, 0, 0, 0, {"m0", "m1", "m2", "m3", "m4"}},
         {"one new file", [&] { Put("", "new/1700000009.n.host", Mail("fresh")); }, 1, 0, 0,
          {"fresh", "m0", "m1", "m2", "m3", "m4"}},
@@ -60,7 +58,6 @@ TEST_F(StoreTest, UnchangedDirectoriesAreNotListedAgain)
     for (const char* sub : {"/cur", "/new"}) SetMtime(root + sub, 1700000000);
     auto store = Open();
     Subjects(*store, kInbox);
-    EXPECT_FALSE(store->lastScan().skipped);
     Subjects(*store, kInbox);
     EXPECT_TRUE(store->lastScan().skipped);
     Put("", "new/1700000001.b.host", Mail("arrived"));
