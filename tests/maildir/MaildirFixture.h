@@ -2,10 +2,15 @@
 // Real Maildir trees in a temporary directory, and messages written by hand
 // so each test states exactly what its files hold.
 
+#include "platform/stores/maildir/MaildirIds.h"
+#include "platform/stores/maildir/MaildirName.h"
 #include "platform/stores/maildir/MaildirStore.h"
+
+#include "tests/support/QtPrinters.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -13,17 +18,14 @@
 #include <memory>
 
 #include <sys/stat.h>
-
-// Readable failure messages for Qt strings.
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& s, std::ostream* os) { *os << '"' << s.toStdString() << '"'; }
-inline void PrintTo(const QStringList& l, std::ostream* os)
-{
-    *os << '{' << l.join(QStringLiteral(", ")).toStdString() << '}';
-}
-QT_END_NAMESPACE
+#include <utime.h>
 
 namespace mv::stores::maildir::test {
+
+using namespace mv::mapi;
+
+inline const QByteArray kInbox = FolderIdFor(QString());
+inline const QByteArray kArchive = FolderIdFor(QStringLiteral(".Archive"));
 
 inline QByteArray Mail(const QString& subject, const QString& from = QStringLiteral("Alice <alice@example.com>"),
                        const QString& to = QStringLiteral("Bob <bob@example.org>"),
@@ -46,6 +48,23 @@ inline void WriteFile(const QString& path, const QByteArray& bytes)
     f.write(bytes);
 }
 
+inline void SetMtime(const QString& path, qint64 secs)
+{
+    const struct utimbuf t{secs, secs};
+    ASSERT_EQ(::utime(QFile::encodeName(path).constData(), &t), 0);
+}
+
+// The subjects a query returns, sorted.
+inline QStringList Subjects(MaildirStore& store, const QByteArray& folder, const Restriction* r = nullptr)
+{
+    auto rows = store.Query(folder, r, {PR_SUBJECT});
+    EXPECT_TRUE(rows.ok()) << (rows.ok() ? "" : rows.error().message.toStdString());
+    QStringList out;
+    for (const Row& row : rows.ok() ? *rows : std::vector<Row>{}) out << row[0].toString();
+    out.sort();
+    return out;
+}
+
 class MaildirFixture : public ::testing::Test {
 protected:
     void SetUp() override
@@ -56,11 +75,12 @@ protected:
         indexPath = m_tmp.path() + QStringLiteral("/cache/index.sqlite");
     }
 
-    std::unique_ptr<MaildirStore> Open(bool watch = false)
+    std::unique_ptr<MaildirStore> Open(bool watch = false, std::optional<MaildirLayout::Kind> layout = {})
     {
         MaildirStoreOptions options;
         options.indexPath = indexPath;
         options.watch = watch;
+        options.layout = layout;
         return std::make_unique<MaildirStore>(root, options);
     }
 
@@ -74,6 +94,16 @@ protected:
         return path;
     }
 
+    // The one message `subject` in `folder`, by its id.
+    QByteArray IdOf(MaildirStore& store, const QByteArray& folder, const QString& subject)
+    {
+        auto rows = store.Query(folder, nullptr, {PR_ENTRYID, PR_SUBJECT});
+        for (const Row& row : rows.ok() ? *rows : std::vector<Row>{})
+            if (row[1].toString() == subject) return row[0].toByteArray();
+        ADD_FAILURE() << "no message " << subject.toStdString();
+        return {};
+    }
+
     QStringList Files(const QString& folder, const char* sub = "cur") const
     {
         const QString dir = (folder.isEmpty() ? root : root + QLatin1Char('/') + folder) + QLatin1Char('/')
@@ -84,26 +114,6 @@ protected:
     QTemporaryDir m_tmp;
     QString root;
     QString indexPath;
-};
-
-// A store whose folder ".Elsewhere" is a symlink to a tmpfs under /dev/shm,
-// so that renames between it and the others fail with EXDEV.
-class StoreOnTwoFileSystems : public MaildirFixture {
-protected:
-    void SetUp() override
-    {
-        MaildirFixture::SetUp();
-        struct stat a{}, b{};
-        if (!m_other.isValid() || ::stat(QFile::encodeName(root).constData(), &a) != 0
-            || ::stat(QFile::encodeName(m_other.path()).constData(), &b) != 0 || a.st_dev == b.st_dev)
-            GTEST_SKIP() << "needs /dev/shm on another file system than " << root.toStdString();
-        elsewhere = m_other.path();
-        MakeMaildir(elsewhere);
-        ASSERT_TRUE(QFile::link(elsewhere, root + QStringLiteral("/.Elsewhere")));
-    }
-
-    QTemporaryDir m_other{QStringLiteral("/dev/shm/mv-maildir-XXXXXX")};
-    QString elsewhere;
 };
 
 }  // namespace mv::stores::maildir::test

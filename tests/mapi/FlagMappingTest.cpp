@@ -1,5 +1,7 @@
 #include "platform/stores/common/FlagMapping.h"
 
+#include "tests/support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 namespace mv::stores {
@@ -7,214 +9,136 @@ namespace {
 
 using mapi::MessageFlags;
 
-MessageFlags Make(std::initializer_list<const char*> system, std::initializer_list<const char*> keywords = {})
+// System flags by their Maildir letters: D draft, F flagged, R answered, S seen, T deleted.
+MessageFlags Make(QByteArrayView system, QStringList keywords = {})
 {
     MessageFlags f;
-    for (const char* s : system) {
-        const QString name = QString::fromLatin1(s);
-        if (name == QLatin1String("\\Seen")) f.seen = true;
-        else if (name == QLatin1String("\\Answered")) f.answered = true;
-        else if (name == QLatin1String("\\Flagged")) f.flagged = true;
-        else if (name == QLatin1String("\\Draft")) f.draft = true;
-        else if (name == QLatin1String("\\Deleted")) f.deleted = true;
-        else ADD_FAILURE() << "unknown system flag " << s;
-    }
-    for (const char* k : keywords) f.keywords << QString::fromLatin1(k);
+    f.draft = system.contains('D');
+    f.flagged = system.contains('F');
+    f.answered = system.contains('R');
+    f.seen = system.contains('S');
+    f.deleted = system.contains('T');
+    f.keywords = std::move(keywords);
     return f;
 }
 
-struct PropsCase {
-    const char* name;
-    MessageFlags flags;
-    int messageFlags;
-    int flagStatus;
-    int flagIcon;  // 0: absent
-    int lastVerb;  // 0: absent
-};
-void PrintTo(const PropsCase& c, std::ostream* os) { *os << c.name; }
-
-class FlagsToProperties : public ::testing::TestWithParam<PropsCase> {};
-
-TEST_P(FlagsToProperties, Apply)
-{
-    const PropsCase& c = GetParam();
-    mapi::PropertyMap props;
-    FlagMapping::ApplyFlags(c.flags, props);
-    EXPECT_EQ(props.value(mapi::PR_MESSAGE_FLAGS), QVariant(c.messageFlags));
-    ASSERT_TRUE(props.contains(mapi::PR_FLAG_STATUS)) << "flag status must always be present";
-    EXPECT_EQ(props.value(mapi::PR_FLAG_STATUS), QVariant(c.flagStatus));
-    EXPECT_EQ(props.contains(mapi::PR_FLAG_ICON), c.flagIcon != 0);
-    if (c.flagIcon) {
-        EXPECT_EQ(props.value(mapi::PR_FLAG_ICON), QVariant(c.flagIcon));
-    }
-    EXPECT_EQ(props.contains(mapi::PR_LAST_VERB_EXECUTED), c.lastVerb != 0);
-    if (c.lastVerb) {
-        EXPECT_EQ(props.value(mapi::PR_LAST_VERB_EXECUTED), QVariant(c.lastVerb));
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, FlagsToProperties,
-    ::testing::Values(
-        PropsCase{"Nothing", Make({}), 0, 0, 0, 0},
-        PropsCase{"Seen", Make({"\\Seen"}), mapi::MSGFLAG_READ, 0, 0, 0},
-        PropsCase{"Draft", Make({"\\Draft"}), mapi::MSGFLAG_UNSENT, 0, 0, 0},
-        PropsCase{"FlaggedPlainIsRed", Make({"\\Flagged"}), 0, 2, 6, 0},
-        PropsCase{"Orange", Make({"\\Flagged"}, {"$MailFlagBit0"}), 0, 2, 2, 0},
-        PropsCase{"Yellow", Make({"\\Flagged"}, {"$MailFlagBit1"}), 0, 2, 4, 0},
-        PropsCase{"Green", Make({"\\Flagged"}, {"$MailFlagBit0", "$MailFlagBit1"}), 0, 2, 3, 0},
-        PropsCase{"Blue", Make({"\\Flagged"}, {"$MailFlagBit2"}), 0, 2, 5, 0},
-        PropsCase{"Purple", Make({"\\Flagged"}, {"$MailFlagBit2", "$MailFlagBit0"}), 0, 2, 1, 0},
-        PropsCase{"GreyHasNoMapiColour", Make({"\\Flagged"}, {"$MailFlagBit1", "$MailFlagBit2"}), 0, 2, 0, 0},
-        PropsCase{"AllBitsUnassigned", Make({"\\Flagged"}, {"$MailFlagBit0", "$MailFlagBit1", "$MailFlagBit2"}), 0, 2, 0, 0},
-        PropsCase{"ColourWithoutFlagIsNoIcon", Make({}, {"$MailFlagBit2"}), 0, 0, 0, 0},
-        PropsCase{"KeywordsIgnoreCase", Make({"\\Flagged"}, {"$mailflagbit2"}), 0, 2, 5, 0},
-        PropsCase{"Completed", Make({"\\Seen"}, {"$Completed"}), mapi::MSGFLAG_READ, 1, 0, 0},
-        PropsCase{"CompletedLowerCase", Make({}, {"$completed"}), 0, 1, 0, 0},
-        PropsCase{"FlaggedBeatsCompleted", Make({"\\Flagged"}, {"$Completed"}), 0, 2, 6, 0},
-        PropsCase{"Answered", Make({"\\Answered"}), 0, 0, 0, 102},
-        PropsCase{"Forwarded", Make({}, {"$Forwarded"}), 0, 0, 0, 104},
-        PropsCase{"AnsweredAndForwardedIsReply", Make({"\\Answered"}, {"$Forwarded"}), 0, 0, 0, 102},
-        PropsCase{"OtherKeywordsChangeNothing", Make({}, {"$Junk", "Work"}), 0, 0, 0, 0}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST(FlagMapping, ReapplyingKeepsOtherBitsAndDropsStaleProperties)
-{
-    mapi::PropertyMap props{{mapi::PR_MESSAGE_FLAGS, mapi::MSGFLAG_HASATTACH}};
-    FlagMapping::ApplyFlags(Make({"\\Seen", "\\Flagged", "\\Answered"}, {"$MailFlagBit2"}), props);
-    EXPECT_EQ(props.value(mapi::PR_MESSAGE_FLAGS).toInt(), mapi::MSGFLAG_HASATTACH | mapi::MSGFLAG_READ);
-    FlagMapping::ApplyFlags(Make({}), props);
-    EXPECT_EQ(props.value(mapi::PR_MESSAGE_FLAGS).toInt(), mapi::MSGFLAG_HASATTACH);
-    EXPECT_EQ(props.value(mapi::PR_FLAG_STATUS).toInt(), 0);
-    EXPECT_FALSE(props.contains(mapi::PR_FLAG_ICON));
-    EXPECT_FALSE(props.contains(mapi::PR_LAST_VERB_EXECUTED));
-}
-
-struct StatusCase {
-    const char* name;
-    MessageFlags before;
-    int status;
-    bool flagged;
-    QStringList keywords;
-};
-void PrintTo(const StatusCase& c, std::ostream* os) { *os << c.name; }
-
-class FlagStatusChange : public ::testing::TestWithParam<StatusCase> {};
-
-TEST_P(FlagStatusChange, WithFlagStatus)
-{
-    const StatusCase& c = GetParam();
-    const MessageFlags after = FlagMapping::WithFlagStatus(c.before, c.status);
-    EXPECT_EQ(after.flagged, c.flagged);
-    EXPECT_EQ(after.keywords, c.keywords);
-    EXPECT_EQ(after.seen, c.before.seen) << "only the follow-up flag may change";
-    mapi::PropertyMap props;
-    FlagMapping::ApplyFlags(after, props);
-    if (c.status >= 0 && c.status <= 2) {
-        EXPECT_EQ(props.value(mapi::PR_FLAG_STATUS).toInt(), c.status);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, FlagStatusChange,
-    ::testing::Values(
-        StatusCase{"ClearCompleted", Make({"\\Seen"}, {"Work", "$COMPLETED"}), 0, false, {"Work"}},
-        StatusCase{"ClearColouredFlag", Make({"\\Flagged"}, {"$MailFlagBit0", "$Forwarded"}), 0, false, {"$Forwarded"}},
-        StatusCase{"CompleteFlagged", Make({"\\Flagged"}, {"$MailFlagBit2"}), 1, false, {"$Completed"}},
-        StatusCase{"CompleteTwiceKeepsOneKeyword", Make({}, {"$Completed"}), 1, false, {"$Completed"}},
-        StatusCase{"FlagCompleted", Make({}, {"$Completed", "Work"}), 2, true, {"Work"}},
-        StatusCase{"FlagKeepsColour", Make({"\\Flagged"}, {"$MailFlagBit2"}), 2, true, {"$MailFlagBit2"}},
-        StatusCase{"OtherValueChangesNothing", Make({"\\Flagged"}, {"$Completed"}), 7, true, {"$Completed"}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-struct MaildirCase {
-    const char* name;
-    QString info;
-    QStringList keywordNames;
-    MessageFlags flags;
-};
-void PrintTo(const MaildirCase& c, std::ostream* os) { *os << c.name; }
-
+// Keywords compare as IMAP does: without case, as a set.
 bool SameFlags(const MessageFlags& a, const MessageFlags& b)
 {
-    // Keywords compare as IMAP does: without case, as a set.
     const auto normal = [](QStringList k) {
         for (QString& s : k) s = s.toLower();
         k.removeDuplicates();
         k.sort();
         return k;
     };
-    const QStringList ka = normal(a.keywords), kb = normal(b.keywords);
     return a.seen == b.seen && a.answered == b.answered && a.flagged == b.flagged && a.draft == b.draft
-        && a.deleted == b.deleted && ka == kb;
+        && a.deleted == b.deleted && normal(a.keywords) == normal(b.keywords);
 }
 
-class MaildirRead : public ::testing::TestWithParam<MaildirCase> {};
-
-TEST_P(MaildirRead, FromInfo)
+TEST(FlagMapping, FlagsToProperties)
 {
-    const MaildirCase& c = GetParam();
-    EXPECT_TRUE(SameFlags(FlagMapping::FromMaildirInfo(c.info, c.keywordNames), c.flags));
+    const struct {
+        const char* name;
+        MessageFlags flags;
+        int messageFlags, flagStatus;
+        int flagIcon, lastVerb;  // 0: absent
+    } cases[] = {
+        // Plain flags, red, orange, blue, purple, completed, replied and forwarded
+        // run through every store in tests/conformance.
+        {"Draft", Make("D"), mapi::MSGFLAG_UNSENT, 0, 0, 0},
+        {"Yellow", Make("F", {"$MailFlagBit1"}), 0, 2, 4, 0},
+        {"Green", Make("F", {"$MailFlagBit0", "$MailFlagBit1"}), 0, 2, 3, 0},
+        {"GreyHasNoMapiColour", Make("F", {"$MailFlagBit1", "$MailFlagBit2"}), 0, 2, 0, 0},
+        {"ColourWithoutFlagIsNoIcon", Make("", {"$MailFlagBit2"}), 0, 0, 0, 0},
+        {"KeywordsIgnoreCase", Make("F", {"$mailflagbit2"}), 0, 2, 5, 0},
+        {"CompletedLowerCase", Make("", {"$completed"}), 0, 1, 0, 0},
+        {"FlaggedBeatsCompleted", Make("F", {"$Completed"}), 0, 2, 6, 0},
+        {"AnsweredAndForwardedIsReply", Make("R", {"$Forwarded"}), 0, 0, 0, 102},
+        {"OtherKeywordsChangeNothing", Make("", {"$Junk", "Work"}), 0, 0, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        // Reapplied over a record that had everything: stale properties go, other bits stay.
+        mapi::PropertyMap props{{mapi::PR_MESSAGE_FLAGS, mapi::MSGFLAG_HASATTACH}};
+        FlagMapping::ApplyFlags(Make("SFR", {"$MailFlagBit2"}), props);
+        FlagMapping::ApplyFlags(c.flags, props);
+        EXPECT_EQ(props.value(mapi::PR_MESSAGE_FLAGS), QVariant(c.messageFlags | mapi::MSGFLAG_HASATTACH));
+        EXPECT_EQ(props.value(mapi::PR_FLAG_STATUS), QVariant(c.flagStatus)) << "always present";
+        EXPECT_EQ(props.value(mapi::PR_FLAG_ICON), c.flagIcon ? QVariant(c.flagIcon) : QVariant());
+        EXPECT_EQ(props.value(mapi::PR_LAST_VERB_EXECUTED), c.lastVerb ? QVariant(c.lastVerb) : QVariant());
+    }
+}
+
+TEST(FlagMapping, WithFlagStatusChangesOnlyTheFollowUpFlag)
+{
+    const struct {
+        const char* name;
+        MessageFlags before;
+        int status;
+        bool flagged;
+        QStringList keywords;
+    } cases[] = {
+        {"ClearCompleted", Make("S", {"Work", "$COMPLETED"}), 0, false, {"Work"}},
+        {"ClearColouredFlag", Make("F", {"$MailFlagBit0", "$Forwarded"}), 0, false, {"$Forwarded"}},
+        {"CompleteTwiceKeepsOneKeyword", Make("", {"$Completed"}), 1, false, {"$Completed"}},
+        {"FlagKeepsColour", Make("F", {"$MailFlagBit2"}), 2, true, {"$MailFlagBit2"}},
+        {"OtherValueChangesNothing", Make("F", {"$Completed"}), 7, true, {"$Completed"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const MessageFlags after = FlagMapping::WithFlagStatus(c.before, c.status);
+        EXPECT_EQ(after.flagged, c.flagged);
+        EXPECT_EQ(after.keywords, c.keywords);
+        EXPECT_EQ(after.seen, c.before.seen);
+    }
 }
 
 const QStringList kDovecotKeywords = {"$Completed", "$MailFlagBit0", "Work", "$Forwarded"};
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, MaildirRead,
-    ::testing::Values(
-        MaildirCase{"Empty", "", {}, Make({})},
-        MaildirCase{"SystemLetters", "DFRST", {}, Make({"\\Draft", "\\Flagged", "\\Answered", "\\Seen", "\\Deleted"})},
-        MaildirCase{"PassedIsForwarded", "PS", {}, Make({"\\Seen"}, {"$Forwarded"})},
-        MaildirCase{"LeadingVersionSkipped", "2,S", {}, Make({"\\Seen"})},
-        MaildirCase{"KeywordLetters", "Sac", kDovecotKeywords, Make({"\\Seen"}, {"$Completed", "Work"})},
-        MaildirCase{"ForwardedBothWaysOnce", "Pd", kDovecotKeywords, Make({}, {"$Forwarded"})},
-        MaildirCase{"LetterBeyondListIgnored", "Fz", kDovecotKeywords, Make({"\\Flagged"})},
-        MaildirCase{"UnknownLettersIgnored", "XS,1", {}, Make({"\\Seen"})}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-struct MaildirWriteCase {
-    const char* name;
-    MessageFlags flags;
-    QStringList keywordsBefore;
-    QString info;
-    QStringList keywordsAfter;
-};
-void PrintTo(const MaildirWriteCase& c, std::ostream* os) { *os << c.name; }
-
-class MaildirWrite : public ::testing::TestWithParam<MaildirWriteCase> {};
-
-TEST_P(MaildirWrite, ToInfoAndBack)
+TEST(FlagMapping, FromMaildirInfo)
 {
-    const MaildirWriteCase& c = GetParam();
-    QStringList names = c.keywordsBefore;
-    const QString info = FlagMapping::ToMaildirInfo(c.flags, names);
-    EXPECT_EQ(info, c.info);
-    EXPECT_EQ(names, c.keywordsAfter);
-    if (c.keywordsAfter.size() < 26) {
+    const struct {
+        const char* info;
+        QStringList keywordNames;
+        MessageFlags flags;
+    } cases[] = {
+        {"DFRST", {}, Make("DFRST")},
+        {"PS", {}, Make("S", {"$Forwarded"})},               // passed is forwarded
+        {"2,S", {}, Make("S")},                              // a leading version is skipped
+        {"Pd", kDovecotKeywords, Make("", {"$Forwarded"})},  // forwarded both ways, once
+        {"Fz", kDovecotKeywords, Make("F")},                 // a letter beyond the list
+        {"XS,1", {}, Make("S")},                             // unknown letters
+    };
+    for (const auto& c : cases)
+        EXPECT_TRUE(SameFlags(FlagMapping::FromMaildirInfo(c.info, c.keywordNames), c.flags)) << c.info;
+}
+
+TEST(FlagMapping, ToMaildirInfoAndBack)
+{
+    QStringList twentySix;
+    for (int i = 0; i < 26; ++i) twentySix << QStringLiteral("k%1").arg(i);
+    const struct {
+        const char* name;
+        MessageFlags flags;
+        QStringList keywordsBefore;
+        QString info;
+        QStringList keywordsAfter;
+    } cases[] = {
+        {"AsciiOrder", Make("SRFDT", {"$Forwarded"}), {}, "DFPRST", {}},
+        {"NewKeywordAppended", Make("", {"$MailFlagBit2"}), {"$Completed"}, "b", {"$Completed", "$MailFlagBit2"}},
+        {"DuplicateKeywordOneLetter", Make("", {"Work", "work"}), {}, "a", {"Work"}},
+        {"ListFullDropsNewKeyword", Make("S", {"k3", "New"}), twentySix, "Sd", twentySix},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        QStringList names = c.keywordsBefore;
+        const QString info = FlagMapping::ToMaildirInfo(c.flags, names);
+        EXPECT_EQ(info, c.info);
+        EXPECT_EQ(names, c.keywordsAfter);
+        if (c.keywordsAfter.size() >= 26) continue;
         EXPECT_TRUE(SameFlags(FlagMapping::FromMaildirInfo(info, names), c.flags));
     }
 }
-
-QStringList TwentySixKeywords()
-{
-    QStringList names;
-    for (int i = 0; i < 26; ++i) names << QStringLiteral("k%1").arg(i);
-    return names;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, MaildirWrite,
-    ::testing::Values(
-        MaildirWriteCase{"AsciiOrder", Make({"\\Seen", "\\Answered", "\\Flagged", "\\Draft", "\\Deleted"}, {"$Forwarded"}),
-                         {}, "DFPRST", {}},
-        MaildirWriteCase{"KnownKeywordsSorted", Make({"\\Seen"}, {"Work", "$completed"}), kDovecotKeywords, "Sac",
-                         kDovecotKeywords},
-        MaildirWriteCase{"NewKeywordAppended", Make({}, {"$MailFlagBit2"}), {"$Completed"}, "b",
-                         {"$Completed", "$MailFlagBit2"}},
-        MaildirWriteCase{"DuplicateKeywordOneLetter", Make({}, {"Work", "work"}), {}, "a", {"Work"}},
-        MaildirWriteCase{"ListFullDropsNewKeyword", Make({"\\Seen"}, {"k3", "New"}), TwentySixKeywords(), "Sd",
-                         TwentySixKeywords()}),
-    [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace mv::stores

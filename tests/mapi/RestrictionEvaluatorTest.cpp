@@ -1,3 +1,8 @@
+// Restriction semantics on one message. The tree shapes the engine builds
+// run through every store in tests/conformance (the memory store answers
+// with this evaluator); these are the edge cases.
+
+#include "platform/mapi/MapiUtils.h"
 #include "platform/mapi/RestrictionEvaluator.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +12,7 @@
 namespace mv::mapi {
 namespace {
 
+using R = Restriction;
 const QDateTime kDelivered(QDate(2026, 3, 1), QTime(10, 0), QTimeZone::utc());
 
 PropertyMap Recipient(const QString& name, const QString& address, int type)
@@ -48,128 +54,62 @@ private:
     MessageRecord m_record;
 };
 
-using R = Restriction;
-constexpr std::uint32_t kCaseSensitive = FL_SUBSTRING;
-
 struct Case {
     const char* name;
     Restriction restriction;
     bool expected;
 };
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
-std::vector<Case> Cases()
+TEST(Evaluator, MatchesSampleThroughBothPaths)
 {
-    const QDateTime localSameInstant = kDelivered.toTimeZone(QTimeZone(3600 * 5));
-    return {
-        // Content: the engine's FL_SUBSTRING|FL_IGNORECASE, and the other levels.
-        {"ContentSubstringIgnoresCase", R::Content(PR_SUBJECT, "budget review"), true},
-        {"ContentAbsentWord", R::Content(PR_SUBJECT, "invoice"), false},
-        {"ContentFoldsNonAsciiCase", R::Content(PR_SUBJECT, "ärger"), true},
+    constexpr std::uint32_t kCaseSensitive = FL_SUBSTRING;
+    constexpr std::uint32_t kNoCase = FL_IGNORECASE;
+    Restriction bothOnOneRow(RES_SUBRESTRICTION);
+    bothOnOneRow.propTag = PR_MESSAGE_RECIPIENTS;
+    bothOnOneRow.AddChild(R::Content(PR_DISPLAY_NAME, "dave"));
+    bothOnOneRow.AddChild(R::Content(PR_EMAIL_ADDRESS, "erin"));
+    const Case cases[] = {
         {"ContentCaseSensitiveMiss", R::Content(PR_SUBJECT, "budget", kCaseSensitive), false},
         {"ContentCaseSensitiveHit", R::Content(PR_SUBJECT, "Budget", kCaseSensitive), true},
-        {"ContentEmptyTermMatchesPresentProperty", R::Content(PR_SUBJECT, ""), true},
         {"ContentEmptyTermNeedsTheProperty", R::Content(PR_BODY, ""), false},
-        {"ContentFullStringExact", R::Content(PR_SENT_REPRESENTING_NAME, "alice smith", FL_FULLSTRING | FL_IGNORECASE), true},
-        {"ContentFullStringPartial", R::Content(PR_SENT_REPRESENTING_NAME, "alice", FL_FULLSTRING | FL_IGNORECASE), false},
-        {"ContentPrefixHit", R::Content(PR_SUBJECT, "budget r", FL_PREFIX | FL_IGNORECASE), true},
-        {"ContentPrefixMissInMiddle", R::Content(PR_SUBJECT, "review", FL_PREFIX | FL_IGNORECASE), false},
-        {"ContentIgnoreNonSpace", R::Content(PR_SUBJECT, "unicode", FL_SUBSTRING | FL_IGNORECASE | FL_IGNORENONSPACE), true},
+        {"ContentFullStringExact", R::Content(PR_SENT_REPRESENTING_NAME, "alice smith", FL_FULLSTRING | kNoCase), true},
+        {"ContentFullStringPartial", R::Content(PR_SENT_REPRESENTING_NAME, "alice", FL_FULLSTRING | kNoCase), false},
+        {"ContentPrefixHit", R::Content(PR_SUBJECT, "budget r", FL_PREFIX | kNoCase), true},
+        {"ContentPrefixMissInMiddle", R::Content(PR_SUBJECT, "review", FL_PREFIX | kNoCase), false},
+        {"ContentIgnoreNonSpace", R::Content(PR_SUBJECT, "unicode", FL_SUBSTRING | kNoCase | FL_IGNORENONSPACE), true},
         {"ContentDiacriticsCountWithoutNonSpace", R::Content(PR_SUBJECT, "unicode"), false},
         {"ContentOnIntegerProperty", R::Content(PR_IMPORTANCE, "2"), false},
         {"ContentUnicodeTagFindsString8Value", R::Content(0x0037001F, "budget"), true},
-        {"ContentSenderAddress", R::Content(PR_SENT_REPRESENTING_EMAIL_ADDRESS, "@EXAMPLE.com"), true},
-        {"ContentCcDisplayShowsNamesNotAddresses", R::Content(PR_DISPLAY_CC, "erin@example.com"), false},
-        // Property relations.
-        {"PropertyEqualInt", R::Property(RELOP_EQ, PR_IMPORTANCE, 2), true},
         {"PropertyEqualOtherIntWidth", R::Property(RELOP_EQ, PR_IMPORTANCE, QVariant::fromValue<short>(2)), true},
-        {"PropertyEqualWrongValue", R::Property(RELOP_EQ, PR_IMPORTANCE, 1), false},
-        {"PropertyNotEqualPresent", R::Property(RELOP_NE, PR_FLAG_STATUS, 1), true},
         {"PropertyNotEqualMissingIsFalse", R::Property(RELOP_NE, PR_LAST_VERB_EXECUTED, 102), false},
-        {"PropertyEqualMissingIsFalse", R::Property(RELOP_EQ, PR_FLAG_ICON, 6), false},
-        {"PropertyNoneSet",
-         R::And({R::Property(RELOP_NE, PR_FLAG_STATUS, 1), R::Property(RELOP_NE, PR_FLAG_STATUS, 2)}), true},
         {"PropertyStringIgnoresCase", R::Property(RELOP_EQ, PR_SENT_REPRESENTING_NAME, "ALICE SMITH"), true},
         {"PropertyStringOrdering", R::Property(RELOP_LT, PR_SENT_REPRESENTING_NAME, "bob"), true},
         {"PropertyTypeMismatchIsFalse", R::Property(RELOP_NE, PR_IMPORTANCE, "2"), false},
-        {"PropertyLessOrEqualGreater", R::Property(RELOP_GE, PR_IMPORTANCE, 2), true},
+        {"PropertyGreaterOrEqual", R::Property(RELOP_GE, PR_IMPORTANCE, 2), true},
         {"PropertyGreaterStrict", R::Property(RELOP_GT, PR_IMPORTANCE, 2), false},
         {"PropertyBinaryEqual", R::Property(RELOP_EQ, PR_ENTRYID, QByteArray("\x01\x02", 2)), true},
-        // Dates compare as instants.
-        {"DateBeforeLaterCutOff", R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, kDelivered.addSecs(1)), true},
-        {"DateNotBeforeItself", R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, kDelivered), false},
-        {"DateNotBeforeEarlierCutOff", R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, kDelivered.addDays(-1)), false},
-        {"DateSameInstantOtherZone", R::Property(RELOP_EQ, PR_MESSAGE_DELIVERY_TIME, localSameInstant), true},
-        // Bitmasks.
-        {"BitmaskReadIsSet", R::Bitmask(BMR_NEZ, PR_MESSAGE_FLAGS, MSGFLAG_READ), true},
-        {"BitmaskUnreadWanted", R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ), false},
-        {"BitmaskOtherBitClear", R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_HASATTACH), true},
+        {"DateSameInstantOtherZone",
+         R::Property(RELOP_EQ, PR_MESSAGE_DELIVERY_TIME, kDelivered.toTimeZone(QTimeZone(3600 * 5))), true},
         {"BitmaskMissingProperty", R::Bitmask(BMR_EQZ, PR_LAST_VERB_EXECUTED, 1), false},
-        // Presence.
-        {"ExistPresent", R::Exist(PR_SUBJECT), true},
-        {"ExistAbsent", R::Exist(PR_FLAG_ICON), false},
-        // Recipients: any one row must satisfy all children.
-        {"SubName", R::Sub(PR_MESSAGE_RECIPIENTS, R::Content(PR_DISPLAY_NAME, "dave")), true},
-        {"SubCcRecipientCountsToo", R::Sub(PR_MESSAGE_RECIPIENTS, R::Content(PR_EMAIL_ADDRESS, "erin@")), true},
-        {"SubNoRow", R::Sub(PR_MESSAGE_RECIPIENTS, R::Content(PR_DISPLAY_NAME, "zed")), false},
-        {"SubOrOfTerms",
-         R::Sub(PR_MESSAGE_RECIPIENTS, R::Or({R::Content(PR_DISPLAY_NAME, "zed"), R::Content(PR_EMAIL_ADDRESS, "dave@")})),
-         true},
-        {"SubChildrenMustHoldOnOneRow",
-         [] {
-             Restriction sub(RES_SUBRESTRICTION);
-             sub.propTag = PR_MESSAGE_RECIPIENTS;
-             sub.AddChild(R::Content(PR_DISPLAY_NAME, "dave"));
-             sub.AddChild(R::Content(PR_EMAIL_ADDRESS, "erin"));
-             return sub;
-         }(),
-         false},
+        {"SubChildrenMustHoldOnOneRow", bothOnOneRow, false},
         {"SubRowDoesNotSeeMessageProperties", R::Sub(PR_MESSAGE_RECIPIENTS, R::Exist(PR_SUBJECT)), false},
         {"SubOnUnknownSubObject", R::Sub(0x0E13000D, R::And({})), false},
-        // Logic.
-        {"EmptyAndIsTrue", R::And({}), true},
         {"EmptyOrIsFalse", R::Or({}), false},
-        {"OrOneHit", R::Or({R::Content(PR_SUBJECT, "nope"), R::Property(RELOP_EQ, PR_IMPORTANCE, 2)}), true},
-        {"AndOneMiss", R::And({R::Content(PR_SUBJECT, "budget"), R::Property(RELOP_EQ, PR_IMPORTANCE, 0)}), false},
-        {"NotOfHit", R::Not(R::Content(PR_SUBJECT, "budget")), false},
-        {"NotOfMissingPropertyIsTrue", R::Not(R::Property(RELOP_EQ, PR_FLAG_ICON, 6)), true},
         {"NotWithoutChildIsFalse", Restriction(RES_NOT), false},
         {"UnsupportedKindsAreFalse", R::Or({Restriction(RES_COMPAREPROPS), Restriction(RES_SIZE)}), false},
     };
-}
-
-class EvaluatorCases : public ::testing::TestWithParam<Case> {};
-
-TEST_P(EvaluatorCases, MatchesSample)
-{
-    const Case& c = GetParam();
-    EXPECT_EQ(RestrictionEvaluator::Matches(c.restriction, Sample()), c.expected) << c.restriction.ToString().toStdString();
-    EXPECT_EQ(RestrictionEvaluator::Matches(c.restriction, CopyingSource(Sample())), c.expected) << "through Get";
-}
-
-INSTANTIATE_TEST_SUITE_P(Semantics, EvaluatorCases, ::testing::ValuesIn(Cases()),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST(Evaluator, MessageWithoutRecipientsFailsEverySubRestriction)
-{
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(RestrictionEvaluator::Matches(c.restriction, Sample()), c.expected);
+        EXPECT_EQ(RestrictionEvaluator::Matches(c.restriction, CopyingSource(Sample())), c.expected) << "through Get";
+    }
     MessageRecord bare = Sample();
     bare.recipients.clear();
     EXPECT_FALSE(RestrictionEvaluator::Matches(R::Sub(PR_MESSAGE_RECIPIENTS, R::And({})), bare));
-    EXPECT_TRUE(RestrictionEvaluator::Matches(R::Sub(PR_MESSAGE_RECIPIENTS, R::And({})), Sample()));
 }
 
-struct SupportCase {
-    const char* name;
-    Restriction restriction;
-    bool supported;
-};
-void PrintTo(const SupportCase& c, std::ostream* os) { *os << c.name; }
-
-std::vector<SupportCase> SupportTable()
+TEST(Evaluator, CheckSupportedRefusesWhatNoStoreCanAnswer)
 {
-    Restriction deepSize = R::And({R::Or({R::Content(PR_SUBJECT, "a"), Restriction(RES_SIZE)})});
-    Restriction regex = R::Property(RELOP_RE, PR_SUBJECT, "a.*");
-    Restriction badFuzzy = R::Content(PR_SUBJECT, "a", 7);
     Restriction intContent = R::Content(PR_SUBJECT, "a");
     intContent.value = 5;
     Restriction twoChildNot(RES_NOT);
@@ -177,45 +117,23 @@ std::vector<SupportCase> SupportTable()
     twoChildNot.AddChild(R::And({}));
     Restriction badBitmask = R::Bitmask(BMR_NEZ, PR_MESSAGE_FLAGS, 1);
     badBitmask.relop = 3;
-    return {
-        {"EngineShapedTree",
-         R::And({R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, kDelivered), R::Content(PR_SUBJECT, "x"),
-                 R::Sub(PR_MESSAGE_RECIPIENTS, R::Or({R::Content(PR_DISPLAY_NAME, "y")})),
-                 R::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, 1), R::Not(R::Exist(PR_FLAG_ICON))}),
-         true},
-        {"SizeDeepInside", deepSize, false},
-        {"CompareProps", Restriction(RES_COMPAREPROPS), false},
-        {"RegexRelation", regex, false},
-        {"UnknownFuzzyLevel", badFuzzy, false},
+    const Case cases[] = {
+        {"RegexRelation", R::Property(RELOP_RE, PR_SUBJECT, "a.*"), false},
+        {"UnknownFuzzyLevel", R::Content(PR_SUBJECT, "a", 7), false},
         {"ContentValueNotText", intContent, false},
         {"NotWithTwoChildren", twoChildNot, false},
         {"InvalidDate", R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, QDateTime()), false},
         {"MissingValue", R::Property(RELOP_EQ, PR_IMPORTANCE, QVariant()), false},
         {"UnknownBitmaskRelation", badBitmask, false},
     };
-}
-
-class SupportCases : public ::testing::TestWithParam<SupportCase> {};
-
-TEST_P(SupportCases, CheckSupported)
-{
-    const SupportCase& c = GetParam();
-    const Status s = RestrictionEvaluator::CheckSupported(c.restriction);
-    EXPECT_EQ(s.ok(), c.supported);
-    if (!s.ok()) {
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Status s = RestrictionEvaluator::CheckSupported(c.restriction);
+        ASSERT_FALSE(s.ok());
         EXPECT_EQ(s.error().kind, ErrorKind::Permanent);
         EXPECT_TRUE(s.error().message.contains(QStringLiteral("Unsupported restriction")));
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Trees, SupportCases, ::testing::ValuesIn(SupportTable()),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-}  // namespace
-}  // namespace mv::mapi
-
-namespace mv::mapi {
-namespace {
 
 // The evaluator's own case-insensitive search must agree with QString's,
 // which the other matching paths (prefix, full string) still use.
@@ -238,12 +156,29 @@ TEST(Evaluator, CaseInsensitiveSubstringAgreesWithQString)
     for (const QString& haystack : haystacks) {
         MessageRecord m;
         m.props.insert(PR_SUBJECT, haystack);
-        for (const QString& needle : needles) {
-            EXPECT_EQ(RestrictionEvaluator::Matches(Restriction::Content(PR_SUBJECT, needle), m),
+        for (const QString& needle : needles)
+            EXPECT_EQ(RestrictionEvaluator::Matches(R::Content(PR_SUBJECT, needle), m),
                       haystack.contains(needle, Qt::CaseInsensitive))
                 << haystack.toStdString() << " / " << needle.toStdString();
-        }
     }
+}
+
+TEST(Restriction, AddChildReferencesStayValid)
+{
+    Restriction root;
+    Restriction& first = root.AddChild(RES_CONTENT);
+    for (int i = 0; i < 100; ++i) root.AddChild(RES_EXIST);
+    first.value = QStringLiteral("still here");
+    EXPECT_EQ(root.children().front().value.toString(), QStringLiteral("still here"));
+}
+
+// Identifiers cross the scripting boundary as hex: text that is not strictly
+// hex must name nothing (round trips run in tests/outlook).
+TEST(MapiUtils, MalformedHexRefused)
+{
+    EXPECT_EQ(MapiUtils::HexToBinary(QStringLiteral("0aff")), QByteArray("\x0a\xff", 2));
+    for (const char* bad : {"ABC", "0G", "0x12", "AB CD", "ÄB", "-1"})
+        EXPECT_FALSE(MapiUtils::HexToBinary(QString::fromUtf8(bad)).has_value()) << bad;
 }
 
 }  // namespace
