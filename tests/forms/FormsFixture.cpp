@@ -35,7 +35,10 @@ std::unique_ptr<stores::maildir::MaildirStore> MakeStore(const QString& root, co
     return std::make_unique<stores::maildir::MaildirStore>(root, options);
 }
 
-QString Hex(const QByteArray& id) { return mapi::MapiUtils::HrGetHexFromBinary(id); }
+QString Hex(const QByteArray& id)
+{
+    return mapi::MapiUtils::HrGetHexFromBinary(id);
+}
 
 }  // namespace
 
@@ -75,10 +78,13 @@ std::unique_ptr<Profile> FormsTest::MakeProfile(const QString& name)
     EXPECT_TRUE(QFile::copy(QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb"), p->dbPath));
     QFile::setPermissions(p->dbPath, QFile::ReadOwner | QFile::WriteOwner);
 
-    p->home = MakeStore(p->dir + QStringLiteral("/home"), QStringLiteral("Home"),
-                        {QStringLiteral("/.Sent"), QStringLiteral("/.Archive"), QStringLiteral("/.Archive.2026")});
-    p->work = MakeStore(p->dir + QStringLiteral("/work"), QStringLiteral("Work"), {QStringLiteral("/.Projects")});
-    p->ns = std::make_unique<outlook::StoreNameSpace>(std::vector<mapi::MessageStore*>{p->home.get(), p->work.get()});
+    p->home =
+        MakeStore(p->dir + QStringLiteral("/home"), QStringLiteral("Home"),
+                  {QStringLiteral("/.Sent"), QStringLiteral("/.Archive"), QStringLiteral("/.Archive.2026")});
+    p->work =
+        MakeStore(p->dir + QStringLiteral("/work"), QStringLiteral("Work"), {QStringLiteral("/.Projects")});
+    p->ns = std::make_unique<outlook::StoreNameSpace>(
+        std::vector<mapi::MessageStore*>{p->home.get(), p->work.get()});
 
     p->addIn = std::make_unique<addin::OutAddIn>(m_report, nullptr, m_progIds, m_clock,
                                                  p->dir + QStringLiteral("/install"));
@@ -97,10 +103,16 @@ std::unique_ptr<Profile> FormsTest::MakeProfile(const QString& name)
 
 forms::RulePropsContext FormsTest::Context(const QString& hostVersion)
 {
-    return forms::RulePropsContext{*m_p->addIn->DB1(), *m_p->ns,   m_picker,
-                                   m_contacts,           m_answerer, m_report,
-                                   hostVersion,          QStringLiteral("Mailvane"),
-                                   m_p->dir + QStringLiteral("/install"), nullptr};
+    return forms::RulePropsContext{*m_p->addIn->DB1(),
+                                   *m_p->ns,
+                                   m_picker,
+                                   m_contacts,
+                                   m_answerer,
+                                   m_report,
+                                   hostVersion,
+                                   QStringLiteral("Mailvane"),
+                                   m_p->dir + QStringLiteral("/install"),
+                                   nullptr};
 }
 
 std::unique_ptr<forms::frmRuleProps> FormsTest::OpenEditor(const QString& action, int ruleId,
@@ -153,7 +165,8 @@ std::unique_ptr<outlook::Folder> FormsTest::Folder(const QString& path, stores::
     return nullptr;
 }
 
-QString FormsTest::Deliver(const QString& folder, const QByteArray& rfc822, stores::maildir::MaildirStore* store)
+QString FormsTest::Deliver(const QString& folder, const QByteArray& rfc822,
+                           stores::maildir::MaildirStore* store)
 {
     mapi::NewMessage m;
     m.rfc822 = rfc822;
@@ -167,9 +180,10 @@ void FormsTest::AddMail(const QString& folder, const QString& subject, Profile* 
 {
     Profile& p = P(profile);
     mapi::NewMessage m;
-    m.rfc822 = "From: Alice <alice@example.com>\r\nTo: Bob <bob@example.org>\r\nSubject: " + subject.toUtf8() +
-               "\r\nDate: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + subject.toUtf8().toHex() +
-               "@example.com>\r\nContent-Type: text/plain\r\n\r\nHello.\r\n";
+    m.rfc822 =
+        "From: Alice <alice@example.com>\r\nTo: Bob <bob@example.org>\r\nSubject: " + subject.toUtf8() +
+        "\r\nDate: Fri, 13 Nov 2026 10:00:00 +0000\r\nMessage-ID: <" + subject.toUtf8().toHex() +
+        "@example.com>\r\nContent-Type: text/plain\r\n\r\nHello.\r\n";
     m.internalDate = m_clock.Now().addSecs(-3600);
     auto target = Folder(folder, nullptr, &p);
     ASSERT_TRUE(target);
@@ -216,7 +230,8 @@ QList<QVariantMap> FormsTest::Rows(const QString& sql, Profile* profile)
     QList<QVariantMap> rows;
     sqlite3* db = nullptr;
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_open_v2(P(profile).dbPath.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
+    if (sqlite3_open_v2(P(profile).dbPath.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) !=
+            SQLITE_OK ||
         sqlite3_prepare_v2(db, sql.toUtf8().constData(), -1, &stmt, nullptr) != SQLITE_OK) {
         ADD_FAILURE() << sqlite3_errmsg(db) << " in " << sql.toStdString();
         sqlite3_close(db);
@@ -227,9 +242,15 @@ QList<QVariantMap> FormsTest::Rows(const QString& sql, Profile* profile)
         for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
             const QString name = QString::fromUtf8(sqlite3_column_name(stmt, i));
             switch (sqlite3_column_type(stmt, i)) {
-            case SQLITE_NULL: row.insert(name, QVariant()); break;
-            case SQLITE_INTEGER: row.insert(name, sqlite3_column_int64(stmt, i)); break;
-            default: row.insert(name, QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i))));
+                case SQLITE_NULL:
+                    row.insert(name, QVariant());
+                    break;
+                case SQLITE_INTEGER:
+                    row.insert(name, sqlite3_column_int64(stmt, i));
+                    break;
+                default:
+                    row.insert(
+                        name, QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(stmt, i))));
             }
         }
         rows.push_back(row);
@@ -242,7 +263,8 @@ QList<QVariantMap> FormsTest::Rows(const QString& sql, Profile* profile)
 QStringList FormsTest::StoredOrder(Profile* profile)
 {
     QStringList names;
-    for (const auto& row : Rows(QStringLiteral("SELECT RuleName FROM Rules ORDER BY SortID, RuleID"), profile))
+    for (const auto& row :
+         Rows(QStringLiteral("SELECT RuleName FROM Rules ORDER BY SortID, RuleID"), profile))
         names << row.value(QStringLiteral("RuleName")).toString();
     return names;
 }
@@ -253,13 +275,17 @@ int FormsTest::AddRule(const QString& name, const QString& set, Profile* profile
     auto inbox = Folder(QStringLiteral("Inbox"), nullptr, &p);
     auto archive = Folder(QStringLiteral("Archive"), nullptr, &p);
     if (!inbox || !archive) return 0;
-    Sql(QStringLiteral("INSERT INTO Rules (RuleName, FromAddress, ToAddress, CcAddress, Subject, Importance, Status, "
-                       "FlagStatus, MsgAgeID, SrcEntryID, SrcStoreID, DstEntryID, DstStoreID, Active, SortID, "
-                       "LastVerb, Message) SELECT '%1', '', '', '', '', 3, 2, 0, 13, '%2', '%3', '%4', '%5', -1, "
-                       "COALESCE(MAX(SortID), 0) + 1, 0, '' FROM Rules")
+    Sql(QStringLiteral(
+            "INSERT INTO Rules (RuleName, FromAddress, ToAddress, CcAddress, Subject, Importance, Status, "
+            "FlagStatus, MsgAgeID, SrcEntryID, SrcStoreID, DstEntryID, DstStoreID, Active, SortID, "
+            "LastVerb, Message) SELECT '%1', '', '', '', '', 3, 2, 0, 13, '%2', '%3', '%4', '%5', -1, "
+            "COALESCE(MAX(SortID), 0) + 1, 0, '' FROM Rules")
             .arg(name, inbox->EntryID(), inbox->StoreID(), archive->EntryID(), archive->StoreID()),
         &p);
-    const int id = Rows(QStringLiteral("SELECT MAX(RuleID) AS id FROM Rules"), &p).value(0).value(QStringLiteral("id")).toInt();
+    const int id = Rows(QStringLiteral("SELECT MAX(RuleID) AS id FROM Rules"), &p)
+                       .value(0)
+                       .value(QStringLiteral("id"))
+                       .toInt();
     if (!set.isEmpty()) Sql(QStringLiteral("UPDATE Rules SET %1 WHERE RuleID = %2").arg(set).arg(id), &p);
     return id;
 }

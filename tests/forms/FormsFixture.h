@@ -116,10 +116,12 @@ protected:
     void FillRequired(forms::frmRuleProps& editor, Profile* profile = nullptr);
 
     // A folder of Home (or `store`) by its display path.
-    std::unique_ptr<outlook::Folder> Folder(const QString& path, stores::maildir::MaildirStore* store = nullptr,
+    std::unique_ptr<outlook::Folder> Folder(const QString& path,
+                                            stores::maildir::MaildirStore* store = nullptr,
                                             Profile* profile = nullptr);
     // Appends a message; returns its hex entry identifier.
-    QString Deliver(const QString& folder, const QByteArray& rfc822, stores::maildir::MaildirStore* store = nullptr);
+    QString Deliver(const QString& folder, const QByteArray& rfc822,
+                    stores::maildir::MaildirStore* store = nullptr);
     void AddMail(const QString& folder, const QString& subject, Profile* profile = nullptr);
     QStringList Subjects(const QString& folder, Profile* profile = nullptr);
     // An Explorer showing Home's `folder` with `entryHex` selected.
@@ -142,7 +144,10 @@ protected:
         EXPECT_NE(w, nullptr) << name;
         return w;
     }
-    static QString Text(const QObject& parent, const char* name) { return Child<QLineEdit>(parent, name)->text(); }
+    static QString Text(const QObject& parent, const char* name)
+    {
+        return Child<QLineEdit>(parent, name)->text();
+    }
     static QString Shown(const QObject& parent, const char* list)
     {
         return Child<QComboBox>(parent, list)->currentText();
@@ -152,7 +157,10 @@ protected:
         Child<QLineEdit>(parent, name)->setText(text);
     }
     static void Choose(const QObject& parent, const char* list, const QString& label);
-    static void Click(const QObject& parent, const char* button) { Child<QAbstractButton>(parent, button)->click(); }
+    static void Click(const QObject& parent, const char* button)
+    {
+        Child<QAbstractButton>(parent, button)->click();
+    }
     // The Rules Manager's list.
     static QTreeWidget* List(const QObject& form) { return Child<QTreeWidget>(form, "ListView1"); }
     static QStringList ListNames(const QObject& form);

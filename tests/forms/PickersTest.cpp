@@ -139,18 +139,22 @@ protected:
         m_cards = m_tmp.filePath(QStringLiteral("contacts"));
         QDir().mkpath(m_cards + QStringLiteral("/family"));
         // vCard 4 with a folded e-mail line and a grouped one.
-        WriteCard(QStringLiteral("family/ann.vcf"),
-                  "BEGIN:VCARD\r\nVERSION:4.0\r\nFN:Ann Lee (home)\r\nEMAIL;TYPE=home:ann@exa\r\n mple.org\r\n"
-                  "item1.EMAIL:ann.lee@work.example\r\nEND:VCARD\r\n");
+        WriteCard(
+            QStringLiteral("family/ann.vcf"),
+            "BEGIN:VCARD\r\nVERSION:4.0\r\nFN:Ann Lee (home)\r\nEMAIL;TYPE=home:ann@exa\r\n mple.org\r\n"
+            "item1.EMAIL:ann.lee@work.example\r\nEND:VCARD\r\n");
         // vCard 3, LF line ends; the address is also seen in mail.
-        WriteCard(QStringLiteral("zed.vcf"), "BEGIN:VCARD\nVERSION:3.0\nN:Zed;Ed;;;\nFN:Ed "
-                                             "Zed\nEMAIL;TYPE=INTERNET:ZED@example.net\nEND:VCARD\n");
+        WriteCard(QStringLiteral("zed.vcf"),
+                  "BEGIN:VCARD\nVERSION:3.0\nN:Zed;Ed;;;\nFN:Ed "
+                  "Zed\nEMAIL;TYPE=INTERNET:ZED@example.net\nEND:VCARD\n");
         Deliver(QStringLiteral("Inbox"),
                 "From: Ann <ANN@example.org>\r\nTo: Me <me@home.example>\r\nCc: Carol <carol@example.org>, "
                 "bare@example.org\r\nDelivered-To: me@home.example\r\nSubject: a\r\n\r\nx\r\n");
-        Deliver(QStringLiteral("Sent"), "From: Me <me@home.example>\r\nTo: Dave Doe <dave@example.com>, "
-                                        "zed@example.net\r\nSubject: b\r\n\r\nx\r\n");
-        Deliver(QStringLiteral("Inbox"), "From: Boss <boss@work.example>\r\nTo: me@work.example\r\nSubject: c\r\n\r\nx\r\n",
+        Deliver(QStringLiteral("Sent"),
+                "From: Me <me@home.example>\r\nTo: Dave Doe <dave@example.com>, "
+                "zed@example.net\r\nSubject: b\r\n\r\nx\r\n");
+        Deliver(QStringLiteral("Inbox"),
+                "From: Boss <boss@work.example>\r\nTo: me@work.example\r\nSubject: c\r\n\r\nx\r\n",
                 m_p->work.get());
         // Neither Inbox nor Sent: not scanned.
         Deliver(QStringLiteral("Archive"),
@@ -188,10 +192,10 @@ TEST_F(AddressBookTest, MergesMailAddressesWithContacts)
     // Sorted by name; a contact's name wins over the one in mail, and one
     // address seen in several forms is listed once.
     EXPECT_EQ(Addresses(dialog.Entries()),
-              (QStringList{" <bare@example.org>", " <me@work.example>", "Ann Lee (home) <ann.lee@work.example>",
-                           "Ann Lee (home) <ann@example.org>", "Boss <boss@work.example>",
-                           "Carol <carol@example.org>", "Dave Doe <dave@example.com>", "Ed Zed <ZED@example.net>",
-                           "Me <me@home.example>"}));
+              (QStringList{
+                  " <bare@example.org>", " <me@work.example>", "Ann Lee (home) <ann.lee@work.example>",
+                  "Ann Lee (home) <ann@example.org>", "Boss <boss@work.example>", "Carol <carol@example.org>",
+                  "Dave Doe <dave@example.com>", "Ed Zed <ZED@example.net>", "Me <me@home.example>"}));
     for (const auto& e : dialog.Entries()) EXPECT_EQ(e.addrType, QStringLiteral("SMTP"));
     EXPECT_TRUE(dialog.Problems().isEmpty()) << dialog.Problems().join(QLatin1Char('\n')).toStdString();
 }
@@ -241,7 +245,8 @@ TEST_F(AddressBookTest, BrokenContactFilesAreSkippedAndLeftAlone)
         ASSERT_TRUE(f.open(QIODevice::ReadOnly));
         EXPECT_EQ(f.readAll(), bytes) << name;
     }
-    EXPECT_TRUE(Child<QLabel>(dialog, "lblStatus")->text().contains(QStringLiteral("2 source(s) could not be read")));
+    EXPECT_TRUE(
+        Child<QLabel>(dialog, "lblStatus")->text().contains(QStringLiteral("2 source(s) could not be read")));
 }
 
 TEST_F(AddressBookTest, OnlyRecentMailIsScanned)
@@ -264,7 +269,8 @@ TEST(VCardTest, ReadsNamesAndAddresses)
         QByteArray text;
         std::vector<std::pair<const char*, QStringList>> expected;  // empty: an error
     } cases[] = {
-        {"FoldedCrLf", "BEGIN:VCARD\r\nFN:Long\r\n  Name\r\nEMAIL:a@\r\n\tb.example\r\nEND:VCARD\r\n",
+        {"FoldedCrLf",
+         "BEGIN:VCARD\r\nFN:Long\r\n  Name\r\nEMAIL:a@\r\n\tb.example\r\nEND:VCARD\r\n",
          {{"Long Name", {"a@b.example"}}}},
         {"EscapesAndParams",
          "BEGIN:VCARD\nFN:Doe\\, Jane\\nJr\nEMAIL;TYPE=\"work:x\";PREF=1:jane@d.example\nEND:VCARD\n",
@@ -272,9 +278,11 @@ TEST(VCardTest, ReadsNamesAndAddresses)
         {"GroupsMailtoAndDuplicates",
          "begin:vcard\nITEM2.EMAIL:mailto:k@e.example\nemail:K@E.example\nFN:K\nend:vcard\n",
          {{"K", {"k@e.example"}}}},
-        {"TwoCardsOneFile", "BEGIN:VCARD\nFN:A\nEMAIL:a@x.example\nEND:VCARD\nBEGIN:VCARD\nFN:B\nEND:VCARD\n",
+        {"TwoCardsOneFile",
+         "BEGIN:VCARD\nFN:A\nEMAIL:a@x.example\nEND:VCARD\nBEGIN:VCARD\nFN:B\nEND:VCARD\n",
          {{"A", {"a@x.example"}}, {"B", {}}}},
-        {"CutOffCardDropped", "BEGIN:VCARD\nFN:A\nEMAIL:a@x.example\nEND:VCARD\nBEGIN:VCARD\nFN:B\nEMAIL:b@x\n",
+        {"CutOffCardDropped",
+         "BEGIN:VCARD\nFN:A\nEMAIL:a@x.example\nEND:VCARD\nBEGIN:VCARD\nFN:B\nEMAIL:b@x\n",
          {{"A", {"a@x.example"}}}},
         {"RestartInsideCard", "BEGIN:VCARD\nFN:A\nBEGIN:VCARD\nFN:B\nEND:VCARD\n", {{"B", {}}}},
         {"NoCard", "FN:A\nEMAIL:a@x.example\n", {}},

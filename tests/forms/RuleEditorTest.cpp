@@ -18,9 +18,15 @@ struct ListCase {
     const char* column;
     std::span<const Choice> (*choices)();
 };
-void PrintTo(const ListCase& c, std::ostream* os) { *os << c.list; }
+void PrintTo(const ListCase& c, std::ostream* os)
+{
+    *os << c.list;
+}
 
-std::span<const Choice> ColouredFlags() { return forms::FlagStatusChoices(11); }
+std::span<const Choice> ColouredFlags()
+{
+    return forms::FlagStatusChoices(11);
+}
 
 class ListCodeTest : public FormsTest, public ::testing::WithParamInterface<ListCase> {};
 
@@ -38,15 +44,18 @@ TEST_P(ListCodeTest, EveryEntrySavesItsCodeAndLoadsBack)
         SetText(*form, "txtSubject", QStringLiteral("keep"));  // never a catch-all
         Choose(*form, c.list, label);
         Click(*form, "btnOK");
-        ASSERT_EQ(form->result(), QDialog::Accepted) << m_answerer.texts().join(QStringLiteral("|")).toStdString();
+        ASSERT_EQ(form->result(), QDialog::Accepted)
+            << m_answerer.texts().join(QStringLiteral("|")).toStdString();
         EXPECT_FALSE(form->Cancelled);
-        const auto rows = Rows(QStringLiteral("SELECT RuleID, %1 AS code FROM Rules ORDER BY RuleID DESC LIMIT 1")
-                                   .arg(QLatin1String(c.column)));
+        const auto rows =
+            Rows(QStringLiteral("SELECT RuleID, %1 AS code FROM Rules ORDER BY RuleID DESC LIMIT 1")
+                     .arg(QLatin1String(c.column)));
         ASSERT_EQ(rows.size(), 1);
         EXPECT_EQ(rows.front().value(QStringLiteral("code")).toInt(), choice.code);
-        EXPECT_EQ(Shown(*OpenEditor(QStringLiteral("Update"), rows.front().value(QStringLiteral("RuleID")).toInt()),
-                        c.list),
-                  label);
+        EXPECT_EQ(
+            Shown(*OpenEditor(QStringLiteral("Update"), rows.front().value(QStringLiteral("RuleID")).toInt()),
+                  c.list),
+            label);
     }
     EXPECT_TRUE(m_answerer.shown().empty());
 }
@@ -78,13 +87,17 @@ TEST_F(FormsTest, StoredCodesOutsideTheListLoadAndSave)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.column) + " " + c.hostVersion);
-        const int id = AddRule(QStringLiteral("r"), QStringLiteral("Subject='x', %1=%2")
-                                                        .arg(QLatin1String(c.column)).arg(c.stored));
+        const int id =
+            AddRule(QStringLiteral("r"),
+                    QStringLiteral("Subject='x', %1=%2").arg(QLatin1String(c.column)).arg(c.stored));
         auto form = OpenEditor(QStringLiteral("Update"), id, QLatin1String(c.hostVersion));
         EXPECT_EQ(Shown(*form, c.list), QLatin1String(c.shown));
         Click(*form, "btnOK");
-        EXPECT_EQ(Rows(QStringLiteral("SELECT %1 AS v FROM Rules WHERE RuleID=%2").arg(QLatin1String(c.column)).arg(id))
-                      .value(0).value(QStringLiteral("v")),
+        EXPECT_EQ(Rows(QStringLiteral("SELECT %1 AS v FROM Rules WHERE RuleID=%2")
+                           .arg(QLatin1String(c.column))
+                           .arg(id))
+                      .value(0)
+                      .value(QStringLiteral("v")),
                   c.saved);
     }
 }
@@ -100,8 +113,9 @@ TEST_F(FormsTest, NewRulesGoToTheEndOfTheOrder)
         Click(*form, "btnOK");
         ASSERT_EQ(form->result(), QDialog::Accepted);
     }
-    const auto rows = Rows(QStringLiteral("SELECT RuleName, SortID, SrcEntryID, DstStoreID, Message FROM Rules "
-                                          "ORDER BY RuleID"));
+    const auto rows =
+        Rows(QStringLiteral("SELECT RuleName, SortID, SrcEntryID, DstStoreID, Message FROM Rules "
+                            "ORDER BY RuleID"));
     ASSERT_EQ(rows.size(), 3);
     EXPECT_EQ(rows[1].value(QStringLiteral("RuleName")), QStringLiteral("second"));
     EXPECT_EQ(rows[1].value(QStringLiteral("SortID")), 8);
@@ -144,7 +158,8 @@ TEST_F(FormsTest, ModifyUpdatesOnlyItsRowAndAMissingRuleNothing)
 
 TEST_F(FormsTest, VanishedFoldersAreReportedAndMustBePickedAgain)
 {
-    const int id = AddRule(QStringLiteral("a"), QStringLiteral("Subject='s', SrcEntryID='00FF', DstStoreID='ABCD'"));
+    const int id =
+        AddRule(QStringLiteral("a"), QStringLiteral("Subject='s', SrcEntryID='00FF', DstStoreID='ABCD'"));
     auto form = OpenEditor(QStringLiteral("Update"), id);
     EXPECT_EQ(m_answerer.texts(),
               QStringList({QStringLiteral("The source folder could not be found, please re-select."),
@@ -155,7 +170,8 @@ TEST_F(FormsTest, VanishedFoldersAreReportedAndMustBePickedAgain)
     m_answerer.clear();
     Click(*form, "btnOK");
     ASSERT_EQ(m_answerer.texts().size(), 1);
-    EXPECT_TRUE(m_answerer.texts().front().endsWith(QStringLiteral("Source Folder\r\nDestination Folder\r\n")));
+    EXPECT_TRUE(
+        m_answerer.texts().front().endsWith(QStringLiteral("Source Folder\r\nDestination Folder\r\n")));
 }
 
 TEST_F(FormsTest, ContactPickerJoinsChosenAddresses)
@@ -164,9 +180,10 @@ TEST_F(FormsTest, ContactPickerJoinsChosenAddresses)
     SetText(*form, "txtTo", QStringLiteral("kept@example.org"));
     Click(*form, "btnTo");  // nothing chosen: the text stays
     EXPECT_EQ(Text(*form, "txtTo"), QStringLiteral("kept@example.org"));
-    m_contacts.entries = {{true, QStringLiteral("EX"), QStringLiteral("Ann Lee"), QStringLiteral("/O=ORG/CN=ANN")},
-                          {false, QStringLiteral("SMTP"), QStringLiteral("Skipped"), QStringLiteral("x@example.org")},
-                          {true, QStringLiteral("SMTP"), QStringLiteral("Bob"), QStringLiteral("bob@example.org")}};
+    m_contacts.entries = {
+        {true, QStringLiteral("EX"), QStringLiteral("Ann Lee"), QStringLiteral("/O=ORG/CN=ANN")},
+        {false, QStringLiteral("SMTP"), QStringLiteral("Skipped"), QStringLiteral("x@example.org")},
+        {true, QStringLiteral("SMTP"), QStringLiteral("Bob"), QStringLiteral("bob@example.org")}};
     Click(*form, "btnCc");
     EXPECT_EQ(m_contacts.lastTitle, QStringLiteral("Choose a Contact"));
     EXPECT_EQ(Text(*form, "txtCC"), QStringLiteral("Ann Lee; bob@example.org; "));
@@ -205,8 +222,9 @@ TEST_F(FormsTest, FailedSaveIsReportedAndKeepsTheForm)
     Sql(QStringLiteral("DROP TABLE Rules"));
     Click(*form, "btnOK");
     EXPECT_NE(form->result(), QDialog::Accepted);
-    EXPECT_TRUE(m_answerer.texts().contains(QStringLiteral(
-        "There was a problem saving your changes.\r\n\r\nIf this problem persists, please contact Sorquin support.")));
+    EXPECT_TRUE(
+        m_answerer.texts().contains(QStringLiteral("There was a problem saving your changes.\r\n\r\nIf this "
+                                                   "problem persists, please contact Sorquin support.")));
     EXPECT_EQ(Text(*form, "txtFrom"), QStringLiteral("a@example.org"));
     m_expectedReports = static_cast<int>(m_answerer.shown().size());
 }
@@ -214,17 +232,23 @@ TEST_F(FormsTest, FailedSaveIsReportedAndKeepsTheForm)
 // --- the checks OK runs, in order: a failing one shows its one message and nothing is saved ---
 
 const QString kRequired = QStringLiteral("The Following Fields are Required to save this rule:\r\n\r\n");
-const QString kSubjectQuotes = QStringLiteral("There are unmatched quote characters in the Subject contains field.");
-const QString kMessageQuotes = QStringLiteral("There are unmatched quote characters in the Message contains field.");
-const QString kCatchAll = QStringLiteral("The rule as configured is invalid:\r\n\r\nThis would result in all messages "
-                                         "being moved regardless of any criteria.");
+const QString kSubjectQuotes =
+    QStringLiteral("There are unmatched quote characters in the Subject contains field.");
+const QString kMessageQuotes =
+    QStringLiteral("There are unmatched quote characters in the Message contains field.");
+const QString kCatchAll = QStringLiteral(
+    "The rule as configured is invalid:\r\n\r\nThis would result in all messages "
+    "being moved regardless of any criteria.");
 
 struct CheckCase {
     const char* name;
     std::vector<std::pair<const char*, const char*>> edits;  // field (txt* or cmb*) -> text or label
     QString message;                                         // empty: the rule is saved
 };
-void PrintTo(const CheckCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const CheckCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class RuleCheckTest : public FormsTest, public ::testing::WithParamInterface<CheckCase> {};
 
@@ -261,24 +285,28 @@ TEST_P(RuleCheckTest, OkRunsTheChecksInOrder)
 
 INSTANTIATE_TEST_SUITE_P(
     Checks, RuleCheckTest,
-    ::testing::Values(
-        CheckCase{"NameAndDestinationMissing", {{"txtRuleName", ""}, {"txtDstFolder", ""}},
-                  kRequired + QStringLiteral("RuleName\r\nDestination Folder\r\n")},
-        CheckCase{"BlankNameIsAName", {{"txtRuleName", " "}, {"txtFrom", "a@example.org"}}, {}},
-        CheckCase{"OneQuoteInSubject", {{"txtSubject", "\"foo"}}, kSubjectQuotes},
-        CheckCase{"SubjectCheckedBeforeMessage", {{"txtSubject", "a\"b"}, {"txtMessage", "\""}}, kSubjectQuotes},
-        CheckCase{"OneQuoteInMessage", {{"txtSubject", "\"a\" \"b\""}, {"txtMessage", "x \" y"}}, kMessageQuotes},
-        CheckCase{"ThreeQuotesInMessage", {{"txtMessage", "\"a\" \"b"}}, kMessageQuotes},
-        CheckCase{"QuotesCheckedBeforeCatchAll", {{"txtMessage", "\""}}, kMessageQuotes},
-        CheckCase{"EveryCriterionAny", {}, kCatchAll},
-        CheckCase{"BlankSubjectIsACriterion", {{"txtSubject", " "}}, {}},
-        CheckCase{"UnreadAlone", {{"cmbStatus", "Unread"}}, {}},
-        CheckCase{"OneDayAlone", {{"cmbMsgAge", "1 day"}}, {}},
-        CheckCase{"ImportanceAlone", {{"cmbImportance", "Low"}}, {}},
-        CheckCase{"NoFlagSetAlone", {{"cmbFlagStatus", "None Set"}}, {}},
-        CheckCase{"RepliedAlone", {{"cmbOnlyItems", "That I replied to"}}, {}},
-        CheckCase{"CcAlone", {{"txtCC", "cat"}}, {}},
-        CheckCase{"CommaInFromIsSaved", {{"txtFrom", "a@example.org, b@example.org"}}, {}}),
+    ::testing::Values(CheckCase{"NameAndDestinationMissing",
+                                {{"txtRuleName", ""}, {"txtDstFolder", ""}},
+                                kRequired + QStringLiteral("RuleName\r\nDestination Folder\r\n")},
+                      CheckCase{"BlankNameIsAName", {{"txtRuleName", " "}, {"txtFrom", "a@example.org"}}, {}},
+                      CheckCase{"OneQuoteInSubject", {{"txtSubject", "\"foo"}}, kSubjectQuotes},
+                      CheckCase{"SubjectCheckedBeforeMessage",
+                                {{"txtSubject", "a\"b"}, {"txtMessage", "\""}},
+                                kSubjectQuotes},
+                      CheckCase{"OneQuoteInMessage",
+                                {{"txtSubject", "\"a\" \"b\""}, {"txtMessage", "x \" y"}},
+                                kMessageQuotes},
+                      CheckCase{"ThreeQuotesInMessage", {{"txtMessage", "\"a\" \"b"}}, kMessageQuotes},
+                      CheckCase{"QuotesCheckedBeforeCatchAll", {{"txtMessage", "\""}}, kMessageQuotes},
+                      CheckCase{"EveryCriterionAny", {}, kCatchAll},
+                      CheckCase{"BlankSubjectIsACriterion", {{"txtSubject", " "}}, {}},
+                      CheckCase{"UnreadAlone", {{"cmbStatus", "Unread"}}, {}},
+                      CheckCase{"OneDayAlone", {{"cmbMsgAge", "1 day"}}, {}},
+                      CheckCase{"ImportanceAlone", {{"cmbImportance", "Low"}}, {}},
+                      CheckCase{"NoFlagSetAlone", {{"cmbFlagStatus", "None Set"}}, {}},
+                      CheckCase{"RepliedAlone", {{"cmbOnlyItems", "That I replied to"}}, {}},
+                      CheckCase{"CcAlone", {{"txtCC", "cat"}}, {}},
+                      CheckCase{"CommaInFromIsSaved", {{"txtFrom", "a@example.org, b@example.org"}}, {}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(FormsTest, AddressSeparatorCheckNamesEveryField)
@@ -287,9 +315,12 @@ TEST_F(FormsTest, AddressSeparatorCheckNamesEveryField)
     SetText(*form, "txtFrom", QStringLiteral("a,b"));
     SetText(*form, "txtCC", QStringLiteral("c, d"));
     EXPECT_FALSE(form->CheckAddressSeparators());
-    EXPECT_EQ(m_answerer.texts(),
-              QStringList({QStringLiteral("Please separate multiple email addresses in the From field with a semicolon (;)."),
-                           QStringLiteral("Please separate multiple email addresses in the Cc field with a semicolon (;).")}));
+    EXPECT_EQ(
+        m_answerer.texts(),
+        QStringList({QStringLiteral(
+                         "Please separate multiple email addresses in the From field with a semicolon (;)."),
+                     QStringLiteral(
+                         "Please separate multiple email addresses in the Cc field with a semicolon (;).")}));
     SetText(*form, "txtFrom", QStringLiteral("a;b"));
     SetText(*form, "txtCC", QString());
     m_answerer.clear();
@@ -303,13 +334,18 @@ TEST(RuleTextTest, OccurrencesAndHostVersions)
         {"", "\"", 0}, {"\"", "\"", 1}, {"\"a\" \"b\"", "\"", 4}, {"aXxa", "x", 1}, {"aaaa", "aa", 2}};
     for (const auto& [text, part, count] : counts)
         EXPECT_EQ(forms::NoOfOccurances(QString::fromUtf8(text), QString::fromUtf8(part)), count) << text;
-    const std::pair<const char*, int> versions[] = {{"10.0.2627", 10}, {"9", 9}, {"", 0}, {"x.1", 0}, {"12a.0", 12}};
-    for (const auto& [text, major] : versions) EXPECT_EQ(forms::OutlookMajorVersion(QString::fromUtf8(text)), major) << text;
+    const std::pair<const char*, int> versions[] = {
+        {"10.0.2627", 10}, {"9", 9}, {"", 0}, {"x.1", 0}, {"12a.0", 12}};
+    for (const auto& [text, major] : versions)
+        EXPECT_EQ(forms::OutlookMajorVersion(QString::fromUtf8(text)), major) << text;
 }
 
 // --- layout as shown: fields that belong together line up, small buttons leave the width to the fields ---
 
-int LeftIn(const QWidget& form, const QWidget* w) { return w->mapTo(&form, QPoint(0, 0)).x(); }
+int LeftIn(const QWidget& form, const QWidget* w)
+{
+    return w->mapTo(&form, QPoint(0, 0)).x();
+}
 constexpr int kSlack = 2;  // smoothing of a layout may shift a column by a pixel; more is visible
 
 TEST_F(FormsTest, EditorLayoutsLineUpAndLeaveTheWidthToTheFields)
@@ -318,9 +354,10 @@ TEST_F(FormsTest, EditorLayoutsLineUpAndLeaveTheWidthToTheFields)
     form->show();
     QApplication::processEvents();
     // Above the frame, inside it, and each kind of control inside it.
-    const char* columns[][2] = {
-        {"txtRuleName", "txtFrom"}, {"txtSrcFolder", "txtSubject"}, {"txtDstFolder", "cmbImportance"},
-        {"txtRuleName", "cmbMsgAge"}};
+    const char* columns[][2] = {{"txtRuleName", "txtFrom"},
+                                {"txtSrcFolder", "txtSubject"},
+                                {"txtDstFolder", "cmbImportance"},
+                                {"txtRuleName", "cmbMsgAge"}};
     for (const auto& [above, inside] : columns)
         EXPECT_NEAR(LeftIn(*form, Child(*form, above)), LeftIn(*form, Child(*form, inside)), kSlack)
             << above << " / " << inside;
@@ -329,16 +366,19 @@ TEST_F(FormsTest, EditorLayoutsLineUpAndLeaveTheWidthToTheFields)
     for (const auto& [small, large] : pairs) {
         auto* button = Child<QPushButton>(*form, small);
         EXPECT_LT(button->width(), Child(*form, large)->width()) << small << " / " << large;
-        EXPECT_GT(button->width(), button->fontMetrics().horizontalAdvance(button->text())) << small << " clipped";
+        EXPECT_GT(button->width(), button->fontMetrics().horizontalAdvance(button->text()))
+            << small << " clipped";
     }
-    EXPECT_GE(Child(*form, "txtRuleName")->width(), Child(*form, "txtRuleName")->fontMetrics().averageCharWidth() * 30);
+    EXPECT_GE(Child(*form, "txtRuleName")->width(),
+              Child(*form, "txtRuleName")->fontMetrics().averageCharWidth() * 30);
 
     forms::frmRuleAddProps settings(*m_p->addIn->DB1(), m_report);
     settings.Form_Load();
     settings.show();
     QApplication::processEvents();
     for (const char* name : {"cmbStatus", "cmbMsgAge"})
-        EXPECT_NEAR(LeftIn(settings, Child(settings, name)), LeftIn(settings, Child(settings, "cmbRuleName")), kSlack)
+        EXPECT_NEAR(LeftIn(settings, Child(settings, name)), LeftIn(settings, Child(settings, "cmbRuleName")),
+                    kSlack)
             << name;
 }
 

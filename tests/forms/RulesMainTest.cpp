@@ -76,8 +76,9 @@ TEST_F(RulesMainTest, LoadsRulesInOrderWithChecksAndTotals)
     EXPECT_EQ(List(*form)->topLevelItem(1)->checkState(0), Qt::Unchecked);
     EXPECT_EQ(Totals(*form), QStringLiteral("3 rules total, 2 active"));
     EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
-    EXPECT_EQ(Enabled(*form, kRowButtons), QStringLiteral("btnExport btnPreview btnCheckNone btnCheckAll btnRunNow "
-                                                          "btnMoveDown btnMoveUp btnDelete btnModify btnCopy"));
+    EXPECT_EQ(Enabled(*form, kRowButtons),
+              QStringLiteral("btnExport btnPreview btnCheckNone btnCheckAll btnRunNow "
+                             "btnMoveDown btnMoveUp btnDelete btnModify btnCopy"));
 
     // Made wider, the dialog gives the room to the rule list, not to the
     // column of buttons beside it.
@@ -136,7 +137,10 @@ TEST_F(RulesMainTest, KeyboardMovesReachTheTopAndTheBottom)
         int row;
         Qt::Key key;
         const char* order;
-    } cases[] = {{2, Qt::Key_Home, "CABD"}, {0, Qt::Key_End, "BCDA"}, {1, Qt::Key_Up, "BACD"}, {1, Qt::Key_Down, "ACBD"}};
+    } cases[] = {{2, Qt::Key_Home, "CABD"},
+                 {0, Qt::Key_End, "BCDA"},
+                 {1, Qt::Key_Up, "BACD"},
+                 {1, Qt::Key_Down, "ACBD"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.key);
         auto form = OpenManager();
@@ -188,7 +192,8 @@ TEST_F(RulesMainTest, CancelAsksOnlyAboutPendingChanges)
         Click(*form, "btnCancel");
         ASSERT_EQ(m_answerer.shown().size(), 1u);
         EXPECT_EQ(m_answerer.shown()[0].text,
-                  QStringLiteral("You have made changes that have not been saved\r\nDo you want to save them now?"));
+                  QStringLiteral(
+                      "You have made changes that have not been saved\r\nDo you want to save them now?"));
         EXPECT_EQ(m_answerer.shown()[0].style, os::vbYesNoCancel + os::vbExclamation);
         EXPECT_EQ(m_answerer.shown()[0].title, QStringLiteral("Mailvane"));
         EXPECT_EQ(Rows(QStringLiteral("SELECT * FROM Rules WHERE Active <> 0")).size(), c.active);
@@ -217,9 +222,10 @@ TEST_F(RulesMainTest, TwoSelectedRowsAllowOnlyDeleteAndDeleteRemovesBoth)
 TEST_F(RulesMainTest, DuplicateGivesAnInactiveCopyNextToItsSource)
 {
     AddRule(QStringLiteral("Alpha"));
-    const int beta = AddRule(QStringLiteral("Beta"), QStringLiteral("Subject='invoice', "
-                                                                     "FromAddress='alice@example.com', LastVerb=102, "
-                                                                     "Message='words'"));
+    const int beta =
+        AddRule(QStringLiteral("Beta"), QStringLiteral("Subject='invoice', "
+                                                       "FromAddress='alice@example.com', LastVerb=102, "
+                                                       "Message='words'"));
     AddRule(QStringLiteral("Gamma"));
     auto form = OpenManager();
     Select(*form, {1});
@@ -264,7 +270,8 @@ TEST_F(RulesMainTest, RenamesWriteAtOnceAndCraftedNamesChangeNothing)
         ASSERT_EQ(m_answerer.shown().size(), 1u);
         const QString text = m_answerer.shown()[0].text;
         EXPECT_TRUE(text.startsWith(QStringLiteral("Error -2147217900 (Syntax error"))) << text.toStdString();
-        EXPECT_TRUE(text.endsWith(QStringLiteral("in procedure ListView1_AfterLabelEdit of Form frmRulesMain")))
+        EXPECT_TRUE(
+            text.endsWith(QStringLiteral("in procedure ListView1_AfterLabelEdit of Form frmRulesMain")))
             << text.toStdString();
         // The list keeps what was typed until the next reload.
         EXPECT_EQ(List(*form)->topLevelItem(1)->text(0), name);
@@ -283,7 +290,8 @@ TEST_F(RulesMainTest, RenamesWriteAtOnceAndCraftedNamesChangeNothing)
 
 TEST_F(RulesMainTest, PreviewListsWhatWouldMoveAndMovesNothing)
 {
-    for (const char* subject : {"Invoice 17", "Invoice 18", "Lunch"}) AddMail(QStringLiteral("Inbox"), QLatin1String(subject));
+    for (const char* subject : {"Invoice 17", "Invoice 18", "Lunch"})
+        AddMail(QStringLiteral("Inbox"), QLatin1String(subject));
     AddRule(QStringLiteral("Other"), QStringLiteral("Subject='nothing-matches-this'"));
     AddRule(QStringLiteral("Bills"), QStringLiteral("Subject='Invoice', Active=0"));
     const int lost = AddRule(QStringLiteral("Lost"), QStringLiteral("Subject='x'"));
@@ -318,7 +326,8 @@ TEST_F(RulesMainTest, PreviewListsWhatWouldMoveAndMovesNothing)
     Select(*form, {2});
     Click(*form, "btnPreview");
     ASSERT_EQ(m_answerer.shown().size(), 1u);
-    EXPECT_EQ(m_answerer.shown()[0].text, QStringLiteral("The Destination Folder for rule: Lost can not be found."));
+    EXPECT_EQ(m_answerer.shown()[0].text,
+              QStringLiteral("The Destination Folder for rule: Lost can not be found."));
     EXPECT_EQ(m_answerer.shown()[0].style, os::vbExclamation);
 }
 
@@ -338,10 +347,12 @@ TEST_F(RulesMainTest, RunAllNowRunsTheActiveRulesAndCloses)
 
 TEST_F(RulesMainTest, DoubleClickModifiesTheRowAndReloads)
 {
-    for (const char* name : {"Alpha", "Beta", "Gamma"}) AddRule(QLatin1String(name), QStringLiteral("Subject='s'"));
+    for (const char* name : {"Alpha", "Beta", "Gamma"})
+        AddRule(QLatin1String(name), QStringLiteral("Subject='s'"));
     auto form = OpenManager();
     int opened = 0;
-    AnswerEditor("Update", [](Editor& e) { SetText(e, "txtRuleName", QStringLiteral("Beta 2")); }, nullptr, &opened);
+    AnswerEditor(
+        "Update", [](Editor& e) { SetText(e, "txtRuleName", QStringLiteral("Beta 2")); }, nullptr, &opened);
     const QPoint onBeta = List(*form)->visualItemRect(List(*form)->topLevelItem(1)).center();
     QTest::mouseClick(List(*form)->viewport(), Qt::LeftButton, {}, onBeta);
     QTest::mouseDClick(List(*form)->viewport(), Qt::LeftButton, {}, onBeta);
@@ -388,7 +399,8 @@ TEST_F(RulesMainTest, GetUpdatesStartsTheUpdaterOfTheInstallationOrSaysWhereUpda
     EXPECT_TRUE(m_answerer.shown().empty());
     // Started without waiting: it leaves its mark in the installation folder.
     QDeadlineTimer deadline(10000);
-    while (!QFile::exists(install + QStringLiteral("/update.ran")) && !deadline.hasExpired()) QTest::qWait(20);
+    while (!QFile::exists(install + QStringLiteral("/update.ran")) && !deadline.hasExpired())
+        QTest::qWait(20);
     EXPECT_TRUE(QFile::exists(install + QStringLiteral("/update.ran")));
 }
 
@@ -417,7 +429,8 @@ TEST_F(RulesMainTest, ExportThenImportIntoAnotherProfileGivesTheSameRules)
     const os::FileDialogRequest& asked = m_files.requests()[2];
     EXPECT_EQ(asked.kind, os::FileDialogRequest::Kind::Save);
     EXPECT_EQ(asked.title, QStringLiteral("Export Rules"));
-    EXPECT_EQ(forms::QtFileDialog::NameFilter(asked.filterName, asked.pattern), QStringLiteral("XML Files (*.xml)"));
+    EXPECT_EQ(forms::QtFileDialog::NameFilter(asked.filterName, asked.pattern),
+              QStringLiteral("XML Files (*.xml)"));
     EXPECT_EQ(asked.initialName, QStringLiteral("Untitled.xml"));
     EXPECT_EQ(asked.initialDir, m_p->dir + QStringLiteral("/install"));
     EXPECT_TRUE(asked.promptOverwrite);
@@ -433,13 +446,15 @@ TEST_F(RulesMainTest, ExportThenImportIntoAnotherProfileGivesTheSameRules)
     m_files.Queue(file);
     Click(*form, "btnImport");
     EXPECT_EQ(m_files.requests().back().title, QStringLiteral("Choose File to Import"));
-    EXPECT_EQ(forms::QtFileDialog::NameFilter(m_files.requests().back().filterName, m_files.requests().back().pattern),
+    EXPECT_EQ(forms::QtFileDialog::NameFilter(m_files.requests().back().filterName,
+                                              m_files.requests().back().pattern),
               QStringLiteral("XML Files (*.xml)"));
     EXPECT_EQ(m_answerer.texts().back(), QStringLiteral("Rules Imported Successfully"));
     EXPECT_EQ(ListNames(*form), QStringList({"Already here", "Bills", "Lists"}));
     EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
     EXPECT_TRUE(Child(*form, "btnRunNow")->isEnabled());
-    auto imported = WithoutIds(Rows(QStringLiteral("SELECT * FROM Rules ORDER BY SortID, RuleName"), second.get()));
+    auto imported =
+        WithoutIds(Rows(QStringLiteral("SELECT * FROM Rules ORDER BY SortID, RuleName"), second.get()));
     imported.removeFirst();  // "Already here"
     EXPECT_EQ(imported, WithoutIds(Rows(QStringLiteral("SELECT * FROM Rules ORDER BY SortID, RuleName"))));
 
@@ -462,7 +477,8 @@ TEST_F(RulesMainTest, ExportThenImportIntoAnotherProfileGivesTheSameRules)
 TEST_F(RulesMainTest, LauncherOpensTheRulesManagerOverTheAddIn)
 {
     AddRule(QStringLiteral("Bills"));
-    forms::FormServices services{m_picker, m_contacts, m_answerer, m_report, m_files, nullptr, nullptr, {}, {}, {}};
+    forms::FormServices services{m_picker, m_contacts, m_answerer, m_report, m_files,
+                                 nullptr,  nullptr,    {},         {},       {}};
     QStringList seen;
     services.runModal = [&](QDialog& dialog) {
         seen << dialog.objectName() << Child<QLabel>(dialog, "lblTotalRules")->text();

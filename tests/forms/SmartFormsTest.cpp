@@ -40,8 +40,9 @@ protected:
     }
     QVariantMap Settings()
     {
-        return Rows(QStringLiteral("SELECT raRuleName, raFrom, raTo, raCc, raSubject, raImportance, raStatus, "
-                                   "raMsgAge FROM Settings"))
+        return Rows(
+                   QStringLiteral("SELECT raRuleName, raFrom, raTo, raCc, raSubject, raImportance, raStatus, "
+                                  "raMsgAge FROM Settings"))
             .value(0);
     }
 };
@@ -95,13 +96,15 @@ TEST_F(SmartAddTest, OkSavesEveryControlAndCancelSavesNothing)
         }
     }
     const QVariantMap after = Settings();
-    const std::pair<const char*, int> expected[] = {{"raRuleName", 2}, {"raFrom", 0},       {"raTo", 1},
-                                                    {"raCc", 1},       {"raSubject", 1},    {"raImportance", 1},
+    const std::pair<const char*, int> expected[] = {{"raRuleName", 2}, {"raFrom", 0},    {"raTo", 1},
+                                                    {"raCc", 1},       {"raSubject", 1}, {"raImportance", 1},
                                                     {"raStatus", 0},   {"raMsgAge", 15}};
-    for (const auto& [column, value] : expected) EXPECT_EQ(after.value(QLatin1String(column)).toInt(), value) << column;
+    for (const auto& [column, value] : expected)
+        EXPECT_EQ(after.value(QLatin1String(column)).toInt(), value) << column;
 
     // A failed save is reported, and the form still closes.
-    Sql(QStringLiteral("CREATE TRIGGER no_change BEFORE UPDATE ON settings BEGIN SELECT RAISE(ABORT, 'locked'); END"));
+    Sql(QStringLiteral(
+        "CREATE TRIGGER no_change BEFORE UPDATE ON settings BEGIN SELECT RAISE(ABORT, 'locked'); END"));
     auto form = OpenSettings();
     Child<QCheckBox>(*form, "chkCC")->setChecked(false);
     Click(*form, "btnOK");
@@ -118,7 +121,10 @@ struct PrefillCase {
     const char* settings;  // SET clause over the upgraded choices
     const char *txtRuleName, *txtFrom, *txtTo, *txtCC, *txtSubject, *cmbImportance, *cmbStatus, *cmbMsgAge;
 };
-void PrintTo(const PrefillCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const PrefillCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class SmartAddPrefillTest : public SmartAddTest, public ::testing::WithParamInterface<PrefillCase> {};
 
@@ -127,16 +133,20 @@ TEST_P(SmartAddPrefillTest, EditorTakesWhatTheSettingsSay)
     const PrefillCase& c = GetParam();
     Sql(kUpgraded);
     Sql(QStringLiteral("UPDATE settings SET %1").arg(QLatin1String(c.settings)));
-    const QString id = Deliver(QStringLiteral("Inbox"),
-                               "Delivered-To: me@home.example\r\nFrom: Ann Lee <ann@example.org>\r\n"
-                               "To: Me <me@home.example>\r\nCc: Cat <cat@example.org>\r\nSubject: Quarterly numbers\r\n"
-                               "X-Priority: 5\r\nDate: Mon, 2 Mar 2026 10:00:00 +0000\r\n\r\nBody\r\n");
+    const QString id =
+        Deliver(QStringLiteral("Inbox"),
+                "Delivered-To: me@home.example\r\nFrom: Ann Lee <ann@example.org>\r\n"
+                "To: Me <me@home.example>\r\nCc: Cat <cat@example.org>\r\nSubject: Quarterly numbers\r\n"
+                "X-Priority: 5\r\nDate: Mon, 2 Mar 2026 10:00:00 +0000\r\n\r\nBody\r\n");
     auto explorer = ExplorerOn(QStringLiteral("Inbox"), id);
     bool seen = false;
     WhenShown<Editor>([&](Editor& editor) {
         seen = true;
-        for (const auto& [field, value] : {std::pair{"txtRuleName", c.txtRuleName}, {"txtFrom", c.txtFrom},
-                                           {"txtTo", c.txtTo}, {"txtCC", c.txtCC}, {"txtSubject", c.txtSubject},
+        for (const auto& [field, value] : {std::pair{"txtRuleName", c.txtRuleName},
+                                           {"txtFrom", c.txtFrom},
+                                           {"txtTo", c.txtTo},
+                                           {"txtCC", c.txtCC},
+                                           {"txtSubject", c.txtSubject},
                                            {"txtSrcFolder", "Inbox"}})
             EXPECT_EQ(Text(editor, field), QLatin1String(value)) << field;
         EXPECT_EQ(Shown(editor, "cmbImportance"), QLatin1String(c.cmbImportance));
@@ -154,7 +164,8 @@ TEST_P(SmartAddPrefillTest, EditorTakesWhatTheSettingsSay)
     EXPECT_TRUE(seen);
     const auto rows = Rows(QStringLiteral("SELECT SrcEntryID, FromAddress FROM Rules"));
     ASSERT_EQ(rows.size(), 1);
-    EXPECT_EQ(rows.front().value(QStringLiteral("SrcEntryID")).toString(), Folder(QStringLiteral("Inbox"))->EntryID());
+    EXPECT_EQ(rows.front().value(QStringLiteral("SrcEntryID")).toString(),
+              Folder(QStringLiteral("Inbox"))->EntryID());
     EXPECT_EQ(rows.front().value(QStringLiteral("FromAddress")).toString(), QLatin1String(c.txtFrom));
 }
 
@@ -163,15 +174,16 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         PrefillCase{"Upgraded", "raRuleName=0", "Quarterly numbers", "ann@example.org", "me@home.example", "",
                     "Quarterly numbers", "Low", "Read", "1 hour"},
-        PrefillCase{"NameFromSender", "raRuleName=1, raTo=0, raSubject=0, raImportance=0, raStatus=0, raMsgAge=18",
+        PrefillCase{"NameFromSender",
+                    "raRuleName=1, raTo=0, raSubject=0, raImportance=0, raStatus=0, raMsgAge=18",
                     "ann@example.org", "ann@example.org", "", "", "", "Any", "Unread", "6 months"},
         PrefillCase{"NameFromRecipientWithCopies", "raRuleName=2, raFrom=0, raCc=1, raStatus=2, raMsgAge=13",
                     "me@home.example", "", "me@home.example", "Cat", "Quarterly numbers", "Low", "Any",
                     "Any Time"},
         PrefillCase{"BlankName", "raRuleName=3, raSubject=0, raMsgAge=12", "", "ann@example.org",
                     "me@home.example", "", "", "Low", "Read", "1 year"},
-        PrefillCase{"UnknownNameChoiceLeavesItEmpty", "raRuleName=7, raFrom=2, raTo=2, raSubject=5", "", "", "",
-                    "", "", "Low", "Read", "1 hour"}),
+        PrefillCase{"UnknownNameChoiceLeavesItEmpty", "raRuleName=7, raFrom=2, raTo=2, raSubject=5", "", "",
+                    "", "", "", "Low", "Read", "1 hour"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // An item as an Exchange mailbox or a non-mail class presents it; no store
@@ -252,7 +264,8 @@ protected:
     std::unique_ptr<frmRuleUpdate> OpenUpdate(const QByteArray& message = kMessage)
     {
         auto form = std::make_unique<frmRuleUpdate>(Context());
-        auto selection = ExplorerOn(QStringLiteral("Inbox"), Deliver(QStringLiteral("Inbox"), message))->Selection();
+        auto selection =
+            ExplorerOn(QStringLiteral("Inbox"), Deliver(QStringLiteral("Inbox"), message))->Selection();
         EXPECT_EQ(selection.size(), 1u);
         if (!selection.empty()) form->SetSelection(std::move(selection.front()));
         form->Form_Load();
@@ -291,12 +304,14 @@ TEST_F(SmartUpdateTest, ListsRulesByNameAndTheMessageAddresses)
               (QStringList{"From Address", "To Address", "Cc Address"}));
     EXPECT_EQ(Child<QComboBox>(*form, "cmbAction")->itemText(1), QStringLiteral("Replace Contents"));
     // Sender, receiving mailbox, then the copy recipients by address.
-    EXPECT_EQ(Listed(*form), (QStringList{"ann@example.org", "me@home.example", "cat@example.org", "dan@example.org"}));
+    EXPECT_EQ(Listed(*form),
+              (QStringList{"ann@example.org", "me@home.example", "cat@example.org", "dan@example.org"}));
 
     // A meeting request names its sender, but its copy line is not offered.
     auto meeting = OpenUpdate(
         "From: Ann Lee <ann@example.org>\r\nTo: me@home.example\r\nCc: cat@example.org\r\nSubject: Meet\r\n"
-        "MIME-Version: 1.0\r\nContent-Type: text/calendar; method=REQUEST\r\n\r\nBEGIN:VCALENDAR\r\nEND:VCALENDAR\r\n");
+        "MIME-Version: 1.0\r\nContent-Type: text/calendar; "
+        "method=REQUEST\r\n\r\nBEGIN:VCALENDAR\r\nEND:VCALENDAR\r\n");
     EXPECT_EQ(Listed(*meeting), QStringList{QStringLiteral("ann@example.org")});
 }
 
@@ -308,8 +323,9 @@ TEST_F(SmartUpdateTest, OkWithNothingChosenAsksAndChangesNothing)
     form->ShowEditor = [&](Editor&) { ++editors; };
     Click(*form, "btnOK");
     EXPECT_EQ(editors, 0);
-    EXPECT_EQ(m_answerer.texts(),
-              QStringList{QStringLiteral("Please select one or more email addresses to complete this action.")});
+    EXPECT_EQ(
+        m_answerer.texts(),
+        QStringList{QStringLiteral("Please select one or more email addresses to complete this action.")});
     EXPECT_EQ(m_answerer.shown().front().style, os::vbOKOnly + os::vbInformation);
     EXPECT_NE(form->result(), QDialog::Accepted);
 }
@@ -322,7 +338,10 @@ struct UpdateCase {
     const char* chosen;  // addresses chosen, "|"-separated
     const char* after;   // the field and the saved column
 };
-void PrintTo(const UpdateCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const UpdateCase& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class SmartUpdateFieldTest : public SmartUpdateTest, public ::testing::WithParamInterface<UpdateCase> {};
 
@@ -335,8 +354,9 @@ TEST_P(SmartUpdateFieldTest, ChosenAddressesReachTheFieldAndAreSaved)
         {QStringLiteral("Cc Address"), {"CcAddress", "txtCC"}}};
     const auto [column, editorField] = kFields.at(QLatin1String(c.field));
     AddRule(QStringLiteral("Alpha"));
-    const int target =
-        AddRule(QStringLiteral("Beta"), QStringLiteral("%1='%2', Subject='plans'").arg(QLatin1String(column), QLatin1String(c.before)));
+    const int target = AddRule(
+        QStringLiteral("Beta"),
+        QStringLiteral("%1='%2', Subject='plans'").arg(QLatin1String(column), QLatin1String(c.before)));
     auto form = OpenUpdate();
     Choose(*form, "cmbRule", QStringLiteral("Beta"));
     Choose(*form, "cmbField", QLatin1String(c.field));
@@ -360,24 +380,28 @@ TEST_P(SmartUpdateFieldTest, ChosenAddressesReachTheFieldAndAreSaved)
     Click(*form, "btnOK");
     EXPECT_EQ(editors, 1);
     EXPECT_EQ(form->result(), QDialog::Accepted);
-    const auto row =
-        Rows(QStringLiteral("SELECT %1 AS v, Subject FROM Rules WHERE RuleID=%2").arg(QLatin1String(column)).arg(target)).value(0);
+    const auto row = Rows(QStringLiteral("SELECT %1 AS v, Subject FROM Rules WHERE RuleID=%2")
+                              .arg(QLatin1String(column))
+                              .arg(target))
+                         .value(0);
     EXPECT_EQ(row.value(QStringLiteral("v")).toString(), QLatin1String(c.after));
     EXPECT_EQ(row.value(QStringLiteral("Subject")).toString(), QStringLiteral("plans"));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Fields, SmartUpdateFieldTest,
-    ::testing::Values(
-        UpdateCase{"AppendToEmpty", "From Address", "Append to Contents", "", "ann@example.org", "ann@example.org; "},
-        UpdateCase{"AppendAfterEditorList", "From Address", "Append to Contents", "bob@example.org; ",
-                   "ann@example.org|dan@example.org", "bob@example.org; ann@example.org; dan@example.org; "},
-        UpdateCase{"AppendAfterBareAddress", "To Address", "Append to Contents", "bob@example.org",
-                   "me@home.example", "bob@example.org; me@home.example; "},
-        UpdateCase{"AppendAfterSemicolon", "Cc Address", "Append to Contents", "bob@example.org;",
-                   "cat@example.org", "bob@example.org; cat@example.org; "},
-        UpdateCase{"ReplaceKeepsListOrder", "Cc Address", "Replace Contents", "bob@example.org; ",
-                   "dan@example.org|cat@example.org", "cat@example.org; dan@example.org; "}),
+    ::testing::Values(UpdateCase{"AppendToEmpty", "From Address", "Append to Contents", "", "ann@example.org",
+                                 "ann@example.org; "},
+                      UpdateCase{"AppendAfterEditorList", "From Address", "Append to Contents",
+                                 "bob@example.org; ", "ann@example.org|dan@example.org",
+                                 "bob@example.org; ann@example.org; dan@example.org; "},
+                      UpdateCase{"AppendAfterBareAddress", "To Address", "Append to Contents",
+                                 "bob@example.org", "me@home.example", "bob@example.org; me@home.example; "},
+                      UpdateCase{"AppendAfterSemicolon", "Cc Address", "Append to Contents",
+                                 "bob@example.org;", "cat@example.org", "bob@example.org; cat@example.org; "},
+                      UpdateCase{"ReplaceKeepsListOrder", "Cc Address", "Replace Contents",
+                                 "bob@example.org; ", "dan@example.org|cat@example.org",
+                                 "cat@example.org; dan@example.org; "}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(SmartUpdateTest, ToolbarEntryRunsBothDialogs)
