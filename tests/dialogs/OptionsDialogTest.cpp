@@ -47,30 +47,51 @@ protected:
     {
         return dialog.findChild<addin::ctlMailvane*>("ctlMailvane");
     }
-    static void Click(QWidget& w, const char* name) { w.findChild<QPushButton*>(name)->click(); }
-    static void Check(QWidget& w, const char* name, bool on)
+    static QComboBox* Week(host::OptionsDialog& dialog)
     {
-        w.findChild<QCheckBox*>(name)->setChecked(on);
+        return Page(dialog)->findChild<QComboBox*>("cmbWeekStart");
     }
+    static void SetWeek(host::OptionsDialog& dialog, const char* day)
+    {
+        Week(dialog)->setCurrentIndex(Week(dialog)->findText(day));
+    }
+    static void Click(QWidget& w, const char* name) { w.findChild<QPushButton*>(name)->click(); }
+    static QCheckBox* Box(QWidget& w, const char* name) { return w.findChild<QCheckBox*>(name); }
 };
 
-TEST_F(OptionsDialogTest, ThePageShowsTheAddInsSettings)
+// A menu value of -1 means "no menu" to the start-up code (it wants > 0) and
+// a week start outside the list shows nothing: saving the page with another
+// change must leave both as they were.
+TEST_F(OptionsDialogTest, ThePageShowsTheSettingsAndKeepsUnusualOnes)
 {
     addin::OutAddIn& addIn = Start();
     addIn.SetWeekStart(4);
     addIn.SetMenubar(0);
     addIn.SetRunOnStart(1);
+    {
+        host::OptionsDialog dialog(*m_app, m_progIds);
+        auto* tabs = dialog.findChild<QTabWidget*>("tabPages");
+        ASSERT_EQ(tabs->count(), 1);
+        EXPECT_EQ(tabs->tabText(0), "Mailvane");
+        ASSERT_NE(Page(dialog), nullptr);
+        EXPECT_EQ(Week(dialog)->currentText(), "Wednesday");
+        EXPECT_TRUE(Box(dialog, "chkToolbar")->isChecked());
+        EXPECT_FALSE(Box(dialog, "chkMenubar")->isChecked());
+        EXPECT_TRUE(Box(dialog, "chkRunOnStart")->isChecked());
+        EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "nothing changed yet";
+    }
+    addIn.SetMenubar(-1);
+    addIn.SetWeekStart(9);
     host::OptionsDialog dialog(*m_app, m_progIds);
-    auto* tabs = dialog.findChild<QTabWidget*>("tabPages");
-    ASSERT_EQ(tabs->count(), 1);
-    EXPECT_EQ(tabs->tabText(0), "Mailvane");
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
-    EXPECT_EQ(page->findChild<QComboBox*>("cmbWeekStart")->currentText(), "Wednesday");
-    EXPECT_TRUE(page->findChild<QCheckBox*>("chkToolbar")->isChecked());
-    EXPECT_FALSE(page->findChild<QCheckBox*>("chkMenubar")->isChecked());
-    EXPECT_TRUE(page->findChild<QCheckBox*>("chkRunOnStart")->isChecked());
-    EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "nothing changed yet";
+    ASSERT_NE(Page(dialog), nullptr);
+    EXPECT_FALSE(Box(dialog, "chkMenubar")->isChecked());
+    EXPECT_EQ(Week(dialog)->currentIndex(), -1);
+    Box(dialog, "chkToolbar")->setChecked(false);
+    Click(dialog, "btnOK");
+    const auto stored = StoredSettings(Database());
+    EXPECT_EQ(stored.at("menubar"), -1);
+    EXPECT_EQ(stored.at("WeekStart"), 9);
+    EXPECT_EQ(stored.at("toolbar"), 0);
 }
 
 // Pages arrive after the buttons are made; Tab must still walk the page
@@ -94,23 +115,33 @@ TEST_F(OptionsDialogTest, TabWalksThePageBeforeTheButtons)
     EXPECT_EQ(order.mid(order.size() - expected.size()), expected) << order.join(' ').toStdString();
 }
 
-TEST_F(OptionsDialogTest, OkStoresEverySettingInTheDatabase)
+TEST_F(OptionsDialogTest, ApplyAndOkStoreEverySettingAndCancelDropsTheRest)
 {
     Start();
     const auto before = StoredSettings(Database());
     ASSERT_EQ(before.size(), 7u);
+    {
+        host::OptionsDialog dialog(*m_app, m_progIds);
+        ASSERT_NE(Page(dialog), nullptr);
+        SetWeek(dialog, "Saturday");
+        Click(dialog, "btnApply");
+        EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
+        EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled());
+        SetWeek(dialog, "Sunday");
+        Click(dialog, "btnCancel");
+        EXPECT_EQ(dialog.result(), QDialog::Rejected);
+        EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
+    }
     host::OptionsDialog dialog(*m_app, m_progIds);
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
+    ASSERT_NE(Page(dialog), nullptr);
     // Every value the opposite of what the template holds.
-    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
-    week->setCurrentIndex(week->findText("Friday"));
+    SetWeek(dialog, "Friday");
     const std::pair<const char*, const char*> boxes[] = {{"chkToolbar", "toolbar"},
                                                          {"chkMenubar", "menubar"},
                                                          {"chkRunOnStart", "runOnStart"},
                                                          {"chkStatusPops", "statusPopups"},
                                                          {"chkAlignTime", "alignTime"}};
-    for (const auto& [box, column] : boxes) Check(*page, box, before.at(column) == 0);
+    for (const auto& [box, column] : boxes) Box(dialog, box)->setChecked(before.at(column) == 0);
     EXPECT_TRUE(dialog.findChild<QPushButton*>("btnApply")->isEnabled());
     Click(dialog, "btnOK");
     EXPECT_EQ(dialog.result(), QDialog::Accepted);
@@ -129,44 +160,6 @@ TEST_F(OptionsDialogTest, OkStoresEverySettingInTheDatabase)
     EXPECT_TRUE(m_answerer.shown().empty()) << m_answerer.texts().join(u'|').toStdString();
 }
 
-TEST_F(OptionsDialogTest, ApplyStoresAndCancelDropsTheRest)
-{
-    Start();
-    host::OptionsDialog dialog(*m_app, m_progIds);
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
-    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
-    week->setCurrentIndex(week->findText("Saturday"));
-    Click(dialog, "btnApply");
-    EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
-    EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled());
-
-    week->setCurrentIndex(week->findText("Sunday"));
-    Click(dialog, "btnCancel");
-    EXPECT_EQ(dialog.result(), QDialog::Rejected);
-    EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
-}
-
-TEST_F(OptionsDialogTest, UnusualStoredValuesSurviveUntouched)
-{
-    // A menu value of -1 means "no menu" to the start-up code (it wants > 0);
-    // saving the page unchanged must not turn it into 1 or 0.
-    addin::OutAddIn& addIn = Start();
-    addIn.SetMenubar(-1);
-    addIn.SetWeekStart(9);
-    host::OptionsDialog dialog(*m_app, m_progIds);
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
-    EXPECT_FALSE(page->findChild<QCheckBox*>("chkMenubar")->isChecked());
-    EXPECT_EQ(page->findChild<QComboBox*>("cmbWeekStart")->currentIndex(), -1);
-    Check(*page, "chkToolbar", false);
-    Click(dialog, "btnOK");
-    const auto stored = StoredSettings(Database());
-    EXPECT_EQ(stored.at("menubar"), -1);
-    EXPECT_EQ(stored.at("WeekStart"), 9);
-    EXPECT_EQ(stored.at("toolbar"), 0);
-}
-
 TEST_F(OptionsDialogTest, AFailedSaveIsReportedAndTheChangeStaysPending)
 {
     Start();
@@ -175,8 +168,7 @@ TEST_F(OptionsDialogTest, AFailedSaveIsReportedAndTheChangeStaysPending)
     addin::ctlMailvane* page = Page(dialog);
     ASSERT_NE(page, nullptr);
     AddIn().CloseDatabases();  // the connection is gone
-    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
-    week->setCurrentIndex(week->findText(stored == 3 ? "Monday" : "Tuesday"));
+    SetWeek(dialog, stored == 3 ? "Monday" : "Tuesday");
     Click(dialog, "btnApply");
     ASSERT_EQ(m_answerer.shown().size(), 1u);
     EXPECT_TRUE(m_answerer.shown()[0].text.endsWith("in procedure SaveSettings of Class Module OutAddIn"))
