@@ -56,7 +56,7 @@ protected:
     }
 };
 
-TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgets)
+TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgetsAndCallTheirCommands)
 {
     ExplorerWindow& w = Start();
     QToolBar* toolbar = w.Renderer().ToolBar(QStringLiteral("Mailvane"));
@@ -88,16 +88,12 @@ TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgets)
     EXPECT_EQ(MenuTexts(popup),
               (QStringList{QStringLiteral("Rules Manager..."), QStringLiteral("Smart Add Rule..."),
                            QStringLiteral("Smart Rule Update..."), QStringLiteral("Run Rules")}));
-}
 
-TEST_F(CommandBarsTest, ToolsMenuEntriesCallTheHostHooks)
-{
-    // The pages an Options dialog collects from the add-ins.
+    // Options and COM Add-ins call the host's hooks; Options collects the add-in's page.
     struct Pages : outlook::PropertyPages {
         void Add(const QString& page, const QString& caption) override { added << page + u'=' + caption; }
         QStringList added;
     } pages;
-    ExplorerWindow& w = Start();
     QStringList called;
     m_app->Hooks().showOptions = [&](QWidget* parent) {
         EXPECT_EQ(parent, w.Window());
@@ -109,6 +105,14 @@ TEST_F(CommandBarsTest, ToolsMenuEntriesCallTheHostHooks)
     w.Window()->findChild<QAction*>(QStringLiteral("mnuAddins"))->trigger();
     EXPECT_EQ(called, (QStringList{QStringLiteral("options"), QStringLiteral("addins")}));
     EXPECT_EQ(pages.added, QStringList{QStringLiteral("MailvaneProps.ctlMailvane=Mailvane")});
+
+    // Smart Add with nothing selected asks for a mail item.
+    w.MessageView()->clearSelection();
+    Button(w, QStringLiteral("Smart Add Rule"))->click();
+    ASSERT_EQ(m_answerer.shown().size(), 1u);
+    EXPECT_EQ(m_answerer.shown()[0].text,
+              QStringLiteral("Please select a Mail Item before using this feature."));
+    EXPECT_EQ(m_answerer.shown()[0].style, os::vbInformation);
 }
 
 TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage)
@@ -150,17 +154,6 @@ TEST_F(CommandBarsTest, ATimerDrivenRunShowsInTheListAtTheNextChangeCheck)
         << ListedSubjects(w).join(u',').toStdString();
     EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(),
               QStringLiteral("1 item, 1 unread"));
-}
-
-TEST_F(CommandBarsTest, SmartAddWithNothingSelectedAsksForAMailItem)
-{
-    ExplorerWindow& w = Start();
-    w.MessageView()->clearSelection();
-    Button(w, QStringLiteral("Smart Add Rule"))->click();
-    ASSERT_EQ(m_answerer.shown().size(), 1u);
-    EXPECT_EQ(m_answerer.shown()[0].text,
-              QStringLiteral("Please select a Mail Item before using this feature."));
-    EXPECT_EQ(m_answerer.shown()[0].style, os::vbInformation);
 }
 
 TEST_F(CommandBarsTest, AToolbarMovedToTheLeftIsSavedAndComesBackThereAtTheNextStart)
@@ -242,10 +235,6 @@ TEST(CommandBarRendererTest, ControlsAddedOrDeletedLaterAppearOrDisappear)
     DesktopTest::WaitFor([] { return false; }, 50);
     EXPECT_EQ(renderer.ToolBar(QStringLiteral("Extras")), nullptr);
 }
-
-}  // namespace mv::test
-
-namespace mv::test {
 
 TEST(CommandBarRendererTest, PopupsOnTheMenuBarBecomeMenusOfTheWindow)
 {

@@ -4,8 +4,8 @@
 #include "DesktopFixture.h"
 
 #include "host/desktop/FolderTreeModel.h"
-#include "host/desktop/MessageWindow.h"
 #include "host/desktop/MessageListModel.h"
+#include "host/desktop/MessageWindow.h"
 #include "platform/mapi/MessageStore.h"
 #include "tools/corpus/CorpusGenerator.h"
 #include "tools/corpus/MaildirWriter.h"
@@ -123,7 +123,7 @@ TEST_F(ExplorerWindowTest, AFolderMadeMeanwhileAppearsAtTheNextRefreshAndTheOpen
     EXPECT_EQ(switches, 0);
 }
 
-TEST_F(ExplorerWindowTest, SelectingMessagesFillsSelectionAndRaisesSelectionChange)
+TEST_F(ExplorerWindowTest, SelectingMessagesFillsSelectionAndRaisesSelectionChangeAndSortingKeepsIt)
 {
     ExplorerWindow& w = Start();
     QSignalSpy changes(&w, &outlook::Explorer::SelectionChange);
@@ -142,6 +142,13 @@ TEST_F(ExplorerWindowTest, SelectingMessagesFillsSelectionAndRaisesSelectionChan
     QTest::keyClick(w.MessageView(), Qt::Key_Down, Qt::ShiftModifier);
     EXPECT_EQ(w.SelectionCount(), 2);
     EXPECT_EQ(w.Selection()[1]->Subject(), QStringLiteral("Quarterly report"));
+
+    // Sorting by a column keeps the selection on the same messages.
+    SelectRows(w, {1});
+    w.MessageView()->sortByColumn(host::desktop::MessageListModel::ColSubject, Qt::AscendingOrder);
+    EXPECT_EQ(ListedSubjects(w).front(), QStringLiteral("Lunch on Friday"));
+    ASSERT_EQ(w.SelectionCount(), 1);
+    EXPECT_EQ(w.Selection().front()->Subject(), QStringLiteral("Server down"));
 }
 
 // Subjects are what users scan: the column takes the width left over, and
@@ -162,16 +169,6 @@ TEST_F(ExplorerWindowTest, TheSubjectTakesTheSpareWidthOfTheList)
                   header->sectionSizeHint(host::desktop::MessageListModel::ColReceived))
             << "window " << width;
     }
-}
-
-TEST_F(ExplorerWindowTest, SortingByAColumnKeepsTheSelectionOnTheSameMessages)
-{
-    ExplorerWindow& w = Start();
-    SelectRows(w, {1});
-    const QString selected = w.Selection().front()->Subject();
-    w.MessageView()->sortByColumn(host::desktop::MessageListModel::ColSubject, Qt::AscendingOrder);
-    EXPECT_EQ(ListedSubjects(w).front(), QStringLiteral("Lunch on Friday"));
-    EXPECT_EQ(w.Selection().front()->Subject(), selected);
 }
 
 TEST_F(ExplorerWindowTest, FolderSwitchCanBeCancelledByAHandler)
@@ -232,7 +229,7 @@ TEST_F(ExplorerWindowTest, EnterOpensTheMessageWithItsHeadersAndText)
     EXPECT_EQ(AddIn().OpenItemIds().size(), 1);
 }
 
-TEST_F(ExplorerWindowTest, NewWindowOpensASecondExplorerThatTheAddInTracks)
+TEST_F(ExplorerWindowTest, NewWindowOpensAnExplorerThatTheAddInTracksAndActivationPicksTheActiveOne)
 {
     ExplorerWindow& first = Start();
     // Start-up and the Startup event each wrap the first window: keys 0 and 1.
@@ -250,15 +247,12 @@ TEST_F(ExplorerWindowTest, NewWindowOpensASecondExplorerThatTheAddInTracks)
     EXPECT_EQ(AddIn().ExplorerKeys(), (std::vector<std::int16_t>{0, 1}));
     EXPECT_FALSE(AddIn().Unloaded());
     EXPECT_EQ(m_app->ActiveExplorer(), &first);
-}
 
-TEST_F(ExplorerWindowTest, TheActiveExplorerFollowsTheWindowTheUserActivates)
-{
-    ExplorerWindow& first = Start();
-    auto* second = m_app->OpenExplorer();
-    ASSERT_EQ(m_app->ActiveExplorer(), second);
+    // The active explorer follows the window the user activates.
+    auto* third = m_app->OpenExplorer();
+    ASSERT_EQ(m_app->ActiveExplorer(), third);
     QSignalSpy activated(&first, &outlook::Explorer::Activate);
-    QSignalSpy deactivated(second, &outlook::Explorer::Deactivate);
+    QSignalSpy deactivated(third, &outlook::Explorer::Deactivate);
     first.Window()->activateWindow();
     ASSERT_TRUE(WaitFor([&] { return activated.count() > 0; })) << "no activation on this platform";
     EXPECT_EQ(m_app->ActiveExplorer(), &first);
