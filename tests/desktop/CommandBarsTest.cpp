@@ -11,6 +11,7 @@
 #include <QMainWindow>
 #include <QMenu>
 #include <QMenuBar>
+#include <QTest>
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeView>
@@ -128,7 +129,7 @@ TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage
     QToolButton* run = Button(w, QStringLiteral("Run Mailvane Rules"));
     ASSERT_NE(run, nullptr);
     run->click();
-    ASSERT_TRUE(WaitFor([&] { return !ListedSubjects(w).contains(QStringLiteral("Already read")); }))
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !ListedSubjects(w).contains(QStringLiteral("Already read")); }))
         << StoredSubjects(QStringLiteral("Archive")).join(u',').toStdString() << LogText().toStdString();
     EXPECT_EQ(ListedSubjects(w),
               (QStringList{QStringLiteral("Read and open"), QStringLiteral("Still unread")}));
@@ -140,7 +141,8 @@ TEST_F(CommandBarsTest, RunRulesMovesMatchingMailOutOfTheListButNotAnOpenMessage
     Settle();
     EXPECT_TRUE(AddIn().OpenItemIds().isEmpty());
     Button(w, QStringLiteral("Run Mailvane Rules"))->click();
-    ASSERT_TRUE(WaitFor([&] { return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")}; }));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")}; }));
 }
 
 TEST_F(CommandBarsTest, ATimerDrivenRunShowsInTheListAtTheNextChangeCheck)
@@ -150,8 +152,9 @@ TEST_F(CommandBarsTest, ATimerDrivenRunShowsInTheListAtTheNextChangeCheck)
     AddReadMailRule();
     AddIn().RunAllRules();  // as the hourly cycle does: no click to react to
     EXPECT_EQ(StoredSubjects(QStringLiteral("Archive")).size(), 2);
-    ASSERT_TRUE(WaitFor([&] { return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")}; }))
-        << ListedSubjects(w).join(u',').toStdString();
+    ASSERT_TRUE(QTest::qWaitFor([&] {
+        return ListedSubjects(w) == QStringList{QStringLiteral("Still unread")};
+    })) << ListedSubjects(w).join(u',').toStdString();
     EXPECT_EQ(w.Window()->findChild<QLabel*>(QStringLiteral("lblItemCount"))->text(),
               QStringLiteral("1 item, 1 unread"));
 }
@@ -197,7 +200,7 @@ TEST(CommandBarRendererTest, ControlsAddedOrDeletedLaterAppearOrDisappear)
     office::CommandBarControl* two = bar->Controls()->Add(office::msoControlButton);
     two->SetCaption(QStringLiteral("Two"));
     two->SetBeginGroup(true);
-    DesktopTest::WaitFor([] { return false; }, 50);
+    QTest::qWait(50);
     QToolBar* toolbar = renderer.ToolBar(QStringLiteral("Extras"));
     ASSERT_NE(toolbar, nullptr);
     EXPECT_EQ(ButtonCaptions(toolbar), (QStringList{QStringLiteral("One"), QStringLiteral("Two")}));
@@ -221,18 +224,18 @@ TEST(CommandBarRendererTest, ControlsAddedOrDeletedLaterAppearOrDisappear)
     };
     for (const Step& step : steps) {
         step.change();
-        DesktopTest::WaitFor([] { return false; }, 50);
+        QTest::qWait(50);
         EXPECT_EQ(ButtonCaptions(toolbar), step.shown) << step.what;
     }
 
     bar->SetPosition(office::msoBarBottom);
-    DesktopTest::WaitFor([] { return false; }, 50);
+    QTest::qWait(50);
     EXPECT_EQ(window.toolBarArea(toolbar), Qt::BottomToolBarArea);
     bar->SetVisible(false);
-    DesktopTest::WaitFor([] { return false; }, 50);
+    QTest::qWait(50);
     EXPECT_FALSE(toolbar->isVisible());
     bar->Delete();
-    DesktopTest::WaitFor([] { return false; }, 50);
+    QTest::qWait(50);
     EXPECT_EQ(renderer.ToolBar(QStringLiteral("Extras")), nullptr);
 }
 
@@ -254,7 +257,7 @@ TEST(CommandBarRendererTest, PopupsOnTheMenuBarBecomeMenusOfTheWindow)
     int clicks = 0;
     QObject::connect(item, &office::CommandBarControl::Click,
                      [&](office::CommandBarControl*, bool&) { ++clicks; });
-    DesktopTest::WaitFor([] { return false; }, 50);
+    QTest::qWait(50);
 
     QStringList titles;
     for (QAction* a : window.menuBar()->actions()) titles << a->text();
@@ -266,7 +269,7 @@ TEST(CommandBarRendererTest, PopupsOnTheMenuBarBecomeMenusOfTheWindow)
     EXPECT_EQ(clicks, 1);
 
     popup->Delete();
-    DesktopTest::WaitFor([] { return false; }, 50);
+    QTest::qWait(50);
     EXPECT_EQ(window.menuBar()->actions().size(), 1);
 }
 

@@ -36,8 +36,7 @@ struct TestMail {
 
 class DesktopTest : public ::testing::Test {
 public:
-    // Runs the event loop until `done` holds or `ms` pass.
-    static bool WaitFor(const std::function<bool()>& done, int ms = 5000);
+    // Runs posted events and deferred deletes.
     static void Settle();
 
 protected:

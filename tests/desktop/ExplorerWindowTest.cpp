@@ -193,7 +193,7 @@ TEST_F(ExplorerWindowTest, NewMailShowsInTheOpenFolderWithoutLosingTheSelection)
     SelectRows(w, {1});
     const QString selected = w.Selection().front()->Subject();
     Write({}, {QStringLiteral("Fresh arrival"), false}, /*intoNew=*/true);
-    ASSERT_TRUE(WaitFor([&] { return ListedSubjects(w).contains(QStringLiteral("Fresh arrival")); }))
+    ASSERT_TRUE(QTest::qWaitFor([&] { return ListedSubjects(w).contains(QStringLiteral("Fresh arrival")); }))
         << "the list did not follow the arrival";
     ASSERT_EQ(w.SelectionCount(), 1);
     EXPECT_EQ(w.Selection().front()->Subject(), selected);
@@ -254,9 +254,9 @@ TEST_F(ExplorerWindowTest, NewWindowOpensAnExplorerThatTheAddInTracksAndActivati
     QSignalSpy activated(&first, &outlook::Explorer::Activate);
     QSignalSpy deactivated(third, &outlook::Explorer::Deactivate);
     first.Window()->activateWindow();
-    ASSERT_TRUE(WaitFor([&] { return activated.count() > 0; })) << "no activation on this platform";
+    ASSERT_TRUE(QTest::qWaitFor([&] { return activated.count() > 0; })) << "no activation on this platform";
     EXPECT_EQ(m_app->ActiveExplorer(), &first);
-    EXPECT_TRUE(WaitFor([&] { return deactivated.count() > 0; }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return deactivated.count() > 0; }));
 }
 
 TEST_F(ExplorerWindowTest, ClosingTheLastWindowShutsTheAddInDownOnceUnlessAMessageIsOpen)
