@@ -13,6 +13,8 @@
 
 namespace mv::test {
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 class SilentStatusForm final : public engine::StatusForm {
@@ -29,7 +31,7 @@ std::unique_ptr<stores::maildir::MaildirStore> MakeStore(const QString& root, co
     for (const QString& f : QStringList{QString()} + folders)
         for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(root + f + QLatin1String(sub));
     stores::maildir::MaildirStoreOptions options;
-    options.indexPath = root + QStringLiteral(".index.sqlite");
+    options.indexPath = root + u".index.sqlite"_s;
     options.displayName = name;
     options.watch = false;
     return std::make_unique<stores::maildir::MaildirStore>(root, options);
@@ -55,7 +57,7 @@ void FormsTest::SetUp()
     ASSERT_TRUE(m_tmp.isValid());
     store::RegisterAdoProgIds(m_progIds);
     outlook::RegisterSafeLib(m_progIds);
-    m_p = MakeProfile(QStringLiteral("first"));
+    m_p = MakeProfile(u"first"_s);
     ASSERT_TRUE(m_p && m_p->addIn->DB1());
 }
 
@@ -64,7 +66,7 @@ void FormsTest::TearDown()
     int reports = 0;
     for (const auto& shown : m_answerer.shown())
         if (shown.title == os::ErrorReport::Title()) ++reports;
-    EXPECT_EQ(reports, m_expectedReports) << m_answerer.texts().join(QStringLiteral(" | ")).toStdString();
+    EXPECT_EQ(reports, m_expectedReports) << m_answerer.texts().join(u" | "_s).toStdString();
     for (const auto& box : m_answerer.unanswered()) ADD_FAILURE() << "unanswered: " << box.text.toStdString();
     if (m_p) m_p->addIn->CloseDatabases();
 }
@@ -73,21 +75,18 @@ std::unique_ptr<Profile> FormsTest::MakeProfile(const QString& name)
 {
     auto p = std::make_unique<Profile>();
     p->dir = m_tmp.filePath(name);
-    QDir().mkpath(p->dir + QStringLiteral("/install"));
-    p->dbPath = p->dir + QStringLiteral("/mv.mdb");
+    QDir().mkpath(p->dir + u"/install"_s);
+    p->dbPath = p->dir + u"/mv.mdb"_s;
     EXPECT_TRUE(QFile::copy(QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb"), p->dbPath));
     QFile::setPermissions(p->dbPath, QFile::ReadOwner | QFile::WriteOwner);
 
-    p->home =
-        MakeStore(p->dir + QStringLiteral("/home"), QStringLiteral("Home"),
-                  {QStringLiteral("/.Sent"), QStringLiteral("/.Archive"), QStringLiteral("/.Archive.2026")});
-    p->work =
-        MakeStore(p->dir + QStringLiteral("/work"), QStringLiteral("Work"), {QStringLiteral("/.Projects")});
+    p->home = MakeStore(p->dir + u"/home"_s, u"Home"_s, {u"/.Sent"_s, u"/.Archive"_s, u"/.Archive.2026"_s});
+    p->work = MakeStore(p->dir + u"/work"_s, u"Work"_s, {u"/.Projects"_s});
     p->ns = std::make_unique<outlook::StoreNameSpace>(
         std::vector<mapi::MessageStore*>{p->home.get(), p->work.get()});
 
-    p->addIn = std::make_unique<addin::OutAddIn>(m_report, nullptr, m_progIds, m_clock,
-                                                 p->dir + QStringLiteral("/install"));
+    p->addIn =
+        std::make_unique<addin::OutAddIn>(m_report, nullptr, m_progIds, m_clock, p->dir + u"/install"_s);
     EXPECT_TRUE(p->addIn->OpenDatabases(p->dbPath));
     p->exec = std::make_unique<engine::RuleExecutor>(*p->ns, m_progIds, m_report, m_clock, m_zone);
     engine::RunnerHooks hooks;
@@ -110,8 +109,8 @@ forms::RulePropsContext FormsTest::Context(const QString& hostVersion)
                                    m_answerer,
                                    m_report,
                                    hostVersion,
-                                   QStringLiteral("Mailvane"),
-                                   m_p->dir + QStringLiteral("/install"),
+                                   u"Mailvane"_s,
+                                   m_p->dir + u"/install"_s,
                                    nullptr};
 }
 
@@ -145,9 +144,9 @@ std::unique_ptr<forms::frmRulesMain> FormsTest::OpenManager(Profile* profile)
 
 void FormsTest::FillRequired(forms::frmRuleProps& editor, Profile* profile)
 {
-    SetText(editor, "txtRuleName", QStringLiteral("A rule"));
-    m_picker.answers.push_back(Folder(QStringLiteral("Inbox"), nullptr, profile));
-    m_picker.answers.push_back(Folder(QStringLiteral("Archive"), nullptr, profile));
+    SetText(editor, "txtRuleName", u"A rule"_s);
+    m_picker.answers.push_back(Folder(u"Inbox"_s, nullptr, profile));
+    m_picker.answers.push_back(Folder(u"Archive"_s, nullptr, profile));
     Click(editor, "btnSrcFolderBrowse");
     Click(editor, "btnDstFolderBrowse");
 }
@@ -213,31 +212,14 @@ std::unique_ptr<SelectionExplorer> FormsTest::ExplorerOn(const QString& folder, 
     return explorer;
 }
 
-void FormsTest::Sql(const QString& statement, Profile* profile)
-{
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(P(profile).dbPath.toUtf8().constData(), &db), SQLITE_OK);
-    char* error = nullptr;
-    const int rc = sqlite3_exec(db, statement.toUtf8().constData(), nullptr, nullptr, &error);
-    const std::string message = error ? error : "";
-    sqlite3_free(error);
-    sqlite3_close(db);
-    ASSERT_EQ(rc, SQLITE_OK) << message << " in " << statement.toStdString();
-}
-
 QList<QVariantMap> FormsTest::Rows(const QString& sql, Profile* profile)
 {
     QList<QVariantMap> rows;
     sqlite3* db = nullptr;
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_open_v2(P(profile).dbPath.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) !=
-            SQLITE_OK ||
-        sqlite3_prepare_v2(db, sql.toUtf8().constData(), -1, &stmt, nullptr) != SQLITE_OK) {
-        ADD_FAILURE() << sqlite3_errmsg(db) << " in " << sql.toStdString();
-        sqlite3_close(db);
-        return rows;
-    }
-    while (sqlite3_step(stmt) == SQLITE_ROW) {
+    int rc = sqlite3_open(P(profile).dbPath.toUtf8().constData(), &db);
+    if (rc == SQLITE_OK) rc = sqlite3_prepare_v2(db, sql.toUtf8().constData(), -1, &stmt, nullptr);
+    while (rc == SQLITE_OK && (rc = sqlite3_step(stmt)) == SQLITE_ROW) {
         QVariantMap row;
         for (int i = 0; i < sqlite3_column_count(stmt); ++i) {
             const QString name = QString::fromUtf8(sqlite3_column_name(stmt, i));
@@ -254,7 +236,9 @@ QList<QVariantMap> FormsTest::Rows(const QString& sql, Profile* profile)
             }
         }
         rows.push_back(row);
+        rc = SQLITE_OK;
     }
+    if (rc != SQLITE_DONE) ADD_FAILURE() << sqlite3_errmsg(db) << " in " << sql.toStdString();
     sqlite3_finalize(stmt);
     sqlite3_close(db);
     return rows;
@@ -263,30 +247,25 @@ QList<QVariantMap> FormsTest::Rows(const QString& sql, Profile* profile)
 QStringList FormsTest::StoredOrder(Profile* profile)
 {
     QStringList names;
-    for (const auto& row :
-         Rows(QStringLiteral("SELECT RuleName FROM Rules ORDER BY SortID, RuleID"), profile))
-        names << row.value(QStringLiteral("RuleName")).toString();
+    for (const auto& row : Rows(u"SELECT RuleName FROM Rules ORDER BY SortID, RuleID"_s, profile))
+        names << row.value(u"RuleName"_s).toString();
     return names;
 }
 
 int FormsTest::AddRule(const QString& name, const QString& set, Profile* profile)
 {
     Profile& p = P(profile);
-    auto inbox = Folder(QStringLiteral("Inbox"), nullptr, &p);
-    auto archive = Folder(QStringLiteral("Archive"), nullptr, &p);
+    auto inbox = Folder(u"Inbox"_s, nullptr, &p);
+    auto archive = Folder(u"Archive"_s, nullptr, &p);
     if (!inbox || !archive) return 0;
-    Sql(QStringLiteral(
-            "INSERT INTO Rules (RuleName, FromAddress, ToAddress, CcAddress, Subject, Importance, Status, "
-            "FlagStatus, MsgAgeID, SrcEntryID, SrcStoreID, DstEntryID, DstStoreID, Active, SortID, "
-            "LastVerb, Message) SELECT '%1', '', '', '', '', 3, 2, 0, 13, '%2', '%3', '%4', '%5', -1, "
-            "COALESCE(MAX(SortID), 0) + 1, 0, '' FROM Rules")
-            .arg(name, inbox->EntryID(), inbox->StoreID(), archive->EntryID(), archive->StoreID()),
+    Sql(u"INSERT INTO Rules (RuleName, FromAddress, ToAddress, CcAddress, Subject, Importance, Status, "
+        "FlagStatus, MsgAgeID, SrcEntryID, SrcStoreID, DstEntryID, DstStoreID, Active, SortID, "
+        "LastVerb, Message) SELECT '%1', '', '', '', '', 3, 2, 0, 13, '%2', '%3', '%4', '%5', -1, "
+        "COALESCE(MAX(SortID), 0) + 1, 0, '' FROM Rules"_s.arg(name, inbox->EntryID(), inbox->StoreID(),
+                                                               archive->EntryID(), archive->StoreID()),
         &p);
-    const int id = Rows(QStringLiteral("SELECT MAX(RuleID) AS id FROM Rules"), &p)
-                       .value(0)
-                       .value(QStringLiteral("id"))
-                       .toInt();
-    if (!set.isEmpty()) Sql(QStringLiteral("UPDATE Rules SET %1 WHERE RuleID = %2").arg(set).arg(id), &p);
+    const int id = Rows(u"SELECT MAX(RuleID) AS id FROM Rules"_s, &p).value(0).value(u"id"_s).toInt();
+    if (!set.isEmpty()) Sql(u"UPDATE Rules SET %1 WHERE RuleID = %2"_s.arg(set).arg(id), &p);
     return id;
 }
 

@@ -44,6 +44,8 @@
 
 namespace mv::test {
 
+using namespace Qt::StringLiterals;
+
 class ScriptedFolderPicker : public outlook::FolderPicker {
 public:
     std::deque<std::unique_ptr<outlook::Folder>> answers;  // nullptr = the user cancels
@@ -105,11 +107,10 @@ protected:
     std::unique_ptr<Profile> MakeProfile(const QString& name);
     Profile& P(Profile* p) { return p ? *p : *m_p; }
 
-    forms::RulePropsContext Context(const QString& hostVersion = QStringLiteral("11.0"));
+    forms::RulePropsContext Context(const QString& hostVersion = u"11.0"_s);
     // A rule editor in `action` mode over the first profile, loaded unless told otherwise.
     std::unique_ptr<forms::frmRuleProps> OpenEditor(const QString& action, int ruleId = 0,
-                                                    const QString& hostVersion = QStringLiteral("11.0"),
-                                                    bool load = true);
+                                                    const QString& hostVersion = u"11.0"_s, bool load = true);
     // The Rules Manager of `profile`, loaded and shown.
     std::unique_ptr<forms::frmRulesMain> OpenManager(Profile* profile = nullptr);
     // Picks Home's Inbox and Archive through the editor's browse buttons and names the rule.
@@ -128,9 +129,9 @@ protected:
     std::unique_ptr<SelectionExplorer> ExplorerOn(const QString& folder, const QString& entryHex);
 
     // Direct SQL on a profile's database file, apart from the code under test.
-    void Sql(const QString& statement, Profile* profile = nullptr);
+    void Sql(const QString& statement, Profile* profile = nullptr) { Rows(statement, profile); }
     QList<QVariantMap> Rows(const QString& sql, Profile* profile = nullptr);
-    int RuleCount() { return int(Rows(QStringLiteral("SELECT RuleID FROM Rules")).size()); }
+    int RuleCount() { return int(Rows(u"SELECT RuleID FROM Rules"_s).size()); }
     // Names in SortID order (ties by RuleID).
     QStringList StoredOrder(Profile* profile = nullptr);
     // An active rule moving Home's Inbox to Archive, last in the order, no
@@ -144,23 +145,17 @@ protected:
         EXPECT_NE(w, nullptr) << name;
         return w;
     }
-    static QString Text(const QObject& parent, const char* name)
+    static QString Text(const QObject& w, const char* name) { return Child<QLineEdit>(w, name)->text(); }
+    static QString Shown(const QObject& w, const char* list)
     {
-        return Child<QLineEdit>(parent, name)->text();
+        return Child<QComboBox>(w, list)->currentText();
     }
-    static QString Shown(const QObject& parent, const char* list)
+    static void SetText(const QObject& w, const char* name, const QString& s)
     {
-        return Child<QComboBox>(parent, list)->currentText();
-    }
-    static void SetText(const QObject& parent, const char* name, const QString& text)
-    {
-        Child<QLineEdit>(parent, name)->setText(text);
+        Child<QLineEdit>(w, name)->setText(s);
     }
     static void Choose(const QObject& parent, const char* list, const QString& label);
-    static void Click(const QObject& parent, const char* button)
-    {
-        Child<QAbstractButton>(parent, button)->click();
-    }
+    static void Click(const QObject& w, const char* button) { Child<QAbstractButton>(w, button)->click(); }
     // The Rules Manager's list.
     static QTreeWidget* List(const QObject& form) { return Child<QTreeWidget>(form, "ListView1"); }
     static QStringList ListNames(const QObject& form);
