@@ -26,14 +26,11 @@ std::map<std::string, int> StoredSettings(const QString& path)
 {
     std::map<std::string, int> out;
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return out;
-    }
     sqlite3_stmt* st = nullptr;
     const char* sql =
         "SELECT WeekStart, toolbar, menubar, runOnStart, statusPopups, alignTime, init FROM Settings";
-    if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
+    if (sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
         for (int i = 0; i < sqlite3_column_count(st); ++i)
             out[sqlite3_column_name(st, i)] = sqlite3_column_int(st, i);
     }
@@ -45,17 +42,14 @@ std::map<std::string, int> StoredSettings(const QString& path)
 class OptionsDialogTest : public AddInTest {
 protected:
     QString Database() const { return DataDir() + u"/mv.mdb"_s; }
-    static addin::ctlMailvane* Page(host::OptionsDialog& dialog)
+    static addin::ctlMailvane* Page(host::OptionsDialog& d)
     {
-        return dialog.findChild<addin::ctlMailvane*>("ctlMailvane");
+        return d.findChild<addin::ctlMailvane*>("ctlMailvane");
     }
-    static QComboBox* Week(host::OptionsDialog& dialog)
+    static QComboBox* Week(host::OptionsDialog& d) { return Page(d)->findChild<QComboBox*>("cmbWeekStart"); }
+    static void SetWeek(host::OptionsDialog& d, const char* day)
     {
-        return Page(dialog)->findChild<QComboBox*>("cmbWeekStart");
-    }
-    static void SetWeek(host::OptionsDialog& dialog, const char* day)
-    {
-        Week(dialog)->setCurrentIndex(Week(dialog)->findText(day));
+        Week(d)->setCurrentIndex(Week(d)->findText(day));
     }
     static void Click(QWidget& w, const char* name) { w.findChild<QPushButton*>(name)->click(); }
     static QCheckBox* Box(QWidget& w, const char* name) { return w.findChild<QCheckBox*>(name); }
