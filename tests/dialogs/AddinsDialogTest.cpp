@@ -52,7 +52,7 @@ TEST_F(AddinsDialogTest, UncheckingRemovesMailvaneCheckingBringsItBackAndAFailur
     office::CommandBars* bars = m_app->ActiveExplorer()->CommandBars();
     ASSERT_NE(bars->Item("Mailvane"), nullptr);
 
-    for (const auto [from, to, shown] : {std::tuple{Qt::Checked, Qt::Unchecked, "Load at Startup"},
+    for (const auto& [from, to, shown] : {std::tuple{Qt::Checked, Qt::Unchecked, "Load at Startup"},
                                          std::tuple{Qt::Unchecked, Qt::Checked, "Unloaded"}}) {
         host::AddinsDialog dialog(loader);
         QListWidgetItem* row = Row(dialog, "Mailvane Add-In");
