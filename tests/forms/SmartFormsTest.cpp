@@ -259,5 +259,71 @@ TEST_F(SmartUpdateTest, ChosenAddressesReachTheFieldAndAreSaved)
     }
 }
 
+// An item as an Exchange mailbox or a non-mail class presents it; no store
+// here produces such items.
+class StubItem : public outlook::Item {
+public:
+    QString messageClass;
+    std::map<mapi::PropTag, QString> props;
+    QString EntryID() const override { return QStringLiteral("01"); }
+    QString StoreID() const override { return QStringLiteral("02"); }
+    QString MessageClass() const override { return messageClass; }
+    outlook::ItemKind Kind() const override { return outlook::KindOfMessageClass(messageClass); }
+    QString Subject() const override { return QStringLiteral("Status"); }
+    int FlagStatus() const override { return 0; }
+    void SetFlagStatus(int) override {}
+    Status Save() override { return {}; }
+    Status Move(const outlook::Folder&) override { return {}; }
+    QVariant Fields(mapi::PropTag tag) const override
+    {
+        const auto it = props.find(tag);
+        return it == props.end() ? QVariant() : QVariant(it->second);
+    }
+    std::vector<outlook::Recipient> Recipients() const override { return {}; }
+    QString SenderName() const override { return {}; }
+    QString SenderEmailAddress() const override { return {}; }
+    QString To() const override { return {}; }
+    QString CC() const override { return QStringLiteral("Cat"); }
+    QString Body() const override { return {}; }
+    int Importance() const override { return 1; }
+    bool UnRead() const override { return true; }
+};
+
+TEST_F(FormsTest, SmartAddTakesNamesOfExchangeSendersOnlyFromKnownClasses)
+{
+    Sql(QStringLiteral("UPDATE settings SET raRuleName=1, raFrom=1, raTo=1, raCc=1"));
+    const struct {
+        const char* messageClass;
+        const char *from, *to, *cc;
+    } cases[] = {
+        {"IPM.Note", "Ann Lee", "me@example.net", "Cat"},
+        {"IPM.Schedule.Meeting.Request", "Ann Lee", "me@example.net", ""},
+        {"REPORT.IPM.Note.NDR", "Ann Lee", "me@example.net", "Cat"},  // contains "IPM.NOTE" too
+        {"IPM.Contact", "", "", ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.messageClass);
+        auto item = std::make_unique<StubItem>();
+        item->messageClass = QLatin1String(c.messageClass);
+        item->props = {{mapi::PR_SENT_REPRESENTING_ADDRTYPE, QStringLiteral("EX")},
+                       {mapi::PR_SENT_REPRESENTING_NAME, QStringLiteral("Ann Lee")},
+                       {mapi::PR_SENT_REPRESENTING_EMAIL_ADDRESS, QStringLiteral("/O=ORG/OU=SITE/CN=ANN")},
+                       {mapi::PR_RCVD_REPRESENTING_ADDRTYPE, QStringLiteral("SMTP")},
+                       {mapi::PR_RCVD_REPRESENTING_NAME, QStringLiteral("Me")},
+                       {mapi::PR_RCVD_REPRESENTING_EMAIL_ADDRESS, QStringLiteral("me@example.net")}};
+        auto form = OpenEditor(QStringLiteral("NewSA"), 0, QStringLiteral("11.0"), false);
+        form->SetSelection(std::move(item), nullptr);
+        form->Form_Load();
+        EXPECT_EQ(Text(*form, "txtFrom"), QLatin1String(c.from));
+        EXPECT_EQ(Text(*form, "txtRuleName"), QLatin1String(c.from));
+        EXPECT_EQ(Text(*form, "txtTo"), QLatin1String(c.to));
+        EXPECT_EQ(Text(*form, "txtCC"), QLatin1String(c.cc));
+    }
+    // Without a selection the defaults stay.
+    auto form = OpenEditor(QStringLiteral("NewSA"));
+    EXPECT_EQ(Text(*form, "txtRuleName"), QString());
+    EXPECT_EQ(Text(*form, "txtSrcFolder"), QString());
+}
+
 }  // namespace
 }  // namespace mv::test
