@@ -12,11 +12,12 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QTreeView>
 
 namespace mv::test {
+
+using namespace Qt::StringLiterals;
 
 DesktopTest::DesktopTest()
 {
@@ -28,10 +29,10 @@ DesktopTest::DesktopTest()
 void DesktopTest::SetUp()
 {
     ASSERT_TRUE(m_dir.isValid());
-    ASSERT_TRUE(QDir().mkpath(InstallDir() + QStringLiteral("/Database")));
+    ASSERT_TRUE(QDir().mkpath(InstallDir() + u"/Database"_s));
     ASSERT_TRUE(QDir().mkpath(AppData()));
     const QString blank = QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb");
-    const QString copy = InstallDir() + QStringLiteral("/Database/_mvblank.mdb");
+    const QString copy = InstallDir() + u"/Database/_mvblank.mdb"_s;
     ASSERT_TRUE(QFile::copy(blank, copy)) << blank.toStdString();
     QFile::setPermissions(copy, QFile::ReadOwner | QFile::WriteOwner);
     for (const char* face : {"mv1.bmp", "mv2.bmp", "mv3.bmp", "mv4.bmp"})
@@ -48,22 +49,18 @@ void DesktopTest::TearDown()
 
 void DesktopTest::Write(const QString& folder, const TestMail& mail, bool intoNew)
 {
-    const QString dir = folder.isEmpty() ? Root() : Root() + QStringLiteral("/.") + folder;
-    const QString name = QStringLiteral("%1.M%2.test").arg(1700000000 + m_sequence).arg(m_sequence);
+    const QString dir = folder.isEmpty() ? Root() : Root() + u"/."_s + folder;
+    const QString name = u"%1.M%2.test"_s.arg(1700000000 + m_sequence).arg(m_sequence);
     ++m_sequence;
-    const QString path = intoNew ? dir + QStringLiteral("/new/") + name
-                                 : dir + QStringLiteral("/cur/") + name +
-                                       (mail.read ? QStringLiteral(":2,S") : QStringLiteral(":2,"));
+    const QString path =
+        intoNew ? dir + u"/new/"_s + name : dir + u"/cur/"_s + name + (mail.read ? u":2,S"_s : u":2,"_s);
     const QDateTime date = QDateTime::currentDateTimeUtc().addSecs(-3600 + m_sequence * 60);
     QString text =
-        QStringLiteral(
-            "From: %1\r\nTo: Bob <bob@example.org>\r\nSubject: %2\r\n"
-            "Message-ID: <m%3@example.com>\r\nDate: %4\r\nMIME-Version: 1.0\r\n"
-            "Content-Type: %5; charset=utf-8\r\n\r\n%6\r\n")
-            .arg(mail.from, mail.subject)
+        u"From: %1\r\nTo: Bob <bob@example.org>\r\nSubject: %2\r\n"
+        "Message-ID: <m%3@example.com>\r\nDate: %4\r\nMIME-Version: 1.0\r\n"
+        "Content-Type: %5; charset=utf-8\r\n\r\n%6\r\n"_s.arg(mail.from, mail.subject)
             .arg(m_sequence)
-            .arg(date.toString(Qt::RFC2822Date),
-                 mail.html ? QStringLiteral("text/html") : QStringLiteral("text/plain"), mail.body);
+            .arg(date.toString(Qt::RFC2822Date), mail.html ? u"text/html"_s : u"text/plain"_s, mail.body);
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
     file.write(text.toUtf8());
@@ -73,7 +70,7 @@ host::desktop::ExplorerWindow& DesktopTest::Start()
 {
     m_stores = std::make_unique<host::StoreSet>();
     stores::maildir::MaildirStoreOptions options;
-    options.displayName = QStringLiteral("Local Mail");
+    options.displayName = u"Local Mail"_s;
     m_stores->Add(std::make_unique<stores::maildir::MaildirStore>(Root(), options));
     m_app = std::make_unique<host::desktop::DesktopApplication>(*m_stores, m_clipboard);
     m_app->SetChangeCheckInterval(m_checkMs);
@@ -87,7 +84,7 @@ host::desktop::ExplorerWindow& DesktopTest::Start()
     services.installDir = InstallDir();
     services.appDataOverride = AppData();
     m_connect = std::make_unique<addin::Connect>(services);
-    outlook::IDTExtensibility2::AddInInstance instance{QStringLiteral("Mailvane.Connect")};
+    outlook::IDTExtensibility2::AddInInstance instance{u"Mailvane.Connect"_s};
     m_connect->OnConnection(m_app.get(), outlook::ext_cm_Startup, instance);
     m_app->Start();
     Settle();
@@ -106,15 +103,15 @@ void DesktopTest::Stop()
 
 void DesktopTest::AddReadMailRule()
 {
-    auto* ns = m_app->GetNamespace(QStringLiteral("MAPI"));
+    auto* ns = m_app->GetNamespace(u"MAPI"_s);
     auto inbox = ns->GetDefaultFolder(outlook::olFolderInbox);
     std::unique_ptr<outlook::Folder> archive;
     for (auto& folder : ns->Folders())
         if (folder->Name() == QLatin1String("Archive")) archive = std::move(folder);
     ASSERT_TRUE(inbox && archive);
-    ASSERT_TRUE(AddIn().CreateDefaultRule(QStringLiteral("Read mail"), inbox.get(), archive.get(), 13, 0));
+    ASSERT_TRUE(AddIn().CreateDefaultRule(u"Read mail"_s, inbox.get(), archive.get(), 13, 0));
     // A rule made this way starts inactive, as a new one in the editor does.
-    ASSERT_TRUE(AddIn().DB1()->ExecuteSQL(QStringLiteral("UPDATE [Rules] SET [Active] = -1")));
+    ASSERT_TRUE(AddIn().DB1()->ExecuteSQL(u"UPDATE [Rules] SET [Active] = -1"_s));
 }
 
 QStringList DesktopTest::ListedSubjects(host::desktop::ExplorerWindow& window)
@@ -140,24 +137,6 @@ QStringList DesktopTest::StoredSubjects(const QString& folderPath)
     }
     subjects.sort();
     return subjects;
-}
-
-QString DesktopTest::LogText() const
-{
-    QFile file(DataDir() + QStringLiteral("/mv.log"));
-    if (!file.open(QIODevice::ReadOnly)) return {};
-    return QString::fromUtf8(file.readAll());
-}
-
-bool DesktopTest::WaitFor(const std::function<bool()>& done, int ms)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!done()) {
-        if (timer.elapsed() > ms) return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-    }
-    return true;
 }
 
 void DesktopTest::Settle()

@@ -26,18 +26,19 @@
 
 namespace mv::test {
 
+using namespace Qt::StringLiterals;
+
 struct TestMail {
     QString subject;
     bool read = false;
-    QString from = QStringLiteral("Alice Example <alice@example.com>");
-    QString body = QStringLiteral("Hello there.");
+    QString from = u"Alice Example <alice@example.com>"_s;
+    QString body = u"Hello there."_s;
     bool html = false;  // the body is the only part, text/html
 };
 
 class DesktopTest : public ::testing::Test {
 public:
-    // Runs the event loop until `done` holds or `ms` pass.
-    static bool WaitFor(const std::function<bool()>& done, int ms = 5000);
+    // Runs posted events and deferred deletes.
     static void Settle();
 
 protected:
@@ -60,11 +61,10 @@ protected:
     // Subjects shown in the window's list, in view order.
     QStringList ListedSubjects(host::desktop::ExplorerWindow& window);
     QStringList StoredSubjects(const QString& folderPath);
-    QString LogText() const;
-    QString Root() const { return m_dir.filePath(QStringLiteral("Mail")); }
-    QString InstallDir() const { return m_dir.filePath(QStringLiteral("install")); }
-    QString AppData() const { return m_dir.filePath(QStringLiteral("appdata")); }
-    QString DataDir() const { return AppData() + QStringLiteral("/Sorquin Software/Mailvane"); }
+    QString Root() const { return m_dir.filePath(u"Mail"_s); }
+    QString InstallDir() const { return m_dir.filePath(u"install"_s); }
+    QString AppData() const { return m_dir.filePath(u"appdata"_s); }
+    QString DataDir() const { return AppData() + u"/Sorquin Software/Mailvane"_s; }
 
     QTemporaryDir m_dir;
     os::ScriptedAnswerer m_answerer;

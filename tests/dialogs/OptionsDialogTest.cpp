@@ -17,6 +17,8 @@
 #include <map>
 
 namespace mv::test {
+
+using namespace Qt::StringLiterals;
 namespace {
 
 // The stored general settings, read straight from the file.
@@ -24,14 +26,11 @@ std::map<std::string, int> StoredSettings(const QString& path)
 {
     std::map<std::string, int> out;
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return out;
-    }
     sqlite3_stmt* st = nullptr;
     const char* sql =
         "SELECT WeekStart, toolbar, menubar, runOnStart, statusPopups, alignTime, init FROM Settings";
-    if (sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
+    if (sqlite3_open_v2(path.toUtf8().constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(db, sql, -1, &st, nullptr) == SQLITE_OK && sqlite3_step(st) == SQLITE_ROW) {
         for (int i = 0; i < sqlite3_column_count(st); ++i)
             out[sqlite3_column_name(st, i)] = sqlite3_column_int(st, i);
     }
@@ -42,75 +41,79 @@ std::map<std::string, int> StoredSettings(const QString& path)
 
 class OptionsDialogTest : public AddInTest {
 protected:
-    QString Database() const { return DataDir() + QStringLiteral("/mv.mdb"); }
-    static addin::ctlMailvane* Page(host::OptionsDialog& dialog)
+    QString Database() const { return DataDir() + u"/mv.mdb"_s; }
+    static addin::ctlMailvane* Page(host::OptionsDialog& d)
     {
-        return dialog.findChild<addin::ctlMailvane*>("ctlMailvane");
+        return d.findChild<addin::ctlMailvane*>("ctlMailvane");
+    }
+    static QComboBox* Week(host::OptionsDialog& d) { return Page(d)->findChild<QComboBox*>("cmbWeekStart"); }
+    static void SetWeek(host::OptionsDialog& d, const char* day)
+    {
+        Week(d)->setCurrentIndex(Week(d)->findText(day));
     }
     static void Click(QWidget& w, const char* name) { w.findChild<QPushButton*>(name)->click(); }
-    static void Check(QWidget& w, const char* name, bool on)
-    {
-        w.findChild<QCheckBox*>(name)->setChecked(on);
-    }
+    static QCheckBox* Box(QWidget& w, const char* name) { return w.findChild<QCheckBox*>(name); }
 };
 
-TEST_F(OptionsDialogTest, ThePageShowsTheAddInsSettings)
+// A menu value of -1 means "no menu" to the start-up code (it wants > 0) and
+// a week start outside the list shows nothing: saving the page with another
+// change must leave both as they were.
+TEST_F(OptionsDialogTest, ThePageShowsTheSettingsAndKeepsUnusualOnes)
 {
     addin::OutAddIn& addIn = Start();
     addIn.SetWeekStart(4);
     addIn.SetMenubar(0);
     addIn.SetRunOnStart(1);
-    host::OptionsDialog dialog(*m_app, m_progIds);
-    auto* tabs = dialog.findChild<QTabWidget*>("tabPages");
-    ASSERT_EQ(tabs->count(), 1);
-    EXPECT_EQ(tabs->tabText(0), "Mailvane");
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
-    EXPECT_EQ(page->findChild<QComboBox*>("cmbWeekStart")->currentText(), "Wednesday");
-    EXPECT_TRUE(page->findChild<QCheckBox*>("chkToolbar")->isChecked());
-    EXPECT_FALSE(page->findChild<QCheckBox*>("chkMenubar")->isChecked());
-    EXPECT_TRUE(page->findChild<QCheckBox*>("chkRunOnStart")->isChecked());
-    EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "nothing changed yet";
-}
-
-// Pages arrive after the buttons are made; Tab must still walk the page
-// before reaching OK and Cancel, as the dialog reads.
-TEST_F(OptionsDialogTest, TabWalksThePageBeforeTheButtons)
-{
-    Start();
-    host::OptionsDialog dialog(*m_app, m_progIds);
-    dialog.show();
-    QStringList order;
-    QWidget* w = &dialog;
-    for (int guard = 0; guard < 200; ++guard) {
-        w = w->nextInFocusChain();
-        if (w == &dialog) break;
-        if ((w->focusPolicy() & Qt::TabFocus) && !w->objectName().isEmpty()) order << w->objectName();
+    {
+        host::OptionsDialog dialog(*m_app, m_progIds);
+        ASSERT_NE(Page(dialog), nullptr);
+        EXPECT_EQ(Week(dialog)->currentText(), "Wednesday");
+        EXPECT_TRUE(Box(dialog, "chkToolbar")->isChecked());
+        EXPECT_FALSE(Box(dialog, "chkMenubar")->isChecked());
+        EXPECT_TRUE(Box(dialog, "chkRunOnStart")->isChecked());
+        EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled()) << "nothing changed yet";
     }
-    const QStringList expected = {"cmbWeekStart",  "chkToolbar",    "chkMenubar",
-                                  "chkRunOnStart", "chkStatusPops", "chkAlignTime",
-                                  "btnOK",         "btnCancel",     "btnApply"};
-    ASSERT_GE(order.size(), expected.size()) << order.join(' ').toStdString();
-    EXPECT_EQ(order.mid(order.size() - expected.size()), expected) << order.join(' ').toStdString();
+    addIn.SetMenubar(-1);
+    addIn.SetWeekStart(9);
+    host::OptionsDialog dialog(*m_app, m_progIds);
+    ASSERT_NE(Page(dialog), nullptr);
+    EXPECT_FALSE(Box(dialog, "chkMenubar")->isChecked());
+    EXPECT_EQ(Week(dialog)->currentIndex(), -1);
+    Box(dialog, "chkToolbar")->setChecked(false);
+    Click(dialog, "btnOK");
+    const auto stored = StoredSettings(Database());
+    EXPECT_EQ(stored.at("menubar"), -1);
+    EXPECT_EQ(stored.at("WeekStart"), 9);
+    EXPECT_EQ(stored.at("toolbar"), 0);
 }
 
-TEST_F(OptionsDialogTest, OkStoresEverySettingInTheDatabase)
+TEST_F(OptionsDialogTest, ApplyAndOkStoreEverySettingAndCancelDropsTheRest)
 {
     Start();
     const auto before = StoredSettings(Database());
     ASSERT_EQ(before.size(), 7u);
+    {
+        host::OptionsDialog dialog(*m_app, m_progIds);
+        ASSERT_NE(Page(dialog), nullptr);
+        SetWeek(dialog, "Saturday");
+        Click(dialog, "btnApply");
+        EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
+        EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled());
+        SetWeek(dialog, "Sunday");
+        Click(dialog, "btnCancel");
+        EXPECT_EQ(dialog.result(), QDialog::Rejected);
+        EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
+    }
     host::OptionsDialog dialog(*m_app, m_progIds);
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
+    ASSERT_NE(Page(dialog), nullptr);
     // Every value the opposite of what the template holds.
-    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
-    week->setCurrentIndex(week->findText("Friday"));
+    SetWeek(dialog, "Friday");
     const std::pair<const char*, const char*> boxes[] = {{"chkToolbar", "toolbar"},
                                                          {"chkMenubar", "menubar"},
                                                          {"chkRunOnStart", "runOnStart"},
                                                          {"chkStatusPops", "statusPopups"},
                                                          {"chkAlignTime", "alignTime"}};
-    for (const auto& [box, column] : boxes) Check(*page, box, before.at(column) == 0);
+    for (const auto& [box, column] : boxes) Box(dialog, box)->setChecked(before.at(column) == 0);
     EXPECT_TRUE(dialog.findChild<QPushButton*>("btnApply")->isEnabled());
     Click(dialog, "btnOK");
     EXPECT_EQ(dialog.result(), QDialog::Accepted);
@@ -120,51 +123,7 @@ TEST_F(OptionsDialogTest, OkStoresEverySettingInTheDatabase)
     for (const auto& [box, column] : boxes)
         EXPECT_EQ(after.at(column), before.at(column) == 0 ? 1 : 0) << column;
     EXPECT_EQ(after.at("init"), 1);
-
-    // And the add-in reads the same back at its next start.
-    AddIn().SetWeekStart(1);
-    AddIn().LoadSettings();
-    EXPECT_EQ(AddIn().WeekStart(), 6);
-    EXPECT_EQ(AddIn().RunOnStart(), after.at("runOnStart"));
     EXPECT_TRUE(m_answerer.shown().empty()) << m_answerer.texts().join(u'|').toStdString();
-}
-
-TEST_F(OptionsDialogTest, ApplyStoresAndCancelDropsTheRest)
-{
-    Start();
-    host::OptionsDialog dialog(*m_app, m_progIds);
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
-    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
-    week->setCurrentIndex(week->findText("Saturday"));
-    Click(dialog, "btnApply");
-    EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
-    EXPECT_FALSE(dialog.findChild<QPushButton*>("btnApply")->isEnabled());
-
-    week->setCurrentIndex(week->findText("Sunday"));
-    Click(dialog, "btnCancel");
-    EXPECT_EQ(dialog.result(), QDialog::Rejected);
-    EXPECT_EQ(StoredSettings(Database()).at("WeekStart"), 7);
-}
-
-TEST_F(OptionsDialogTest, UnusualStoredValuesSurviveUntouched)
-{
-    // A menu value of -1 means "no menu" to the start-up code (it wants > 0);
-    // saving the page unchanged must not turn it into 1 or 0.
-    addin::OutAddIn& addIn = Start();
-    addIn.SetMenubar(-1);
-    addIn.SetWeekStart(9);
-    host::OptionsDialog dialog(*m_app, m_progIds);
-    addin::ctlMailvane* page = Page(dialog);
-    ASSERT_NE(page, nullptr);
-    EXPECT_FALSE(page->findChild<QCheckBox*>("chkMenubar")->isChecked());
-    EXPECT_EQ(page->findChild<QComboBox*>("cmbWeekStart")->currentIndex(), -1);
-    Check(*page, "chkToolbar", false);
-    Click(dialog, "btnOK");
-    const auto stored = StoredSettings(Database());
-    EXPECT_EQ(stored.at("menubar"), -1);
-    EXPECT_EQ(stored.at("WeekStart"), 9);
-    EXPECT_EQ(stored.at("toolbar"), 0);
 }
 
 TEST_F(OptionsDialogTest, AFailedSaveIsReportedAndTheChangeStaysPending)
@@ -175,8 +134,7 @@ TEST_F(OptionsDialogTest, AFailedSaveIsReportedAndTheChangeStaysPending)
     addin::ctlMailvane* page = Page(dialog);
     ASSERT_NE(page, nullptr);
     AddIn().CloseDatabases();  // the connection is gone
-    auto* week = page->findChild<QComboBox*>("cmbWeekStart");
-    week->setCurrentIndex(week->findText(stored == 3 ? "Monday" : "Tuesday"));
+    SetWeek(dialog, stored == 3 ? "Monday" : "Tuesday");
     Click(dialog, "btnApply");
     ASSERT_EQ(m_answerer.shown().size(), 1u);
     EXPECT_TRUE(m_answerer.shown()[0].text.endsWith("in procedure SaveSettings of Class Module OutAddIn"))

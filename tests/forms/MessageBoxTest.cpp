@@ -10,67 +10,64 @@
 #include <gtest/gtest.h>
 
 namespace mv::test {
+
+using namespace Qt::StringLiterals;
 namespace {
 
 using forms::QtMessageBoxAnswerer;
 using SB = QMessageBox::StandardButton;
 
-struct StyleCase {
+struct BoxCase {
     int style;
     QtMessageBoxAnswerer::Buttons buttons;
     QMessageBox::Icon icon;
-};
-
-class StyleTest : public ::testing::TestWithParam<StyleCase> {};
-
-TEST_P(StyleTest, ButtonsAndIcon)
-{
-    EXPECT_EQ(QtMessageBoxAnswerer::ButtonsFor(GetParam().style), GetParam().buttons);
-    EXPECT_EQ(QtMessageBoxAnswerer::IconFor(GetParam().style), GetParam().icon);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Styles, StyleTest,
-    ::testing::Values(StyleCase{os::vbOKOnly + os::vbExclamation, {SB::Ok}, QMessageBox::Warning},
-                      StyleCase{os::vbOKCancel + os::vbInformation, {SB::Ok, SB::Cancel}, QMessageBox::Information},
-                      StyleCase{os::vbYesNoCancel + os::vbQuestion, {SB::Yes, SB::No, SB::Cancel}, QMessageBox::Question},
-                      StyleCase{os::vbYesNo + os::vbCritical + 256, {SB::Yes, SB::No}, QMessageBox::Critical},
-                      StyleCase{os::vbRetryCancel, {SB::Retry, SB::Cancel}, QMessageBox::NoIcon},
-                      StyleCase{os::vbAbortRetryIgnore, {SB::Abort, SB::Retry, SB::Ignore}, QMessageBox::NoIcon},
-                      StyleCase{9, {SB::Ok}, QMessageBox::NoIcon}));
-
-struct ClickCase {
-    int style;
     SB click;
     int answer;
 };
 
-class ClickTest : public ::testing::TestWithParam<ClickCase> {};
+class MessageBoxTest : public ::testing::TestWithParam<BoxCase> {};
 
 // A real modal box, answered by clicking its button from the event loop.
-TEST_P(ClickTest, ClickedButtonIsTheAnswer)
+TEST_P(MessageBoxTest, StyleGivesButtonsAndIconAndTheClickedButtonIsTheAnswer)
 {
-    const ClickCase c = GetParam();
-    QString seenText, seenTitle;
+    const BoxCase c = GetParam();
+    EXPECT_EQ(QtMessageBoxAnswerer::ButtonsFor(c.style), c.buttons);
+    EXPECT_EQ(QtMessageBoxAnswerer::IconFor(c.style), c.icon);
+    QString seen;
     QTimer::singleShot(0, [&] {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
         ASSERT_NE(box, nullptr);
-        seenText = box->text();
-        seenTitle = box->windowTitle();
+        seen = box->windowTitle() + u'|' + box->text();
         box->button(c.click)->click();
     });
     QtMessageBoxAnswerer answerer;
-    EXPECT_EQ(answerer.Show(QStringLiteral("Go on?"), c.style, QStringLiteral("Mailvane")), c.answer);
-    EXPECT_EQ(seenText, QStringLiteral("Go on?"));
-    EXPECT_EQ(seenTitle, QStringLiteral("Mailvane"));
+    EXPECT_EQ(answerer.Show(u"Go on?"_s, c.style, u"Mailvane"_s), c.answer);
+    EXPECT_EQ(seen, u"Mailvane|Go on?"_s);
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, ClickTest,
-                         ::testing::Values(ClickCase{os::vbOKOnly, SB::Ok, os::vbOK},
-                                           ClickCase{os::vbYesNo + os::vbQuestion, SB::Yes, os::vbYes},
-                                           ClickCase{os::vbYesNo + os::vbQuestion, SB::No, os::vbNo},
-                                           ClickCase{os::vbYesNoCancel, SB::Cancel, os::vbCancel},
-                                           ClickCase{os::vbRetryCancel, SB::Retry, os::vbRetry}));
+INSTANTIATE_TEST_SUITE_P(
+    Styles, MessageBoxTest,
+    ::testing::Values(
+        BoxCase{os::vbOKOnly + os::vbExclamation, {SB::Ok}, QMessageBox::Warning, SB::Ok, os::vbOK},
+        BoxCase{os::vbOKCancel + os::vbInformation,
+                {SB::Ok, SB::Cancel},
+                QMessageBox::Information,
+                SB::Cancel,
+                os::vbCancel},
+        BoxCase{os::vbYesNoCancel + os::vbQuestion,
+                {SB::Yes, SB::No, SB::Cancel},
+                QMessageBox::Question,
+                SB::Yes,
+                os::vbYes},
+        BoxCase{
+            os::vbYesNo + os::vbCritical + 256, {SB::Yes, SB::No}, QMessageBox::Critical, SB::No, os::vbNo},
+        BoxCase{os::vbRetryCancel, {SB::Retry, SB::Cancel}, QMessageBox::NoIcon, SB::Retry, os::vbRetry},
+        BoxCase{os::vbAbortRetryIgnore,
+                {SB::Abort, SB::Retry, SB::Ignore},
+                QMessageBox::NoIcon,
+                SB::Ignore,
+                os::vbIgnore},
+        BoxCase{9, {SB::Ok}, QMessageBox::NoIcon, SB::Ok, os::vbOK}));
 
 }  // namespace
 }  // namespace mv::test

@@ -1,227 +1,196 @@
-// The Rules Manager on a real rule database and a real Maildir store.
+// The Rules Manager on a real rule database and real Maildir stores: order,
+// checks, renames, preview, runs, and export and import between two profiles
+// with their own databases and stores.
 
-#include "RulesMainFixture.h"
+#include "FormsFixture.h"
 
+#include "forms/QtFormLauncher.h"
 #include "forms/frmRulePreview.h"
-#include "forms/frmRuleProps.h"
 
-#include <QApplication>
-#include <QDeadlineTimer>
+#include "platform/os/Shell.h"
+
 #include <QFile>
 #include <QHeaderView>
 #include <QLabel>
-#include <QLineEdit>
 #include <QListWidget>
 #include <QTest>
 
 namespace mv::test {
+
+using namespace Qt::StringLiterals;
 namespace {
+
+using Editor = forms::frmRuleProps;
 
 const std::initializer_list<const char*> kRowButtons = {
     "btnExport",   "btnPreview", "btnCheckNone", "btnCheckAll", "btnRunNow",
     "btnMoveDown", "btnMoveUp",  "btnDelete",    "btnModify",   "btnCopy"};
 
-class RulesMainTest : public RulesMainFixture {
+class RulesMainTest : public FormsTest {
 protected:
     // Three rules with gaps in their order: Alpha (5), Beta (9, inactive), Gamma (20).
     void AddThree()
     {
-        AddRule(QStringLiteral("Alpha"), 5, true);
-        AddRule(QStringLiteral("Beta"), 9, false);
-        AddRule(QStringLiteral("Gamma"), 20, true);
+        AddRule(u"Alpha"_s, u"SortID=5"_s);
+        AddRule(u"Beta"_s, u"SortID=9, Active=0"_s);
+        AddRule(u"Gamma"_s, u"SortID=20"_s);
     }
     bool Pending(forms::frmRulesMain& form)
     {
-        return Button(form, "btnApply")->isEnabled() && !Button(form, "btnRunNow")->isEnabled();
+        return Child(form, "btnApply")->isEnabled() && !Child(form, "btnRunNow")->isEnabled();
+    }
+    // Answers the next modal with the rule editor in `action` mode: `edit`,
+    // then `profile`'s Inbox and Archive picked, then OK.
+    void AnswerEditor(const char* action, std::function<void(Editor&)> edit, Profile* profile = nullptr,
+                      int* opened = nullptr)
+    {
+        onModal = [=, this](QDialog& dialog) {
+            auto* editor = dynamic_cast<Editor*>(&dialog);
+            ASSERT_NE(editor, nullptr);
+            if (opened) ++*opened;
+            EXPECT_EQ(editor->Action, QLatin1String(action));
+            if (edit) edit(*editor);
+            m_picker.answers.push_back(Folder(u"Inbox"_s, nullptr, profile));
+            m_picker.answers.push_back(Folder(u"Archive"_s, nullptr, profile));
+            Click(*editor, "btnSrcFolderBrowse");
+            Click(*editor, "btnDstFolderBrowse");
+            Click(*editor, "btnOK");
+        };
     }
 };
 
+// The first, empty, through the launcher the add-in calls.
 TEST_F(RulesMainTest, LoadsRulesInOrderWithChecksAndTotals)
 {
+    forms::FormServices services{m_picker, m_contacts, m_answerer, m_report, m_files,
+                                 nullptr,  nullptr,    {},         {},       {}};
+    int shown = 0;
+    services.runModal = [&](QDialog& empty) {
+        ++shown;
+        EXPECT_EQ(Child<QLabel>(empty, "lblTotalRules")->text(), u"0 rules total, 0 active"_s);
+        EXPECT_EQ(Enabled(empty, kRowButtons), QString());
+        EXPECT_TRUE(Child(empty, "btnNew")->isEnabled());
+    };
+    forms::QtFormLauncher(*m_p->addIn, services).ShowRulesManager();
+    EXPECT_EQ(shown, 1);
     AddThree();
-    auto form = Open();
-    EXPECT_EQ(form->windowTitle(), QStringLiteral(" Mailvane Rules Manager"));
+    auto form = OpenManager();
     EXPECT_EQ(ListNames(*form), QStringList({"Alpha", "Beta", "Gamma"}));
-    QTreeWidget* list = List(*form);
-    EXPECT_EQ(list->topLevelItem(0)->checkState(0), Qt::Checked);
-    EXPECT_EQ(list->topLevelItem(1)->checkState(0), Qt::Unchecked);
-    EXPECT_EQ(form->findChild<QLabel*>(QStringLiteral("lblTotalRules"))->text(),
-              QStringLiteral("3 rules total, 2 active"));
-    EXPECT_FALSE(Button(*form, "btnApply")->isEnabled());
+    EXPECT_EQ(List(*form)->topLevelItem(0)->checkState(0), Qt::Checked);
+    EXPECT_EQ(List(*form)->topLevelItem(1)->checkState(0), Qt::Unchecked);
+    EXPECT_EQ(Child<QLabel>(*form, "lblTotalRules")->text(), u"3 rules total, 2 active"_s);
+    EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
     EXPECT_EQ(Enabled(*form, kRowButtons),
-              QStringLiteral("btnExport btnPreview btnCheckNone btnCheckAll btnRunNow "
-                             "btnMoveDown btnMoveUp btnDelete btnModify btnCopy"));
+              u"btnExport btnPreview btnCheckNone btnCheckAll btnRunNow "
+              "btnMoveDown btnMoveUp btnDelete btnModify btnCopy"_s);
 }
 
-// Made wider, the dialog gives the room to the rule list, not to the
-// column of buttons beside it.
-TEST_F(RulesMainTest, TheRuleListTakesTheSpareWidth)
-{
-    AddThree();
-    auto form = Open();
-    form->show();
-    form->resize(900, 500);
-    QApplication::processEvents();
-    const int buttons = Button(*form, "btnNew")->width();
-    EXPECT_LE(buttons, Button(*form, "btnNew")->sizeHint().width() +
-                           Button(*form, "btnCheckNone")->sizeHint().width());
-    EXPECT_GT(List(*form)->width(), 2 * buttons);
-}
-
-TEST_F(RulesMainTest, EmptyStoreDisablesEveryRowCommand)
-{
-    auto form = Open();
-    EXPECT_EQ(form->findChild<QLabel*>(QStringLiteral("lblTotalRules"))->text(),
-              QStringLiteral("0 rules total, 0 active"));
-    EXPECT_EQ(Enabled(*form, kRowButtons), QString());
-    EXPECT_TRUE(Button(*form, "btnNew")->isEnabled());
-}
-
+// Sorted by its column heading, the list is stored in the order shown.
 TEST_F(RulesMainTest, ReorderThenApplyStoresOneToNInListOrder)
 {
     AddThree();
-    auto form = Open();
-    Select(*form, {2});
-    Button(*form, "btnMoveUp")->click();  // Alpha Gamma Beta
-    Button(*form, "btnMoveUp")->click();  // Gamma Alpha Beta
-    EXPECT_TRUE(Pending(*form));
-    List(*form)->topLevelItem(2)->setCheckState(0, Qt::Checked);        // Beta on
-    EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Beta", "Gamma"}));  // nothing saved yet
-
-    Button(*form, "btnApply")->click();
-    const auto rows = Rows(QStringLiteral("SELECT RuleName, SortID, Active FROM Rules ORDER BY SortID"));
-    ASSERT_EQ(rows.size(), 3);
-    const char* expected[] = {"Gamma", "Alpha", "Beta"};
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(rows[i].value(QStringLiteral("RuleName")).toString(), QLatin1String(expected[i]));
-        EXPECT_EQ(rows[i].value(QStringLiteral("SortID")).toInt(), i + 1);
-        EXPECT_EQ(rows[i].value(QStringLiteral("Active")).toInt(), -1);
-    }
-    EXPECT_FALSE(Button(*form, "btnApply")->isEnabled());
-    EXPECT_TRUE(Button(*form, "btnRunNow")->isEnabled());
-}
-
-TEST_F(RulesMainTest, MovesAtTheEdgesChangeNothingButStillMarkPending)
-{
-    AddThree();
-    struct Case {
-        const char* button;
-        int row;
-    };
-    for (const Case c : {Case{"btnMoveUp", 0}, Case{"btnMoveDown", 2}, Case{"btnMoveUp", -1}}) {
-        auto form = Open();
-        if (c.row >= 0) Select(*form, {c.row});
-        Button(*form, c.button)->click();
-        EXPECT_EQ(ListNames(*form), QStringList({"Alpha", "Beta", "Gamma"})) << c.button << c.row;
-        EXPECT_TRUE(Pending(*form)) << c.button << c.row;
-        // Selecting a row again does not re-enable the run while changes are pending.
-        Select(*form, {1});
-        EXPECT_FALSE(Button(*form, "btnRunNow")->isEnabled());
-    }
-}
-
-TEST_F(RulesMainTest, KeyboardMovesReachTheTopAndTheBottom)
-{
-    struct Case {
-        int row;
-        Qt::Key key;
-        std::initializer_list<const char*> order;
-    };
-    AddRule(QStringLiteral("A"), 1, true);
-    AddRule(QStringLiteral("B"), 2, true);
-    AddRule(QStringLiteral("C"), 3, true);
-    AddRule(QStringLiteral("D"), 4, true);
-    for (const Case& c :
-         {Case{2, Qt::Key_Home, {"C", "A", "B", "D"}}, Case{0, Qt::Key_End, {"B", "C", "D", "A"}},
-          Case{1, Qt::Key_Up, {"B", "A", "C", "D"}}, Case{1, Qt::Key_Down, {"A", "C", "B", "D"}}}) {
-        auto form = Open();
-        Select(*form, {c.row});
-        QTest::keyClick(List(*form), c.key, Qt::ControlModifier);
-        QStringList expected;
-        for (const char* name : c.order) expected << QString::fromLatin1(name);
-        EXPECT_EQ(ListNames(*form), expected) << c.key;
-        EXPECT_TRUE(Pending(*form));
-        // The moved rule stays selected.
-        const QList<int> selected = form->SelectedPositions();
-        ASSERT_EQ(selected.size(), 1);
-        EXPECT_EQ(expected.at(selected.front() - 1), QString(QChar(u'A' + c.row)));
-    }
-}
-
-TEST_F(RulesMainTest, ColumnSortThenApplyStoresTheSortedOrder)
-{
-    AddRule(QStringLiteral("b"), 1, true);
-    AddRule(QStringLiteral("c"), 2, true);
-    AddRule(QStringLiteral("a"), 3, true);
-    auto form = Open();
+    auto form = OpenManager();
     QHeaderView* header = List(*form)->header();
     const QPoint heading(header->sectionViewportPosition(0) + 20, header->height() / 2);
     QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, heading);
-    EXPECT_EQ(ListNames(*form), QStringList({"a", "b", "c"}));
     QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, heading);
-    EXPECT_EQ(ListNames(*form), QStringList({"c", "b", "a"}));
-    EXPECT_TRUE(Button(*form, "btnApply")->isEnabled());
-    Button(*form, "btnApply")->click();
-    EXPECT_EQ(StoredOrder(), QStringList({"c", "b", "a"}));
+    EXPECT_EQ(ListNames(*form), QStringList({"Gamma", "Beta", "Alpha"}));
+    EXPECT_TRUE(Pending(*form));
+    List(*form)->topLevelItem(1)->setCheckState(0, Qt::Checked);        // Beta on
+    EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Beta", "Gamma"}));  // nothing saved yet
+
+    Click(*form, "btnApply");
+    const auto rows = Rows(u"SELECT RuleName, SortID, Active FROM Rules ORDER BY SortID"_s);
+    ASSERT_EQ(rows.size(), 3);
+    const char* expected[] = {"Gamma", "Beta", "Alpha"};
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(rows[i].value(u"RuleName"_s).toString(), QLatin1String(expected[i]));
+        EXPECT_EQ(rows[i].value(u"SortID"_s).toInt(), i + 1);
+        EXPECT_EQ(rows[i].value(u"Active"_s).toInt(), -1);
+    }
+    EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
+    EXPECT_TRUE(Child(*form, "btnRunNow")->isEnabled());
 }
 
-struct CancelCase {
-    const char* name;
-    int answer;
-    bool saved;
-    bool closed;
-};
-
-class CancelTest : public RulesMainTest, public ::testing::WithParamInterface<CancelCase> {};
-
-TEST_P(CancelTest, CheckNoneThenCancelAsks)
+// Buttons and Ctrl+keys; at the edges or with nothing selected a move
+// changes nothing but still marks the list pending.
+TEST_F(RulesMainTest, MovesByButtonAndKeyboard)
 {
-    AddThree();
-    auto form = Open();
-    Button(*form, "btnCheckNone")->click();
-    m_answerer.Queue(GetParam().answer);
-    Button(*form, "btnCancel")->click();
-    ASSERT_EQ(m_answerer.shown().size(), 1u);
-    EXPECT_EQ(
-        m_answerer.shown()[0].text,
-        QStringLiteral("You have made changes that have not been saved\r\nDo you want to save them now?"));
-    EXPECT_EQ(m_answerer.shown()[0].style, os::vbYesNoCancel + os::vbExclamation);
-    EXPECT_EQ(m_answerer.shown()[0].title, QStringLiteral("Mailvane"));
-    const int active = Rows(QStringLiteral("SELECT * FROM Rules WHERE Active <> 0")).size();
-    EXPECT_EQ(active, GetParam().saved ? 0 : 2);
-    EXPECT_EQ(form->isVisible(), !GetParam().closed);
+    for (const char* name : {"A", "B", "C", "D"}) AddRule(QLatin1String(name));
+    const struct {
+        int row;  // -1: nothing selected
+        const char* button;
+        Qt::Key key;
+        const char* order;
+    } cases[] = {{2, nullptr, Qt::Key_Home, "CABD"}, {0, nullptr, Qt::Key_End, "BCDA"},
+                 {1, nullptr, Qt::Key_Up, "BACD"},   {1, nullptr, Qt::Key_Down, "ACBD"},
+                 {0, "btnMoveUp", {}, "ABCD"},       {3, "btnMoveDown", {}, "ABCD"},
+                 {-1, "btnMoveUp", {}, "ABCD"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.row) + " " + (c.button ? c.button : std::to_string(c.key)));
+        auto form = OpenManager();
+        if (c.row >= 0) Select(*form, {c.row});
+        if (c.button)
+            Click(*form, c.button);
+        else
+            QTest::keyClick(List(*form), c.key, Qt::ControlModifier);
+        EXPECT_EQ(ListNames(*form).join(QString()), QLatin1String(c.order));
+        EXPECT_TRUE(Pending(*form));
+        // The moved rule stays selected.
+        const QList<int> selected = form->SelectedPositions();
+        if (c.row >= 0 && !c.button) {
+            ASSERT_EQ(selected.size(), 1);
+            EXPECT_EQ(c.order[selected.front() - 1], 'A' + c.row);
+        }
+        // Selecting a row again does not re-enable the run while changes are pending.
+        Select(*form, {1});
+        EXPECT_FALSE(Child(*form, "btnRunNow")->isEnabled());
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, CancelTest,
-                         ::testing::Values(CancelCase{"Yes", os::vbYes, true, true},
-                                           CancelCase{"No", os::vbNo, false, true},
-                                           CancelCase{"Cancel", os::vbCancel, false, false}),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(RulesMainTest, CancelWithoutChangesClosesWithoutAQuestion)
+TEST_F(RulesMainTest, CancelAsksOnlyAboutPendingChanges)
 {
     AddThree();
-    auto form = Open();
-    QTest::keyClick(form.get(), Qt::Key_Escape);
-    EXPECT_FALSE(form->isVisible());
-    EXPECT_TRUE(m_answerer.shown().empty());
+    {
+        auto form = OpenManager();
+        QTest::keyClick(form.get(), Qt::Key_Escape);
+        EXPECT_FALSE(form->isVisible());
+        EXPECT_TRUE(m_answerer.shown().empty());
+    }
+    const struct {
+        int answer;
+        int active;  // stored afterwards
+        bool closed;
+    } cases[] = {{os::vbCancel, 2, false}, {os::vbNo, 2, true}, {os::vbYes, 0, true}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.answer);
+        auto form = OpenManager();
+        Click(*form, "btnCheckNone");
+        m_answerer.clear();
+        m_answerer.Queue(c.answer);
+        Click(*form, "btnCancel");
+        ASSERT_EQ(m_answerer.shown().size(), 1u);
+        EXPECT_EQ(m_answerer.shown()[0].text,
+                  u"You have made changes that have not been saved\r\nDo you want to save them now?"_s);
+        EXPECT_EQ(m_answerer.shown()[0].style, os::vbYesNoCancel + os::vbExclamation);
+        EXPECT_EQ(Rows(u"SELECT * FROM Rules WHERE Active <> 0"_s).size(), c.active);
+        EXPECT_EQ(form->isVisible(), !c.closed);
+    }
 }
 
 TEST_F(RulesMainTest, TwoSelectedRowsAllowOnlyDeleteAndDeleteRemovesBoth)
 {
     AddThree();
-    auto form = Open();
+    auto form = OpenManager();
     Select(*form, {0, 2});
     EXPECT_EQ(Enabled(*form, {"btnModify", "btnCopy", "btnPreview", "btnMoveUp", "btnMoveDown", "btnDelete"}),
-              QStringLiteral("btnDelete"));
-
+              u"btnDelete"_s);
     m_answerer.Queue(os::vbNo);
-    Button(*form, "btnDelete")->click();
+    Click(*form, "btnDelete");
     EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Beta", "Gamma"}));
-
     m_answerer.Queue(os::vbYes);
     QTest::keyClick(List(*form), Qt::Key_Delete);
-    EXPECT_EQ(m_answerer.shown().back().text, QStringLiteral("Delete the selected Rule(s)?"));
+    EXPECT_EQ(m_answerer.shown().back().text, u"Delete the selected Rule(s)?"_s);
     EXPECT_EQ(m_answerer.shown().back().style, os::vbYesNo + os::vbExclamation);
     EXPECT_EQ(StoredOrder(), QStringList({"Beta"}));
     EXPECT_EQ(ListNames(*form), QStringList({"Beta"}));
@@ -229,230 +198,228 @@ TEST_F(RulesMainTest, TwoSelectedRowsAllowOnlyDeleteAndDeleteRemovesBoth)
 
 TEST_F(RulesMainTest, DuplicateGivesAnInactiveCopyNextToItsSource)
 {
-    AddRule(QStringLiteral("Alpha"), 1, true);
-    const int beta = AddRule(QStringLiteral("Beta"), 2, true, QStringLiteral("invoice"));
-    AddRule(QStringLiteral("Gamma"), 3, true);
-    Sql(QStringLiteral("UPDATE Rules SET FromAddress='alice@example.com', LastVerb=102, Message='words' "
-                       "WHERE RuleID=%1")
-            .arg(beta));
-    auto form = Open();
+    AddRule(u"Alpha"_s);
+    const int beta = AddRule(u"Beta"_s,
+                             u"Subject='invoice', "
+                             "FromAddress='alice@example.com', LastVerb=102, "
+                             "Message='words'"_s);
+    AddRule(u"Gamma"_s);
+    auto form = OpenManager();
     Select(*form, {1});
-    Button(*form, "btnCopy")->click();
+    Click(*form, "btnCopy");
     EXPECT_EQ(ListNames(*form), QStringList({"Alpha", "Beta", "Beta Copy", "Gamma"}));
     EXPECT_EQ(List(*form)->topLevelItem(2)->checkState(0), Qt::Unchecked);
 
-    const auto copy = Rows(QStringLiteral("SELECT * FROM Rules WHERE RuleName = 'Beta Copy'"));
-    const auto source = Rows(QStringLiteral("SELECT * FROM Rules WHERE RuleID = %1").arg(beta));
+    const auto copy = Rows(u"SELECT * FROM Rules WHERE RuleName = 'Beta Copy'"_s);
+    const auto source = Rows(u"SELECT * FROM Rules WHERE RuleID = %1"_s.arg(beta));
     ASSERT_EQ(copy.size(), 1);
     for (const char* column : {"FromAddress", "Subject", "Importance", "Status", "MsgAgeID", "SrcEntryID",
                                "SrcStoreID", "DstEntryID", "DstStoreID", "SortID"})
         EXPECT_EQ(copy[0].value(QLatin1String(column)), source[0].value(QLatin1String(column))) << column;
-    EXPECT_EQ(copy[0].value(QStringLiteral("Active")).toInt(), 0);
+    EXPECT_EQ(copy[0].value(u"Active"_s).toInt(), 0);
     // Last verb and message words are not carried over.
-    EXPECT_EQ(source[0].value(QStringLiteral("LastVerb")).toInt(), 102);
-    EXPECT_TRUE(copy[0].value(QStringLiteral("LastVerb")).isNull());
-    EXPECT_TRUE(copy[0].value(QStringLiteral("Message")).isNull());
+    EXPECT_TRUE(copy[0].value(u"LastVerb"_s).isNull());
+    EXPECT_TRUE(copy[0].value(u"Message"_s).isNull());
 }
 
 // Renames through the list's own editor, as the user types them.
-class RenameTest : public RulesMainTest {
-protected:
-    void Rename(forms::frmRulesMain& form, int row, const QString& text)
-    {
-        QTreeWidget* list = List(form);
-        Select(form, {row});
-        list->editItem(list->topLevelItem(row), 0);
-        auto* editor = list->findChild<QLineEdit*>(QStringLiteral("txtRename"));
+TEST_F(RulesMainTest, RenamesWriteAtOnceAndCraftedNamesChangeNothing)
+{
+    AddThree();
+    const auto before = Rows(u"SELECT * FROM Rules ORDER BY RuleID"_s);
+    auto form = OpenManager();
+    auto rename = [&](const QString& text) {
+        QTreeWidget* list = List(*form);
+        Select(*form, {1});
+        list->editItem(list->topLevelItem(1), 0);
+        auto* editor = list->findChild<QLineEdit*>(u"txtRename"_s);
         ASSERT_NE(editor, nullptr);
         editor->setText(text);
         QTest::keyClick(editor, Qt::Key_Return);
         QCoreApplication::processEvents();  // the delegate commits on a queued call
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    QList<QVariantMap> Snapshot() { return Rows(QStringLiteral("SELECT * FROM Rules ORDER BY RuleID")); }
-};
-
-TEST_F(RenameTest, RenameWritesAtOnceWithoutTouchingApply)
-{
-    AddThree();
-    auto form = Open();
-    Rename(*form, 1, QStringLiteral("Bills; DELETE FROM Rules"));
-    EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Bills; DELETE FROM Rules", "Gamma"}));
-    EXPECT_FALSE(Button(*form, "btnApply")->isEnabled());
-}
-
-TEST_F(RenameTest, EmptyNameIsRefused)
-{
-    AddThree();
-    auto form = Open();
-    Rename(*form, 1, QString());
-    EXPECT_EQ(ListNames(*form), QStringList({"Alpha", "Beta", "Gamma"}));
-    EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Beta", "Gamma"}));
-}
-
-TEST_F(RenameTest, ApostropheFailsAndCraftedNamesChangeNothing)
-{
-    AddThree();
-    const auto before = Snapshot();
-    auto form = Open();
-    const QString names[] = {QStringLiteral("O'Brien"), QStringLiteral("', Active=0 WHERE 1=1 --"),
-                             QStringLiteral("x', RuleName='y"), QStringLiteral("'")};
-    for (const QString& name : names) {
+    };
+    for (const QString& name : {u"O'Brien"_s, u"', Active=0 WHERE 1=1 --"_s, u"x', RuleName='y"_s, u"'"_s}) {
+        SCOPED_TRACE(name.toStdString());
         m_answerer.clear();
-        Rename(*form, 1, name);
-        ASSERT_EQ(m_answerer.shown().size(), 1u) << name.toStdString();
+        rename(name);
+        ASSERT_EQ(m_answerer.shown().size(), 1u);
         const QString text = m_answerer.shown()[0].text;
-        EXPECT_TRUE(text.startsWith(QStringLiteral("Error -2147217900 (Syntax error"))) << text.toStdString();
-        EXPECT_TRUE(
-            text.endsWith(QStringLiteral("in procedure ListView1_AfterLabelEdit of Form frmRulesMain")))
+        EXPECT_TRUE(text.startsWith(u"Error -2147217900 (Syntax error"_s)) << text.toStdString();
+        EXPECT_TRUE(text.endsWith(u"in procedure ListView1_AfterLabelEdit of Form frmRulesMain"_s))
             << text.toStdString();
         // The list keeps what was typed until the next reload.
         EXPECT_EQ(List(*form)->topLevelItem(1)->text(0), name);
-        EXPECT_EQ(Snapshot(), before) << name.toStdString();
+        EXPECT_EQ(Rows(u"SELECT * FROM Rules ORDER BY RuleID"_s), before);
     }
     m_answerer.clear();  // the reports were expected
+
+    rename(QString());  // refused: the row keeps its text
+    EXPECT_EQ(List(*form)->topLevelItem(1)->text(0), u"'"_s);
+    EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Beta", "Gamma"}));
+    rename(u"Bills; DELETE FROM Rules"_s);
+    EXPECT_EQ(StoredOrder(), QStringList({"Alpha", "Bills; DELETE FROM Rules", "Gamma"}));
+    EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
+    EXPECT_TRUE(m_answerer.shown().empty());
 }
 
 TEST_F(RulesMainTest, PreviewListsWhatWouldMoveAndMovesNothing)
 {
-    AddMail(QStringLiteral("Inbox"), QStringLiteral("Invoice 17"));
-    AddMail(QStringLiteral("Inbox"), QStringLiteral("Invoice 18"));
-    AddMail(QStringLiteral("Inbox"), QStringLiteral("Lunch"));
-    AddRule(QStringLiteral("Other"), 1, true, QStringLiteral("nothing-matches-this"));
-    AddRule(QStringLiteral("Bills"), 2, false, QStringLiteral("Invoice"));
-    auto form = Open();
-
+    for (const char* subject : {"Invoice 17", "Invoice 18", "Lunch"})
+        AddMail(u"Inbox"_s, QLatin1String(subject));
+    AddRule(u"Other"_s, u"Subject='nothing-matches-this'"_s);
+    AddRule(u"Bills"_s, u"Subject='Invoice', Active=0"_s);
+    const int lost = AddRule(u"Lost"_s, u"Subject='x'"_s);
+    auto form = OpenManager();
     QString caption;
     QStringList lines;
     onModal = [&](QDialog& dialog) {
         auto* preview = dynamic_cast<forms::frmRulePreview*>(&dialog);
         ASSERT_NE(preview, nullptr);
         caption = preview->windowTitle();
-        auto* list = preview->findChild<QListWidget*>(QStringLiteral("lstPreview"));
+        lines.clear();
+        auto* list = Child<QListWidget>(*preview, "lstPreview");
         for (int i = 0; i < list->count(); ++i) lines << list->item(i)->text();
-        preview->findChild<QAbstractButton*>(QStringLiteral("btnOK"))->click();
+        Click(*preview, "btnOK");
     };
     Select(*form, {1});
-    Button(*form, "btnPreview")->click();
-    EXPECT_EQ(caption, QStringLiteral("Rule Preview: Bills"));
+    Click(*form, "btnPreview");
+    EXPECT_EQ(caption, u"Rule Preview: Bills"_s);
     lines.sort();
     EXPECT_EQ(lines, QStringList({"Invoice 17", "Invoice 18"}));
-    EXPECT_EQ(Subjects(QStringLiteral("Inbox")), QStringList({"Invoice 17", "Invoice 18", "Lunch"}));
-    EXPECT_TRUE(Subjects(QStringLiteral("Archive")).isEmpty());
-
-    lines.clear();
+    EXPECT_EQ(Subjects(u"Inbox"_s), QStringList({"Invoice 17", "Invoice 18", "Lunch"}));
+    EXPECT_TRUE(Subjects(u"Archive"_s).isEmpty());
     Select(*form, {0});
-    Button(*form, "btnPreview")->click();
+    Click(*form, "btnPreview");
     EXPECT_TRUE(lines.isEmpty());
-    EXPECT_EQ(caption, QStringLiteral("Rule Preview: Other"));
-}
+    EXPECT_EQ(caption, u"Rule Preview: Other"_s);
 
-TEST_F(RulesMainTest, PreviewOfARuleWhoseDestinationIsGoneShowsNoForm)
-{
-    const int id = AddRule(QStringLiteral("Lost"), 1, true, QStringLiteral("x"));
-    auto form = Open();
-    // Point the destination at a folder that does not exist.
+    // A rule whose destination is gone shows no form.
+    onModal = nullptr;
     ASSERT_TRUE(m_p->addIn->DB1()->ExecuteSQL(
-        QStringLiteral("UPDATE Rules SET DstEntryID='4D564D3146FFFFFFFF' WHERE RuleID=%1").arg(id)));
-    Select(*form, {0});
-    Button(*form, "btnPreview")->click();  // onModal unset: a form would fail the test
+        u"UPDATE Rules SET DstEntryID='4D564D3146FFFFFFFF' WHERE RuleID=%1"_s.arg(lost)));
+    Select(*form, {2});
+    Click(*form, "btnPreview");
     ASSERT_EQ(m_answerer.shown().size(), 1u);
-    EXPECT_EQ(m_answerer.shown()[0].text,
-              QStringLiteral("The Destination Folder for rule: Lost can not be found."));
+    EXPECT_EQ(m_answerer.shown()[0].text, u"The Destination Folder for rule: Lost can not be found."_s);
     EXPECT_EQ(m_answerer.shown()[0].style, os::vbExclamation);
 }
 
-TEST_F(RulesMainTest, RunAllNowRunsTheActiveRulesAndCloses)
+TEST_F(RulesMainTest, NewRuleKeepsThePendingOrderAndDoubleClickModifiesTheRow)
 {
-    AddMail(QStringLiteral("Inbox"), QStringLiteral("Invoice 17"));
-    AddMail(QStringLiteral("Inbox"), QStringLiteral("Lunch"));
-    AddRule(QStringLiteral("Bills"), 1, true, QStringLiteral("Invoice"));
-    AddRule(QStringLiteral("Food"), 2, false, QStringLiteral("Lunch"));
-    auto form = Open();
-    Button(*form, "btnRunNow")->click();
-    EXPECT_FALSE(form->isVisible());
-    EXPECT_EQ(form->result(), QDialog::Accepted);
-    EXPECT_EQ(Subjects(QStringLiteral("Archive")), QStringList({"Invoice 17"}));
-    EXPECT_EQ(Subjects(QStringLiteral("Inbox")), QStringList({"Lunch"}));
-}
+    AddThree();
+    auto form = OpenManager();
+    Select(*form, {1});
+    Click(*form, "btnMoveUp");  // Beta Alpha Gamma, not saved
+    AnswerEditor("New", [](Editor& e) {
+        SetText(e, "txtRuleName", u"Delta"_s);
+        SetText(e, "txtSubject", u"delta"_s);
+    });
+    Click(*form, "btnNew");
+    EXPECT_EQ(ListNames(*form), QStringList({"Beta", "Alpha", "Gamma", "Delta"}));
+    EXPECT_EQ(StoredOrder(), QStringList({"Beta", "Alpha", "Gamma", "Delta"}));
+    EXPECT_EQ(Rows(u"SELECT SortID FROM Rules WHERE SortID BETWEEN 1 AND 4"_s).size(), 4);
+    EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
+    EXPECT_TRUE(Child(*form, "btnRunNow")->isEnabled());
 
-TEST_F(RulesMainTest, DoubleClickModifiesTheRowAndReloads)
-{
-    AddRule(QStringLiteral("Alpha"), 1, true, QStringLiteral("a"));
-    AddRule(QStringLiteral("Beta"), 2, true, QStringLiteral("b"));
-    AddRule(QStringLiteral("Gamma"), 3, true, QStringLiteral("c"));
-    auto form = Open();
     int opened = 0;
-    onModal = [&](QDialog& dialog) {
-        ++opened;
-        auto* editor = dynamic_cast<forms::frmRuleProps*>(&dialog);
-        ASSERT_NE(editor, nullptr);
-        EXPECT_EQ(editor->Action, QStringLiteral("Update"));
-        editor->findChild<QLineEdit*>(QStringLiteral("txtRuleName"))->setText(QStringLiteral("Beta 2"));
-        editor->findChild<QAbstractButton*>(QStringLiteral("btnOK"))->click();
-    };
-    const QPoint onBeta = List(*form)->visualItemRect(List(*form)->topLevelItem(1)).center();
-    QTest::mouseClick(List(*form)->viewport(), Qt::LeftButton, {}, onBeta);
-    QTest::mouseDClick(List(*form)->viewport(), Qt::LeftButton, {}, onBeta);
+    AnswerEditor(
+        "Update",
+        [](Editor& e) {
+            SetText(e, "txtRuleName", u"Alpha 2"_s);
+            SetText(e, "txtSubject", u"s"_s);
+        },
+        nullptr, &opened);
+    const QPoint onAlpha = List(*form)->visualItemRect(List(*form)->topLevelItem(1)).center();
+    QTest::mouseClick(List(*form)->viewport(), Qt::LeftButton, {}, onAlpha);
+    QTest::mouseDClick(List(*form)->viewport(), Qt::LeftButton, {}, onAlpha);
     EXPECT_EQ(opened, 1);
-    EXPECT_EQ(ListNames(*form), QStringList({"Alpha", "Beta 2", "Gamma"}));
+    EXPECT_EQ(ListNames(*form), QStringList({"Beta", "Alpha 2", "Gamma", "Delta"}));
     EXPECT_EQ(form->SelectedPositions(), QList<int>({2}));
 }
 
-TEST_F(RulesMainTest, NewRuleIsSavedWithThePendingOrder)
+TEST_F(RulesMainTest, GetUpdatesStartsTheUpdaterOfTheInstallationOrSaysWhereUpdatesComeFrom)
 {
-    AddThree();
-    auto form = Open();
-    Select(*form, {1});
-    Button(*form, "btnMoveUp")->click();  // Beta Alpha Gamma, not saved
-    onModal = [&](QDialog& dialog) {
-        auto* editor = dynamic_cast<forms::frmRuleProps*>(&dialog);
-        ASSERT_NE(editor, nullptr);
-        EXPECT_EQ(editor->Action, QStringLiteral("New"));
-        editor->findChild<QLineEdit*>(QStringLiteral("txtRuleName"))->setText(QStringLiteral("Delta"));
-        editor->findChild<QLineEdit*>(QStringLiteral("txtSubject"))->setText(QStringLiteral("delta"));
-        const QString storeHex = StoreHex();
-        for (const char* folder : {"Inbox", "Archive"})
-            m_picker.answers.push_back(m_p->ns->GetFolderFromID(FolderHex(QLatin1String(folder)), storeHex));
-        editor->findChild<QAbstractButton*>(QStringLiteral("btnSrcFolderBrowse"))->click();
-        editor->findChild<QAbstractButton*>(QStringLiteral("btnDstFolderBrowse"))->click();
-        editor->findChild<QAbstractButton*>(QStringLiteral("btnOK"))->click();
-    };
-    Button(*form, "btnNew")->click();
-    EXPECT_EQ(ListNames(*form), QStringList({"Beta", "Alpha", "Gamma", "Delta"}));
-    EXPECT_EQ(StoredOrder(), QStringList({"Beta", "Alpha", "Gamma", "Delta"}));
-    EXPECT_EQ(Rows(QStringLiteral("SELECT SortID FROM Rules WHERE SortID BETWEEN 1 AND 4")).size(), 4);
-    EXPECT_FALSE(Button(*form, "btnApply")->isEnabled());
-    EXPECT_TRUE(Button(*form, "btnRunNow")->isEnabled());
-}
-
-TEST_F(RulesMainTest, GetUpdatesWithoutAnUpdaterSaysWhereUpdatesComeFrom)
-{
-    auto form = Open();
-    Button(*form, "btnUpdates")->click();
+    Click(*OpenManager(), "btnUpdates");  // no shell: nothing to start
     ASSERT_EQ(m_answerer.shown().size(), 1u);
     EXPECT_EQ(m_answerer.shown()[0].style, os::vbInformation);
-    EXPECT_TRUE(m_answerer.shown()[0].text.contains(QStringLiteral("package manager")));
-}
+    EXPECT_TRUE(m_answerer.shown()[0].text.contains(u"package manager"_s));
 
-TEST_F(RulesMainTest, GetUpdatesStartsTheUpdaterOfTheInstallation)
-{
+    m_answerer.clear();
     os::Shell shell;
     m_shell = &shell;
     const QString install = m_p->addIn->InstallDir();
-    QFile script(install + QStringLiteral("/update"));
+    QFile script(install + u"/update"_s);
     ASSERT_TRUE(script.open(QIODevice::WriteOnly));
     script.write("#!/bin/sh\necho started > \"$PWD/update.ran\"\n");
     script.close();
     script.setPermissions(script.permissions() | QFile::ExeOwner);
-    auto form = Open();
-    Button(*form, "btnUpdates")->click();
+    Click(*OpenManager(), "btnUpdates");
     EXPECT_TRUE(m_answerer.shown().empty());
     // Started without waiting: it leaves its mark in the installation folder.
-    QDeadlineTimer deadline(10000);
-    while (!QFile::exists(install + QStringLiteral("/update.ran")) && !deadline.hasExpired())
-        QTest::qWait(20);
-    EXPECT_TRUE(QFile::exists(install + QStringLiteral("/update.ran")));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(install + u"/update.ran"_s); }, 10000));
+}
+
+QList<QVariantMap> WithoutIds(QList<QVariantMap> rows)
+{
+    for (auto& row : rows) row.remove(u"RuleID"_s);
+    return rows;
+}
+
+TEST_F(RulesMainTest, ExportThenImportIntoAnotherProfileGivesTheSameRules)
+{
+    AddRule(u"Bills"_s, u"Subject='Invoice \"due now\"'"_s);
+    AddRule(u"Lists"_s, u"Subject='digest', Active=0"_s);
+    const QString file = m_tmp.filePath(u"rules.xml"_s);
+    {
+        auto form = OpenManager();
+        Click(*form, "btnExport");  // both dialogs cancelled: nothing happens
+        Click(*form, "btnImport");
+        EXPECT_EQ(m_files.requests().size(), 2u);
+        EXPECT_TRUE(m_answerer.shown().empty());
+        EXPECT_EQ(StoredOrder(), QStringList({"Bills", "Lists"}));
+        m_files.Queue(u"  "_s + file + u" "_s);
+        Click(*form, "btnExport");
+    }
+    ASSERT_EQ(m_files.requests().size(), 3u);
+    const os::FileDialogRequest& asked = m_files.requests()[2];
+    EXPECT_EQ(asked.kind, os::FileDialogRequest::Kind::Save);
+    EXPECT_EQ(asked.initialDir, m_p->dir + u"/install"_s);
+    EXPECT_TRUE(asked.promptOverwrite);
+    ASSERT_TRUE(QFile::exists(file));
+    EXPECT_EQ(m_answerer.texts(), QStringList({"Rules Exported Successfully"}));
+
+    auto second = MakeProfile(u"second"_s);
+    AddRule(u"Already here"_s, u"Active=0"_s, second.get());
+    AddMail(u"Inbox"_s, u"Invoice due now"_s, second.get());
+    AddMail(u"Inbox"_s, u"Invoice paid"_s, second.get());
+    auto form = OpenManager(second.get());
+    Click(*form, "btnCheckNone");  // pending changes are dropped by the import
+    m_files.Queue(file);
+    Click(*form, "btnImport");
+    EXPECT_EQ(m_answerer.texts().back(), u"Rules Imported Successfully"_s);
+    EXPECT_EQ(ListNames(*form), QStringList({"Already here", "Bills", "Lists"}));
+    EXPECT_FALSE(Child(*form, "btnApply")->isEnabled());
+    EXPECT_TRUE(Child(*form, "btnRunNow")->isEnabled());
+    auto imported = WithoutIds(Rows(u"SELECT * FROM Rules ORDER BY SortID, RuleName"_s, second.get()));
+    imported.removeFirst();  // "Already here"
+    EXPECT_EQ(imported, WithoutIds(Rows(u"SELECT * FROM Rules ORDER BY SortID, RuleName"_s)));
+
+    // The folders belong to the first profile's store: the rule names them,
+    // but in the second profile they must be picked again.
+    m_answerer.clear();
+    Select(*form, {1});
+    Click(*form, "btnPreview");
+    EXPECT_EQ(m_answerer.texts(), QStringList({"The Source Folder for rule: Bills can not be found."}));
+    // Picked again in the editor, the imported rule runs in its new home.
+    AnswerEditor("Update", nullptr, second.get());
+    Select(*form, {1});
+    Click(*form, "btnModify");
+    Click(*form, "btnRunNow");
+    EXPECT_EQ(form->result(), QDialog::Accepted);
+    EXPECT_EQ(Subjects(u"Archive"_s, second.get()), QStringList({"Invoice due now"}));
+    EXPECT_EQ(Subjects(u"Inbox"_s, second.get()), QStringList({"Invoice paid"}));
+    second->addIn->CloseDatabases();
 }
 
 }  // namespace
