@@ -7,12 +7,6 @@
 
 namespace mv::test {
 
-QString BuiltDatabase(const QString& name)
-{
-    if (name == QLatin1String("template")) return QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb");
-    return QStringLiteral(MV_BINARY_DIR "/tests/store/fixtures/%1.mdb").arg(name);
-}
-
 QString Query(const QString& path, const QString& sql)
 {
     sqlite3* db = nullptr;
