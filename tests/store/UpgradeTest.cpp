@@ -6,7 +6,6 @@
 #include "addin/OutAddIn.h"
 #include "platform/os/Clock.h"
 
-
 namespace mv::test {
 namespace {
 
@@ -61,6 +60,9 @@ TEST_F(UpgradeTest, OldestFileNeedsThreeStartsAndKeepsItsRules)
               QStringLiteral("1|1|0|1|120|340|2|1|1"))
         << "the user's own settings survive";
     EXPECT_EQ(MsgAgeIds(path), QStringLiteral("1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17"));
+    EXPECT_EQ(Query(path, QStringLiteral("SELECT group_concat(MsgAgeID || timeField || timeDiff, ' ') FROM MsgAge "
+                                         "WHERE MsgAgeID > 12")),
+              QStringLiteral("13x0 14n-15 15d-3 16d-4 17d-5"));
     EXPECT_EQ(Columns(path, QStringLiteral("Rules")),
               Columns(BuiltDatabase(QStringLiteral("v140")), QStringLiteral("Rules")))
         << "address and subject columns are long text, LastVerb and Message added, order kept";
