@@ -184,69 +184,9 @@ TEST_F(AddInStoreTest, EmptyExportImportsNothingAndSucceeds)
     EXPECT_EQ(RuleCount(), QStringLiteral("0"));
 }
 
-// What ADO writes for the Rules table, written by hand: the schema of the
-// eighteen columns, then rows with both quote styles, character references,
-// attributes in another order, a CR LF in a memo and nulls left out.
-QByteArray HandWrittenExport()
-{
-    const std::pair<const char*, const char*> columns[] = {
-        {"RuleID", "dt:type='int' dt:maxLength='4' rs:precision='10' rs:fixedlength='true'"},
-        {"RuleName", "dt:type='string' dt:maxLength='150'"},
-        {"FromAddress", "memo"}, {"ToAddress", "memo"}, {"CcAddress", "memo"}, {"Subject", "memo"},
-        {"Importance", "i2"}, {"Status", "i2"}, {"FlagStatus", "i2"}, {"MsgAgeID", "i2"},
-        {"SrcEntryID", "memo"}, {"SrcStoreID", "memo"}, {"DstEntryID", "memo"}, {"DstStoreID", "memo"},
-        {"Active", "i2"}, {"SortID", "i2"}, {"LastVerb", "i2"}, {"Message", "memo"},
-    };
-    QByteArray xml = "<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00C14882'\n"
-                     "\txmlns:dt='uuid:C2F41010-65B3-11d1-A29F-00AA00C14882'\n"
-                     "\txmlns:rs='urn:schemas-microsoft-com:rowset'\n\txmlns:z='#RowsetSchema'>\n"
-                     "<s:Schema id='RowsetSchema'>\n\t<s:ElementType name='row' content='eltOnly' rs:updatable='true'>\n";
-    int number = 0;
-    for (const auto& [name, type] : columns) {
-        const QByteArray t(type);
-        xml += "\t\t<s:AttributeType name='" + QByteArray(name) + "' rs:number='" + QByteArray::number(++number) +
-               "' rs:nullable='true' rs:writeunknown='true'>\n\t\t\t<s:datatype " +
-               (t == "memo" ? QByteArray("dt:type='string' dt:maxLength='536870910' rs:long='true'")
-                : t == "i2" ? QByteArray("dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'")
-                            : t) +
-               "/>\n\t\t</s:AttributeType>\n";
-    }
-    xml += R"(		<s:extends type='rs:rowbase'/>
-	</s:ElementType>
-</s:Schema>
-<rs:data>
-	<z:row RuleID='7' RuleName="Tom O'Neil &amp; Co" FromAddress='tom@example.com;&#x22;Tom&#x22; &lt;t@x.y&gt;' ToAddress=''
-		 CcAddress='' Subject='"quarterly report" Grüße' Importance='2' Status='0' FlagStatus='2'
-		 MsgAgeID='14' SrcEntryID='0000AA' SrcStoreID='0000BB' DstEntryID='0000CC' DstStoreID='0000BB' Active='-1'
-		 SortID='3'/>
-	<z:row SortID='5' Active='0' RuleID='8' RuleName='日本語のルール' FromAddress='' ToAddress='' CcAddress='' Subject=''
-		 Importance='3' Status='2' FlagStatus='0' MsgAgeID='13' SrcEntryID='01' SrcStoreID='02' DstEntryID='03'
-		 DstStoreID='02' LastVerb='104' Message='first line&#xD;&#xA;second line'/>
-</rs:data>
-</xml>
-)";
-    return xml;
-}
-
-TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
-{
-    Start(QStringLiteral("template"));
-    const QString file = TempPath(QStringLiteral("hand.xml"));
-    {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(HandWrittenExport());
-    }
-    ASSERT_TRUE(m_addIn->ImportRulesFrom(file)) << Reports().join(u'\n').toStdString();
-    EXPECT_EQ(Query(m_path, QStringLiteral("SELECT %1 FROM Rules ORDER BY RuleID").arg(kRuleFields)),
-              QStringLiteral("Tom O'Neil & Co|tom@example.com;\"Tom\" <t@x.y>|||\"quarterly report\" Grüße|2|0|2|14|"
-                             "0000AA|0000BB|0000CC|0000BB|-1|3|NULL|\n"
-                             "日本語のルール|||||3|2|0|13|01|02|03|02|0|5|104|first line\r\nsecond line"));
-}
-
-// A file in ADO's layout naming `columns` in this order, with one rule whose
-// values follow the names: text columns hold their own name, numbers 1.
-QByteArray RulesFile(const QStringList& columns)
+// A file in ADO's layout naming `columns` in this order, with `rows` as
+// given or else one rule whose text columns hold their own name, numbers 1.
+QByteArray RulesFile(const QStringList& columns, const QByteArray& rows = {})
 {
     const QStringList numbers = {"RuleID", "Importance", "Status", "FlagStatus", "MsgAgeID", "Active", "SortID", "LastVerb"};
     QByteArray xml = "<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00C14882'\n"
@@ -259,17 +199,44 @@ QByteArray RulesFile(const QStringList& columns)
         const bool isNumber = numbers.contains(c);
         xml += "\t\t<s:AttributeType name='" + c.toUtf8() + "' rs:number='" + QByteArray::number(++number) +
                "' rs:nullable='true'>\n\t\t\t<s:datatype " +
-               (isNumber ? "dt:type='i2' dt:maxLength='2'" : "dt:type='string' dt:maxLength='255'") +
+               (isNumber ? "dt:type='i2' dt:maxLength='2'" : "dt:type='string' dt:maxLength='536870910' rs:long='true'") +
                "/>\n\t\t</s:AttributeType>\n";
         row += " " + c.toUtf8() + "='" + (isNumber ? QByteArray("1") : c.toUtf8()) + "'";
     }
-    return xml + "\t\t<s:extends type='rs:rowbase'/>\n\t</s:ElementType>\n</s:Schema>\n<rs:data>\n" + row +
-           "/>\n</rs:data>\n</xml>\n";
+    return xml + "\t\t<s:extends type='rs:rowbase'/>\n\t</s:ElementType>\n</s:Schema>\n<rs:data>\n" +
+           (rows.isEmpty() ? row + "/>\n" : rows) + "</rs:data>\n</xml>\n";
+}
+
+const QStringList kTableColumns = (QStringLiteral("RuleID, ") + kRuleFields).split(QStringLiteral(", "));
+
+// Rows as ADO writes them, by hand: both quote styles, character references,
+// attributes in another order, a CR LF in a memo and nulls left out.
+TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
+{
+    Start(QStringLiteral("template"));
+    const QString file = TempPath(QStringLiteral("hand.xml"));
+    {
+        QFile f(file);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(RulesFile(kTableColumns, R"(	<z:row RuleID='7' RuleName="Tom O'Neil &amp; Co" FromAddress='tom@example.com;&#x22;Tom&#x22; &lt;t@x.y&gt;' ToAddress=''
+		 CcAddress='' Subject='"quarterly report" Grüße' Importance='2' Status='0' FlagStatus='2'
+		 MsgAgeID='14' SrcEntryID='0000AA' SrcStoreID='0000BB' DstEntryID='0000CC' DstStoreID='0000BB' Active='-1'
+		 SortID='3'/>
+	<z:row SortID='5' Active='0' RuleID='8' RuleName='日本語のルール' FromAddress='' ToAddress='' CcAddress='' Subject=''
+		 Importance='3' Status='2' FlagStatus='0' MsgAgeID='13' SrcEntryID='01' SrcStoreID='02' DstEntryID='03'
+		 DstStoreID='02' LastVerb='104' Message='first line&#xD;&#xA;second line'/>
+)"));
+    }
+    ASSERT_TRUE(m_addIn->ImportRulesFrom(file)) << Reports().join(u'\n').toStdString();
+    EXPECT_EQ(Query(m_path, QStringLiteral("SELECT %1 FROM Rules ORDER BY RuleID").arg(kRuleFields)),
+              QStringLiteral("Tom O'Neil & Co|tom@example.com;\"Tom\" <t@x.y>|||\"quarterly report\" Grüße|2|0|2|14|"
+                             "0000AA|0000BB|0000CC|0000BB|-1|3|NULL|\n"
+                             "日本語のルール|||||3|2|0|13|01|02|03|02|0|5|104|first line\r\nsecond line"));
 }
 
 TEST_F(AddInStoreTest, FileWhoseColumnsAreNotTheTablesIsRefusedBeforeAnyInsert)
 {
-    const QStringList table = (QStringLiteral("RuleID, ") + kRuleFields).split(QStringLiteral(", "));
+    const QStringList& table = kTableColumns;
     QStringList swapped = table, withoutSubject = table, withoutMessage = table, extra = table;
     swapped.swapItemsAt(table.indexOf("SrcEntryID"), table.indexOf("DstEntryID"));
     withoutSubject.removeOne("Subject");

@@ -88,76 +88,66 @@ TEST_F(UpgradeTest, OldestFileNeedsThreeStartsAndKeepsItsRules)
     EXPECT_EQ(RuleRows(path), rules);
 }
 
-struct OneStartCase {
-    const char* name;
-    const char* fixture;
-    const char* prepare;      // SQL run on the file first, or nullptr
-    const char* versionAfter;
-    const char* msgAgeAfter;
-    std::vector<const char*> reports;  // the procedure each report names, in order
-};
-
-class UpgradeOneStartTest : public UpgradeTest, public ::testing::WithParamInterface<OneStartCase> {};
-
-TEST_P(UpgradeOneStartTest, MovesToItsNextStop)
+TEST_F(UpgradeTest, EachReleaseMovesToItsNextStopInOneStart)
 {
-    const auto& c = GetParam();
-    const QString path = CopyDatabase(QString::fromLatin1(c.fixture));
-    if (c.prepare) {
-        ASSERT_TRUE(Open(path)->ExecuteSQL(QString::fromLatin1(c.prepare)));
-    }
-    const QString rules = RuleRows(path);
-    const QString before = Everything(path);
-    const QStringList reports = Start(path);
-    EXPECT_EQ(Version(path), QString::fromLatin1(c.versionAfter));
-    EXPECT_EQ(MsgAgeIds(path), QString::fromLatin1(c.msgAgeAfter));
-    EXPECT_EQ(RuleRows(path), rules);
-    ASSERT_EQ(static_cast<size_t>(reports.size()), c.reports.size()) << reports.join(u'\n').toStdString();
-    for (int i = 0; i < reports.size(); ++i) {
-        EXPECT_TRUE(reports.at(i).startsWith(QLatin1String("Error ")));
-        EXPECT_TRUE(reports.at(i).endsWith(QLatin1String(" in procedure ") + QLatin1String(c.reports[i])))
-            << reports.at(i).toStdString();
-        // A step reports the error of its failed statement under its own name.
-        if (i > 0 && QByteArray(c.reports[i - 1]).startsWith("ExecuteSQL")) {
-            EXPECT_EQ(reports.at(i).section(QLatin1String(" in procedure "), 0, 0),
-                      reports.at(i - 1).section(QLatin1String(" in procedure "), 0, 0));
-        }
-    }
-    if (QByteArray(c.versionAfter) == "1.4.0" && !c.prepare) {
-        EXPECT_EQ(Query(path, QStringLiteral("SELECT count(*) FROM Rules WHERE LastVerb = 0 AND Message = ''")),
-                  QStringLiteral("3"));
-    }
-    if (QByteArray(c.name).startsWith("untouched")) {
-        EXPECT_EQ(Everything(path), before);
-    }
-}
-
-const char* const k12 = "1,2,3,4,5,6,7,8,9,10,11,12";
-const char* const k17 = "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17";
-const char* const k20 = "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20";
-const char* const kLoad = "LoadSettings of Class Module OutAddIn";  // no alignTime below 1.5.0
-const char* const kExec = "ExecuteSQL, Contact Sorquin Support";
-
-INSTANTIATE_TEST_SUITE_P(
-    Releases, UpgradeOneStartTest,
-    ::testing::Values(
-        OneStartCase{"v100", "v100", nullptr, "1.4.0", k17, {kLoad}},
-        OneStartCase{"v110", "v110", nullptr, "1.4.0", k17, {kLoad}},
-        OneStartCase{"v120", "v120", nullptr, "1.4.0", k17, {kLoad}},
-        OneStartCase{"v130", "v130", nullptr, "1.4.0", k17, {kLoad}},
-        OneStartCase{"v140", "v140", nullptr, "1.5.0", k20, {}},
-        OneStartCase{"v150", "v150", nullptr, "1.8.0", k20, {}},
-        OneStartCase{"untouched_current", "template", nullptr, "1.8.0", k20, {}},
-        OneStartCase{"untouched_unknown_version", "v150", "UPDATE [settings] SET version='2.0.0-beta'", "2.0.0-beta",
-                     k20, {}},
+    const char* const k12 = "1,2,3,4,5,6,7,8,9,10,11,12";
+    const char* const k17 = "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17";
+    const char* const k20 = "1,2,3,4,5,6,7,8,9,10,11,12,13,14,15,16,17,18,19,20";
+    const char* const kLoad = "LoadSettings of Class Module OutAddIn";  // no alignTime below 1.5.0
+    const char* const kExec = "ExecuteSQL, Contact Sorquin Support";
+    const struct {
+        const char* name;
+        const char* release;
+        const char* prepare;  // SQL run on the file first, or nullptr
+        const char* versionAfter;
+        const char* msgAgeAfter;
+        std::vector<const char*> reports;  // the procedure each report names, in order
+    } cases[] = {
+        {"v110", "v110", nullptr, "1.4.0", k17, {kLoad}},
+        {"v120", "v120", nullptr, "1.4.0", k17, {kLoad}},
+        {"v130", "v130", nullptr, "1.4.0", k17, {kLoad}},
+        {"v140", "v140", nullptr, "1.5.0", k20, {}},
+        {"v150", "v150", nullptr, "1.8.0", k20, {}},
+        {"untouched current", "template", nullptr, "1.8.0", k20, {}},
+        {"untouched unknown version", "v150", "UPDATE [settings] SET version='2.0.0-beta'", "2.0.0-beta", k20, {}},
         // A 1.0.0 file that already has the Smart Add columns: the first step
         // fails at once and adds no MsgAge rows; the next steps still run.
-        OneStartCase{"smart_add_columns_present", "v100_ra", nullptr, "1.4.0", k12,
-                     {kExec, "UpgradeTo110", kLoad}},
+        {"smart add columns present", "v100_ra", nullptr, "1.4.0", k12, {kExec, "UpgradeTo110", kLoad}},
         // Re-running a step whose first ADD already happened fails again there.
-        OneStartCase{"rerun_of_applied_step", "v150", "UPDATE [settings] SET version='1.4.0'", "1.4.0", k20,
-                     {kExec, "UpgradeTo150"}}),
-    [](const auto& info) { return std::string(info.param.name); });
+        {"rerun of applied step", "v150", "UPDATE [settings] SET version='1.4.0'", "1.4.0", k20, {kExec, "UpgradeTo150"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = CopyDatabase(QString::fromLatin1(c.release), QString::fromLatin1(c.name) + QStringLiteral(".mdb"));
+        if (c.prepare) {
+            ASSERT_TRUE(Open(path)->ExecuteSQL(QString::fromLatin1(c.prepare)));
+        }
+        const QString rules = RuleRows(path);
+        const QString before = Everything(path);
+        const QStringList reports = Start(path);
+        EXPECT_EQ(Version(path), QString::fromLatin1(c.versionAfter));
+        EXPECT_EQ(MsgAgeIds(path), QString::fromLatin1(c.msgAgeAfter));
+        EXPECT_EQ(RuleRows(path), rules);
+        ASSERT_EQ(static_cast<size_t>(reports.size()), c.reports.size()) << reports.join(u'\n').toStdString();
+        for (int i = 0; i < reports.size(); ++i) {
+            EXPECT_TRUE(reports.at(i).startsWith(QLatin1String("Error ")));
+            EXPECT_TRUE(reports.at(i).endsWith(QLatin1String(" in procedure ") + QLatin1String(c.reports[i])))
+                << reports.at(i).toStdString();
+            // A step reports the error of its failed statement under its own name.
+            if (i > 0 && QByteArray(c.reports[i - 1]).startsWith("ExecuteSQL")) {
+                EXPECT_EQ(reports.at(i).section(QLatin1String(" in procedure "), 0, 0),
+                          reports.at(i - 1).section(QLatin1String(" in procedure "), 0, 0));
+            }
+        }
+        if (QByteArray(c.versionAfter) == "1.4.0" && !c.prepare) {
+            EXPECT_EQ(Query(path, QStringLiteral("SELECT count(*) FROM Rules WHERE LastVerb = 0 AND Message = ''")),
+                      QStringLiteral("3"));
+        }
+        if (QByteArray(c.name).startsWith("untouched")) {
+            EXPECT_EQ(Everything(path), before);
+        }
+    }
+}
 
 }  // namespace
 }  // namespace mv::test
