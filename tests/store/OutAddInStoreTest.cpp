@@ -211,10 +211,7 @@ TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
 {
     Start(QStringLiteral("template"));
     const QString file = TempPath(QStringLiteral("hand.xml"));
-    {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(RulesFile(kTableColumns, R"(	<z:row RuleID='7' RuleName="Tom O'Neil &amp; Co" FromAddress='tom@example.com;&#x22;Tom&#x22; &lt;t@x.y&gt;' ToAddress=''
+    WriteBytes(file, RulesFile(kTableColumns, R"(	<z:row RuleID='7' RuleName="Tom O'Neil &amp; Co" FromAddress='tom@example.com;&#x22;Tom&#x22; &lt;t@x.y&gt;' ToAddress=''
 		 CcAddress='' Subject='"quarterly report" Grüße' Importance='2' Status='0' FlagStatus='2'
 		 MsgAgeID='14' SrcEntryID='0000AA' SrcStoreID='0000BB' DstEntryID='0000CC' DstStoreID='0000BB' Active='-1'
 		 SortID='3'/>
@@ -222,7 +219,6 @@ TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
 		 Importance='3' Status='2' FlagStatus='0' MsgAgeID='13' SrcEntryID='01' SrcStoreID='02' DstEntryID='03'
 		 DstStoreID='02' LastVerb='104' Message='first line&#xD;&#xA;second line'/>
 )"));
-    }
     ASSERT_TRUE(m_addIn->ImportRulesFrom(file)) << Reports().join(u'\n').toStdString();
     EXPECT_EQ(Query(m_path, QStringLiteral("SELECT %1 FROM Rules ORDER BY RuleID").arg(kRuleFields)),
               QStringLiteral("Tom O'Neil & Co|tom@example.com;\"Tom\" <t@x.y>|||\"quarterly report\" Grüße|2|0|2|14|"
@@ -254,11 +250,7 @@ TEST_F(AddInStoreTest, FileWhoseColumnsAreNotTheTablesIsRefusedBeforeAnyInsert)
         SCOPED_TRACE(c.name);
         m_answerer.clear();
         const QString file = TempPath(QStringLiteral("%1.xml").arg(QLatin1String(c.name)));
-        {
-            QFile f(file);
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            f.write(RulesFile(c.columns));
-        }
+        WriteBytes(file, RulesFile(c.columns));
         const bool imported = m_addIn->ImportRulesFrom(file);
         if (*c.mismatch == 0) {
             EXPECT_TRUE(imported) << Reports().join(u'\n').toStdString();
@@ -299,12 +291,7 @@ TEST_F(AddInStoreTest, BrokenFilesFailAndInsertNothing)
         SCOPED_TRACE(c.name);
         m_answerer.clear();
         const QString file = TempPath(QStringLiteral("broken.xml"));
-        QFile::remove(file);
-        {
-            QFile f(file);
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            f.write(c.bytes);
-        }
+        WriteBytes(file, c.bytes);
         EXPECT_FALSE(m_addIn->ImportRulesFrom(file));
         EXPECT_EQ(RuleCount(), QStringLiteral("3"));
         ASSERT_EQ(Reports().size(), 1);

@@ -49,6 +49,12 @@ QByteArray FileBytes(const QString& path)
     return f.readAll();
 }
 
+void WriteBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size()) << path.toStdString();
+}
+
 StoreTest::StoreTest()
 {
     store::RegisterAdoProgIds(m_progIds);

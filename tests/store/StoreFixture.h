@@ -33,6 +33,8 @@ QString Query(const QString& path, const QString& sql);
 // "name type, name type, ..." in table order.
 QString Columns(const QString& path, const QString& table);
 QByteArray FileBytes(const QString& path);
+// Writes `bytes` as the whole of `path`; fails the test when it cannot.
+void WriteBytes(const QString& path, const QByteArray& bytes);
 
 class StoreTest : public ::testing::Test {
 protected:

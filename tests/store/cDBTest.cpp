@@ -196,11 +196,7 @@ TEST_F(CDbTest, ExportReplacesAnExistingFileButKeepsItWhenTheQueryFails)
 {
     auto db = Open(CopyDatabase(QStringLiteral("v140")));
     const QString out = TempPath(QStringLiteral("rules.xml"));
-    {
-        QFile f(out);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("old contents that are much longer than nothing at all");
-    }
+    WriteBytes(out, "old contents that are much longer than nothing at all");
     ASSERT_TRUE(db->Export(QStringLiteral("Select * from Rules"), out));
     const QByteArray written = FileBytes(out);
     EXPECT_TRUE(written.contains("urn:schemas-microsoft-com:rowset"));
