@@ -136,17 +136,6 @@ TEST(RowsetXmlWrite, NamesThatAreNotXmlNamesGoToRsName)
     }
 }
 
-TEST(RowsetXmlWrite, EmptyRowsetHasSchemaAndNoRows)
-{
-    RowsetData d = test::RulesRowset();
-    d.rows.clear();
-    const QByteArray xml = RowsetXml::Write(d);
-    EXPECT_TRUE(xml.endsWith("</s:Schema>\n<rs:data>\n</rs:data>\n</xml>"));
-    const RowsetData back = RowsetXml::Read(xml);
-    EXPECT_EQ(back.columns.size(), 18u);
-    EXPECT_TRUE(back.rows.empty());
-}
-
 TEST(RowsetXmlWrite, RefusesWhatItCannotWrite)
 {
     struct Case {
