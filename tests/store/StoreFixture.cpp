@@ -60,11 +60,6 @@ StoreTest::StoreTest()
     store::RegisterAdoProgIds(m_progIds);
 }
 
-void StoreTest::SetUp()
-{
-    ASSERT_TRUE(m_dir.isValid());
-}
-
 QString StoreTest::CopyDatabase(const QString& name, const QString& fileName)
 {
     const QString target = m_dir.filePath(fileName);

@@ -39,7 +39,6 @@ void WriteBytes(const QString& path, const QByteArray& bytes);
 class StoreTest : public ::testing::Test {
 protected:
     StoreTest();
-    void SetUp() override;
 
     // Copies a built database into the temporary folder as `fileName`.
     QString CopyDatabase(const QString& name, const QString& fileName = QStringLiteral("mv.mdb"));

@@ -5,31 +5,10 @@
 
 #include "StoreFixture.h"
 
-#include <QFile>
-
 namespace mv::test {
 namespace {
 
 using store::cDB;
-
-TEST(ApostropheTest, DoublesEveryQuoteInPlace)
-{
-    ProgIdRegistry ids;
-    os::ScriptedAnswerer answerer;
-    os::ErrorReport report(answerer);
-    cDB db(ids, report, QString());
-    const std::pair<const char*, const char*> cases[] = {
-        {"O'Brien's", "O''Brien''s"}, {"plain", "plain"}, {"'", "''"},       {"''", "''''"},
-        {"", ""},                     {"'a'", "''a''"},   {"Zoë's café", "Zoë''s café"},
-    };
-    for (const auto& [in, out] : cases) {
-        QString text = QString::fromUtf8(in);
-        EXPECT_EQ(db.Apostrophe(text), QString::fromUtf8(out)) << in;
-        EXPECT_EQ(text, QString::fromUtf8(out)) << "the argument is rewritten as well";
-    }
-}
-
-// --- Connection strings -----------------------------------------------------
 
 TEST(ConnectionStringTest, KindsBuildTheirExactText)
 {
@@ -49,7 +28,6 @@ TEST(ConnectionStringTest, KindsBuildTheirExactText)
          "Jet OLEDB:Engine Type=5;"},
         {3, " /d/mv.mdb ", " admin ", "pw", " /opt/mv/ ",
          "Driver={Microsoft Access Driver (*.mdb)};DBQ=/d/mv.mdb;DefaultDir=/opt/mv/;UID=admin;PWD=;pw"},
-        {5, "/d/mv.mdb", "admin", "", "", ""},
     };
     for (const auto& c : cases)
         EXPECT_EQ(cDB::BuildConnectionString(c.kind, QString::fromUtf8(c.path), QString::fromUtf8(c.user),
@@ -59,6 +37,18 @@ TEST(ConnectionStringTest, KindsBuildTheirExactText)
 }
 
 class CDbTest : public StoreTest {};
+
+TEST_F(CDbTest, ApostropheDoublesEveryQuoteInPlace)
+{
+    cDB db(m_progIds, m_report, QString());
+    for (const auto& [in, out] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"O'Brien's", "O''Brien''s"}, {"plain", "plain"}, {"''", "''''"}, {"", ""}, {"Zoë's café", "Zoë''s café"}}) {
+        QString text = QString::fromUtf8(in);
+        EXPECT_EQ(db.Apostrophe(text), QString::fromUtf8(out)) << in;
+        EXPECT_EQ(text, QString::fromUtf8(out)) << "the argument is rewritten as well";
+    }
+}
+
 
 TEST_F(CDbTest, InitDbDefaultsTheDirectoryAndFailsOnAnUnknownKind)
 {
@@ -73,9 +63,7 @@ TEST_F(CDbTest, InitDbDefaultsTheDirectoryAndFailsOnAnUnknownKind)
     EXPECT_TRUE(Reports().isEmpty()) << "InitDB leaves the message to its caller";
 }
 
-// --- Identity ---------------------------------------------------------------
-
-TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnly)
+TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnlyAndAClosedConnectionReopensOnlyForCreateRs)
 {
     const QString path = CopyDatabase(QStringLiteral("v140"));
     auto db = Open(path);
@@ -94,36 +82,23 @@ TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnly)
     ASSERT_TRUE(db->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName]) VALUES ('later')")));
     EXPECT_EQ(db->NewID(), id);
     EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
-}
 
-// --- Closed connection --------------------------------------------------------
-
-TEST_F(CDbTest, ExecuteSqlRefusesAClosedConnectionWhileCreateRsReopensIt)
-{
-    const QString path = CopyDatabase(QStringLiteral("template"));
-    auto db = Open(path);
     db->Connection()->Close();
-
-    EXPECT_FALSE(db->ExecuteSQL(QStringLiteral("UPDATE [Settings] SET [WeekStart]=5")));
+    EXPECT_FALSE(db->ExecuteSQL(QStringLiteral("DELETE FROM [Rules]")));
     EXPECT_EQ(db->LastErrorNumber(), store::kErrDb1001);
     EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
                              store::kErrDb1001, QStringLiteral("Database connection is closed"),
                              QStringLiteral("ExecuteSQL, Contact Sorquin Support"))});
-    EXPECT_EQ(Query(path, QStringLiteral("SELECT WeekStart FROM Settings")), QStringLiteral("2"));
-
     std::unique_ptr<ado::Recordset> rs;
-    ASSERT_TRUE(db->CreateRS(rs, QStringLiteral("SELECT * From Settings")));
+    ASSERT_TRUE(db->CreateRS(rs, QStringLiteral("SELECT * From Rules")));
     EXPECT_EQ(db->Connection()->State(), ado::adStateOpen);
-    EXPECT_EQ(rs->Value(QStringLiteral("version")).toString(), QStringLiteral("1.8.0"));
+    EXPECT_EQ(rs->RecordCount(), 6);
 }
-
-// --- Cursor: RecordCount, FindDB, MoveDB ----------------------------------------
 
 class CursorTest : public StoreTest {
 protected:
     void SetUp() override
     {
-        StoreTest::SetUp();
         m_path = CopyDatabase(QStringLiteral("v140"));  // SortIDs 1, 4, 9; Active -1, 0, -1
         m_db = Open(m_path);
         ASSERT_TRUE(m_db->CreateRS(m_rs, QStringLiteral("SELECT * From Rules ORDER By SortID")));
@@ -150,9 +125,7 @@ TEST_F(CursorTest, FindDbByDirectionAndRecordCount)
         {"next skips the current row", 1, store::dbNext, "Active = -1", true, 9},
         {"previous skips the current row", 9, store::dbPrevious, "Active = -1", true, 1},
         {"next on the last row restores it", 9, store::dbNext, "SortID > 0", false, 9},
-        {"previous on the first row restores it", 1, store::dbPrevious, "SortID > 0", false, 1},
         {"no match anywhere restores the row", 4, store::dbFirst, "SortID = 77", false, 4},
-        {"text with an apostrophe", 1, store::dbFirst, "RuleName = 'O''Brien''s reports'", true, 4},
         {"unknown direction does nothing", 4, 9, "SortID = 1", true, 4},
     };
     for (const auto& c : cases) {
@@ -190,8 +163,6 @@ TEST_F(CursorTest, MoveDbStopsOnTheEndRowsAndResyncs)
     EXPECT_EQ(m_rs->Value(QStringLiteral("RuleName")).toString(), QStringLiteral("renamed"));
 }
 
-// --- Export -------------------------------------------------------------------
-
 TEST_F(CDbTest, ExportReplacesAnExistingFileButKeepsItWhenTheQueryFails)
 {
     auto db = Open(CopyDatabase(QStringLiteral("v140")));
@@ -208,10 +179,9 @@ TEST_F(CDbTest, ExportReplacesAnExistingFileButKeepsItWhenTheQueryFails)
     EXPECT_TRUE(Reports().first().endsWith(QLatin1String("in procedure Export of Class Module cDB")));
 }
 
-// --- Failure of each ADO object creation ------------------------------------------
-
 enum class Op { InitDB, CreateRS, ExecuteSQL, ExecutePrepared, Import, AppendField };
 
+// Makes the registry hand out no object for `progId`.
 template <class T>
 void Break(ProgIdRegistry& ids, const char* progId)
 {
@@ -220,26 +190,25 @@ void Break(ProgIdRegistry& ids, const char* progId)
 
 TEST_F(CDbTest, FailedObjectCreationGivesTheTabledErrorAndTheDefaultResult)
 {
+    const char* const kExec = "ExecuteSQL, Contact Sorquin Support";
+    const char* const kImport = "Import of Class Module cDB";
     const struct {
-        const char* progId;
+        const char* progId;  // "ADODB.Command" fails with "Failed to create Command object."
+        void (*brk)(ProgIdRegistry&, const char*);
         Op op;
         long number;
-        const char* description;
         const char* reportLabel;  // nullptr: the operation only returns its default
     } cases[] = {
-        {"ADODB.Connection", Op::InitDB, store::kErrDb1000, "Failed to create Connection object.", nullptr},
-        {"ADODB.Recordset", Op::CreateRS, store::kErrDb1002, "Failed to create Recordset object.", nullptr},
-        {"ADODB.Command", Op::CreateRS, store::kErrDb1003, "Failed to create Command object.", nullptr},
-        {"ADODB.Command", Op::ExecuteSQL, store::kErrDb1002, "Failed to create Command object.",
-         "ExecuteSQL, Contact Sorquin Support"},
-        {"ADODB.Command", Op::ExecutePrepared, store::kErrDb1002, "Failed to create Command object.",
-         "ExecuteSQL, Contact Sorquin Support"},
-        {"ADODB.Recordset", Op::Import, store::kErrDb1002, "Failed to create Recordset object.",
-         "Import of Class Module cDB"},
-        {"ADODB.Command", Op::Import, store::kErrDb1001, "Failed to create Command object.", "Import of Class Module cDB"},
-        {"ADOX.Catalog", Op::AppendField, store::kErrDb1000, "Failed to create Catalog object.", "AppendField"},
-        {"ADOX.Table", Op::AppendField, store::kErrDb1001, "Failed to create Table object.", "AppendField"},
-        {"ADOX.Column", Op::AppendField, store::kErrDb1002, "Failed to create Column object.", "AppendField"},
+        {"ADODB.Connection", Break<ado::Connection>, Op::InitDB, store::kErrDb1000, nullptr},
+        {"ADODB.Recordset", Break<ado::Recordset>, Op::CreateRS, store::kErrDb1002, nullptr},
+        {"ADODB.Command", Break<ado::Command>, Op::CreateRS, store::kErrDb1003, nullptr},
+        {"ADODB.Command", Break<ado::Command>, Op::ExecuteSQL, store::kErrDb1002, kExec},
+        {"ADODB.Command", Break<ado::Command>, Op::ExecutePrepared, store::kErrDb1002, kExec},
+        {"ADODB.Recordset", Break<ado::Recordset>, Op::Import, store::kErrDb1002, kImport},
+        {"ADODB.Command", Break<ado::Command>, Op::Import, store::kErrDb1001, kImport},
+        {"ADOX.Catalog", Break<ado::Catalog>, Op::AppendField, store::kErrDb1000, "AppendField"},
+        {"ADOX.Table", Break<ado::Table>, Op::AppendField, store::kErrDb1001, "AppendField"},
+        {"ADOX.Column", Break<ado::Column>, Op::AppendField, store::kErrDb1002, "AppendField"},
     };
     const QString path = CopyDatabase(QStringLiteral("v140"));
     const auto everything = [&] {
@@ -255,51 +224,29 @@ TEST_F(CDbTest, FailedObjectCreationGivesTheTabledErrorAndTheDefaultResult)
         SCOPED_TRACE(std::string(c.progId) + " op " + std::to_string(int(c.op)));
         store::RegisterAdoProgIds(m_progIds);  // mends what the last case broke
         m_answerer.clear();
-        const QString id = QString::fromLatin1(c.progId);
-        if (id == QLatin1String(store::kProgIdConnection)) Break<ado::Connection>(m_progIds, c.progId);
-        if (id == QLatin1String(store::kProgIdRecordset)) Break<ado::Recordset>(m_progIds, c.progId);
-        if (id == QLatin1String(store::kProgIdCommand)) Break<ado::Command>(m_progIds, c.progId);
-        if (id == QLatin1String(store::kProgIdCatalog)) Break<ado::Catalog>(m_progIds, c.progId);
-        if (id == QLatin1String(store::kProgIdTable)) Break<ado::Table>(m_progIds, c.progId);
-        if (id == QLatin1String(store::kProgIdColumn)) Break<ado::Column>(m_progIds, c.progId);
+        c.brk(m_progIds, c.progId);
 
         cDB db(m_progIds, m_report, m_dir.path());
-        bool result = true;
-        if (c.op == Op::InitDB) {
-            result = db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet);
-        } else {
-            ASSERT_TRUE(db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet));
-            std::unique_ptr<ado::Recordset> rs;
-            switch (c.op) {
-            case Op::CreateRS:
-                result = db.CreateRS(rs, QStringLiteral("SELECT * From Rules"));
-                EXPECT_EQ(rs, nullptr);
-                break;
-            case Op::ExecuteSQL:
-                result = db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0"));
-                break;
-            case Op::ExecutePrepared: {
-                auto cmd = Prepared(QStringLiteral("UPDATE [Rules] SET Active=?"), {0});
-                result = db.ExecuteSQL(QString(), cmd.get());
-                EXPECT_EQ(db.NewID(), 0);
-                break;
-            }
-            case Op::Import:
-                result = db.Import(xml);
-                break;
-            case Op::AppendField:
-                result = db.AppendField(QStringLiteral("Rules"), QStringLiteral("Extra"), ado::adLongVarWChar, true);
-                break;
-            case Op::InitDB:
-                break;
-            }
-        }
+        bool result = db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet);
+        ASSERT_TRUE(result || c.op == Op::InitDB);
+        std::unique_ptr<ado::Recordset> rs;
+        auto cmd = Prepared(QStringLiteral("UPDATE [Rules] SET Active=?"), {0});
+        if (c.op == Op::CreateRS) result = db.CreateRS(rs, QStringLiteral("SELECT * From Rules"));
+        if (c.op == Op::ExecuteSQL) result = db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0"));
+        if (c.op == Op::ExecutePrepared) result = db.ExecuteSQL(QString(), cmd.get());
+        if (c.op == Op::Import) result = db.Import(xml);
+        if (c.op == Op::AppendField)
+            result = db.AppendField(QStringLiteral("Rules"), QStringLiteral("Extra"), ado::adLongVarWChar, true);
         EXPECT_FALSE(result);
+        EXPECT_EQ(rs, nullptr);
+        EXPECT_EQ(db.NewID(), 0);
+        const QString description =
+            QStringLiteral("Failed to create %1 object.").arg(QString::fromLatin1(c.progId).section(u'.', 1));
         EXPECT_EQ(db.LastErrorNumber(), c.number);
-        EXPECT_EQ(db.LastErrorDescription(), QString::fromUtf8(c.description));
+        EXPECT_EQ(db.LastErrorDescription(), description);
         if (c.reportLabel) {
-            EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
-                                     c.number, QString::fromUtf8(c.description), QString::fromUtf8(c.reportLabel))});
+            EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(c.number, description,
+                                                                                 QString::fromUtf8(c.reportLabel))});
         } else {
             EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
         }
