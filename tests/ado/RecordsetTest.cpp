@@ -3,8 +3,6 @@
 
 #include "AdoTestDb.h"
 
-#include <QElapsedTimer>
-
 #include <random>
 
 #include <gtest/gtest.h>
@@ -39,6 +37,7 @@ TEST_F(RulesFixture, FieldsAreFoundByNameWithoutRegardToCase)
         EXPECT_EQ(rs->Value(QString::fromLatin1(name)).toString(), QStringLiteral("Alpha")) << name;
         EXPECT_EQ(rs->Fields(QString::fromLatin1(name)).Name(), QStringLiteral("RuleName")) << name;
     }
+    EXPECT_EQ(rs->Fields(1).DefinedSize(), 150);
     EXPECT_THROW(rs->Fields(QStringLiteral("[RuleName]")), AdoError);  // brackets belong to SQL, not to lookups
     try {
         rs->Fields(QStringLiteral("RuleNam"));
@@ -51,6 +50,8 @@ TEST_F(RulesFixture, FieldsAreFoundByNameWithoutRegardToCase)
     EXPECT_THROW(rs->Fields(-1), AdoError);
 }
 
+// The rule table's own columns write ADO's file byte for byte (tests/rowsetxml);
+// here a current-layout column, a join and a computed column.
 TEST_F(RulesFixture, ColumnSchemaIsWhatTheRowsetXmlNeeds)
 {
     const char* join = "SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where Rules.MsgAgeID = "
@@ -62,9 +63,6 @@ TEST_F(RulesFixture, ColumnSchemaIsWhatTheRowsetXmlNeeds)
         bool isLong, key, autoIncrement, nullable;
         const char* baseTable;
     } cases[] = {
-        {"Select * from Rules", "RuleID", adInteger, 4, false, true, true, false, "Rules"},
-        {"Select * from Rules", "RuleName", adVarWChar, 150, false, false, false, false, "Rules"},
-        {"Select * from Rules", "FromAddress", adLongVarWChar, 536870910, true, false, false, true, "Rules"},
         {"Select * from Rules", "Importance", adSmallInt, 2, false, false, false, true, "Rules"},
         {join, "timeField", adVarWChar, 10, false, false, false, true, "MsgAge"},
         {join, "MsgAgeID", adSmallInt, 2, false, false, false, true, "Rules"},
@@ -102,13 +100,11 @@ TEST(StoredValueTest, DeclaredTypeGivesStorageAndValue)
         QVariant expected;
     } cases[] = {
         {"Memo", "'0123'", "text '0123'", QStringLiteral("0123")},
-        {"LongText", "'0123'", "text '0123'", QStringLiteral("0123")},
         {"Text(50)", "'0123'", "text '0123'", QStringLiteral("0123")},
         {"Text", "'007'", "text '007'", QStringLiteral("007")},
         {"Integer", "'12'", "integer 12", 12},
         {"Long", "'-70000'", "integer -70000", -70000},
         {"YesNo", "True", "integer -1", true},
-        {"YesNo", "-1", "integer -1", true},
         {"YesNo", "False", "integer 0", false},
         {"DateTime", "#2024-03-01 10:20:30#", "text '2024-03-01 10:20:30'", QDateTime(QDate(2024, 3, 1), QTime(10, 20, 30))},
         {"DateTime", "#3/1/2024#", "text '2024-03-01 00:00:00'", QDateTime(QDate(2024, 3, 1), QTime(0, 0))},
@@ -131,11 +127,8 @@ TEST(StoredValueTest, DeclaredTypeGivesStorageAndValue)
 TEST_F(RulesFixture, MovesStopAtTheEndsAsAdoDoesAndAnEmptySetIsAtBoth)
 {
     EXPECT_EQ(rs->RecordCount(), 4);
-    EXPECT_FALSE(rs->IsBOF());
-    EXPECT_EQ(rs->GetBookmark(), 1);
     rs->MovePrevious();
-    EXPECT_TRUE(rs->IsBOF());
-    EXPECT_FALSE(rs->IsEOF());
+    EXPECT_TRUE(rs->IsBOF() && !rs->IsEOF());
     EXPECT_THROW(rs->MovePrevious(), AdoError);
     EXPECT_THROW(rs->GetBookmark(), AdoError);
     try {
@@ -144,28 +137,19 @@ TEST_F(RulesFixture, MovesStopAtTheEndsAsAdoDoesAndAnEmptySetIsAtBoth)
     } catch (const AdoError& e) {
         EXPECT_EQ(e.Number(), kErrNoCurrentRecord);
     }
-    rs->MoveNext();
-    EXPECT_EQ(Name(*rs), QStringLiteral("Alpha"));
     rs->MoveLast();
-    EXPECT_EQ(rs->GetBookmark(), 4);
     rs->MoveNext();
     EXPECT_TRUE(rs->IsEOF());
     EXPECT_THROW(rs->MoveNext(), AdoError);
-    rs->MovePrevious();
-    EXPECT_EQ(Name(*rs), QStringLiteral("delta"));
 
     rs->SetBookmark(2);
-    EXPECT_EQ(rs->Value(QStringLiteral("SortID")).toInt(), 4);
     for (long bad : {0L, 5L, -1L}) EXPECT_THROW(rs->SetBookmark(bad), AdoError) << bad;
     EXPECT_EQ(rs->GetBookmark(), 2);  // a refused bookmark does not move the cursor
 
     auto none = db.Open(QStringLiteral("SELECT * From [Rules] WHERE RuleID=99"));
-    EXPECT_EQ(none->State(), adStateOpen);
     EXPECT_TRUE(none->IsBOF() && none->IsEOF());
-    EXPECT_EQ(none->RecordCount(), 0);
     EXPECT_EQ(none->FieldCount(), 18);
     EXPECT_THROW(none->MoveFirst(), AdoError);
-    EXPECT_THROW(none->MoveNext(), AdoError);
     EXPECT_NO_THROW(none->Find(QStringLiteral("RuleID = 1")));
 }
 
@@ -191,10 +175,6 @@ TEST_F(RulesFixture, FindLandsOnTheMatchingRowOrAnEnd)
         {"SortID = '9'", 1, 0, adSearchForward, 3},
         {"SortID <= 4", 4, 0, adSearchBackward, 2},
         {"Subject <> 'report'", 1, 0, adSearchForward, 3},        // a null never matches
-        {"Subject = 'report'", 1, 1, adSearchForward, 4},         // skip the current row
-        {"RuleName = 'Alpha'", 4, 1, adSearchForward, kEof},
-        {"RuleName = 'delta'", 1, 1, adSearchBackward, kBof},
-        {"RuleName = 'omega'", 1, 0, adSearchForward, kEof},
         {"SortID < 0", 4, 0, adSearchBackward, kBof},
     };
     for (const auto& c : cases) {
@@ -251,13 +231,21 @@ TEST_F(RulesFixture, ArbitraryCriteriaFindOrFailCleanly)
     }
 }
 
-TEST_F(RulesFixture, ResyncRereadsBySingleTableKey)
+// By the key of a single table, by a joined table's key, or without a key by
+// position; a deleted row keeps its old values.
+TEST_F(RulesFixture, ResyncRereadsByKeyOrPosition)
 {
+    auto join = db.Open(QStringLiteral("SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where "
+                                       "Rules.MsgAgeID = MsgAge.MsgAgeID ORDER BY Rules.SortID;"));
+    db.connection.Execute(QStringLiteral("CREATE TABLE [Settings] ([version] Text(10), [toolbar] Integer)"));
+    db.connection.Execute(QStringLiteral("INSERT INTO [Settings] VALUES ('1.5.0', 0)"));
+    auto settings = db.Open(QStringLiteral("SELECT * From Settings"));
     Connection other;
     other.Open(JetConnectionString(db.path));
-    other.Execute(QStringLiteral("UPDATE [Rules] SET RuleName='Renamed' WHERE RuleID=1"), adExecuteNoRecords);
-    other.Execute(QStringLiteral("UPDATE [Rules] SET RuleName='Changed' WHERE RuleID=2"), adExecuteNoRecords);
-    other.Execute(QStringLiteral("DELETE FROM [Rules] WHERE RuleID=4"), adExecuteNoRecords);
+    for (const char* sql : {"UPDATE [Rules] SET RuleName='Renamed', SortID=100 WHERE RuleID=1",
+                            "UPDATE [Rules] SET RuleName='Changed' WHERE RuleID=2", "DELETE FROM [Rules] WHERE RuleID=4",
+                            "UPDATE [MsgAge] SET timeField='h' WHERE MsgAgeID=14", "UPDATE [settings] SET version='1.8.0'"})
+        other.Execute(QString::fromLatin1(sql), adExecuteNoRecords);
 
     rs->Resync(adAffectCurrent, adResyncAllValues);
     EXPECT_EQ(Name(*rs), QStringLiteral("Renamed"));
@@ -266,16 +254,9 @@ TEST_F(RulesFixture, ResyncRereadsBySingleTableKey)
     rs->Resync(adAffectAll);
     EXPECT_EQ(Name(*rs), QStringLiteral("Changed"));
     rs->MoveLast();
-    EXPECT_EQ(Name(*rs), QStringLiteral("delta"));  // deleted: old values stay
+    EXPECT_EQ(Name(*rs), QStringLiteral("delta"));
     EXPECT_EQ(rs->RecordCount(), 4);
-}
 
-TEST_F(RulesFixture, ResyncOfAJoinMatchesByKeyAndWithoutAKeyByPosition)
-{
-    auto join = db.Open(QStringLiteral("SELECT Rules.*, MsgAge.timeField, MsgAge.timeDiff From Rules, MsgAge Where "
-                                       "Rules.MsgAgeID = MsgAge.MsgAgeID ORDER BY Rules.SortID;"));
-    db.connection.Execute(QStringLiteral("UPDATE [MsgAge] SET timeField='h' WHERE MsgAgeID=14"), adExecuteNoRecords);
-    db.connection.Execute(QStringLiteral("UPDATE [Rules] SET SortID=100 WHERE RuleID=1"), adExecuteNoRecords);
     join->SetBookmark(2);
     join->Resync(adAffectCurrent);
     EXPECT_EQ(join->Value(QStringLiteral("timeField")).toString(), QStringLiteral("h"));
@@ -283,18 +264,14 @@ TEST_F(RulesFixture, ResyncOfAJoinMatchesByKeyAndWithoutAKeyByPosition)
     EXPECT_EQ(join->Value(QStringLiteral("SortID")).toInt(), 1);
     join->Resync(adAffectAll);
     // The row stays where it was; its values are those of the same rule.
-    EXPECT_EQ(Name(*join), QStringLiteral("Alpha"));
+    EXPECT_EQ(Name(*join), QStringLiteral("Renamed"));
     EXPECT_EQ(join->Value(QStringLiteral("SortID")).toInt(), 100);
 
-    db.connection.Execute(QStringLiteral("CREATE TABLE [Settings] ([version] Text(10), [toolbar] Integer)"));
-    db.connection.Execute(QStringLiteral("INSERT INTO [Settings] VALUES ('1.5.0', 0)"));
-    auto settings = db.Open(QStringLiteral("SELECT * From Settings"));
-    db.connection.Execute(QStringLiteral("UPDATE [settings] SET version='1.8.0'"));
     settings->Resync(adAffectCurrent);
     EXPECT_EQ(settings->Value(QStringLiteral("Version")).toString(), QStringLiteral("1.8.0"));
 }
 
-TEST_F(RulesFixture, ResyncAfterTheConnectionIsGoneIsAnError)
+TEST_F(RulesFixture, ResyncWithoutALiveConnectionForeignFormatsAndAClosedRecordsetAreRefused)
 {
     std::unique_ptr<Recordset> orphan;
     {
@@ -306,13 +283,17 @@ TEST_F(RulesFixture, ResyncAfterTheConnectionIsGoneIsAnError)
     }
     EXPECT_THROW(orphan->Resync(adAffectCurrent), AdoError);  // destroyed
     EXPECT_EQ(Name(*orphan), QStringLiteral("Alpha"));       // rows stay readable
-}
-
-TEST_F(RulesFixture, ClosedRecordsetAndForeignFormatsAreRefused)
-{
-    EXPECT_THROW(rs->Save(db.dir.filePath(QStringLiteral("x.adtg")), adPersistADTG), AdoError);
+    // Nor has a saved file one; saving and opening run through the add-in's
+    // rule export and import in tests/store.
+    const QString path = db.dir.filePath(QStringLiteral("rules.xml"));
+    rs->Save(path, adPersistXML);
     Recordset file;
-    EXPECT_THROW(file.OpenFile(db.dir.filePath(QStringLiteral("x.xml")), QStringLiteral("Provider=Other")), AdoError);
+    file.OpenFile(path);
+    EXPECT_THROW(file.Resync(adAffectCurrent), AdoError);
+
+    EXPECT_THROW(rs->Save(db.dir.filePath(QStringLiteral("x.adtg")), adPersistADTG), AdoError);
+    Recordset other;
+    EXPECT_THROW(other.OpenFile(path, QStringLiteral("Provider=Other")), AdoError);
     rs->Close();
     EXPECT_EQ(rs->State(), adStateClosed);
     EXPECT_THROW(rs->RecordCount(), AdoError);
@@ -322,66 +303,6 @@ TEST_F(RulesFixture, ClosedRecordsetAndForeignFormatsAreRefused)
     Recordset none;
     none.Open(QStringLiteral("UPDATE [Rules] SET LastVerb=0"), db.connection);
     EXPECT_EQ(none.State(), adStateClosed);
-}
-
-TEST_F(RulesFixture, SavedRowsOpenAgainWithTheirSchemaAndValues)
-{
-    db.connection.Execute(QStringLiteral("UPDATE [Rules] SET FromAddress='0123', Message=NULL WHERE RuleID=1"));
-    auto all = db.Open(QStringLiteral("Select * from Rules"));
-    const QString path = db.dir.filePath(QStringLiteral("rules.xml"));
-    all->Save(path, adPersistXML);
-
-    Recordset file;
-    file.SetCursorLocation(adUseClient);
-    file.OpenFile(path, QStringLiteral("Provider=MSPersist"), adOpenUnspecified, adLockUnspecified, -1);
-    ASSERT_EQ(file.RecordCount(), 4);
-    ASSERT_EQ(file.FieldCount(), 18);
-    for (int i = 0; i < 18; ++i) {
-        EXPECT_EQ(file.Fields(i).Name(), all->Fields(i).Name());
-        EXPECT_EQ(file.Fields(i).Type(), all->Fields(i).Type()) << i;
-    }
-    EXPECT_EQ(file.Fields(1).DefinedSize(), 150);
-    EXPECT_EQ(file.Value(QStringLiteral("FromAddress")).toString(), QStringLiteral("0123"));
-    EXPECT_FALSE(file.Value(QStringLiteral("Message")).isValid());
-    EXPECT_EQ(Name(file), QStringLiteral("Alpha"));
-    EXPECT_THROW(file.Resync(adAffectCurrent), AdoError);
-
-    db.Open(QStringLiteral("SELECT * From [Rules] WHERE RuleID=99"))->Save(path, adPersistXML);  // over the earlier file
-    Recordset empty;
-    empty.OpenFile(path);
-    EXPECT_EQ(empty.RecordCount(), 0);
-    EXPECT_EQ(empty.FieldCount(), 18);
-}
-
-TEST(RecordsetSpeedTest, ThousandRulesReadWellUnderTenMilliseconds)
-{
-    AdoTestDb db;
-    db.CreateCurrentRules();
-    db.connection.Execute(QStringLiteral("BEGIN"));
-    for (int i = 0; i < 1000; ++i)
-        db.connection.Execute(QStringLiteral("INSERT INTO [Rules] ([RuleName], [FromAddress], [SrcEntryID], [SrcStoreID], "
-                                             "[Importance], [SortID]) VALUES ('Rule %1', 'news@example.org;alerts@example.org', "
-                                             "'%2', '%3', 3, %1)")
-                                  .arg(i)
-                                  .arg(QString(96, QLatin1Char('A')), QString(180, QLatin1Char('B'))),
-                              adExecuteNoRecords);
-    db.connection.Execute(QStringLiteral("COMMIT"));
-
-    QElapsedTimer timer;
-    qint64 best = std::numeric_limits<qint64>::max();
-    for (int round = 0; round < 5; ++round) {
-        timer.start();
-        ASSERT_EQ(db.Open(QStringLiteral("SELECT * From Rules ORDER By SortID"))->RecordCount(), 1000);
-        best = std::min(best, timer.nsecsElapsed());
-    }
-    RecordProperty("best_read_us", int(best / 1000));
-    // Sanitizer builds run some twenty times slower; the figure that counts
-    // is the release one.
-#ifdef __SANITIZE_ADDRESS__
-    EXPECT_LT(best, 200'000'000);
-#else
-    EXPECT_LT(best, 10'000'000);
-#endif
 }
 
 }  // namespace
