@@ -121,7 +121,9 @@ TEST(LockTest, LocksFailAsTemporaryErrorsAndLeaveNothingBehind)
     sqlite3* other = nullptr;
     ASSERT_EQ(sqlite3_open_v2(db.path.toUtf8().constData(), &other, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK);
     const std::unique_ptr<sqlite3, int (*)(sqlite3*)> closeOther(other, sqlite3_close_v2);
-    const auto hold = [&](const char* how) { ASSERT_EQ(sqlite3_exec(other, how, nullptr, nullptr, nullptr), SQLITE_OK); };
+    const auto hold = [&](const char* how) {
+        ASSERT_EQ(sqlite3_exec(other, how, nullptr, nullptr, nullptr), SQLITE_OK);
+    };
     const QByteArray before = ReadBytes(db.path);
     const auto expectTemporary = [&](const std::function<void()>& run, const QString& says) {
         try {

@@ -243,8 +243,9 @@ TEST_F(RulesFixture, ResyncRereadsByKeyOrPosition)
     Connection other;
     other.Open(JetConnectionString(db.path));
     for (const char* sql : {"UPDATE [Rules] SET RuleName='Renamed', SortID=100 WHERE RuleID=1",
-                            "UPDATE [Rules] SET RuleName='Changed' WHERE RuleID=2", "DELETE FROM [Rules] WHERE RuleID=4",
-                            "UPDATE [MsgAge] SET timeField='h' WHERE MsgAgeID=14", "UPDATE [settings] SET version='1.8.0'"})
+                            "UPDATE [Rules] SET RuleName='Changed' WHERE RuleID=2",
+                            "DELETE FROM [Rules] WHERE RuleID=4", "UPDATE [MsgAge] SET timeField='h' WHERE MsgAgeID=14",
+                            "UPDATE [settings] SET version='1.8.0'"})
         other.Execute(QString::fromLatin1(sql), adExecuteNoRecords);
 
     rs->Resync(adAffectCurrent, adResyncAllValues);

@@ -42,7 +42,8 @@ TEST_F(CDbTest, ApostropheDoublesEveryQuoteInPlace)
 {
     cDB db(m_progIds, m_report, QString());
     for (const auto& [in, out] : std::initializer_list<std::pair<const char*, const char*>>{
-             {"O'Brien's", "O''Brien''s"}, {"plain", "plain"}, {"''", "''''"}, {"", ""}, {"Zoë's café", "Zoë''s café"}}) {
+             {"O'Brien's", "O''Brien''s"}, {"plain", "plain"}, {"''", "''''"}, {"", ""},
+             {"Zoë's café", "Zoë''s café"}}) {
         QString text = QString::fromUtf8(in);
         EXPECT_EQ(db.Apostrophe(text), QString::fromUtf8(out)) << in;
         EXPECT_EQ(text, QString::fromUtf8(out)) << "the argument is rewritten as well";
