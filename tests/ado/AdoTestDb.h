@@ -1,10 +1,12 @@
 #pragma once
-// A rule database in a temporary folder, laid out as the oldest release
-// (1.0.0) had it, built through the provider's own Jet DDL.
+// A rule database in a temporary folder: empty, or a copy of a built file of
+// an older release (tests/support/databases), opened through the provider.
 
 #include "platform/ado/Command.h"
 #include "platform/ado/Connection.h"
 #include "platform/ado/Recordset.h"
+#include "tests/support/QtPrinters.h"
+#include "tests/support/databases/OldDatabases.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -27,38 +29,21 @@ inline QByteArray ReadBytes(const QString& path)
 
 class AdoTestDb {
 public:
-    AdoTestDb()
+    // `release` names a built database ("v100": the 1.0.0 layout with three
+    // rules); empty makes a new file.
+    explicit AdoTestDb(const QString& release = QString())
     {
         path = dir.filePath(QStringLiteral("mv.mdb"));
-        Connection::CreateDatabase(path);
+        if (release.isEmpty()) {
+            Connection::CreateDatabase(path);
+        } else {
+            QFile::copy(mv::test::BuiltDatabase(release), path);
+            QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
+        }
         connection.Open(JetConnectionString(path));
         // Durability is not under test; waiting for the disk on every
         // statement would only make the suite slow.
         connection.Execute(QStringLiteral("PRAGMA synchronous = OFF"));
-    }
-
-    // The three tables of a 1.0.0 file, with a settings row and the twelve
-    // age windows of the template.
-    void CreateVersion100Layout()
-    {
-        for (const char* sql : {
-                 "CREATE TABLE [Rules] ([RuleID] COUNTER PRIMARY KEY, [RuleName] Text(150), [FromAddress] Text(255), "
-                 "[ToAddress] Text(255), [CcAddress] Text(255), [Subject] Text(255), [Importance] Integer, "
-                 "[Status] Integer, [FlagStatus] Integer, [MsgAgeID] Integer, [SrcEntryID] Memo, [SrcStoreID] Memo, "
-                 "[DstEntryID] Memo, [DstStoreID] Memo, [Active] Integer DEFAULT -1, [SortID] Integer)",
-                 "CREATE TABLE [Settings] ([version] Text(10), [WeekStart] Integer, [toolbar] Integer, "
-                 "[menubar] Integer, [runOnStart] Integer, [tbTop] Integer, [tbLeft] Integer, [tbRow] Integer, "
-                 "[tbPos] Integer, [init] Integer)",
-                 "CREATE TABLE [MsgAge] ([MsgAgeID] Integer CONSTRAINT [PrimaryKey] PRIMARY KEY, "
-                 "[timeField] Text(10), [timeDiff] Integer)",
-                 "INSERT INTO [Settings] VALUES ('1.0.0', 2, -1, -1, 0, 0, 0, 0, 1, 0)",
-                 "INSERT INTO [MsgAge] VALUES (1, 'h', -1)", "INSERT INTO [MsgAge] VALUES (2, 'h', -2)",
-                 "INSERT INTO [MsgAge] VALUES (3, 'h', -4)", "INSERT INTO [MsgAge] VALUES (4, 'h', -8)",
-                 "INSERT INTO [MsgAge] VALUES (5, 'd', -1)", "INSERT INTO [MsgAge] VALUES (6, 'd', -2)",
-                 "INSERT INTO [MsgAge] VALUES (7, 'ww', -1)", "INSERT INTO [MsgAge] VALUES (8, 'ww', -2)",
-                 "INSERT INTO [MsgAge] VALUES (9, 'm', -1)", "INSERT INTO [MsgAge] VALUES (10, 'm', -2)",
-                 "INSERT INTO [MsgAge] VALUES (11, 'm', -3)", "INSERT INTO [MsgAge] VALUES (12, 'yyyy', -1)"})
-            connection.Execute(QString::fromLatin1(sql), adExecuteNoRecords);
     }
 
     // A rule table with the current (1.8.0) columns, for cursor tests.

@@ -31,9 +31,7 @@ protected:
     QString Script(const char* name, const char* text)
     {
         const QString path = TempPath(QString::fromLatin1(name));
-        QFile f(path);
-        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(text);
+        WriteBytes(path, text);
         return path;
     }
 };

@@ -1,6 +1,6 @@
 // The add-in's own use of the rule store: settings, rule order and the
-// default rule, export and import of rules, and the start-up placement of
-// the database file.
+// default rule, and import of rules (the Rules Manager's tests run the
+// export-import round trip; tests/addin the placement of the file).
 
 #include "StoreFixture.h"
 
@@ -8,22 +8,16 @@
 #include "platform/os/Clock.h"
 #include "platform/outlook/Folder.h"
 
-#include <QDir>
-#include <QFile>
 
 namespace mv::test {
 namespace {
 
-class FakeFolder : public outlook::Folder {
-public:
-    FakeFolder(QString entry, QString store, QString name)
-        : m_entry(std::move(entry)), m_store(std::move(store)), m_name(std::move(name)) {}
-    QString EntryID() const override { return m_entry; }
-    QString StoreID() const override { return m_store; }
-    QString Name() const override { return m_name; }
-
-private:
-    QString m_entry, m_store, m_name;
+struct FakeFolder : outlook::Folder {
+    FakeFolder(QString e, QString s, QString n) : entry(std::move(e)), store(std::move(s)), name(std::move(n)) {}
+    QString EntryID() const override { return entry; }
+    QString StoreID() const override { return store; }
+    QString Name() const override { return name; }
+    QString entry, store, name;
 };
 
 class AddInStoreTest : public StoreTest {
@@ -42,62 +36,41 @@ protected:
     std::unique_ptr<addin::OutAddIn> m_addIn;
 };
 
-// --- Settings ----------------------------------------------------------------
-
-TEST_F(AddInStoreTest, LoadThenSaveWritesEverySettingAndMarksInit)
+TEST_F(AddInStoreTest, LoadThenSaveWritesEverySettingAndMarksInitAndABadValueStopsLoading)
 {
     Start(QStringLiteral("template"));
+    const QByteArray before = FileBytes(m_path);
     const auto& a = *m_addIn;
     EXPECT_EQ((std::vector<int>{a.WeekStart(), a.Toolbar(), a.Menubar(), a.RunOnStart(), a.tbTop, a.tbLeft, a.tbRow,
                                 a.tbPos, a.init, a.StatusPops(), a.AlignTime()}),
               (std::vector<int>{2, 1, 1, 0, 0, 0, 0, 1, 0, 1, 1}))
         << "the template's values load";
+    // The options dialog's tests cover the other settings through SaveSettings.
     m_addIn->SetWeekStart(6);
     m_addIn->SetToolbar(0);
-    m_addIn->SetMenubar(0);
-    m_addIn->SetRunOnStart(1);
-    m_addIn->SetStatusPops(0);
-    m_addIn->SetAlignTime(0);
     m_addIn->tbTop = 12;
     m_addIn->tbLeft = -3;
     m_addIn->tbRow = 2;
     m_addIn->tbPos = 4;
+    EXPECT_EQ(FileBytes(m_path), before) << "a property change alone writes nothing";
     EXPECT_TRUE(m_addIn->SaveSettings());
     EXPECT_EQ(m_addIn->init, 1);
     EXPECT_EQ(Query(m_path, QStringLiteral("SELECT WeekStart, toolbar, menubar, runOnStart, tbTop, tbLeft, tbRow, "
                                            "tbPos, init, statusPopups, alignTime, version, raMsgAge FROM Settings")),
-              QStringLiteral("6|0|0|1|12|-3|2|4|1|0|0|1.8.0|1"));
-}
+              QStringLiteral("6|0|1|0|12|-3|2|4|1|1|1|1.8.0|1"));
 
-TEST_F(AddInStoreTest, PropertyChangeWithoutSaveLeavesTheFileAlone)
-{
-    Start(QStringLiteral("template"));
-    m_addIn->CloseDatabases();
-    const QByteArray before = FileBytes(m_path);
-    ASSERT_TRUE(m_addIn->OpenDatabases(m_path));
-    m_addIn->SetToolbar(0);
-    m_addIn->SetWeekStart(7);
-    m_addIn->tbTop = 99;
-    m_addIn->CloseDatabases();
-    EXPECT_EQ(FileBytes(m_path), before);
-}
-
-TEST_F(AddInStoreTest, BadValueStopsLoadingButKeepsWhatWasRead)
-{
-    Start(QStringLiteral("template"));
+    // A bad value stops loading but keeps what was read.
     ASSERT_TRUE(m_addIn->DB1()->ExecuteSQL(
-        QStringLiteral("UPDATE [Settings] SET WeekStart=5, toolbar=0, tbRow=NULL, init=1, statusPopups=0")));
+        QStringLiteral("UPDATE [Settings] SET WeekStart=5, toolbar=1, tbRow=NULL, init=0, statusPopups=0")));
     m_addIn->LoadSettings();
     EXPECT_EQ(m_addIn->WeekStart(), 5);
-    EXPECT_EQ(m_addIn->Toolbar(), 0);
-    EXPECT_EQ(m_addIn->init, 0) << "fields after the null are not read";
+    EXPECT_EQ(m_addIn->Toolbar(), 1);
+    EXPECT_EQ(m_addIn->init, 1) << "fields after the null are not read";
     EXPECT_EQ(m_addIn->StatusPops(), 1);
     EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
                              94, QStringLiteral("Invalid use of Null"),
                              QStringLiteral("LoadSettings of Class Module OutAddIn"))});
 }
-
-// --- Rule order and the default rule ---------------------------------------------
 
 TEST_F(AddInStoreTest, MaxSortIdByContents)
 {
@@ -109,7 +82,6 @@ TEST_F(AddInStoreTest, MaxSortIdByContents)
     } const cases[] = {
         {"empty table", {}, 0, false},
         {"gaps are not filled", {1, 4, 9}, 9, false},
-        {"negative only", {-5}, -5, false},
         {"the largest 16-bit value", {32767}, 32767, false},
         {"beyond 16 bits overflows", {40000}, 0, true},
     };
@@ -126,7 +98,7 @@ TEST_F(AddInStoreTest, MaxSortIdByContents)
     }
 }
 
-TEST_F(AddInStoreTest, DefaultRuleGoesToTheEndWithFixedCriteria)
+TEST_F(AddInStoreTest, DefaultRuleGoesToTheEndWithFixedCriteriaOrInsertsNothing)
 {
     Start(QStringLiteral("v150"));  // SortIDs 1, 4, 9
     const FakeFolder inbox(QStringLiteral("00AA01"), QStringLiteral("00BB01"), QStringLiteral("Inbox"));
@@ -136,42 +108,17 @@ TEST_F(AddInStoreTest, DefaultRuleGoesToTheEndWithFixedCriteria)
     EXPECT_EQ(Query(m_path, QStringLiteral("SELECT * FROM Rules WHERE RuleID = %1").arg(id)),
               QStringLiteral("%1|Tom's rule|||||3|1|2|14|00AA01|00BB01|00AA09|00BB02|0|10|0|").arg(id));
     EXPECT_TRUE(Reports().isEmpty());
-}
 
-TEST_F(AddInStoreTest, DefaultRuleThatCannotBePlacedInsertsNothing)
-{
-    Start(QStringLiteral("template"));
-    const FakeFolder f(QStringLiteral("01"), QStringLiteral("02"), QStringLiteral("F"));
-    EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("no destination"), &f, nullptr, 13, 0));
-    EXPECT_EQ(RuleCount(), QStringLiteral("0"));
+    EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("no destination"), &inbox, nullptr, 13, 0));
+    EXPECT_EQ(RuleCount(), QStringLiteral("4"));
     EXPECT_EQ(Reports().size(), 1);
 
     m_answerer.clear();
     ASSERT_TRUE(m_addIn->DB1()->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName], [SortID]) VALUES ('last', 32767)")));
-    EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("one too many"), &f, &f, 13, 0));
-    EXPECT_EQ(RuleCount(), QStringLiteral("1"));
+    EXPECT_FALSE(m_addIn->CreateDefaultRule(QStringLiteral("one too many"), &inbox, &archive, 13, 0));
+    EXPECT_EQ(RuleCount(), QStringLiteral("5"));
     EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
                              6, QStringLiteral("Overflow"), QStringLiteral("CreateDefaultRule of Class Module OutAddIn"))});
-}
-
-// --- Export and import ------------------------------------------------------------
-
-const QString kRuleFields = QStringLiteral(
-    "RuleName, FromAddress, ToAddress, CcAddress, Subject, Importance, Status, FlagStatus, MsgAgeID, SrcEntryID, "
-    "SrcStoreID, DstEntryID, DstStoreID, Active, SortID, LastVerb, Message");
-
-TEST_F(AddInStoreTest, ExportThenImportDoublesEveryRuleFieldByField)
-{
-    Start(QStringLiteral("v150"));
-    const QString before = Query(m_path, QStringLiteral("SELECT %1 FROM Rules ORDER BY RuleID").arg(kRuleFields));
-    const QString file = TempPath(QStringLiteral("rules.xml"));
-    ASSERT_TRUE(m_addIn->ExportRulesTo(QStringLiteral("  ") + file + QStringLiteral(" ")));
-    ASSERT_TRUE(m_addIn->ImportRulesFrom(file));
-    EXPECT_EQ(Reports(), (QStringList{QStringLiteral("Rules Exported Successfully"),
-                                      QStringLiteral("Rules Imported Successfully")}));
-    EXPECT_EQ(Query(m_path, QStringLiteral("SELECT %1 FROM Rules WHERE RuleID > 3 ORDER BY RuleID").arg(kRuleFields)),
-              before);
-    EXPECT_EQ(Query(m_path, QStringLiteral("SELECT group_concat(RuleID) FROM Rules")), QStringLiteral("1,2,3,4,5,6"));
 }
 
 TEST_F(AddInStoreTest, EmptyExportImportsNothingAndSucceeds)
@@ -184,68 +131,8 @@ TEST_F(AddInStoreTest, EmptyExportImportsNothingAndSucceeds)
     EXPECT_EQ(RuleCount(), QStringLiteral("0"));
 }
 
-// What ADO writes for the Rules table, written by hand: the schema of the
-// eighteen columns, then rows with both quote styles, character references,
-// attributes in another order, a CR LF in a memo and nulls left out.
-QByteArray HandWrittenExport()
-{
-    const std::pair<const char*, const char*> columns[] = {
-        {"RuleID", "dt:type='int' dt:maxLength='4' rs:precision='10' rs:fixedlength='true'"},
-        {"RuleName", "dt:type='string' dt:maxLength='150'"},
-        {"FromAddress", "memo"}, {"ToAddress", "memo"}, {"CcAddress", "memo"}, {"Subject", "memo"},
-        {"Importance", "i2"}, {"Status", "i2"}, {"FlagStatus", "i2"}, {"MsgAgeID", "i2"},
-        {"SrcEntryID", "memo"}, {"SrcStoreID", "memo"}, {"DstEntryID", "memo"}, {"DstStoreID", "memo"},
-        {"Active", "i2"}, {"SortID", "i2"}, {"LastVerb", "i2"}, {"Message", "memo"},
-    };
-    QByteArray xml = "<xml xmlns:s='uuid:BDC6E3F0-6DA3-11d1-A2A3-00AA00C14882'\n"
-                     "\txmlns:dt='uuid:C2F41010-65B3-11d1-A29F-00AA00C14882'\n"
-                     "\txmlns:rs='urn:schemas-microsoft-com:rowset'\n\txmlns:z='#RowsetSchema'>\n"
-                     "<s:Schema id='RowsetSchema'>\n\t<s:ElementType name='row' content='eltOnly' rs:updatable='true'>\n";
-    int number = 0;
-    for (const auto& [name, type] : columns) {
-        const QByteArray t(type);
-        xml += "\t\t<s:AttributeType name='" + QByteArray(name) + "' rs:number='" + QByteArray::number(++number) +
-               "' rs:nullable='true' rs:writeunknown='true'>\n\t\t\t<s:datatype " +
-               (t == "memo" ? QByteArray("dt:type='string' dt:maxLength='536870910' rs:long='true'")
-                : t == "i2" ? QByteArray("dt:type='i2' dt:maxLength='2' rs:precision='5' rs:fixedlength='true'")
-                            : t) +
-               "/>\n\t\t</s:AttributeType>\n";
-    }
-    xml += R"(		<s:extends type='rs:rowbase'/>
-	</s:ElementType>
-</s:Schema>
-<rs:data>
-	<z:row RuleID='7' RuleName="Tom O'Neil &amp; Co" FromAddress='tom@example.com;&#x22;Tom&#x22; &lt;t@x.y&gt;' ToAddress=''
-		 CcAddress='' Subject='"quarterly report" Grüße' Importance='2' Status='0' FlagStatus='2'
-		 MsgAgeID='14' SrcEntryID='0000AA' SrcStoreID='0000BB' DstEntryID='0000CC' DstStoreID='0000BB' Active='-1'
-		 SortID='3'/>
-	<z:row SortID='5' Active='0' RuleID='8' RuleName='日本語のルール' FromAddress='' ToAddress='' CcAddress='' Subject=''
-		 Importance='3' Status='2' FlagStatus='0' MsgAgeID='13' SrcEntryID='01' SrcStoreID='02' DstEntryID='03'
-		 DstStoreID='02' LastVerb='104' Message='first line&#xD;&#xA;second line'/>
-</rs:data>
-</xml>
-)";
-    return xml;
-}
-
-TEST_F(AddInStoreTest, HandWrittenFileInAdoLayoutImports)
-{
-    Start(QStringLiteral("template"));
-    const QString file = TempPath(QStringLiteral("hand.xml"));
-    {
-        QFile f(file);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(HandWrittenExport());
-    }
-    ASSERT_TRUE(m_addIn->ImportRulesFrom(file)) << Reports().join(u'\n').toStdString();
-    EXPECT_EQ(Query(m_path, QStringLiteral("SELECT %1 FROM Rules ORDER BY RuleID").arg(kRuleFields)),
-              QStringLiteral("Tom O'Neil & Co|tom@example.com;\"Tom\" <t@x.y>|||\"quarterly report\" Grüße|2|0|2|14|"
-                             "0000AA|0000BB|0000CC|0000BB|-1|3|NULL|\n"
-                             "日本語のルール|||||3|2|0|13|01|02|03|02|0|5|104|first line\r\nsecond line"));
-}
-
 // A file in ADO's layout naming `columns` in this order, with one rule whose
-// values follow the names: text columns hold their own name, numbers 1.
+// text columns hold their own name, numbers 1.
 QByteArray RulesFile(const QStringList& columns)
 {
     const QStringList numbers = {"RuleID", "Importance", "Status", "FlagStatus", "MsgAgeID", "Active", "SortID", "LastVerb"};
@@ -259,30 +146,31 @@ QByteArray RulesFile(const QStringList& columns)
         const bool isNumber = numbers.contains(c);
         xml += "\t\t<s:AttributeType name='" + c.toUtf8() + "' rs:number='" + QByteArray::number(++number) +
                "' rs:nullable='true'>\n\t\t\t<s:datatype " +
-               (isNumber ? "dt:type='i2' dt:maxLength='2'" : "dt:type='string' dt:maxLength='255'") +
+               (isNumber ? "dt:type='i2' dt:maxLength='2'" : "dt:type='string' dt:maxLength='536870910' rs:long='true'") +
                "/>\n\t\t</s:AttributeType>\n";
         row += " " + c.toUtf8() + "='" + (isNumber ? QByteArray("1") : c.toUtf8()) + "'";
     }
-    return xml + "\t\t<s:extends type='rs:rowbase'/>\n\t</s:ElementType>\n</s:Schema>\n<rs:data>\n" + row +
-           "/>\n</rs:data>\n</xml>\n";
+    return xml + "\t\t<s:extends type='rs:rowbase'/>\n\t</s:ElementType>\n</s:Schema>\n<rs:data>\n" +
+           row + "/>\n</rs:data>\n</xml>\n";
 }
+
+const QStringList kTableColumns = {"RuleID",     "RuleName",   "FromAddress", "ToAddress",  "CcAddress", "Subject",
+                                   "Importance", "Status",     "FlagStatus",  "MsgAgeID",   "SrcEntryID", "SrcStoreID",
+                                   "DstEntryID", "DstStoreID", "Active",      "SortID",     "LastVerb",  "Message"};
 
 TEST_F(AddInStoreTest, FileWhoseColumnsAreNotTheTablesIsRefusedBeforeAnyInsert)
 {
-    const QStringList table = (QStringLiteral("RuleID, ") + kRuleFields).split(QStringLiteral(", "));
-    QStringList swapped = table, withoutSubject = table, withoutMessage = table, extra = table;
+    const QStringList& table = kTableColumns;
+    QStringList swapped = table, withoutMessage = table, extra = table;
     swapped.swapItemsAt(table.indexOf("SrcEntryID"), table.indexOf("DstEntryID"));
-    withoutSubject.removeOne("Subject");
     withoutMessage.removeLast();
     extra << "Notes";
     const struct {
         const char* name;
         QStringList columns;
-        const char* mismatch;  // empty: the file imports
+        const char* mismatch;
     } cases[] = {
-        {"the table's columns", table, ""},
         {"source and destination swapped", swapped, R"(column 11 should be "SrcEntryID" but is "DstEntryID")"},
-        {"a column missing", withoutSubject, R"(column 6 should be "Subject" but is "Importance")"},
         {"the last column missing", withoutMessage, R"(column 18 should be "Message" but the file has only 17 columns)"},
         {"an extra column", extra, R"(column 19 is "Notes" but the table has only 18 columns)"},
     };
@@ -291,20 +179,8 @@ TEST_F(AddInStoreTest, FileWhoseColumnsAreNotTheTablesIsRefusedBeforeAnyInsert)
         SCOPED_TRACE(c.name);
         m_answerer.clear();
         const QString file = TempPath(QStringLiteral("%1.xml").arg(QLatin1String(c.name)));
-        {
-            QFile f(file);
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            f.write(RulesFile(c.columns));
-        }
+        WriteBytes(file, RulesFile(c.columns));
         const bool imported = m_addIn->ImportRulesFrom(file);
-        if (*c.mismatch == 0) {
-            EXPECT_TRUE(imported) << Reports().join(u'\n').toStdString();
-            EXPECT_EQ(Query(m_path, QStringLiteral("SELECT RuleName, SrcEntryID, DstEntryID, Message FROM Rules "
-                                                   "WHERE RuleID > 3")),
-                      QStringLiteral("RuleName|SrcEntryID|DstEntryID|Message"));
-            ASSERT_TRUE(m_addIn->DB1()->ExecuteSQL(QStringLiteral("DELETE FROM Rules WHERE RuleID > 3")));
-            continue;
-        }
         EXPECT_FALSE(imported);
         EXPECT_EQ(RuleCount(), QStringLiteral("3"));
         EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
@@ -327,21 +203,13 @@ TEST_F(AddInStoreTest, BrokenFilesFailAndInsertNothing)
         QByteArray bytes;
     } const cases[] = {
         {"truncated in the rows", xml.left(xml.size() - 60)},
-        {"truncated in the schema", xml.left(xml.indexOf("rs:data") / 2)},
         {"not XML", QByteArray("RuleName,FromAddress\nnews,a@b.c\n")},
-        {"XML but no rowset", QByteArray("<?xml version='1.0'?><rules><rule name='x'/></rules>")},
-        {"empty file", QByteArray()},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         m_answerer.clear();
         const QString file = TempPath(QStringLiteral("broken.xml"));
-        QFile::remove(file);
-        {
-            QFile f(file);
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            f.write(c.bytes);
-        }
+        WriteBytes(file, c.bytes);
         EXPECT_FALSE(m_addIn->ImportRulesFrom(file));
         EXPECT_EQ(RuleCount(), QStringLiteral("3"));
         ASSERT_EQ(Reports().size(), 1);
@@ -369,44 +237,6 @@ TEST_F(AddInStoreTest, RowThatCannotBeInsertedStopsTheImportKeepingEarlierRows)
     EXPECT_EQ(Reports().at(1), QStringLiteral("There was a problem importing the data.\n\n"
                                               "If this problem persists, please contact Sorquin support."));
     EXPECT_EQ(m_answerer.shown().at(1).style, os::vbExclamation);
-}
-
-// --- Placing the database at start-up ------------------------------------------------
-
-TEST_F(AddInStoreTest, PlaceDatabaseNeverReplacesAnExistingFile)
-{
-    const QString install = TempPath(QStringLiteral("install"));
-    const QString data = TempPath(QStringLiteral("data"));
-    ASSERT_TRUE(QDir().mkpath(install + QStringLiteral("/Database")));
-    ASSERT_TRUE(QDir().mkpath(data));
-    ASSERT_TRUE(QFile::copy(BuiltDatabase(QStringLiteral("template")), install + QStringLiteral("/Database/_mvblank.mdb")));
-
-    ASSERT_TRUE(addin::OutAddIn::PlaceDatabase(data, install));
-    EXPECT_EQ(FileBytes(data + QStringLiteral("/mv.mdb")), FileBytes(BuiltDatabase(QStringLiteral("template"))));
-
-    // An old database beside the program wins over the template, once.
-    QFile::remove(data + QStringLiteral("/mv.mdb"));
-    ASSERT_TRUE(QFile::copy(BuiltDatabase(QStringLiteral("v140")), install + QStringLiteral("/mv.mdb")));
-    ASSERT_TRUE(addin::OutAddIn::PlaceDatabase(data, install));
-    const QByteArray placed = FileBytes(data + QStringLiteral("/mv.mdb"));
-    EXPECT_EQ(placed, FileBytes(BuiltDatabase(QStringLiteral("v140"))));
-    QFile::remove(install + QStringLiteral("/mv.mdb"));
-    ASSERT_TRUE(addin::OutAddIn::PlaceDatabase(data, install));
-    EXPECT_EQ(FileBytes(data + QStringLiteral("/mv.mdb")), placed);
-
-    EXPECT_FALSE(addin::OutAddIn::PlaceDatabase(TempPath(QStringLiteral("empty")), TempPath(QStringLiteral("nowhere"))));
-}
-
-TEST_F(AddInStoreTest, FailedConnectionShowsItsBoxAndKeepsBuiltInSettings)
-{
-    addin::OutAddIn addIn(m_report, nullptr, m_progIds, m_clock, m_dir.path());
-    EXPECT_FALSE(addIn.OpenDatabases(TempPath(QStringLiteral("absent.mdb"))));
-    EXPECT_EQ(Reports(), (QStringList{QStringLiteral("Connection 1 to Mailvane Database failed!\r\nPlease conatct Sorquin Support"),
-                                      QStringLiteral("Connection 2 to Mailvane Database failed!\r\nPlease conatct Sorquin Support")}));
-    EXPECT_EQ(m_answerer.shown().at(0).style, os::vbCritical);
-    EXPECT_EQ(addIn.Toolbar(), 1);
-    EXPECT_EQ(addIn.GetMaxSortID(), 0);
-    EXPECT_FALSE(QFile::exists(TempPath(QStringLiteral("absent.mdb"))));
 }
 
 }  // namespace

@@ -7,12 +7,6 @@
 
 namespace mv::test {
 
-QString BuiltDatabase(const QString& name)
-{
-    if (name == QLatin1String("template")) return QStringLiteral(MV_BINARY_DIR "/Database/_mvblank.mdb");
-    return QStringLiteral(MV_BINARY_DIR "/tests/store/fixtures/%1.mdb").arg(name);
-}
-
 QString Query(const QString& path, const QString& sql)
 {
     sqlite3* db = nullptr;
@@ -55,14 +49,15 @@ QByteArray FileBytes(const QString& path)
     return f.readAll();
 }
 
+void WriteBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    EXPECT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate) && f.write(bytes) == bytes.size()) << path.toStdString();
+}
+
 StoreTest::StoreTest()
 {
     store::RegisterAdoProgIds(m_progIds);
-}
-
-void StoreTest::SetUp()
-{
-    ASSERT_TRUE(m_dir.isValid());
 }
 
 QString StoreTest::CopyDatabase(const QString& name, const QString& fileName)

@@ -1,6 +1,6 @@
 #pragma once
 // Shared set-up of the rule store tests: real database files copied from the
-// built template and fixtures into a temporary folder, the real ADO objects
+// built template and older releases into a temporary folder, the real ADO objects
 // behind the ProgID registry, and a scripted message box that records every
 // report. Checks read the files through SQLite itself, not through the code
 // under test.
@@ -11,6 +11,8 @@
 #include "platform/common/ProgIdRegistry.h"
 #include "platform/os/ErrorReport.h"
 #include "platform/os/MessageBox.h"
+#include "tests/support/QtPrinters.h"
+#include "tests/support/databases/OldDatabases.h"
 
 #include <QByteArray>
 #include <QString>
@@ -21,19 +23,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <ostream>
 #include <vector>
 
-// Readable QString values in failure messages.
-inline void PrintTo(const QString& s, std::ostream* os)
-{
-    *os << '"' << s.toStdString() << '"';
-}
-
 namespace mv::test {
-
-// "template" for Database/_mvblank.mdb, else a fixture name such as "v100".
-QString BuiltDatabase(const QString& name);
 
 // Rows of `sql` run by SQLite on `path`: columns joined by "|", rows by
 // "\n", a null written as "NULL".
@@ -41,11 +33,12 @@ QString Query(const QString& path, const QString& sql);
 // "name type, name type, ..." in table order.
 QString Columns(const QString& path, const QString& table);
 QByteArray FileBytes(const QString& path);
+// Writes `bytes` as the whole of `path`; fails the test when it cannot.
+void WriteBytes(const QString& path, const QByteArray& bytes);
 
 class StoreTest : public ::testing::Test {
 protected:
     StoreTest();
-    void SetUp() override;
 
     // Copies a built database into the temporary folder as `fileName`.
     QString CopyDatabase(const QString& name, const QString& fileName = QStringLiteral("mv.mdb"));

@@ -1,38 +1,14 @@
 // cDB on real SQLite files: apostrophes, connection strings, identities,
 // closed connections, cursor moves and searches, export, and the failure of
-// each ADO object creation in turn.
+// each ADO object creation in turn. Bad and locked files are refused by the
+// provider (tests/ado), which cDB only passes on.
 
 #include "StoreFixture.h"
-
-#include <QFile>
-#include <QProcess>
-#include <QStandardPaths>
-
-#include <unistd.h>
 
 namespace mv::test {
 namespace {
 
 using store::cDB;
-
-TEST(ApostropheTest, DoublesEveryQuoteInPlace)
-{
-    ProgIdRegistry ids;
-    os::ScriptedAnswerer answerer;
-    os::ErrorReport report(answerer);
-    cDB db(ids, report, QString());
-    const std::pair<const char*, const char*> cases[] = {
-        {"O'Brien's", "O''Brien''s"}, {"plain", "plain"}, {"'", "''"},       {"''", "''''"},
-        {"", ""},                     {"'a'", "''a''"},   {"Zoë's café", "Zoë''s café"},
-    };
-    for (const auto& [in, out] : cases) {
-        QString text = QString::fromUtf8(in);
-        EXPECT_EQ(db.Apostrophe(text), QString::fromUtf8(out)) << in;
-        EXPECT_EQ(text, QString::fromUtf8(out)) << "the argument is rewritten as well";
-    }
-}
-
-// --- Connection strings -----------------------------------------------------
 
 TEST(ConnectionStringTest, KindsBuildTheirExactText)
 {
@@ -52,7 +28,6 @@ TEST(ConnectionStringTest, KindsBuildTheirExactText)
          "Jet OLEDB:Engine Type=5;"},
         {3, " /d/mv.mdb ", " admin ", "pw", " /opt/mv/ ",
          "Driver={Microsoft Access Driver (*.mdb)};DBQ=/d/mv.mdb;DefaultDir=/opt/mv/;UID=admin;PWD=;pw"},
-        {5, "/d/mv.mdb", "admin", "", "", ""},
     };
     for (const auto& c : cases)
         EXPECT_EQ(cDB::BuildConnectionString(c.kind, QString::fromUtf8(c.path), QString::fromUtf8(c.user),
@@ -62,6 +37,19 @@ TEST(ConnectionStringTest, KindsBuildTheirExactText)
 }
 
 class CDbTest : public StoreTest {};
+
+TEST_F(CDbTest, ApostropheDoublesEveryQuoteInPlace)
+{
+    cDB db(m_progIds, m_report, QString());
+    for (const auto& [in, out] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"O'Brien's", "O''Brien''s"}, {"plain", "plain"}, {"''", "''''"}, {"", ""},
+             {"Zoë's café", "Zoë''s café"}}) {
+        QString text = QString::fromUtf8(in);
+        EXPECT_EQ(db.Apostrophe(text), QString::fromUtf8(out)) << in;
+        EXPECT_EQ(text, QString::fromUtf8(out)) << "the argument is rewritten as well";
+    }
+}
+
 
 TEST_F(CDbTest, InitDbDefaultsTheDirectoryAndFailsOnAnUnknownKind)
 {
@@ -76,9 +64,7 @@ TEST_F(CDbTest, InitDbDefaultsTheDirectoryAndFailsOnAnUnknownKind)
     EXPECT_TRUE(Reports().isEmpty()) << "InitDB leaves the message to its caller";
 }
 
-// --- Identity ---------------------------------------------------------------
-
-TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnly)
+TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnlyAndAClosedConnectionReopensOnlyForCreateRs)
 {
     const QString path = CopyDatabase(QStringLiteral("v140"));
     auto db = Open(path);
@@ -97,36 +83,23 @@ TEST_F(CDbTest, NewIdFollowsPreparedInsertsOnly)
     ASSERT_TRUE(db->ExecuteSQL(QStringLiteral("INSERT INTO [Rules] ([RuleName]) VALUES ('later')")));
     EXPECT_EQ(db->NewID(), id);
     EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
-}
 
-// --- Closed connection --------------------------------------------------------
-
-TEST_F(CDbTest, ExecuteSqlRefusesAClosedConnectionWhileCreateRsReopensIt)
-{
-    const QString path = CopyDatabase(QStringLiteral("template"));
-    auto db = Open(path);
     db->Connection()->Close();
-
-    EXPECT_FALSE(db->ExecuteSQL(QStringLiteral("UPDATE [Settings] SET [WeekStart]=5")));
+    EXPECT_FALSE(db->ExecuteSQL(QStringLiteral("DELETE FROM [Rules]")));
     EXPECT_EQ(db->LastErrorNumber(), store::kErrDb1001);
     EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(
                              store::kErrDb1001, QStringLiteral("Database connection is closed"),
                              QStringLiteral("ExecuteSQL, Contact Sorquin Support"))});
-    EXPECT_EQ(Query(path, QStringLiteral("SELECT WeekStart FROM Settings")), QStringLiteral("2"));
-
     std::unique_ptr<ado::Recordset> rs;
-    ASSERT_TRUE(db->CreateRS(rs, QStringLiteral("SELECT * From Settings")));
+    ASSERT_TRUE(db->CreateRS(rs, QStringLiteral("SELECT * From Rules")));
     EXPECT_EQ(db->Connection()->State(), ado::adStateOpen);
-    EXPECT_EQ(rs->Value(QStringLiteral("version")).toString(), QStringLiteral("1.8.0"));
+    EXPECT_EQ(rs->RecordCount(), 6);
 }
-
-// --- Cursor: RecordCount, FindDB, MoveDB ----------------------------------------
 
 class CursorTest : public StoreTest {
 protected:
     void SetUp() override
     {
-        StoreTest::SetUp();
         m_path = CopyDatabase(QStringLiteral("v140"));  // SortIDs 1, 4, 9; Active -1, 0, -1
         m_db = Open(m_path);
         ASSERT_TRUE(m_db->CreateRS(m_rs, QStringLiteral("SELECT * From Rules ORDER By SortID")));
@@ -153,9 +126,7 @@ TEST_F(CursorTest, FindDbByDirectionAndRecordCount)
         {"next skips the current row", 1, store::dbNext, "Active = -1", true, 9},
         {"previous skips the current row", 9, store::dbPrevious, "Active = -1", true, 1},
         {"next on the last row restores it", 9, store::dbNext, "SortID > 0", false, 9},
-        {"previous on the first row restores it", 1, store::dbPrevious, "SortID > 0", false, 1},
         {"no match anywhere restores the row", 4, store::dbFirst, "SortID = 77", false, 4},
-        {"text with an apostrophe", 1, store::dbFirst, "RuleName = 'O''Brien''s reports'", true, 4},
         {"unknown direction does nothing", 4, 9, "SortID = 1", true, 4},
     };
     for (const auto& c : cases) {
@@ -193,17 +164,11 @@ TEST_F(CursorTest, MoveDbStopsOnTheEndRowsAndResyncs)
     EXPECT_EQ(m_rs->Value(QStringLiteral("RuleName")).toString(), QStringLiteral("renamed"));
 }
 
-// --- Export -------------------------------------------------------------------
-
 TEST_F(CDbTest, ExportReplacesAnExistingFileButKeepsItWhenTheQueryFails)
 {
     auto db = Open(CopyDatabase(QStringLiteral("v140")));
     const QString out = TempPath(QStringLiteral("rules.xml"));
-    {
-        QFile f(out);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("old contents that are much longer than nothing at all");
-    }
+    WriteBytes(out, "old contents that are much longer than nothing at all");
     ASSERT_TRUE(db->Export(QStringLiteral("Select * from Rules"), out));
     const QByteArray written = FileBytes(out);
     EXPECT_TRUE(written.contains("urn:schemas-microsoft-com:rowset"));
@@ -215,170 +180,80 @@ TEST_F(CDbTest, ExportReplacesAnExistingFileButKeepsItWhenTheQueryFails)
     EXPECT_TRUE(Reports().first().endsWith(QLatin1String("in procedure Export of Class Module cDB")));
 }
 
-// --- Failure of each ADO object creation ------------------------------------------
-
 enum class Op { InitDB, CreateRS, ExecuteSQL, ExecutePrepared, Import, AppendField };
 
-struct InjectionCase {
-    const char* name;
-    const char* progId;
-    Op op;
-    long number;
-    const char* description;
-    const char* reportLabel;  // nullptr: the operation only returns its default
-};
-
-class CreationFailureTest : public StoreTest, public ::testing::WithParamInterface<InjectionCase> {};
-
+// Makes the registry hand out no object for `progId`.
 template <class T>
 void Break(ProgIdRegistry& ids, const char* progId)
 {
     ids.Register<T>(QString::fromLatin1(progId), [] { return std::unique_ptr<T>(); });
 }
 
-TEST_P(CreationFailureTest, GivesTheTabledErrorAndTheDefaultResult)
+TEST_F(CDbTest, FailedObjectCreationGivesTheTabledErrorAndTheDefaultResult)
 {
-    const auto& c = GetParam();
+    const char* const kExec = "ExecuteSQL, Contact Sorquin Support";
+    const char* const kImport = "Import of Class Module cDB";
+    const struct {
+        const char* progId;  // "ADODB.Command" fails with "Failed to create Command object."
+        void (*brk)(ProgIdRegistry&, const char*);
+        Op op;
+        long number;
+        const char* reportLabel;  // nullptr: the operation only returns its default
+    } cases[] = {
+        {"ADODB.Connection", Break<ado::Connection>, Op::InitDB, store::kErrDb1000, nullptr},
+        {"ADODB.Recordset", Break<ado::Recordset>, Op::CreateRS, store::kErrDb1002, nullptr},
+        {"ADODB.Command", Break<ado::Command>, Op::CreateRS, store::kErrDb1003, nullptr},
+        {"ADODB.Command", Break<ado::Command>, Op::ExecuteSQL, store::kErrDb1002, kExec},
+        {"ADODB.Command", Break<ado::Command>, Op::ExecutePrepared, store::kErrDb1002, kExec},
+        {"ADODB.Recordset", Break<ado::Recordset>, Op::Import, store::kErrDb1002, kImport},
+        {"ADODB.Command", Break<ado::Command>, Op::Import, store::kErrDb1001, kImport},
+        {"ADOX.Catalog", Break<ado::Catalog>, Op::AppendField, store::kErrDb1000, "AppendField"},
+        {"ADOX.Table", Break<ado::Table>, Op::AppendField, store::kErrDb1001, "AppendField"},
+        {"ADOX.Column", Break<ado::Column>, Op::AppendField, store::kErrDb1002, "AppendField"},
+    };
     const QString path = CopyDatabase(QStringLiteral("v140"));
-    const QString before = Query(path, QStringLiteral("SELECT * FROM Rules")) +
-                           Columns(path, QStringLiteral("Rules")) + Query(path, QStringLiteral("SELECT * FROM Settings"));
+    const auto everything = [&] {
+        return Query(path, QStringLiteral("SELECT * FROM Rules")) + Columns(path, QStringLiteral("Rules")) +
+               Query(path, QStringLiteral("SELECT * FROM Settings"));
+    };
+    const QString before = everything();
     // An export to import, made before anything is broken.
     const QString xml = TempPath(QStringLiteral("rules.xml"));
-    {
-        auto db = Open(path);
-        ASSERT_TRUE(db->Export(QStringLiteral("Select * from Rules"), xml));
-    }
+    ASSERT_TRUE(Open(path)->Export(QStringLiteral("Select * from Rules"), xml));
 
-    const QString id = QString::fromLatin1(c.progId);
-    if (id == QLatin1String(store::kProgIdConnection)) Break<ado::Connection>(m_progIds, c.progId);
-    if (id == QLatin1String(store::kProgIdRecordset)) Break<ado::Recordset>(m_progIds, c.progId);
-    if (id == QLatin1String(store::kProgIdCommand)) Break<ado::Command>(m_progIds, c.progId);
-    if (id == QLatin1String(store::kProgIdCatalog)) Break<ado::Catalog>(m_progIds, c.progId);
-    if (id == QLatin1String(store::kProgIdTable)) Break<ado::Table>(m_progIds, c.progId);
-    if (id == QLatin1String(store::kProgIdColumn)) Break<ado::Column>(m_progIds, c.progId);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.progId) + " op " + std::to_string(int(c.op)));
+        store::RegisterAdoProgIds(m_progIds);  // mends what the last case broke
+        m_answerer.clear();
+        c.brk(m_progIds, c.progId);
 
-    cDB db(m_progIds, m_report, m_dir.path());
-    bool result = true;
-    if (c.op == Op::InitDB) {
-        result = db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet);
-    } else {
-        ASSERT_TRUE(db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet));
-        std::unique_ptr<ado::Recordset> rs;
-        switch (c.op) {
-        case Op::CreateRS:
-            result = db.CreateRS(rs, QStringLiteral("SELECT * From Rules"));
-            EXPECT_EQ(rs, nullptr);
-            break;
-        case Op::ExecuteSQL:
-            result = db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0"));
-            break;
-        case Op::ExecutePrepared: {
-            auto cmd = Prepared(QStringLiteral("UPDATE [Rules] SET Active=?"), {0});
-            result = db.ExecuteSQL(QString(), cmd.get());
-            EXPECT_EQ(db.NewID(), 0);
-            break;
-        }
-        case Op::Import:
-            result = db.Import(xml);
-            break;
-        case Op::AppendField:
-            result = db.AppendField(QStringLiteral("Rules"), QStringLiteral("Extra"), ado::adLongVarWChar, true);
-            break;
-        case Op::InitDB:
-            break;
-        }
-    }
-    EXPECT_FALSE(result);
-    EXPECT_EQ(db.LastErrorNumber(), c.number);
-    EXPECT_EQ(db.LastErrorDescription(), QString::fromUtf8(c.description));
-    if (c.reportLabel) {
-        EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(c.number, QString::fromUtf8(c.description),
-                                                                             QString::fromUtf8(c.reportLabel))});
-    } else {
-        EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
-    }
-    db.KillDB();
-    EXPECT_EQ(Query(path, QStringLiteral("SELECT * FROM Rules")) + Columns(path, QStringLiteral("Rules")) +
-                  Query(path, QStringLiteral("SELECT * FROM Settings")),
-              before)
-        << "nothing else happened";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    EachProgId, CreationFailureTest,
-    ::testing::Values(
-        InjectionCase{"InitDB_Connection", "ADODB.Connection", Op::InitDB, store::kErrDb1000,
-                      "Failed to create Connection object.", nullptr},
-        InjectionCase{"CreateRS_Recordset", "ADODB.Recordset", Op::CreateRS, store::kErrDb1002,
-                      "Failed to create Recordset object.", nullptr},
-        InjectionCase{"CreateRS_Command", "ADODB.Command", Op::CreateRS, store::kErrDb1003,
-                      "Failed to create Command object.", nullptr},
-        InjectionCase{"ExecuteSQL_Command", "ADODB.Command", Op::ExecuteSQL, store::kErrDb1002,
-                      "Failed to create Command object.", "ExecuteSQL, Contact Sorquin Support"},
-        InjectionCase{"ExecutePrepared_Command", "ADODB.Command", Op::ExecutePrepared, store::kErrDb1002,
-                      "Failed to create Command object.", "ExecuteSQL, Contact Sorquin Support"},
-        InjectionCase{"Import_Recordset", "ADODB.Recordset", Op::Import, store::kErrDb1002,
-                      "Failed to create Recordset object.", "Import of Class Module cDB"},
-        InjectionCase{"Import_Command", "ADODB.Command", Op::Import, store::kErrDb1001,
-                      "Failed to create Command object.", "Import of Class Module cDB"},
-        InjectionCase{"AppendField_Catalog", "ADOX.Catalog", Op::AppendField, store::kErrDb1000,
-                      "Failed to create Catalog object.", "AppendField"},
-        InjectionCase{"AppendField_Table", "ADOX.Table", Op::AppendField, store::kErrDb1001,
-                      "Failed to create Table object.", "AppendField"},
-        InjectionCase{"AppendField_Column", "ADOX.Column", Op::AppendField, store::kErrDb1002,
-                      "Failed to create Column object.", "AppendField"}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-// --- Bad database files ---------------------------------------------------------------
-
-TEST_F(CDbTest, BadFilesAreRefusedAndLeftAlone)
-{
-    QByteArray jet("\x00\x01\x00\x00Standard Jet DB\x00", 20);
-    jet.append(QByteArray(4096, '\x5a'));
-    const QString notSqlite = TempPath(QStringLiteral("jet.mdb"));
-    QFile f(notSqlite);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.write(jet) == jet.size());
-    f.close();
-    const QString readOnly = CopyDatabase(QStringLiteral("template"), QStringLiteral("ro.mdb"));
-    QFile::setPermissions(readOnly, QFile::ReadOwner);
-
-    for (const QString& path : {notSqlite, TempPath(QStringLiteral("absent.mdb")), readOnly}) {
-        SCOPED_TRACE(path.toStdString());
-        if (path == readOnly && ::geteuid() == 0) continue;  // root writes read-only files
-        const QByteArray before = FileBytes(path);
         cDB db(m_progIds, m_report, m_dir.path());
-        if (db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet)) {
-            EXPECT_FALSE(db.ExecuteSQL(QStringLiteral("UPDATE [Settings] SET init=1")));
+        bool result = db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet);
+        ASSERT_TRUE(result || c.op == Op::InitDB);
+        std::unique_ptr<ado::Recordset> rs;
+        auto cmd = Prepared(QStringLiteral("UPDATE [Rules] SET Active=?"), {0});
+        if (c.op == Op::CreateRS) result = db.CreateRS(rs, QStringLiteral("SELECT * From Rules"));
+        if (c.op == Op::ExecuteSQL) result = db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0"));
+        if (c.op == Op::ExecutePrepared) result = db.ExecuteSQL(QString(), cmd.get());
+        if (c.op == Op::Import) result = db.Import(xml);
+        if (c.op == Op::AppendField)
+            result = db.AppendField(QStringLiteral("Rules"), QStringLiteral("Extra"), ado::adLongVarWChar, true);
+        EXPECT_FALSE(result);
+        EXPECT_EQ(rs, nullptr);
+        EXPECT_EQ(db.NewID(), 0);
+        const QString description =
+            QStringLiteral("Failed to create %1 object.").arg(QString::fromLatin1(c.progId).section(u'.', 1));
+        EXPECT_EQ(db.LastErrorNumber(), c.number);
+        EXPECT_EQ(db.LastErrorDescription(), description);
+        if (c.reportLabel) {
+            EXPECT_EQ(Reports(), QStringList{os::ErrorReport::ProcedureErrorText(c.number, description,
+                                                                                 QString::fromUtf8(c.reportLabel))});
+        } else {
+            EXPECT_TRUE(Reports().isEmpty()) << Reports().join(u'\n').toStdString();
         }
         db.KillDB();
-        EXPECT_EQ(FileBytes(path), before);
+        EXPECT_EQ(everything(), before) << "nothing else happened";
     }
-    EXPECT_FALSE(QFile::exists(TempPath(QStringLiteral("absent.mdb"))));
-}
-
-TEST_F(CDbTest, FileLockedByAnotherProcessFailsAndIsLeftAlone)
-{
-    const QString path = CopyDatabase(QStringLiteral("v140"));
-    const QByteArray before = FileBytes(path);
-    if (QStandardPaths::findExecutable(QStringLiteral("sqlite3")).isEmpty()) GTEST_SKIP() << "needs the sqlite3 shell";
-    QProcess holder;
-    holder.start(QStringLiteral("sqlite3"), {path});
-    ASSERT_TRUE(holder.waitForStarted());
-    holder.write("BEGIN EXCLUSIVE;\nSELECT 'locked';\n");
-    while (!holder.readAllStandardOutput().contains("locked")) ASSERT_TRUE(holder.waitForReadyRead(10000));
-
-    cDB db(m_progIds, m_report, m_dir.path());
-    if (db.InitDB(path, QStringLiteral("admin"), QString(), QString(), store::kConnectJet)) {
-        std::unique_ptr<ado::Recordset> rs;
-        EXPECT_FALSE(db.CreateRS(rs, QStringLiteral("SELECT * From Rules")));
-        EXPECT_FALSE(db.ExecuteSQL(QStringLiteral("UPDATE [Rules] SET Active=0")));
-        EXPECT_EQ(Reports().size(), 1);
-    }
-    db.KillDB();
-    holder.write("ROLLBACK;\n.quit\n");
-    holder.closeWriteChannel();
-    ASSERT_TRUE(holder.waitForFinished(10000));
-    EXPECT_EQ(FileBytes(path), before);
 }
 
 }  // namespace
