@@ -23,10 +23,7 @@ QStringList Captions(const CommandBarControls& controls)
     return list;
 }
 
-void RunDeferredDeletes()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
+void RunDeferredDeletes() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
 class CommandBarsTest : public ::testing::Test {
 protected:
@@ -34,7 +31,7 @@ protected:
     CommandBars bars{&clipboard};
 };
 
-TEST_F(CommandBarsTest, LookupIgnoresCaseAndFailsForMissingBar)
+TEST_F(CommandBarsTest, BarsAreFoundWithoutRegardToCaseUntilDeleted)
 {
     EXPECT_EQ(bars.Item("Mailvane"), nullptr);
     QSignalSpy added(&bars, &CommandBars::BarAdded);
@@ -58,6 +55,19 @@ TEST_F(CommandBarsTest, LookupIgnoresCaseAndFailsForMissingBar)
     CommandBar* custom = bars.Add("");
     ASSERT_NE(custom, nullptr);
     EXPECT_FALSE(custom->Name().isEmpty());
+
+    // A popup has its own controls, a button none; setters signal only changes.
+    CommandBarControl* popup = bars.Add("Tools", msoBarTop, true)->Controls()->Add(msoControlPopup, 0, {}, 0, true);
+    ASSERT_NE(popup->Controls(), nullptr);
+    EXPECT_EQ(bars.Item("Tools")->Controls()->Add()->Controls(), nullptr);
+    popup->Controls()->Add()->SetCaption("Rules Manager...");
+    EXPECT_EQ(popup->Controls()->Item(1)->Caption(), "Rules Manager...");
+    QSignalSpy changed(popup, &CommandBarControl::Changed);
+    popup->SetCaption("Mailvane");
+    popup->SetCaption("Mailvane");
+    popup->SetBeginGroup(true);
+    popup->SetTag("not drawn");
+    EXPECT_EQ(changed.count(), 2);
 }
 
 TEST_F(CommandBarsTest, ControlsAddHonoursBefore)
@@ -67,15 +77,9 @@ TEST_F(CommandBarsTest, ControlsAddHonoursBefore)
         const char* caption;
         int before;
         const char* expected;
-    } steps[] = {
-        {"A", 0, "A"},
-        {"B", 0, "A,B"},
-        {"C", 1, "C,A,B"},
-        {"D", 3, "C,A,D,B"},
-        {"E", 5, "C,A,D,B,E"},    // one past the end: out of range, appended
-        {"F", 99, "C,A,D,B,E,F"},
-        {"G", -1, "C,A,D,B,E,F,G"},
-    };
+    } steps[] = {{"A", 0, "A"}, {"B", 0, "A,B"}, {"C", 1, "C,A,B"}, {"D", 3, "C,A,D,B"},
+                 {"E", 5, "C,A,D,B,E"},  // one past the end: out of range, appended
+                 {"F", 99, "C,A,D,B,E,F"}, {"G", -1, "C,A,D,B,E,F,G"}};
     for (const auto& s : steps) {
         controls.Add(msoControlButton, 0, {}, s.before, true)->SetCaption(s.caption);
         EXPECT_EQ(Captions(controls).join(','), s.expected) << "after adding " << s.caption;
@@ -113,22 +117,6 @@ TEST_F(CommandBarsTest, DeleteRemovesAtOnceEvenFromItsOwnClick)
     EXPECT_EQ(controls.Count(), 0);
 }
 
-TEST_F(CommandBarsTest, PopupHasItsOwnControlsAndSettersSignalOnlyChanges)
-{
-    CommandBarControl* popup = bars.Add("Tools", msoBarTop, true)->Controls()->Add(msoControlPopup, 0, {}, 0, true);
-    ASSERT_NE(popup->Controls(), nullptr);
-    EXPECT_EQ(bars.Item("Tools")->Controls()->Add()->Controls(), nullptr) << "a button has none";
-    popup->Controls()->Add()->SetCaption("Rules Manager...");
-    EXPECT_EQ(popup->Controls()->Item(1)->Caption(), "Rules Manager...");
-
-    QSignalSpy changed(popup, &CommandBarControl::Changed);
-    popup->SetCaption("Mailvane");
-    popup->SetCaption("Mailvane");
-    popup->SetBeginGroup(true);
-    popup->SetTag("not drawn");
-    EXPECT_EQ(changed.count(), 2);
-}
-
 QByteArray Encode(const QImage& image, const char* format)
 {
     QByteArray bytes;
@@ -151,6 +139,7 @@ TEST_F(CommandBarsTest, PasteFaceMakesMaskColourTransparent)
     EXPECT_TRUE(button->Face().isNull());
 
     clipboard.SetData("text/plain", "what the user copied");
+    const auto saved = clipboard.Save();
     ASSERT_TRUE(PutFaceOnClipboard(clipboard, picture));
     QSignalSpy changed(button, &CommandBarControl::Changed);
     ASSERT_TRUE(button->PasteFace());
@@ -174,18 +163,9 @@ TEST_F(CommandBarsTest, PasteFaceMakesMaskColourTransparent)
     EXPECT_FALSE(button->Face().isNull());
 
     EXPECT_FALSE(PutFaceOnClipboard(clipboard, QImage()));
-}
-
-TEST_F(CommandBarsTest, ClipboardSnapshotRestoresWhatTheUserHad)
-{
-    clipboard.SetData("text/plain", "keep me");
-    const auto saved = clipboard.Save();
-    QImage picture(2, 2, QImage::Format_RGB32);
-    picture.fill(Qt::blue);
-    ASSERT_TRUE(PutFaceOnClipboard(clipboard, picture));
-    ASSERT_TRUE(bars.Add("Mailvane")->Controls()->Add()->PasteFace());
+    // The snapshot taken before brings back what the user had.
     clipboard.Restore(saved);
-    EXPECT_EQ(clipboard.Data("text/plain"), "keep me");
+    EXPECT_EQ(clipboard.Data("text/plain"), "what the user copied");
     EXPECT_TRUE(clipboard.Data(os::kFaceFormat).isEmpty());
 }
 
