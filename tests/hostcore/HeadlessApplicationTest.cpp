@@ -1,12 +1,16 @@
-// The windowless host: its one Explorer, its events from real stores, and
-// the add-ins it connects.
+// The windowless host: its windows, its events from real stores (memory,
+// Maildir and a private Dovecot) and the add-ins it connects.
 
 #include "host/core/AddinLoader.h"
 #include "host/core/HeadlessApplication.h"
 
 #include "platform/mapi/MapiUtils.h"
+#include "platform/stores/imap/ImapStore.h"
 #include "platform/stores/memory/MemoryStore.h"
+#include "tests/support/QtPrinters.h"
+#include "tests/support/dovecot/DovecotServer.h"
 
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -19,6 +23,13 @@ namespace {
 
 using namespace mv::host;
 
+mapi::NewMessage Message(const QByteArray& rfc822)
+{
+    mapi::NewMessage m;
+    m.rfc822 = rfc822;
+    return m;
+}
+
 QByteArray Mail(const QString& subject)
 {
     return QStringLiteral("From: Ann <ann@example.org>\r\nTo: Bob <bob@example.org>\r\nSubject: %1\r\n"
@@ -27,162 +38,141 @@ QByteArray Mail(const QString& subject)
         .toUtf8();
 }
 
-TEST(HeadlessApplication, OneWindowlessExplorerFromOpenToStop)
-{
-    StoreSet stores;
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(stores, clipboard);
-    EXPECT_EQ(app.ActiveExplorer(), nullptr) << "no Explorer before Open";
-    EXPECT_EQ(app.Version(), "11.0");
-    EXPECT_NE(app.GetNamespace("mapi"), nullptr);
-    EXPECT_EQ(app.GetNamespace("OTHER"), nullptr);
+// An application over a memory store (or stores the test opens), opened,
+// with its NewMail and ItemSend events counted.
+class HostTest : public ::testing::Test {
+protected:
+    HeadlessApplication& Open(StoreSet& set)
+    {
+        app = std::make_unique<HeadlessApplication>(set, clipboard);
+        QObject::connect(app.get(), &outlook::Application::NewMail, [this] { ++newMail; });
+        QObject::connect(app.get(), &outlook::Application::ItemSend, [this](outlook::Item* item, bool& cancel) {
+            sent << (item ? item->Subject() : QStringLiteral("<null>"));
+            EXPECT_FALSE(cancel);
+        });
+        app->Open();
+        return *app;
+    }
 
-    QSignalSpy newExplorer(app.GetExplorers(), &outlook::Explorers::NewExplorer);
-    app.Open();
-    app.Open();
+    StoreSet stores;
+    stores::MemoryStore& memory = [this]() -> stores::MemoryStore& {
+        auto owned = std::make_unique<stores::MemoryStore>();
+        stores::MemoryStore& store = *owned;
+        stores.Add(std::move(owned));
+        return store;
+    }();
+    os::MemoryClipboard clipboard;
+    std::unique_ptr<HeadlessApplication> app;
+    int newMail = 0;
+    QStringList sent;  // subjects ItemSend handed over (QSignalSpy cannot record its bool&)
+};
+
+TEST_F(HostTest, WindowsFromOpenToStop)
+{
+    StoreSet none;
+    HeadlessApplication bare(none, clipboard);
+    EXPECT_EQ(bare.ActiveExplorer(), nullptr) << "no Explorer before Open";
+    EXPECT_EQ(bare.Version(), "11.0");
+    EXPECT_NE(bare.GetNamespace("mapi"), nullptr);
+    EXPECT_EQ(bare.GetNamespace("OTHER"), nullptr);
+
+    app = std::make_unique<HeadlessApplication>(stores, clipboard);
+    QSignalSpy newExplorer(app->GetExplorers(), &outlook::Explorers::NewExplorer);
+    QSignalSpy newInspector(app->GetInspectors(), &outlook::Inspectors::NewInspector);
+    app->Open();
+    app->Open();
     EXPECT_EQ(newExplorer.count(), 1);
-    outlook::Explorer* explorer = app.ActiveExplorer();
-    ASSERT_NE(explorer, nullptr);
-    EXPECT_EQ(app.GetExplorers()->Count(), 1);
-    EXPECT_EQ(app.GetExplorers()->Item(1), explorer);
-    EXPECT_EQ(app.GetInspectors()->Count(), 0);
-    EXPECT_EQ(explorer->SelectionCount(), 0);
-    EXPECT_TRUE(explorer->Selection().empty());
-    ASSERT_NE(explorer->CommandBars()->Item("tools"), nullptr);
-    EXPECT_EQ(explorer->CommandBars()->Item("Mailvane"), nullptr);
+    EXPECT_EQ(app->GetExplorers()->Count(), 1);
+    HeadlessExplorer* first = app->Explorer();
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(app->ActiveExplorer(), first);
+    EXPECT_TRUE(first->Selection().empty());
+    ASSERT_NE(first->CommandBars()->Item("tools"), nullptr);
+    EXPECT_EQ(first->CommandBars()->Item("Mailvane"), nullptr);
 
-    QSignalSpy startup(&app, &outlook::Application::Startup);
-    QSignalSpy quit(&app, &outlook::Application::Quit);
-    QSignalSpy closed(explorer, &outlook::Explorer::Closed);
-    app.Start();
-    app.Start();
-    EXPECT_EQ(startup.count(), 1);
-
-    // Quit comes before the window goes, so handlers still find it.
-    bool explorerAtQuit = false;
-    QObject::connect(&app, &outlook::Application::Quit, [&] { explorerAtQuit = app.ActiveExplorer() != nullptr; });
-    app.Stop();
-    app.Stop();
-    EXPECT_EQ(quit.count(), 1);
-    EXPECT_TRUE(explorerAtQuit);
-    EXPECT_EQ(closed.count(), 1);
-    EXPECT_EQ(app.ActiveExplorer(), nullptr);
-    EXPECT_EQ(app.GetExplorers()->Count(), 0);
-}
-
-// Windows opened and closed in the order window tracking has to cope with.
-TEST(HeadlessApplication, WindowsAreCountedUntilTheyClose)
-{
-    StoreSet stores;
-    auto owned = std::make_unique<stores::MemoryStore>();
-    stores::MemoryStore& memory = *owned;
-    stores.Add(std::move(owned));
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(stores, clipboard);
-    app.Open();
-    QSignalSpy newInspector(app.GetInspectors(), &outlook::Inspectors::NewInspector);
-
-    HeadlessExplorer* first = app.Explorer();
-    HeadlessExplorer* second = app.OpenExplorer();
-    HeadlessExplorer* third = app.OpenExplorer();
-    EXPECT_EQ(app.GetExplorers()->Count(), 3);
-    EXPECT_EQ(app.ActiveExplorer(), third);
+    // Windows opened and closed in the order window tracking has to cope with.
+    HeadlessExplorer* second = app->OpenExplorer();
+    HeadlessExplorer* third = app->OpenExplorer();
+    EXPECT_EQ(app->GetExplorers()->Count(), 3);
+    EXPECT_EQ(app->ActiveExplorer(), third);
     EXPECT_NE(second->CommandBars(), first->CommandBars()) << "each window has its own bars";
-
     second->Close();
-    EXPECT_EQ(app.GetExplorers()->Count(), 2);
-    EXPECT_EQ(app.GetExplorers()->Item(1), first);
-    EXPECT_EQ(app.GetExplorers()->Item(2), third);
+    EXPECT_EQ(app->GetExplorers()->Item(1), first);
+    EXPECT_EQ(app->GetExplorers()->Item(2), third);
     third->Close();
-    EXPECT_EQ(app.ActiveExplorer(), first);
+    EXPECT_EQ(app->ActiveExplorer(), first);
 
-    mapi::NewMessage m;
-    m.rfc822 = Mail("Open me");
-    auto id = memory.Append(memory.InboxId(), m);
+    auto id = memory.Append(memory.InboxId(), Message(Mail("Open me")));
     ASSERT_TRUE(id.ok());
-    auto item = app.Session().GetItemFromID(mapi::MapiUtils::HrGetHexFromBinary(*id),
-                                            mapi::MapiUtils::HrGetHexFromBinary(memory.StoreId()));
+    auto item = app->Session().GetItemFromID(mapi::MapiUtils::HrGetHexFromBinary(*id),
+                                             mapi::MapiUtils::HrGetHexFromBinary(memory.StoreId()));
     ASSERT_TRUE(item);
-    HeadlessInspector* inspector = app.OpenInspector(std::move(item));
+    HeadlessInspector* inspector = app->OpenInspector(std::move(item));
     EXPECT_EQ(newInspector.count(), 1);
-    ASSERT_EQ(app.GetInspectors()->Count(), 1);
-    EXPECT_EQ(app.GetInspectors()->Item(1)->CurrentItem()->Subject(), "Open me");
-
+    ASSERT_EQ(app->GetInspectors()->Count(), 1);
+    EXPECT_EQ(app->GetInspectors()->Item(1)->CurrentItem()->Subject(), "Open me");
     // The last Explorer closes while the message window stays open.
     first->Close();
-    EXPECT_EQ(app.ActiveExplorer(), nullptr);
-    EXPECT_EQ(app.GetInspectors()->Count(), 1);
+    EXPECT_EQ(app->ActiveExplorer(), nullptr);
+    EXPECT_EQ(app->GetInspectors()->Count(), 1);
+    HeadlessExplorer* last = app->OpenExplorer();
 
+    QSignalSpy startup(app.get(), &outlook::Application::Startup);
+    QSignalSpy quit(app.get(), &outlook::Application::Quit);
+    QSignalSpy explorerClosed(last, &outlook::Explorer::Closed);
     QSignalSpy inspectorClosed(inspector, &outlook::Inspector::Closed);
-    app.Stop();
+    app->Start();
+    app->Start();
+    EXPECT_EQ(startup.count(), 1);
+    // Quit comes before the windows go, so handlers still find them.
+    bool explorerAtQuit = false;
+    QObject::connect(app.get(), &outlook::Application::Quit, [&] { explorerAtQuit = app->ActiveExplorer() != nullptr; });
+    app->Stop();
+    app->Stop();
+    EXPECT_EQ(quit.count(), 1);
+    EXPECT_TRUE(explorerAtQuit);
+    EXPECT_EQ(explorerClosed.count(), 1);
     EXPECT_EQ(inspectorClosed.count(), 1);
-    EXPECT_EQ(app.GetInspectors()->Count(), 0);
-    EXPECT_EQ(app.GetExplorers()->Count(), 0);
+    EXPECT_EQ(app->GetInspectors()->Count(), 0);
+    EXPECT_EQ(app->GetExplorers()->Count(), 0);
 }
 
-TEST(HeadlessApplication, ArrivalsRaiseNewMailOrItemSendByFolder)
+TEST_F(HostTest, ArrivalsRaiseNewMailOrItemSendByFolder)
 {
-    StoreSet stores;
-    auto owned = std::make_unique<stores::MemoryStore>();
-    stores::MemoryStore& memory = *owned;
-    stores.Add(std::move(owned));
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(stores, clipboard);
-    app.Open();
-
-    QSignalSpy newMail(&app, &outlook::Application::NewMail);
-    QStringList sentSubjects;
-    QObject::connect(&app, &outlook::Application::ItemSend, [&](outlook::Item* item, bool& cancel) {
-        sentSubjects << (item ? item->Subject() : QStringLiteral("<null>"));
-        EXPECT_FALSE(cancel);
-    });
-
+    Open(stores);
     const struct {
         const char* folder;
-        int newMail;
-        int itemSend;
+        int newMail, itemSend;
     } cases[] = {{"Inbox", 1, 0}, {"Sent", 0, 1}, {"Archive", 0, 0}};
     for (const auto& c : cases) {
-        newMail.clear();
-        sentSubjects.clear();
-        mapi::NewMessage m;
-        m.rfc822 = Mail(QStringLiteral("to %1").arg(c.folder));
-        ASSERT_TRUE(memory.Append(memory.FolderIdByPath(c.folder), m).ok());
+        newMail = 0;
+        sent.clear();
+        ASSERT_TRUE(memory.Append(memory.FolderIdByPath(c.folder), Message(Mail(QStringLiteral("to %1").arg(c.folder)))).ok());
         // Append reports Inbox and Sent arrivals itself; the signal is raised
         // once more by hand, as an IMAP IDLE wake-up would, for every folder.
         Q_EMIT memory.MessagesArrived(memory.FolderIdByPath(c.folder));
-        EXPECT_EQ(newMail.count(), c.newMail * 2) << c.folder;
-        EXPECT_EQ(sentSubjects.size(), c.itemSend * 2) << c.folder;
+        EXPECT_EQ(newMail, c.newMail * 2) << c.folder;
+        EXPECT_EQ(sent.size(), c.itemSend * 2) << c.folder;
         if (c.itemSend) {
-            EXPECT_EQ(sentSubjects.value(0), QStringLiteral("to %1").arg(c.folder));
+            EXPECT_EQ(sent.value(0), QStringLiteral("to %1").arg(c.folder));
         }
     }
-
-    app.Stop();
-    newMail.clear();
+    app->Stop();
+    newMail = 0;
     Q_EMIT memory.MessagesArrived(memory.InboxId());
-    EXPECT_EQ(newMail.count(), 0) << "no events after Stop";
+    EXPECT_EQ(newMail, 0) << "no events after Stop";
 }
 
 // A Maildir store as the embedded default makes it: files dropped by a
 // delivery agent into INBOX/new or by a mail client into Sent are seen.
-TEST(HeadlessApplication, MaildirDeliveriesAreSeen)
+TEST_F(HostTest, MaildirDeliveriesAreSeen)
 {
     QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
     auto profile = Profile::Embedded(dir.path());
     ASSERT_TRUE(profile.ok());
     auto set = StoreSet::Open(*profile);
     ASSERT_TRUE(set.ok());
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(**set, clipboard);
-    app.Open();
-    app.Start();
-    QSignalSpy newMail(&app, &outlook::Application::NewMail);
-    QStringList sent;  // QSignalSpy cannot record a bool& argument
-    QObject::connect(&app, &outlook::Application::ItemSend,
-                     [&](outlook::Item* item, bool&) { sent << (item ? item->Subject() : QString()); });
-
+    Open(**set).Start();
     const QString root = profile->stores[0].path;
     auto drop = [](const QString& path, const QByteArray& bytes) {
         QFile f(path);
@@ -190,9 +180,7 @@ TEST(HeadlessApplication, MaildirDeliveriesAreSeen)
         f.write(bytes);
     };
     drop(root + "/new/1790000000.M1P1.testhost", Mail("Welcome"));
-    ASSERT_TRUE(newMail.wait(5000));
-    EXPECT_TRUE(sent.isEmpty());
-
+    ASSERT_TRUE(QTest::qWaitFor([&] { return newMail > 0; }, 5000));
     // Two messages in Sent: the item handed over is the newest.
     drop(root + "/.Sent/cur/1700000000.M2P1.testhost:2,S", Mail("Older reply"));
     ASSERT_TRUE(QTest::qWaitFor([&] { return sent.size() == 1; }, 5000));
@@ -200,62 +188,86 @@ TEST(HeadlessApplication, MaildirDeliveriesAreSeen)
     drop(root + "/.Sent/cur/1790000001.M3P1.testhost:2,S", Mail("Newest reply"));
     ASSERT_TRUE(QTest::qWaitFor([&] { return sent.size() == 2; }, 5000));
     EXPECT_EQ(sent.last(), "Newest reply");
-    EXPECT_EQ(newMail.count(), 1);
-    app.Stop();
+    EXPECT_EQ(newMail, 1);
+    app->Stop();
+}
+
+// Arrivals in INBOX seen through IDLE raise NewMail, an append to Sent ItemSend.
+TEST_F(HostTest, ImapIdleArrivalAndSentAppendRaiseEvents)
+{
+    if (!DovecotServer::Available()) GTEST_SKIP() << "dovecot is not installed";
+    DovecotServer server;
+    QString error;
+    ASSERT_TRUE(server.Start(&error)) << error.toStdString();
+    stores::ImapSettings settings;
+    settings.host = QStringLiteral("127.0.0.1");
+    settings.port = server.Port();
+    settings.tls = stores::TlsMode::None;
+    settings.user = DovecotServer::User();
+    settings.password = DovecotServer::Password();
+    settings.timeoutSeconds = 10;
+    StoreSet set;
+    set.Add(std::make_unique<stores::ImapStore>(settings));
+    mapi::MessageStore& store = *set.Stores().front();
+    auto sentFolder = store.CreateFolder({}, QStringLiteral("Sent"));
+    ASSERT_TRUE(sentFolder.ok()) << sentFolder.error().message.toStdString();
+    Open(set);
+
+    // Another client delivers to INBOX. The watcher logs in and starts IDLE
+    // on its own thread; deliver until it reports, as a server would keep delivering.
+    stores::ImapStore other(settings);
+    auto inbox = other.FolderIdOf("INBOX");
+    ASSERT_TRUE(inbox.ok());
+    for (QDeadlineTimer patience(60000); !patience.hasExpired() && newMail == 0; QTest::qWaitFor([this] { return newMail > 0; }, 2000))
+        ASSERT_TRUE(other.Append(*inbox, Message("From: a@example.org\r\nSubject: via IDLE\r\n\r\nhi\r\n")).ok());
+    ASSERT_GT(newMail, 0) << "no NewMail after INBOX deliveries; server log:\n" << server.LogText().toStdString();
+    EXPECT_TRUE(sent.isEmpty());
+
+    ASSERT_TRUE(store.Append(*sentFolder, Message("From: test@example.org\r\nSubject: my reply\r\n\r\nhi\r\n")).ok());
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !sent.isEmpty(); }, 5000)) << server.LogText().toStdString();
+    EXPECT_EQ(sent.value(0), "my reply");
+    app->Stop();
 }
 
 // ---- add-in loading ----
 
-struct CallLog {
-    QStringList calls;
-};
-
 class FakeAddin : public outlook::IDTExtensibility2 {
 public:
-    FakeAddin(QString name, CallLog& log) : m_name(std::move(name)), m_log(log) {}
+    FakeAddin(QString name, QStringList& log) : m_name(std::move(name)), m_log(log) {}
     void OnConnection(outlook::Application* application, int mode, AddInInstance& inst) override
     {
-        m_log.calls << QStringLiteral("%1 connect %2 %3 %4")
-                           .arg(m_name)
-                           .arg(mode)
-                           .arg(inst.ProgId)
-                           .arg(application && application->ActiveExplorer() ? "explorer" : "no-explorer");
+        m_log << QStringLiteral("%1 connect %2 %3 %4")
+                     .arg(m_name)
+                     .arg(mode)
+                     .arg(inst.ProgId, application && application->ActiveExplorer() ? "explorer" : "no-explorer");
         inst.Object = this;
     }
-    void OnDisconnection(int mode) override { m_log.calls << QStringLiteral("%1 disconnect %2").arg(m_name).arg(mode); }
-    void OnStartupComplete() override { m_log.calls << m_name + " startup-complete"; }
-    void OnBeginShutdown() override { m_log.calls << m_name + " begin-shutdown"; }
+    void OnDisconnection(int mode) override { m_log << QStringLiteral("%1 disconnect %2").arg(m_name).arg(mode); }
+    void OnStartupComplete() override { m_log << m_name + " startup-complete"; }
+    void OnBeginShutdown() override { m_log << m_name + " begin-shutdown"; }
 
 private:
     QString m_name;
-    CallLog& m_log;
+    QStringList& m_log;
 };
 
-class AddinLoaderTest : public ::testing::Test {
+class AddinLoaderTest : public HostTest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(dir.isValid());
-        app.Open();
-    }
+    void SetUp() override { Open(stores); }
     QString Key(const QString& progId) { return QString::fromLatin1(kAddinsKey) + "\\" + progId; }
     void RegisterAddin(const QString& progId, quint32 loadBehavior, bool factory = true)
     {
         ASSERT_TRUE(registry.WriteString(Key(progId), "FriendlyName", progId + " Add-In").ok());
         ASSERT_TRUE(registry.WriteDword(Key(progId), "LoadBehavior", loadBehavior).ok());
         if (factory)
-            progIds.Register<outlook::IDTExtensibility2>(progId, [this, progId] {
-                return std::make_unique<FakeAddin>(progId.section('.', 0, 0), log);
-            });
+            progIds.Register<outlook::IDTExtensibility2>(
+                progId, [this, progId] { return std::make_unique<FakeAddin>(progId.section('.', 0, 0), log); });
     }
 
     QTemporaryDir dir;
     os::Registry registry{dir.path() + "/registry.ini"};
     ProgIdRegistry progIds;
-    StoreSet stores;
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app{stores, clipboard};
-    CallLog log;
+    QStringList log;
 };
 
 TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeAndDisconnectsInReverse)
@@ -266,10 +278,10 @@ TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeAndDisconnectsInReverse)
     RegisterAddin("Delta.Connect", 3, false);  // registered, but nothing installed
     RegisterAddin("Eps.Connect", 0);
     {
-        AddinLoader loader(registry, progIds, app);
+        AddinLoader loader(registry, progIds, *app);
         EXPECT_EQ(loader.Registered().size(), 5u);
         EXPECT_EQ(loader.Connect(), 2);
-        EXPECT_EQ(loader.Connected().join(',').toStdString(), "Alpha.Connect,Gamma.Connect");
+        EXPECT_EQ(loader.Connected(), QStringList({"Alpha.Connect", "Gamma.Connect"}));
         ASSERT_EQ(loader.Failures().size(), 1);
         EXPECT_TRUE(loader.Failures()[0].startsWith("Delta.Connect"));
         EXPECT_EQ(loader.Connect(), 0) << "connected add-ins are not connected twice";
@@ -284,18 +296,9 @@ TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeAndDisconnectsInReverse)
         loader.Disconnect();
         EXPECT_EQ(loader.AddInObject("Alpha.Connect"), nullptr);
     }
-    EXPECT_EQ(log.calls.join('\n').toStdString(), QStringList({
-                                                        "Alpha connect 1 Alpha.Connect explorer",
-                                                        "Gamma connect 1 Gamma.Connect explorer",
-                                                        "Alpha startup-complete",
-                                                        "Gamma startup-complete",
-                                                        "Alpha begin-shutdown",
-                                                        "Gamma begin-shutdown",
-                                                        "Gamma disconnect 0",
-                                                        "Alpha disconnect 0",
-                                                    })
-                                                        .join('\n')
-                                                        .toStdString());
+    EXPECT_EQ(log, QStringList({"Alpha connect 1 Alpha.Connect explorer", "Gamma connect 1 Gamma.Connect explorer",
+                                "Alpha startup-complete", "Gamma startup-complete", "Alpha begin-shutdown",
+                                "Gamma begin-shutdown", "Gamma disconnect 0", "Alpha disconnect 0"}));
 }
 
 TEST_F(AddinLoaderTest, RemoveByTheUserDisconnectsWithModeOneAndStopsLoading)
@@ -303,22 +306,20 @@ TEST_F(AddinLoaderTest, RemoveByTheUserDisconnectsWithModeOneAndStopsLoading)
     RegisterAddin("Alpha.Connect", 3);
     RegisterAddin("Gamma.Connect", 3);
     {
-        AddinLoader loader(registry, progIds, app);
+        AddinLoader loader(registry, progIds, *app);
         loader.Connect(outlook::ext_cm_AfterStartup);
-        log.calls.clear();
+        log.clear();
         EXPECT_TRUE(loader.Remove("alpha.connect"));
         EXPECT_FALSE(loader.Remove("Alpha.Connect")) << "already removed";
-        EXPECT_EQ(log.calls.join('\n').toStdString(), "Alpha disconnect 1");
+        EXPECT_EQ(log, QStringList{"Alpha disconnect 1"});
         EXPECT_EQ(*registry.ReadDword(Key("Alpha.Connect"), "LoadBehavior"), 2u);
         EXPECT_EQ(*registry.ReadDword(Key("Gamma.Connect"), "LoadBehavior"), 3u);
-        log.calls.clear();
+        log.clear();
     }  // the destructor shuts the rest down
-    EXPECT_EQ(log.calls.join('\n').toStdString(), "Gamma begin-shutdown\nGamma disconnect 0");
-
-    AddinLoader next(registry, progIds, app);
-    log.calls.clear();
+    EXPECT_EQ(log, QStringList({"Gamma begin-shutdown", "Gamma disconnect 0"}));
+    AddinLoader next(registry, progIds, *app);
     EXPECT_EQ(next.Connect(), 1);
-    EXPECT_EQ(next.Connected().join(',').toStdString(), "Gamma.Connect");
+    EXPECT_EQ(next.Connected(), QStringList{"Gamma.Connect"});
 }
 
 TEST_F(AddinLoaderTest, MailvaneRegistrationIsWrittenOnlyWhenMissing)
@@ -328,7 +329,6 @@ TEST_F(AddinLoaderTest, MailvaneRegistrationIsWrittenOnlyWhenMissing)
     EXPECT_EQ(*registry.ReadString(key, "FriendlyName"), "Mailvane Add-In");
     EXPECT_EQ(*registry.ReadString(key, "Description"), "This Add-in provides Message Automation Rules.");
     EXPECT_EQ(*registry.ReadDword(key, "LoadBehavior"), 3u);
-
     // The user switched it off: a later start keeps that.
     ASSERT_TRUE(registry.WriteDword(key, "LoadBehavior", 2).ok());
     ASSERT_TRUE(RegisterMailvaneAddin(registry).ok());
