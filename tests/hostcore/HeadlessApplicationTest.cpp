@@ -5,7 +5,6 @@
 #include "host/core/HeadlessApplication.h"
 
 #include "platform/mapi/MapiUtils.h"
-#include "platform/stores/imap/ImapStore.h"
 #include "platform/stores/memory/MemoryStore.h"
 #include "tests/support/QtPrinters.h"
 #include "tests/support/dovecot/DovecotServer.h"
@@ -192,38 +191,58 @@ TEST_F(HostTest, MaildirDeliveriesAreSeen)
     app->Stop();
 }
 
-// Arrivals in INBOX seen through IDLE raise NewMail, an append to Sent ItemSend.
-TEST_F(HostTest, ImapIdleArrivalAndSentAppendRaiseEvents)
+// An IMAP account as a profile names it. The store logs in with the first
+// line its password command prints; then arrivals in INBOX seen through IDLE
+// raise NewMail, an append to Sent ItemSend.
+TEST_F(HostTest, ImapPasswordCommandLogsInAndIdleArrivalAndSentAppendRaiseEvents)
 {
     if (!DovecotServer::Available()) GTEST_SKIP() << "dovecot is not installed";
     DovecotServer server;
     QString error;
     ASSERT_TRUE(server.Start(&error)) << error.toStdString();
-    stores::ImapSettings settings;
-    settings.host = QStringLiteral("127.0.0.1");
-    settings.port = server.Port();
-    settings.tls = stores::TlsMode::None;
-    settings.user = DovecotServer::User();
-    settings.password = DovecotServer::Password();
-    settings.timeoutSeconds = 10;
-    StoreSet set;
-    set.Add(std::make_unique<stores::ImapStore>(settings));
-    mapi::MessageStore& store = *set.Stores().front();
-    auto sentFolder = store.CreateFolder({}, QStringLiteral("Sent"));
-    ASSERT_TRUE(sentFolder.ok()) << sentFolder.error().message.toStdString();
-    Open(set);
+    QTemporaryDir dir;
+    const QString commands[] = {"exit 3", "printf 'wrong\\n'",
+                                QStringLiteral("printf '%1\\nnot the password\\n'").arg(DovecotServer::Password())};
+    Result<Profile> profile = Error::notFound("none");
+    std::unique_ptr<StoreSet> set;
+    for (const QString& command : commands) {
+        // A new file each time: QSettings caches an INI file by path.
+        QFile f(dir.filePath(QStringLiteral("profile%1.ini").arg(qHash(command))));
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.setPermissions(QFile::ReadOwner | QFile::WriteOwner));
+        f.write(QStringLiteral("[Test]\ntype=imap\nhost=127.0.0.1\nport=%1\ntls=none\nuser=%2\n"
+                               "password_command=\"%3\"\ntimeout=10\n")
+                    .arg(server.Port())
+                    .arg(DovecotServer::User(), command)
+                    .toUtf8());
+        f.close();
+        profile = Profile::Load(f.fileName());
+        ASSERT_TRUE(profile.ok()) << profile.error().message.toStdString();
+        auto opened = StoreSet::Open(*profile);
+        ASSERT_TRUE(opened.ok());
+        EXPECT_EQ((*opened)->Stores().front()->Folders().ok(), &command == &commands[2]) << command.toStdString();
+        set = std::move(*opened);
+    }
+    // The store made the special folders; another client delivers to its INBOX.
+    auto other = StoreSet::Open(*profile);
+    ASSERT_TRUE(other.ok());
+    mapi::MessageStore& store = *set->Stores().front();
+    mapi::MessageStore& client = *(*other)->Stores().front();
+    QHash<QString, QByteArray> special;
+    const auto folders = client.Folders();
+    ASSERT_TRUE(folders.ok());
+    for (const auto& f : *folders) special.insert(f.specialUse, f.entryId);
+    ASSERT_TRUE(special.contains("\\Inbox") && special.contains("\\Sent"));
+    Open(*set);
 
-    // Another client delivers to INBOX. The watcher logs in and starts IDLE
-    // on its own thread; deliver until it reports, as a server would keep delivering.
-    stores::ImapStore other(settings);
-    auto inbox = other.FolderIdOf("INBOX");
-    ASSERT_TRUE(inbox.ok());
-    for (QDeadlineTimer patience(60000); !patience.hasExpired() && newMail == 0; QTest::qWaitFor([this] { return newMail > 0; }, 2000))
-        ASSERT_TRUE(other.Append(*inbox, Message("From: a@example.org\r\nSubject: via IDLE\r\n\r\nhi\r\n")).ok());
+    // The watcher logs in and starts IDLE on its own thread; deliver until it
+    // reports, as a server would keep delivering.
+    const auto arrived = [this] { return newMail > 0; };
+    for (QDeadlineTimer patience(60000); !patience.hasExpired() && !arrived(); (void)QTest::qWaitFor(arrived, 2000))
+        ASSERT_TRUE(client.Append(special["\\Inbox"], Message("From: a@example.org\r\nSubject: IDLE\r\n\r\nhi\r\n")).ok());
     ASSERT_GT(newMail, 0) << "no NewMail after INBOX deliveries; server log:\n" << server.LogText().toStdString();
     EXPECT_TRUE(sent.isEmpty());
 
-    ASSERT_TRUE(store.Append(*sentFolder, Message("From: test@example.org\r\nSubject: my reply\r\n\r\nhi\r\n")).ok());
+    ASSERT_TRUE(store.Append(special["\\Sent"], Message("From: test@example.org\r\nSubject: my reply\r\n\r\nhi\r\n")).ok());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !sent.isEmpty(); }, 5000)) << server.LogText().toStdString();
     EXPECT_EQ(sent.value(0), "my reply");
     app->Stop();
@@ -320,19 +339,6 @@ TEST_F(AddinLoaderTest, RemoveByTheUserDisconnectsWithModeOneAndStopsLoading)
     AddinLoader next(registry, progIds, *app);
     EXPECT_EQ(next.Connect(), 1);
     EXPECT_EQ(next.Connected(), QStringList{"Gamma.Connect"});
-}
-
-TEST_F(AddinLoaderTest, MailvaneRegistrationIsWrittenOnlyWhenMissing)
-{
-    const QString key = Key(kMailvaneProgId);
-    ASSERT_TRUE(RegisterMailvaneAddin(registry).ok());
-    EXPECT_EQ(*registry.ReadString(key, "FriendlyName"), "Mailvane Add-In");
-    EXPECT_EQ(*registry.ReadString(key, "Description"), "This Add-in provides Message Automation Rules.");
-    EXPECT_EQ(*registry.ReadDword(key, "LoadBehavior"), 3u);
-    // The user switched it off: a later start keeps that.
-    ASSERT_TRUE(registry.WriteDword(key, "LoadBehavior", 2).ok());
-    ASSERT_TRUE(RegisterMailvaneAddin(registry).ok());
-    EXPECT_EQ(*registry.ReadDword(key, "LoadBehavior"), 2u);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include "host/core/StoreSet.h"
 
 #include "tests/support/QtPrinters.h"
-#include "tests/support/dovecot/DovecotServer.h"
 
 #include <QDir>
 #include <QFile>
@@ -161,30 +160,6 @@ TEST_F(ProfileTest, EmbeddedDefaultMakesTheFiveFoldersAndKeepsMail)
     mail.close();
     ASSERT_TRUE(Profile::Embedded(dir.path()).ok());
     EXPECT_TRUE(QFile::exists(mail.fileName()));
-}
-
-// The store runs the password command and logs in with its first line.
-TEST_F(ProfileTest, PasswordCommandLogsIn)
-{
-    if (!DovecotServer::Available()) GTEST_SKIP() << "dovecot is not installed";
-    DovecotServer server;
-    QString error;
-    ASSERT_TRUE(server.Start(&error)) << error.toStdString();
-    const struct {
-        const char* command;
-        bool loggedIn;
-    } cases[] = {{"printf 'secret\\nnot the password\\n'", true}, {"printf 'wrong\\n'", false}, {"exit 3", false}};
-    for (const auto& c : cases) {
-        auto profile = Profile::Load(Write(QStringLiteral("[Test]\ntype=imap\nhost=127.0.0.1\nport=%1\ntls=none\nuser=%2\n"
-                                                          "password_command=\"%3\"\ntimeout=10\n")
-                                               .arg(server.Port())
-                                               .arg(DovecotServer::User(), c.command)
-                                               .toUtf8()));
-        ASSERT_TRUE(profile.ok()) << profile.error().message.toStdString();
-        auto set = host::StoreSet::Open(*profile);
-        ASSERT_TRUE(set.ok());
-        EXPECT_EQ((*set)->Stores().at(0)->Folders().ok(), c.loggedIn) << c.command;
-    }
 }
 
 }  // namespace
