@@ -43,14 +43,12 @@ public:
     // when anything fails (the log's tail is included).
     bool Start(QString* error);
     void Stop();
-    bool IsRunning() const;
 
     quint16 Port() const { return m_port; }
     quint16 TlsPort() const { return m_tlsPort; }
     static QString User() { return QStringLiteral("test"); }
     static QString Password() { return QStringLiteral("secret"); }
 
-    QString RootPath() const { return m_dir.path(); }
     // The user's Maildir ("INBOX" is its top level, other folders ".Name").
     QString MaildirPath() const;
     QString CertificatePath() const;  // PEM; empty without tls
