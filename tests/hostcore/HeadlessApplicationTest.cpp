@@ -1,5 +1,5 @@
-// The windowless host: its windows, its events from real stores (memory,
-// Maildir and a private Dovecot) and the add-ins it connects.
+// The windowless host: its windows, its mail events and the add-ins it
+// connects. A real IDLE wake-up is tests/imap's (ImapIdleTest).
 
 #include "host/core/AddinLoader.h"
 #include "host/core/HeadlessApplication.h"
@@ -7,13 +7,9 @@
 #include "platform/mapi/MapiUtils.h"
 #include "platform/stores/memory/MemoryStore.h"
 #include "tests/support/QtPrinters.h"
-#include "tests/support/dovecot/DovecotServer.h"
 
-#include <QDeadlineTimer>
-#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -37,20 +33,19 @@ QByteArray Mail(const QString& subject)
         .toUtf8();
 }
 
-// An application over a memory store (or stores the test opens), opened,
+// An application over a memory store, opened,
 // with its NewMail and ItemSend events counted.
 class HostTest : public ::testing::Test {
 protected:
-    HeadlessApplication& Open(StoreSet& set)
+    void Open()
     {
-        app = std::make_unique<HeadlessApplication>(set, clipboard);
+        app = std::make_unique<HeadlessApplication>(stores, clipboard);
         QObject::connect(app.get(), &outlook::Application::NewMail, [this] { ++newMail; });
         QObject::connect(app.get(), &outlook::Application::ItemSend, [this](outlook::Item* item, bool& cancel) {
             sent << (item ? item->Subject() : QStringLiteral("<null>"));
             EXPECT_FALSE(cancel);
         });
         app->Open();
-        return *app;
     }
 
     StoreSet stores;
@@ -102,7 +97,7 @@ TEST_F(HostTest, OpenStartAndStopHappenOnceAndQuitComesWhileTheWindowsAreOpen)
 
 TEST_F(HostTest, ArrivalsRaiseNewMailOrItemSendByFolder)
 {
-    Open(stores);
+    Open();
     const struct {
         const char* folder;
         int newMail, itemSend;
@@ -132,52 +127,6 @@ TEST_F(HostTest, ArrivalsRaiseNewMailOrItemSendByFolder)
     EXPECT_EQ(newMail, 0) << "no events after Stop";
 }
 
-// An IMAP account as a profile names it, logged in with the first line its
-// password command prints: arrivals in INBOX seen through IDLE raise
-// NewMail, an append to Sent ItemSend.
-TEST_F(HostTest, ImapPasswordCommandLogsInAndIdleArrivalAndSentAppendRaiseEvents)
-{
-    if (!DovecotServer::Available()) GTEST_SKIP() << "dovecot is not installed";
-    DovecotServer server;
-    QString error;
-    ASSERT_TRUE(server.Start(&error)) << error.toStdString();
-    QTemporaryDir dir;
-    QFile f(dir.filePath(QStringLiteral("profile.ini")));
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly) && f.setPermissions(QFile::ReadOwner | QFile::WriteOwner));
-    f.write(QStringLiteral("[Test]\ntype=imap\nhost=127.0.0.1\nport=%1\ntls=none\nuser=%2\n"
-                           "password_command=\"%3\"\ntimeout=10\n")
-                .arg(server.Port())
-                .arg(DovecotServer::User(), QStringLiteral("printf '%1\\nnot the password\\n'").arg(DovecotServer::Password()))
-                .toUtf8());
-    f.close();
-    auto profile = Profile::Load(f.fileName());
-    ASSERT_TRUE(profile.ok()) << profile.error().message.toStdString();
-    auto set = StoreSet::Open(*profile);
-    auto other = StoreSet::Open(*profile);  // another client, delivering to the INBOX
-    ASSERT_TRUE(set.ok() && other.ok());
-    mapi::MessageStore& store = *(*set)->Stores().front();
-    mapi::MessageStore& client = *(*other)->Stores().front();
-    QHash<QString, QByteArray> special;
-    const auto folders = client.Folders();
-    ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
-    for (const auto& folder : *folders) special.insert(folder.specialUse, folder.entryId);
-    ASSERT_TRUE(special.contains("\\Inbox") && special.contains("\\Sent"));
-    Open(**set);
-
-    // The watcher logs in and starts IDLE on its own thread; deliver until it
-    // reports, as a server would keep delivering.
-    const auto arrived = [this] { return newMail > 0; };
-    for (QDeadlineTimer patience(60000); !patience.hasExpired() && !arrived(); (void)QTest::qWaitFor(arrived, 2000))
-        ASSERT_TRUE(client.Append(special["\\Inbox"], Message("From: a@example.org\r\nSubject: IDLE\r\n\r\nhi\r\n")).ok());
-    ASSERT_GT(newMail, 0) << "no NewMail after INBOX deliveries; server log:\n" << server.LogText().toStdString();
-    EXPECT_TRUE(sent.isEmpty());
-
-    ASSERT_TRUE(store.Append(special["\\Sent"], Message("From: test@example.org\r\nSubject: my reply\r\n\r\nhi\r\n")).ok());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !sent.isEmpty(); }, 5000)) << server.LogText().toStdString();
-    EXPECT_EQ(sent.value(0), "my reply");
-    app->Stop();
-}
-
 class FakeAddin : public outlook::IDTExtensibility2 {
 public:
     FakeAddin(QString name, QStringList& log) : m_name(std::move(name)), m_log(log) {}
@@ -200,7 +149,7 @@ private:
 
 class AddinLoaderTest : public HostTest {
 protected:
-    void SetUp() override { Open(stores); }
+    void SetUp() override { Open(); }
     QString Key(const QString& progId) { return QString::fromLatin1(kAddinsKey) + "\\" + progId; }
     void RegisterAddin(const QString& progId, quint32 loadBehavior, bool factory = true)
     {
