@@ -1,6 +1,8 @@
 // The program's commands on a Maildir profile: the rules command step by
-// step, usage and data errors with their exit codes, start-ups that cannot
-// serve, and the headless service from the first arrival to SIGTERM.
+// step, preview and run, usage and data errors with their exit codes,
+// start-ups that cannot serve, and the headless service from the first
+// arrival to SIGTERM. Each criterion kind is the engine's and the
+// conformance suite's; runs over IMAP are the kill test's.
 
 #include "E2eSupport.h"
 
@@ -64,7 +66,10 @@ TEST(Cli, RulesActionsUsageErrorsAndABadProfile)
           "Read state:   Unread", "Flag:         Flagged", "Importance:   Don't Care", "Subject:      Don't Care"},
          nullptr},
         {"EnableByName", {"rules", "enable", "Plain"}, 0, {"Plain is now active"}, "Old:active, Plain:active, Replies:active"},
+        {"PreviewAll", {"preview", "--all"}, 0, {"Plain: 1 would move\n    A plain one", "Old: 0 would move"}, nullptr},
+        {"PreviewOne", {"preview", "Plain"}, 0, {"A plain one", "1 message(s) would move"}, nullptr},
         {"EnabledRuleRuns", {"run"}, 0, {": 1 message(s) moved"}, "Old:active, Plain:active, Replies:active"},
+        {"SecondRunMovesNothing", {"run"}, 0, {": 0 message(s) moved"}, nullptr},
         {"DisableById", {"rules", "disable", "1"}, 0, {"Old is now off"}, "Old:off, Plain:active, Replies:active"},
         {"MoveToFirst", {"rules", "move", "Replies", "--to", "1"}, 0, {"Replies is at position 1 of 3"},
          "Replies:active, Old:off, Plain:active"},

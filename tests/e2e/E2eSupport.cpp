@@ -97,7 +97,7 @@ void World::Write(const QString& folder, const Mail& mail, Side side)
 {
     static int seq = 0;
     const QDateTime when = QDateTime::currentDateTimeUtc().addSecs(mail.ageDays ? -86400LL * mail.ageDays : -3600);
-    QString letters = mail.flags;
+    QString letters;
     const QString dir = FolderDirOf(Root(side), folder);
     for (const QString& keyword : mail.keywords) {
         const QStringList names = ReadKeywordFile(dir);
@@ -113,12 +113,9 @@ void World::Write(const QString& folder, const Mail& mail, Side side)
     std::sort(letters.begin(), letters.end());
     QString name = QStringLiteral("%1.M%2P%3.e2e").arg(when.toSecsSinceEpoch()).arg(++seq).arg(QCoreApplication::applicationPid());
     if (!mail.toNew) name += QStringLiteral(":2,") + letters;
-    QByteArray text = "From: " + mail.from.toUtf8() + "\r\nTo: " + mail.to.toUtf8() + "\r\n";
-    if (!mail.cc.isEmpty()) text += "Cc: " + mail.cc.toUtf8() + "\r\n";
-    text += "Subject: " + mail.subject.toUtf8() + "\r\n";
+    QByteArray text = "From: " + mail.from.toUtf8() + "\r\nTo: Bob <bob@example.org>\r\nSubject: " + mail.subject.toUtf8() + "\r\n";
     if (!mail.noMessageId) text += "Message-ID: <" + mail.id.toUtf8() + ">\r\n";
-    text += "Date: " + when.toString(Qt::RFC2822Date).toUtf8() + "\r\n" + mail.extraHeaders.toUtf8();
-    text += "MIME-Version: 1.0\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n" + mail.body.toUtf8() + "\r\n";
+    text += "Date: " + when.toString(Qt::RFC2822Date).toUtf8() + "\r\n\r\nNothing to see.\r\n";
     // Written in tmp/ and renamed, so that a store reading the folder
     // meanwhile never sees half a message.
     const QString staged = dir + QStringLiteral("/tmp/") + name;

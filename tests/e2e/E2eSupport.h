@@ -53,11 +53,6 @@ struct Mail {
     bool noMessageId = false;   // write none: the message is then known as "subject:" + subject
     QString subject{};
     QString from = QStringLiteral("Alice <alice@example.com>");
-    QString to = QStringLiteral("Bob <bob@example.org>");
-    QString cc{};
-    QString body = QStringLiteral("Nothing to see.");
-    QString extraHeaders{};     // "Importance: high\r\n"
-    QString flags{};            // Maildir info letters ("S", "F", "R", "P")
     QStringList keywords{};     // "$Completed" (Dovecot's dovecot-keywords letters)
     int ageDays = 0;            // delivered this many days ago (0: an hour ago)
     bool toNew = false;         // renamed into new/ as a delivery agent does, not into cur/

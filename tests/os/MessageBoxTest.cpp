@@ -6,8 +6,6 @@
 #include "platform/os/MessageBox.h"
 #include "tests/support/QtPrinters.h"
 
-#include <QRegularExpression>
-
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -17,21 +15,6 @@ using namespace mv::os;
 using mv::logging::MemoryLogger;
 
 namespace {
-
-TEST(ScriptedAnswerer, QueuedAnswersThenOkThenUnansweredQuestionsNoticed)
-{
-    ScriptedAnswerer a;
-    a.Queue(vbNo);
-    EXPECT_EQ(a.Show(QStringLiteral("q1"), vbYesNo + vbQuestion, {}), vbNo);
-    EXPECT_EQ(a.Show(QStringLiteral("warn"), vbOKOnly + vbExclamation, {}), vbOK);
-    EXPECT_EQ(a.Show(QStringLiteral("ok?"), vbOKCancel + vbInformation, {}), vbOK);
-    EXPECT_TRUE(a.unanswered().empty());
-    EXPECT_EQ(a.Show(QStringLiteral("delete?"), vbYesNoCancel + vbQuestion, {}), vbYes);
-    EXPECT_EQ(a.Show(QStringLiteral("retry?"), vbRetryCancel, {}), vbRetry);
-    ASSERT_EQ(a.unanswered().size(), 2u);
-    EXPECT_EQ(a.unanswered()[0].text, QStringLiteral("delete?"));
-    EXPECT_EQ(a.shown().size(), 5u);
-}
 
 TEST(ConsoleAnswerer, FlagOrDocumentedDefaultPrintedAndQuestionsLogged)
 {
@@ -62,20 +45,15 @@ TEST(ConsoleAnswerer, FlagOrDocumentedDefaultPrintedAndQuestionsLogged)
     EXPECT_EQ(log.lines()[0].text, QStringLiteral("Delete this rule? -> Yes"));
 }
 
-TEST(ErrorReport, TitleInPlainDecimalAndNumberAsSigned32Bit)
+TEST(ErrorReport, NumberAsSigned32BitInAnExclamationBoxAndALevel4Line)
 {
     EXPECT_EQ(ErrorReport::TitleFor(10, 12, 105), QStringLiteral("Mailvane (v10.12.105) Error: "));
-    static const QRegularExpression built(QStringLiteral(R"(^Mailvane \(v(0|[1-9]\d*)(\.(0|[1-9]\d*)){2}\) Error: $)"));
-    EXPECT_TRUE(built.match(ErrorReport::Title()).hasMatch()) << ErrorReport::Title().toStdString();
     const std::pair<long, const char*> cases[] = {
         {0x800403E8L, "-2147220504"}, {-2147220504L, "-2147220504"}, {0x80004005L, "-2147467259"}, {5, "5"}};
     for (const auto& [number, printed] : cases)
         EXPECT_EQ(ErrorReport::ProcedureErrorText(number, QStringLiteral("Rule not found"), QStringLiteral("ExecuteRule")),
                   QStringLiteral("Error %1 (Rule not found) in procedure ExecuteRule").arg(QLatin1String(printed)));
-}
 
-TEST(ErrorReport, ExclamationOkBoxUnderTitleAndLevel4Line)
-{
     ScriptedAnswerer answerer;
     MemoryLogger log;
     ErrorReport report(answerer, &log);

@@ -120,35 +120,26 @@ TEST_F(SystemTest, TimeZoneBiasesAsTheOldApiGaveThem)
         Set("TZ", c.tz);
         const auto info = SystemTimeZone().Information(QDateTime::fromString(QLatin1String(c.utc), Qt::ISODate));
         ASSERT_TRUE(info.has_value());
-        EXPECT_EQ(info->Bias, c.bias);
-        EXPECT_EQ(info->StandardBias, 0);
-        EXPECT_EQ(info->DaylightBias, c.daylightBias);
-        EXPECT_EQ(info->hasDaylightRule, c.hasRule);
-        EXPECT_EQ(info->inDaylight, c.inDaylight);
-        EXPECT_EQ(UtcOffsetSeconds(*info), c.offset);
+        EXPECT_EQ((std::vector<long>{info->Bias, info->StandardBias, info->DaylightBias, info->hasDaylightRule,
+                                     info->inDaylight, UtcOffsetSeconds(*info)}),
+                  (std::vector<long>{c.bias, 0, c.daylightBias, c.hasRule, c.inDaylight, c.offset}));
     }
     // The daylight bias counts only with a rule in force.
     EXPECT_EQ(UtcOffsetSeconds({300, 0, -60, false, true}), -18000);
     EXPECT_EQ(UtcOffsetSeconds({-60, 10, -60, true, false}), 3000);
 }
 
-TEST_F(SystemTest, ShellOpensCheckedPathsAndUrlsAndRunsPrograms)
+// Opening the manual, found or not, is the About box's test.
+TEST_F(SystemTest, ShellOpensUrlsAndRunsPrograms)
 {
     const Shell opener(QStringLiteral("true"));
-    EXPECT_TRUE(opener.Open(tmp.path()).ok());
     EXPECT_TRUE(opener.Open(QStringLiteral("https://example.invalid/manual/index.html#rules")).ok());
-    EXPECT_EQ(opener.Open(tmp.filePath(QStringLiteral("Mailvane.html"))).error().kind, ErrorKind::NotFound);
     EXPECT_FALSE(opener.Open(QStringLiteral("  ")).ok());
-    const auto st = Shell(tmp.filePath(QStringLiteral("no-such-opener"))).Open(tmp.path());
-    ASSERT_FALSE(st.ok());
-    EXPECT_TRUE(st.error().message.contains(QStringLiteral("no-such-opener")));
 
     const Shell shell;
     auto done = shell.Run(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("echo out; echo err >&2; exit 3")});
     ASSERT_TRUE(done.ok()) << done.error().message.toStdString();
-    EXPECT_EQ(done->exitCode, 3);
-    EXPECT_EQ(done->out, "out\n");
-    EXPECT_EQ(done->err, "err\n");
+    EXPECT_EQ(QStringList({QString::number(done->exitCode), done->out, done->err}), QStringList({"3", "out\n", "err\n"}));
     EXPECT_EQ(shell.Run(QStringLiteral("/nonexistent/update")).error().kind, ErrorKind::Permanent);
     // Killed after the timeout; worth trying again later.
     EXPECT_EQ(shell.Run(QStringLiteral("sleep"), {QStringLiteral("30")}, 200).error().kind, ErrorKind::Temporary);

@@ -62,7 +62,7 @@ protected:
     std::unique_ptr<Folder> archive = StoreNameSpace::SpecialFolder(a, "\\Archive", "Archive");
 };
 
-TEST_F(NameSpaceTest, FolderAndItemIdentifiersRoundTripThroughHex)
+TEST_F(NameSpaceTest, IdentifiersRoundTripThroughHexAndFoldersFormATree)
 {
     Deliver("Quarterly report");
     const QString storeHex = inbox->StoreID();
@@ -88,6 +88,20 @@ TEST_F(NameSpaceTest, FolderAndItemIdentifiersRoundTripThroughHex)
     safe.SetItem(item.get());
     EXPECT_EQ(safe.SenderEmailAddress(), "ann@example.org");
     EXPECT_EQ(safe.Fields(PR_SUBJECT).toString(), "Quarterly report");
+
+    ASSERT_TRUE(a.CreateFolder(archive->BinaryEntryID(), "2025").ok());
+    Deliver("Two");
+    QStringList top;
+    for (const auto& f : ns.Folders()) top << f->Name();
+    EXPECT_TRUE(top.contains("Archive") && !top.contains("2025")) << top.join(u',').toStdString();
+    const auto children = archive->Folders();
+    ASSERT_EQ(children.size(), 1u);
+    EXPECT_TRUE(children[0]->FolderPath().startsWith("\\\\") && children[0]->FolderPath().endsWith("\\Archive\\2025"))
+        << children[0]->FolderPath().toStdString();
+    EXPECT_TRUE(children[0]->Folders().empty());
+    EXPECT_EQ(inbox->UnReadItemCount(), 2);
+    EXPECT_EQ(ns.GetDefaultFolder(olFolderSentMail)->Name(), "Sent");
+    EXPECT_FALSE(ns.GetDefaultFolder(9999));
 }
 
 TEST_F(NameSpaceTest, IdentifiersFindOnlyTheirOwnStoreAndNothingElse)
@@ -126,7 +140,7 @@ TEST_F(NameSpaceTest, IdentifiersFindOnlyTheirOwnStoreAndNothingElse)
     EXPECT_FALSE(ns.GetItemFromID(item->EntryID(), store));
 }
 
-TEST_F(NameSpaceTest, MoveActsOnTheStoreAndRenamesTheItemButNeverCrossesStores)
+TEST_F(NameSpaceTest, MoveAndSaveActOnTheStoreAndAMoveNeverCrossesStores)
 {
     auto item = Deliver("Move me");
     Deliver("Stay here");
@@ -142,12 +156,8 @@ TEST_F(NameSpaceTest, MoveActsOnTheStoreAndRenamesTheItemButNeverCrossesStores)
     EXPECT_EQ(EntryIds(*inbox).size(), 1);
     EXPECT_EQ(EntryIds(*archive), QStringList{item->EntryID()});
     EXPECT_EQ(ns.GetItemFromID(item->EntryID(), item->StoreID())->Subject(), "Move me");
-}
 
-TEST_F(NameSpaceTest, FlagStatusReachesTheStoreOnlyOnSaveAndAFailedSaveStaysPending)
-{
-    auto item = Deliver("Follow up");
-    ASSERT_TRUE(item);
+    // The flag status reaches the store on Save only, and a failed Save stays pending.
     ASSERT_EQ(item->FlagStatus(), olNoFlag);
     ASSERT_TRUE(item->Save().ok());
     EXPECT_EQ(a.CallCount(Call::SetFlagStatus), 0) << "a save without a change writes nothing";
@@ -162,25 +172,6 @@ TEST_F(NameSpaceTest, FlagStatusReachesTheStoreOnlyOnSaveAndAFailedSaveStaysPend
     EXPECT_FALSE(item->Save().ok());
     EXPECT_TRUE(item->Save().ok()) << "the next Save tries again";
     EXPECT_EQ(ns.GetItemFromID(item->EntryID(), item->StoreID())->FlagStatus(), olFlagMarked);
-}
-
-TEST_F(NameSpaceTest, FolderTreeAndCounts)
-{
-    ASSERT_TRUE(archive);
-    ASSERT_TRUE(a.CreateFolder(archive->BinaryEntryID(), "2025").ok());
-    Deliver("One");
-    Deliver("Two");
-    QStringList top;
-    for (const auto& f : ns.Folders()) top << f->Name();
-    EXPECT_TRUE(top.contains("Archive") && !top.contains("2025")) << top.join(u',').toStdString();
-    const auto children = archive->Folders();
-    ASSERT_EQ(children.size(), 1u);
-    EXPECT_TRUE(children[0]->FolderPath().startsWith("\\\\") && children[0]->FolderPath().endsWith("\\Archive\\2025"))
-        << children[0]->FolderPath().toStdString();
-    EXPECT_TRUE(children[0]->Folders().empty());
-    EXPECT_EQ(inbox->UnReadItemCount(), 2);
-    EXPECT_EQ(ns.GetDefaultFolder(olFolderSentMail)->Name(), "Sent");
-    EXPECT_FALSE(ns.GetDefaultFolder(9999));
 }
 
 TEST_F(NameSpaceTest, HeldLookupsAskTheStoreOncePerFolder)
