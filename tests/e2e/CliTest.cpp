@@ -6,11 +6,10 @@
 
 #include "E2eSupport.h"
 
-#include <QDeadlineTimer>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QRegularExpression>
+#include <QTest>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -173,15 +172,6 @@ TEST(Cli, StartupRegistersTheAddInAndStopsWhenItIsOffOrTheDatabaseIsNone)
     EXPECT_TRUE(world.LogText().trimmed().endsWith(QStringLiteral("Stopped"))) << world.LogText().toStdString();
 }
 
-// Polls `done` while the child runs; the child's timing is what is tested,
-// so this waits for the child, not for a clock of our own.
-bool WaitFor(const std::function<bool()>& done, int timeoutMs)
-{
-    for (QDeadlineTimer deadline(timeoutMs); !deadline.hasExpired(); QThread::msleep(100))
-        if (done()) return true;
-    return done();
-}
-
 // A burst of matching mail dropped into INBOX/new is moved by one run about
 // ten seconds after it arrives, and SIGTERM stops the service with the
 // database closed.
@@ -201,7 +191,7 @@ TEST(Cli, HeadlessMovesABurstInOneRunTenSecondsLaterAndSigtermClosesTheDatabase)
     service.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     world.Launch(service, {QStringLiteral("--headless")});
     ASSERT_TRUE(service.waitForStarted());
-    ASSERT_TRUE(WaitFor([&] { return world.LogText().contains(QStringLiteral("Started: timers on")); }, 30000))
+    ASSERT_TRUE(QTest::qWaitFor([&] { return world.LogText().contains(QStringLiteral("Started: timers on")); }, 30000))
         << world.LogText().toStdString();
 
     QElapsedTimer sinceFirst;
@@ -211,7 +201,7 @@ TEST(Cli, HeadlessMovesABurstInOneRunTenSecondsLaterAndSigtermClosesTheDatabase)
                                 .from = "Dropper <drop@e2e.test>", .toNew = true});
         QThread::msleep(500);
     }
-    ASSERT_TRUE(WaitFor([&] { return world.Ids(QStringLiteral("Archive")).size() == 3; }, 40000)) << world.LogText().toStdString();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return world.Ids(QStringLiteral("Archive")).size() == 3; }, 40000)) << world.LogText().toStdString();
     const qint64 took = sinceFirst.elapsed();
     // Ten seconds after the last arrival of the burst, not before.
     EXPECT_GE(took, 10000);

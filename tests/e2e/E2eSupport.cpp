@@ -12,18 +12,14 @@ namespace mv::e2e {
 
 namespace {
 
+// The keyword names by letter index; the file numbers them from 0 up, one a line.
 QStringList ReadKeywordFile(const QString& dir)
 {
     QStringList names;
     QFile f(dir + QStringLiteral("/dovecot-keywords"));
-    if (!f.open(QIODevice::ReadOnly)) return names;
-    for (const QByteArray& line : f.readAll().split('\n')) {
-        const int space = line.indexOf(' ');
-        if (space <= 0) continue;
-        const int index = line.left(space).toInt();
-        while (names.size() <= index) names << QString();
-        names[index] = QString::fromUtf8(line.mid(space + 1)).trimmed();
-    }
+    if (f.open(QIODevice::ReadOnly))
+        for (const QByteArray& line : f.readAll().split('\n'))
+            if (const int space = line.indexOf(' '); space > 0) names << QString::fromUtf8(line.mid(space + 1)).trimmed();
     return names;
 }
 
@@ -104,9 +100,8 @@ void World::Write(const QString& folder, const Mail& mail, Side side)
         qsizetype index = names.indexOf(keyword);
         if (index < 0) {
             index = names.size();
-            QFile kw(dir + QStringLiteral("/dovecot-keywords"));
-            kw.open(QIODevice::Append);
-            kw.write(QStringLiteral("%1 %2\n").arg(index).arg(keyword).toUtf8());
+            if (QFile kw(dir + QStringLiteral("/dovecot-keywords")); kw.open(QIODevice::Append))
+                kw.write(QStringLiteral("%1 %2\n").arg(index).arg(keyword).toUtf8());
         }
         letters += QChar(static_cast<char16_t>(u'a' + index));
     }
@@ -119,10 +114,7 @@ void World::Write(const QString& folder, const Mail& mail, Side side)
     // Written in tmp/ and renamed, so that a store reading the folder
     // meanwhile never sees half a message.
     const QString staged = dir + QStringLiteral("/tmp/") + name;
-    QFile f(staged);
-    f.open(QIODevice::WriteOnly);
-    f.write(text);
-    f.close();
+    if (QFile f(staged); f.open(QIODevice::WriteOnly)) f.write(text);
     struct utimbuf times {when.toSecsSinceEpoch(), when.toSecsSinceEpoch()};
     ::utime(QFile::encodeName(staged).constData(), &times);
     QFile::rename(staged, dir + (mail.toNew ? QStringLiteral("/new/") : QStringLiteral("/cur/")) + name);

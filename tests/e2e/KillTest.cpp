@@ -1,11 +1,8 @@
 // A run killed with SIGKILL at random moments never loses or duplicates a
 // message, on every path a move can take: within a Maildir, on a server
 // with MOVE, on one without (COPY, \Deleted, UID EXPUNGE), and across
-// stores both ways. Two rules move the bulk there and back, so every moment
-// of a run is a moment of moving; a third rule, which `run --quarter` leaves
-// out, moves mail with the completed flag one way, and a fresh message of
-// that kind arrives before every trial.
-//
+// stores both ways. Two rules move the bulk there and back; a third, which
+// `run --quarter` leaves out, moves mail with the completed flag one way.
 // Every few trials `run --quarter` settles what the killed runs left, and
 // then every message is in one of the two folders exactly once, nothing is
 // left \Deleted or in tmp/, and a completed message is either still in the
@@ -47,9 +44,8 @@ const KillPath kPaths[] = {
 
 QString Where(Side side, const QString& folder)
 {
-    const bool inbox = folder.isEmpty() || folder.compare(QStringLiteral("Inbox"), Qt::CaseInsensitive) == 0;
     return (side == Side::Local ? QStringLiteral("Local:") : QStringLiteral("Server:")) +
-           (inbox ? QStringLiteral("INBOX") : folder);
+           (folder.isEmpty() || folder == QLatin1String("Inbox") ? QStringLiteral("INBOX") : folder);
 }
 
 void PrintTo(const KillPath& path, std::ostream* os) { *os << path.name; }
@@ -98,13 +94,6 @@ protected:
         return faults.join(QLatin1Char('\n'));
     }
 
-    // Some mail has no Message-ID: the mover must tell it apart without one.
-    void WriteBulk(World& world)
-    {
-        for (int i = 0; i < kBulk; ++i)
-            m_bulk << Write(world, {.id = QStringLiteral("bulk%1@kill.test").arg(i), .noMessageId = i % 5 == 4,
-                                    .subject = QStringLiteral("Bulk %1").arg(i), .from = "Bulk <bulk@kill.test>"});
-    }
     void WriteDone(World& world)
     {
         const auto n = m_done.size();
@@ -129,7 +118,10 @@ TEST_P(KillTest, NoMessageLostOrDuplicated)
     World world(path.stores);
     ASSERT_EQ(world.Start(), QString());
     world.CreateFolder(path.dstFolder, path.dstSide);
-    WriteBulk(world);
+    // Some mail has no Message-ID: the mover must tell it apart without one.
+    for (int i = 0; i < kBulk; ++i)
+        m_bulk << Write(world, {.id = QStringLiteral("bulk%1@kill.test").arg(i), .noMessageId = i % 5 == 4,
+                                .subject = QStringLiteral("Bulk %1").arg(i), .from = "Bulk <bulk@kill.test>"});
     WriteDone(world);
 
     const FolderRef src = world.Folders(path.srcSide).value(path.srcFolder);

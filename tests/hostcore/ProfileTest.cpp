@@ -1,5 +1,5 @@
-// The profile: what a user writes, what they get wrong, and the embedded
-// default when they write nothing.
+// The profile: what a user writes and what they get wrong. The embedded
+// default, its folders and its mail across starts, are the runtime test's.
 
 #include "host/core/Profile.h"
 #include "host/core/StoreSet.h"
@@ -128,32 +128,6 @@ TEST_F(ProfileTest, MistakesAndReadablePasswordsAreRefused)
     auto set = host::StoreSet::Open(*gone);
     ASSERT_FALSE(set.ok()) << "a Maildir path that is no folder";
     EXPECT_TRUE(set.error().message.contains("[Gone] path"));
-}
-
-TEST_F(ProfileTest, EmbeddedDefaultMakesTheFiveFoldersAndKeepsMail)
-{
-    auto profile = Profile::Embedded(dir.path());
-    ASSERT_TRUE(profile.ok()) << profile.error().message.toStdString();
-    ASSERT_EQ(profile->stores.size(), 1u);
-    const QString root = dir.path() + "/Mail";
-    EXPECT_EQ(profile->stores[0].path, root);
-    EXPECT_TRUE(profile->file.isEmpty());
-    auto set = host::StoreSet::Open(*profile);
-    ASSERT_TRUE(set.ok());
-    auto folders = (*set)->Stores().at(0)->Folders();
-    ASSERT_TRUE(folders.ok());
-    QStringList uses;
-    for (const auto& f : *folders) uses << f.specialUse;
-    uses.sort();
-    EXPECT_EQ(uses, QStringList({"\\Archive", "\\Drafts", "\\Inbox", "\\Sent", "\\Trash"}));
-
-    // A second start finds the mail where it was.
-    QFile mail(root + "/cur/1700000000.M1P1.host:2,S");
-    ASSERT_TRUE(mail.open(QIODevice::WriteOnly));
-    mail.write("Subject: kept\r\n\r\nbody\r\n");
-    mail.close();
-    ASSERT_TRUE(Profile::Embedded(dir.path()).ok());
-    EXPECT_TRUE(QFile::exists(mail.fileName()));
 }
 
 }  // namespace

@@ -135,21 +135,6 @@ TEST_F(RuntimeTest, CallersApplicationIsOpenedBeforeTheAddInConnectsAndStoppedAf
     EXPECT_TRUE(log.trimmed().endsWith(QStringLiteral("Stopped"))) << log.toStdString();
 }
 
-// A one-off command holds the schedule still: new mail runs nothing.
-TEST_F(RuntimeTest, NewMailRunsNothingWhenTheScheduleIsNotKept)
-{
-    options.schedule = false;
-    Runtime rt(options);
-    ASSERT_EQ(rt.Start(), kExitOk);
-    addin::frmMain* form = rt.AddIn().MainForm();
-    ASSERT_NE(form, nullptr);
-    EXPECT_FALSE(form->tmrCron.isActive());
-    Q_EMIT rt.Application().NewMail();
-    form->tmrMail.setInterval(1);
-    QTest::qWait(300);
-    EXPECT_EQ(Log().count(QStringLiteral("RunImmediateRules: Top Entry point")), 0);
-}
-
 // "Run on start" is read from the database before the timer form loads,
 // and the form's short first cycle runs every rule under the host's loop.
 TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
@@ -196,8 +181,11 @@ TEST_F(RuntimeTest, RunOnStartMovesMatchingMailAboutEightSecondsAfterStartup)
 
 // The data folder, the cache and the files that hold rules and subjects
 // are made the user's alone on a fresh start, and tightened on a later one.
-TEST_F(RuntimeTest, DataFilesAreReadableByTheUserOnly)
+// These are one-off commands' starts: the schedule is held still, and new
+// mail runs nothing.
+TEST_F(RuntimeTest, DataFilesAreReadableByTheUserOnlyAndAOneOffStartRunsNoMail)
 {
+    options.schedule = false;
     const auto mode = [](const QString& path) {
         struct stat st {};
         return ::stat(QFile::encodeName(path).constData(), &st) == 0 ? st.st_mode & 07777 : 01000;
@@ -217,7 +205,13 @@ TEST_F(RuntimeTest, DataFilesAreReadableByTheUserOnly)
     for (const bool widened : {false, true}) {
         SCOPED_TRACE(widened ? "widened by hand" : "fresh");
         for (const auto& p : paths) ASSERT_TRUE(!widened || ::chmod(QFile::encodeName(p.path).constData(), p.wide) == 0);
-        ASSERT_EQ(Runtime(options).Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+        Runtime rt(options);
+        ASSERT_EQ(rt.Start(), kExitOk) << answerer.texts().join(QStringLiteral(" | ")).toStdString();
+        EXPECT_FALSE(rt.AddIn().MainForm()->tmrCron.isActive());
+        Q_EMIT rt.Application().NewMail();
+        rt.AddIn().MainForm()->tmrMail.setInterval(1);
+        QTest::qWait(300);
+        EXPECT_EQ(Log().count(QStringLiteral("RunImmediateRules: Top Entry point")), 0);
         for (const auto& p : paths) EXPECT_EQ(mode(p.path), p.own) << p.path.toStdString();
         const qsizetype note = Log().indexOf(QStringLiteral("Made readable by the user only: "));
         EXPECT_EQ(note >= 0, widened) << Log().toStdString();

@@ -174,7 +174,7 @@ TEST_F(NameSpaceTest, MoveAndSaveActOnTheStoreAndAMoveNeverCrossesStores)
     EXPECT_EQ(ns.GetItemFromID(item->EntryID(), item->StoreID())->FlagStatus(), olFlagMarked);
 }
 
-TEST_F(NameSpaceTest, HeldLookupsAskTheStoreOncePerFolder)
+TEST_F(NameSpaceTest, HeldLookupsAndRowItemsAskTheStoreOnlyOnce)
 {
     const QString entry = inbox->EntryID(), store = inbox->StoreID();
     const QString missing = Hex(a.InboxId() + "x");
@@ -194,10 +194,8 @@ TEST_F(NameSpaceTest, HeldLookupsAskTheStoreOncePerFolder)
     ns.HoldFolderLookups(false);
     a.FailNext(Call::Folder, 1, Error::temporary("connection dropped"));
     EXPECT_FALSE(ns.GetFolderFromID(entry, store)) << "released: the store is asked again";
-}
 
-TEST_F(NameSpaceTest, RowItemUsesTheRowAndFetchesOnlyWhatItLacks)
-{
+    // An item from a table row fetches only what the row lacks.
     Deliver("From the row", &a, {QStringLiteral("$Completed")});
     const int fetched = a.CallCount(Call::Item);
     MapiTable table;
