@@ -87,12 +87,10 @@ bool DovecotServer::MakeCertificate(QString* error)
 {
     QProcess openssl;
     openssl.start(QStringLiteral("openssl"),
-                  {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"), QStringLiteral("ec"),
-                   QStringLiteral("-pkeyopt"), QStringLiteral("ec_paramgen_curve:prime256v1"), QStringLiteral("-nodes"),
-                   QStringLiteral("-days"), QStringLiteral("2"), QStringLiteral("-subj"), QStringLiteral("/CN=localhost"),
-                   QStringLiteral("-addext"), QStringLiteral("subjectAltName=DNS:localhost,IP:127.0.0.1"),
-                   QStringLiteral("-keyout"), m_dir.filePath(QStringLiteral("key.pem")), QStringLiteral("-out"),
-                   m_dir.filePath(QStringLiteral("cert.pem"))});
+                  QStringLiteral("req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 2 -subj /CN=localhost "
+                                 "-addext subjectAltName=DNS:localhost,IP:127.0.0.1 -keyout %1 -out %2")
+                      .arg(m_dir.filePath(QStringLiteral("key.pem")), m_dir.filePath(QStringLiteral("cert.pem")))
+                      .split(QLatin1Char(' ')));
     if (!openssl.waitForFinished(30000) || openssl.exitCode() != 0) {
         *error = QStringLiteral("openssl could not make a test certificate: ") +
                  QString::fromLocal8Bit(openssl.readAllStandardError()) + openssl.errorString();
