@@ -1,16 +1,15 @@
-// The windowless host: its one Explorer, its events from real stores, and
-// the add-ins it connects.
+// The windowless host: its windows, its mail events and the add-ins it
+// connects. A real IDLE wake-up is tests/imap's (ImapIdleTest).
 
 #include "host/core/AddinLoader.h"
 #include "host/core/HeadlessApplication.h"
 
 #include "platform/mapi/MapiUtils.h"
 #include "platform/stores/memory/MemoryStore.h"
+#include "tests/support/QtPrinters.h"
 
-#include <QFile>
 #include <QSignalSpy>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -19,257 +18,159 @@ namespace {
 
 using namespace mv::host;
 
-QByteArray Mail(const QString& subject)
+mapi::NewMessage Mail(const QString& subject)
 {
-    return QStringLiteral("From: Ann <ann@example.org>\r\nTo: Bob <bob@example.org>\r\nSubject: %1\r\n"
-                          "Message-ID: <%2@example.org>\r\n\r\nHello\r\n")
-        .arg(subject, QString::number(qHash(subject)))
-        .toUtf8();
-}
-
-TEST(HeadlessApplication, OneWindowlessExplorerFromOpenToStop)
-{
-    StoreSet stores;
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(stores, clipboard);
-    EXPECT_EQ(app.ActiveExplorer(), nullptr) << "no Explorer before Open";
-    EXPECT_EQ(app.Version(), "11.0");
-    EXPECT_NE(app.GetNamespace("mapi"), nullptr);
-    EXPECT_EQ(app.GetNamespace("OTHER"), nullptr);
-
-    QSignalSpy newExplorer(app.GetExplorers(), &outlook::Explorers::NewExplorer);
-    app.Open();
-    app.Open();
-    EXPECT_EQ(newExplorer.count(), 1);
-    outlook::Explorer* explorer = app.ActiveExplorer();
-    ASSERT_NE(explorer, nullptr);
-    EXPECT_EQ(app.GetExplorers()->Count(), 1);
-    EXPECT_EQ(app.GetExplorers()->Item(1), explorer);
-    EXPECT_EQ(app.GetInspectors()->Count(), 0);
-    EXPECT_EQ(explorer->SelectionCount(), 0);
-    EXPECT_TRUE(explorer->Selection().empty());
-    ASSERT_NE(explorer->CommandBars()->Item("tools"), nullptr);
-    EXPECT_EQ(explorer->CommandBars()->Item("Mailvane"), nullptr);
-
-    QSignalSpy startup(&app, &outlook::Application::Startup);
-    QSignalSpy quit(&app, &outlook::Application::Quit);
-    QSignalSpy closed(explorer, &outlook::Explorer::Closed);
-    app.Start();
-    app.Start();
-    EXPECT_EQ(startup.count(), 1);
-
-    // Quit comes before the window goes, so handlers still find it.
-    bool explorerAtQuit = false;
-    QObject::connect(&app, &outlook::Application::Quit, [&] { explorerAtQuit = app.ActiveExplorer() != nullptr; });
-    app.Stop();
-    app.Stop();
-    EXPECT_EQ(quit.count(), 1);
-    EXPECT_TRUE(explorerAtQuit);
-    EXPECT_EQ(closed.count(), 1);
-    EXPECT_EQ(app.ActiveExplorer(), nullptr);
-    EXPECT_EQ(app.GetExplorers()->Count(), 0);
-}
-
-// Windows opened and closed in the order window tracking has to cope with.
-TEST(HeadlessApplication, WindowsAreCountedUntilTheyClose)
-{
-    StoreSet stores;
-    auto owned = std::make_unique<stores::MemoryStore>();
-    stores::MemoryStore& memory = *owned;
-    stores.Add(std::move(owned));
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(stores, clipboard);
-    app.Open();
-    QSignalSpy newInspector(app.GetInspectors(), &outlook::Inspectors::NewInspector);
-
-    HeadlessExplorer* first = app.Explorer();
-    HeadlessExplorer* second = app.OpenExplorer();
-    HeadlessExplorer* third = app.OpenExplorer();
-    EXPECT_EQ(app.GetExplorers()->Count(), 3);
-    EXPECT_EQ(app.ActiveExplorer(), third);
-    EXPECT_NE(second->CommandBars(), first->CommandBars()) << "each window has its own bars";
-
-    second->Close();
-    EXPECT_EQ(app.GetExplorers()->Count(), 2);
-    EXPECT_EQ(app.GetExplorers()->Item(1), first);
-    EXPECT_EQ(app.GetExplorers()->Item(2), third);
-    third->Close();
-    EXPECT_EQ(app.ActiveExplorer(), first);
-
     mapi::NewMessage m;
-    m.rfc822 = Mail("Open me");
-    auto id = memory.Append(memory.InboxId(), m);
-    ASSERT_TRUE(id.ok());
-    auto item = app.Session().GetItemFromID(mapi::MapiUtils::HrGetHexFromBinary(*id),
-                                            mapi::MapiUtils::HrGetHexFromBinary(memory.StoreId()));
-    ASSERT_TRUE(item);
-    HeadlessInspector* inspector = app.OpenInspector(std::move(item));
-    EXPECT_EQ(newInspector.count(), 1);
-    ASSERT_EQ(app.GetInspectors()->Count(), 1);
-    EXPECT_EQ(app.GetInspectors()->Item(1)->CurrentItem()->Subject(), "Open me");
-
-    // The last Explorer closes while the message window stays open.
-    first->Close();
-    EXPECT_EQ(app.ActiveExplorer(), nullptr);
-    EXPECT_EQ(app.GetInspectors()->Count(), 1);
-
-    QSignalSpy inspectorClosed(inspector, &outlook::Inspector::Closed);
-    app.Stop();
-    EXPECT_EQ(inspectorClosed.count(), 1);
-    EXPECT_EQ(app.GetInspectors()->Count(), 0);
-    EXPECT_EQ(app.GetExplorers()->Count(), 0);
+    m.rfc822 = QStringLiteral("From: Ann <ann@example.org>\r\nSubject: %1\r\n\r\nHello\r\n").arg(subject).toUtf8();
+    return m;
 }
 
-TEST(HeadlessApplication, ArrivalsRaiseNewMailOrItemSendByFolder)
-{
+// An application over a memory store, opened,
+// with its NewMail and ItemSend events counted.
+class HostTest : public ::testing::Test {
+protected:
+    void Open()
+    {
+        app = std::make_unique<HeadlessApplication>(stores, clipboard);
+        QObject::connect(app.get(), &outlook::Application::NewMail, [this] { ++newMail; });
+        QObject::connect(app.get(), &outlook::Application::ItemSend, [this](outlook::Item* item, bool& cancel) {
+            sent << (item ? item->Subject() : QStringLiteral("<null>"));
+            EXPECT_FALSE(cancel);
+        });
+        app->Open();
+    }
+
     StoreSet stores;
-    auto owned = std::make_unique<stores::MemoryStore>();
-    stores::MemoryStore& memory = *owned;
-    stores.Add(std::move(owned));
+    stores::MemoryStore& memory = [this]() -> stores::MemoryStore& {
+        auto owned = std::make_unique<stores::MemoryStore>();
+        stores::MemoryStore& store = *owned;
+        stores.Add(std::move(owned));
+        return store;
+    }();
     os::MemoryClipboard clipboard;
-    HeadlessApplication app(stores, clipboard);
-    app.Open();
+    std::unique_ptr<HeadlessApplication> app;
+    int newMail = 0;
+    QStringList sent;  // subjects ItemSend handed over (QSignalSpy cannot record its bool&)
+};
 
-    QSignalSpy newMail(&app, &outlook::Application::NewMail);
-    QStringList sentSubjects;
-    QObject::connect(&app, &outlook::Application::ItemSend, [&](outlook::Item* item, bool& cancel) {
-        sentSubjects << (item ? item->Subject() : QStringLiteral("<null>"));
-        EXPECT_FALSE(cancel);
-    });
+// Window tracking itself is the add-in tests' (tests/addin/WindowsTest.cpp).
+TEST_F(HostTest, OpenStartAndStopHappenOnceAndQuitComesWhileTheWindowsAreOpen)
+{
+    app = std::make_unique<HeadlessApplication>(stores, clipboard);
+    EXPECT_EQ(app->ActiveExplorer(), nullptr) << "no Explorer before Open";
+    EXPECT_NE(app->GetNamespace("mapi"), nullptr);
+    EXPECT_EQ(app->GetNamespace("OTHER"), nullptr);
+    app->Open();
+    app->Open();
+    ASSERT_EQ(app->GetExplorers()->Count(), 1);
+    HeadlessExplorer* first = app->Explorer();
+    ASSERT_NE(first->CommandBars()->Item("tools"), nullptr);
+    EXPECT_NE(app->OpenExplorer()->CommandBars(), first->CommandBars()) << "each window has its own bars";
+    auto id = memory.Append(memory.InboxId(), Mail("Open me"));
+    ASSERT_TRUE(id.ok());
+    app->OpenInspector(app->Session().GetItemFromID(mapi::MapiUtils::HrGetHexFromBinary(*id),
+                                                    mapi::MapiUtils::HrGetHexFromBinary(memory.StoreId())));
+    EXPECT_EQ(app->GetInspectors()->Item(1)->CurrentItem()->Subject(), "Open me");
 
+    QSignalSpy startup(app.get(), &outlook::Application::Startup);
+    QSignalSpy quit(app.get(), &outlook::Application::Quit);
+    int windowsAtQuit = 0;
+    QObject::connect(app.get(), &outlook::Application::Quit,
+                     [&] { windowsAtQuit = app->GetExplorers()->Count() + app->GetInspectors()->Count(); });
+    app->Start();
+    app->Start();
+    app->Stop();
+    app->Stop();
+    EXPECT_EQ(startup.count(), 1);
+    EXPECT_EQ(quit.count(), 1);
+    EXPECT_EQ(windowsAtQuit, 3) << "handlers of Quit still find the windows";
+    EXPECT_EQ(app->GetExplorers()->Count() + app->GetInspectors()->Count(), 0);
+}
+
+TEST_F(HostTest, ArrivalsRaiseNewMailOrItemSendByFolder)
+{
+    Open();
     const struct {
         const char* folder;
-        int newMail;
-        int itemSend;
+        int newMail, itemSend;
     } cases[] = {{"Inbox", 1, 0}, {"Sent", 0, 1}, {"Archive", 0, 0}};
     for (const auto& c : cases) {
-        newMail.clear();
-        sentSubjects.clear();
-        mapi::NewMessage m;
-        m.rfc822 = Mail(QStringLiteral("to %1").arg(c.folder));
-        ASSERT_TRUE(memory.Append(memory.FolderIdByPath(c.folder), m).ok());
+        newMail = 0;
+        sent.clear();
+        ASSERT_TRUE(memory.Append(memory.FolderIdByPath(c.folder), Mail(QStringLiteral("to %1").arg(c.folder))).ok());
         // Append reports Inbox and Sent arrivals itself; the signal is raised
         // once more by hand, as an IMAP IDLE wake-up would, for every folder.
         Q_EMIT memory.MessagesArrived(memory.FolderIdByPath(c.folder));
-        EXPECT_EQ(newMail.count(), c.newMail * 2) << c.folder;
-        EXPECT_EQ(sentSubjects.size(), c.itemSend * 2) << c.folder;
+        EXPECT_EQ(newMail, c.newMail * 2) << c.folder;
+        EXPECT_EQ(sent.size(), c.itemSend * 2) << c.folder;
         if (c.itemSend) {
-            EXPECT_EQ(sentSubjects.value(0), QStringLiteral("to %1").arg(c.folder));
+            EXPECT_EQ(sent.value(0), QStringLiteral("to %1").arg(c.folder));
         }
     }
-
-    app.Stop();
-    newMail.clear();
+    // An older message appended to Sent: the item handed over is the newest.
+    sent.clear();
+    mapi::NewMessage older = Mail("Older reply");
+    older.internalDate = QDateTime::currentDateTimeUtc().addYears(-1);
+    ASSERT_TRUE(memory.Append(memory.FolderIdByPath("Sent"), older).ok());
+    EXPECT_EQ(sent, QStringList{"to Sent"});
+    app->Stop();
+    newMail = 0;
     Q_EMIT memory.MessagesArrived(memory.InboxId());
-    EXPECT_EQ(newMail.count(), 0) << "no events after Stop";
+    EXPECT_EQ(newMail, 0) << "no events after Stop";
 }
-
-// A Maildir store as the embedded default makes it: files dropped by a
-// delivery agent into INBOX/new or by a mail client into Sent are seen.
-TEST(HeadlessApplication, MaildirDeliveriesAreSeen)
-{
-    QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    auto profile = Profile::Embedded(dir.path());
-    ASSERT_TRUE(profile.ok());
-    auto set = StoreSet::Open(*profile);
-    ASSERT_TRUE(set.ok());
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app(**set, clipboard);
-    app.Open();
-    app.Start();
-    QSignalSpy newMail(&app, &outlook::Application::NewMail);
-    QStringList sent;  // QSignalSpy cannot record a bool& argument
-    QObject::connect(&app, &outlook::Application::ItemSend,
-                     [&](outlook::Item* item, bool&) { sent << (item ? item->Subject() : QString()); });
-
-    const QString root = profile->stores[0].path;
-    auto drop = [](const QString& path, const QByteArray& bytes) {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write(bytes);
-    };
-    drop(root + "/new/1790000000.M1P1.testhost", Mail("Welcome"));
-    ASSERT_TRUE(newMail.wait(5000));
-    EXPECT_TRUE(sent.isEmpty());
-
-    // Two messages in Sent: the item handed over is the newest.
-    drop(root + "/.Sent/cur/1700000000.M2P1.testhost:2,S", Mail("Older reply"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return sent.size() == 1; }, 5000));
-    EXPECT_EQ(sent.last(), "Older reply");
-    drop(root + "/.Sent/cur/1790000001.M3P1.testhost:2,S", Mail("Newest reply"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return sent.size() == 2; }, 5000));
-    EXPECT_EQ(sent.last(), "Newest reply");
-    EXPECT_EQ(newMail.count(), 1);
-    app.Stop();
-}
-
-// ---- add-in loading ----
-
-struct CallLog {
-    QStringList calls;
-};
 
 class FakeAddin : public outlook::IDTExtensibility2 {
 public:
-    FakeAddin(QString name, CallLog& log) : m_name(std::move(name)), m_log(log) {}
+    FakeAddin(QString name, QStringList& log) : m_name(std::move(name)), m_log(log) {}
     void OnConnection(outlook::Application* application, int mode, AddInInstance& inst) override
     {
-        m_log.calls << QStringLiteral("%1 connect %2 %3 %4")
-                           .arg(m_name)
-                           .arg(mode)
-                           .arg(inst.ProgId)
-                           .arg(application && application->ActiveExplorer() ? "explorer" : "no-explorer");
+        m_log << QStringLiteral("%1 connect %2 %3 %4")
+                     .arg(m_name)
+                     .arg(mode)
+                     .arg(inst.ProgId, application && application->ActiveExplorer() ? "explorer" : "no-explorer");
         inst.Object = this;
     }
-    void OnDisconnection(int mode) override { m_log.calls << QStringLiteral("%1 disconnect %2").arg(m_name).arg(mode); }
-    void OnStartupComplete() override { m_log.calls << m_name + " startup-complete"; }
-    void OnBeginShutdown() override { m_log.calls << m_name + " begin-shutdown"; }
+    void OnDisconnection(int mode) override { m_log << QStringLiteral("%1 disconnect %2").arg(m_name).arg(mode); }
+    void OnStartupComplete() override { m_log << m_name + " startup-complete"; }
+    void OnBeginShutdown() override { m_log << m_name + " begin-shutdown"; }
 
 private:
     QString m_name;
-    CallLog& m_log;
+    QStringList& m_log;
 };
 
-class AddinLoaderTest : public ::testing::Test {
+class AddinLoaderTest : public HostTest {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(dir.isValid());
-        app.Open();
-    }
+    void SetUp() override { Open(); }
     QString Key(const QString& progId) { return QString::fromLatin1(kAddinsKey) + "\\" + progId; }
     void RegisterAddin(const QString& progId, quint32 loadBehavior, bool factory = true)
     {
         ASSERT_TRUE(registry.WriteString(Key(progId), "FriendlyName", progId + " Add-In").ok());
         ASSERT_TRUE(registry.WriteDword(Key(progId), "LoadBehavior", loadBehavior).ok());
         if (factory)
-            progIds.Register<outlook::IDTExtensibility2>(progId, [this, progId] {
-                return std::make_unique<FakeAddin>(progId.section('.', 0, 0), log);
-            });
+            progIds.Register<outlook::IDTExtensibility2>(
+                progId, [this, progId] { return std::make_unique<FakeAddin>(progId.section('.', 0, 0), log); });
     }
 
     QTemporaryDir dir;
     os::Registry registry{dir.path() + "/registry.ini"};
     ProgIdRegistry progIds;
-    StoreSet stores;
-    os::MemoryClipboard clipboard;
-    HeadlessApplication app{stores, clipboard};
-    CallLog log;
+    QStringList log;
 };
 
-TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeAndDisconnectsInReverse)
+TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeRemovesOnRequestAndDisconnectsInReverse)
 {
     RegisterAddin("Alpha.Connect", 3);
     RegisterAddin("Beta.Connect", 2);
     RegisterAddin("Gamma.Connect", 3);
     RegisterAddin("Delta.Connect", 3, false);  // registered, but nothing installed
     RegisterAddin("Eps.Connect", 0);
+    RegisterAddin("Zeta.Connect", 3);
     {
-        AddinLoader loader(registry, progIds, app);
-        EXPECT_EQ(loader.Registered().size(), 5u);
-        EXPECT_EQ(loader.Connect(), 2);
-        EXPECT_EQ(loader.Connected().join(',').toStdString(), "Alpha.Connect,Gamma.Connect");
+        AddinLoader loader(registry, progIds, *app);
+        EXPECT_EQ(loader.Registered().size(), 6u);
+        EXPECT_EQ(loader.Connect(), 3);
+        EXPECT_EQ(loader.Connected(), QStringList({"Alpha.Connect", "Gamma.Connect", "Zeta.Connect"}));
         ASSERT_EQ(loader.Failures().size(), 1);
         EXPECT_TRUE(loader.Failures()[0].startsWith("Delta.Connect"));
         EXPECT_EQ(loader.Connect(), 0) << "connected add-ins are not connected twice";
@@ -279,60 +180,19 @@ TEST_F(AddinLoaderTest, ConnectsOnlyLoadBehaviorThreeAndDisconnectsInReverse)
         EXPECT_EQ(loader.AddInObject("Beta.Connect"), nullptr) << "switched off";
         EXPECT_EQ(loader.AddInObject("Delta.Connect"), nullptr) << "not installed";
         for (const AddinInfo& info : loader.Registered())
-            EXPECT_EQ(info.connected, info.progId == "Alpha.Connect" || info.progId == "Gamma.Connect") << info.progId.toStdString();
-        loader.Disconnect();
-        loader.Disconnect();
-        EXPECT_EQ(loader.AddInObject("Alpha.Connect"), nullptr);
-    }
-    EXPECT_EQ(log.calls.join('\n').toStdString(), QStringList({
-                                                        "Alpha connect 1 Alpha.Connect explorer",
-                                                        "Gamma connect 1 Gamma.Connect explorer",
-                                                        "Alpha startup-complete",
-                                                        "Gamma startup-complete",
-                                                        "Alpha begin-shutdown",
-                                                        "Gamma begin-shutdown",
-                                                        "Gamma disconnect 0",
-                                                        "Alpha disconnect 0",
-                                                    })
-                                                        .join('\n')
-                                                        .toStdString());
-}
-
-TEST_F(AddinLoaderTest, RemoveByTheUserDisconnectsWithModeOneAndStopsLoading)
-{
-    RegisterAddin("Alpha.Connect", 3);
-    RegisterAddin("Gamma.Connect", 3);
-    {
-        AddinLoader loader(registry, progIds, app);
-        loader.Connect(outlook::ext_cm_AfterStartup);
-        log.calls.clear();
+            EXPECT_EQ(info.connected, loader.AddInObject(info.progId) != nullptr) << info.progId.toStdString();
+        // The user removes one: disconnected as such, and switched off for the next start.
         EXPECT_TRUE(loader.Remove("alpha.connect"));
         EXPECT_FALSE(loader.Remove("Alpha.Connect")) << "already removed";
-        EXPECT_EQ(log.calls.join('\n').toStdString(), "Alpha disconnect 1");
         EXPECT_EQ(*registry.ReadDword(Key("Alpha.Connect"), "LoadBehavior"), 2u);
-        EXPECT_EQ(*registry.ReadDword(Key("Gamma.Connect"), "LoadBehavior"), 3u);
-        log.calls.clear();
+        EXPECT_EQ(loader.AddInObject("Alpha.Connect"), nullptr);
     }  // the destructor shuts the rest down
-    EXPECT_EQ(log.calls.join('\n').toStdString(), "Gamma begin-shutdown\nGamma disconnect 0");
-
-    AddinLoader next(registry, progIds, app);
-    log.calls.clear();
-    EXPECT_EQ(next.Connect(), 1);
-    EXPECT_EQ(next.Connected().join(',').toStdString(), "Gamma.Connect");
-}
-
-TEST_F(AddinLoaderTest, MailvaneRegistrationIsWrittenOnlyWhenMissing)
-{
-    const QString key = Key(kMailvaneProgId);
-    ASSERT_TRUE(RegisterMailvaneAddin(registry).ok());
-    EXPECT_EQ(*registry.ReadString(key, "FriendlyName"), "Mailvane Add-In");
-    EXPECT_EQ(*registry.ReadString(key, "Description"), "This Add-in provides Message Automation Rules.");
-    EXPECT_EQ(*registry.ReadDword(key, "LoadBehavior"), 3u);
-
-    // The user switched it off: a later start keeps that.
-    ASSERT_TRUE(registry.WriteDword(key, "LoadBehavior", 2).ok());
-    ASSERT_TRUE(RegisterMailvaneAddin(registry).ok());
-    EXPECT_EQ(*registry.ReadDword(key, "LoadBehavior"), 2u);
+    EXPECT_EQ(log, QStringList({"Alpha connect 1 Alpha.Connect explorer", "Gamma connect 1 Gamma.Connect explorer",
+                                "Zeta connect 1 Zeta.Connect explorer", "Alpha startup-complete", "Gamma startup-complete",
+                                "Zeta startup-complete", "Alpha disconnect 1", "Gamma begin-shutdown", "Zeta begin-shutdown",
+                                "Zeta disconnect 0", "Gamma disconnect 0"}));
+    AddinLoader next(registry, progIds, *app);
+    EXPECT_EQ(next.Connect(), 2);
 }
 
 }  // namespace

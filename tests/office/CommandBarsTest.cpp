@@ -1,6 +1,6 @@
 // Command bars as the toolbar builder drives them: lookups that fail, the
 // order of controls, deletion while a click is being handled, and faces
-// pasted from the clipboard.
+// that cannot be pasted.
 
 #include "platform/office/CommandBars.h"
 
@@ -23,10 +23,7 @@ QStringList Captions(const CommandBarControls& controls)
     return list;
 }
 
-void RunDeferredDeletes()
-{
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-}
+void RunDeferredDeletes() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
 class CommandBarsTest : public ::testing::Test {
 protected:
@@ -34,7 +31,7 @@ protected:
     CommandBars bars{&clipboard};
 };
 
-TEST_F(CommandBarsTest, LookupIgnoresCaseAndFailsForMissingBar)
+TEST_F(CommandBarsTest, BarsAreFoundWithoutRegardToCaseUntilDeleted)
 {
     EXPECT_EQ(bars.Item("Mailvane"), nullptr);
     QSignalSpy added(&bars, &CommandBars::BarAdded);
@@ -55,9 +52,18 @@ TEST_F(CommandBarsTest, LookupIgnoresCaseAndFailsForMissingBar)
     EXPECT_TRUE(watch.isNull());
     EXPECT_NE(bars.Add("Mailvane"), nullptr) << "the name is free again";
 
-    CommandBar* custom = bars.Add("");
-    ASSERT_NE(custom, nullptr);
-    EXPECT_FALSE(custom->Name().isEmpty());
+    EXPECT_FALSE(bars.Add("")->Name().isEmpty()) << "a bar without a name is given one";
+
+    // Popups are the desktop renderer's test; a button has no controls, and
+    // its setters signal only changes.
+    CommandBarControl* button = bars.Add("Tools")->Controls()->Add();
+    EXPECT_EQ(button->Controls(), nullptr);
+    QSignalSpy changed(button, &CommandBarControl::Changed);
+    button->SetCaption("Mailvane");
+    button->SetCaption("Mailvane");
+    button->SetBeginGroup(true);
+    button->SetTag("not drawn");
+    EXPECT_EQ(changed.count(), 2);
 }
 
 TEST_F(CommandBarsTest, ControlsAddHonoursBefore)
@@ -67,15 +73,9 @@ TEST_F(CommandBarsTest, ControlsAddHonoursBefore)
         const char* caption;
         int before;
         const char* expected;
-    } steps[] = {
-        {"A", 0, "A"},
-        {"B", 0, "A,B"},
-        {"C", 1, "C,A,B"},
-        {"D", 3, "C,A,D,B"},
-        {"E", 5, "C,A,D,B,E"},    // one past the end: out of range, appended
-        {"F", 99, "C,A,D,B,E,F"},
-        {"G", -1, "C,A,D,B,E,F,G"},
-    };
+    } steps[] = {{"A", 0, "A"}, {"B", 0, "A,B"}, {"C", 1, "C,A,B"}, {"D", 3, "C,A,D,B"},
+                 {"E", 5, "C,A,D,B,E"},  // one past the end: out of range, appended
+                 {"F", 99, "C,A,D,B,E,F"}, {"G", -1, "C,A,D,B,E,F,G"}};
     for (const auto& s : steps) {
         controls.Add(msoControlButton, 0, {}, s.before, true)->SetCaption(s.caption);
         EXPECT_EQ(Captions(controls).join(','), s.expected) << "after adding " << s.caption;
@@ -104,29 +104,9 @@ TEST_F(CommandBarsTest, DeleteRemovesAtOnceEvenFromItsOwnClick)
     RunDeferredDeletes();
     EXPECT_TRUE(watch.isNull());
 
-    while (controls.Count() > 0) controls.Item(1)->Delete();
-    EXPECT_EQ(controls.Count(), 0);
-    RunDeferredDeletes();
-
     // A control destroyed directly leaves the list too.
     delete controls.Add();
-    EXPECT_EQ(controls.Count(), 0);
-}
-
-TEST_F(CommandBarsTest, PopupHasItsOwnControlsAndSettersSignalOnlyChanges)
-{
-    CommandBarControl* popup = bars.Add("Tools", msoBarTop, true)->Controls()->Add(msoControlPopup, 0, {}, 0, true);
-    ASSERT_NE(popup->Controls(), nullptr);
-    EXPECT_EQ(bars.Item("Tools")->Controls()->Add()->Controls(), nullptr) << "a button has none";
-    popup->Controls()->Add()->SetCaption("Rules Manager...");
-    EXPECT_EQ(popup->Controls()->Item(1)->Caption(), "Rules Manager...");
-
-    QSignalSpy changed(popup, &CommandBarControl::Changed);
-    popup->SetCaption("Mailvane");
-    popup->SetCaption("Mailvane");
-    popup->SetBeginGroup(true);
-    popup->SetTag("not drawn");
-    EXPECT_EQ(changed.count(), 2);
+    EXPECT_EQ(Captions(controls).join(','), "One,Three");
 }
 
 QByteArray Encode(const QImage& image, const char* format)
@@ -138,55 +118,28 @@ QByteArray Encode(const QImage& image, const char* format)
     return bytes;
 }
 
-TEST_F(CommandBarsTest, PasteFaceMakesMaskColourTransparent)
+// The magenta mask pasted as the toolbar builder does it is the add-in's
+// toolbar test; here the faces that are not that.
+TEST_F(CommandBarsTest, PasteFaceOfNothingOrOfAnUnmaskedBmpOrOfNoImage)
 {
-    // A 16x16 picture: magenta background, one red square in the middle.
-    QImage picture(16, 16, QImage::Format_RGB32);
-    picture.fill(QColor(255, 0, 255));
-    for (int y = 4; y < 12; ++y)
-        for (int x = 4; x < 12; ++x) picture.setPixel(x, y, qRgb(200, 0, 0));
-
     CommandBarControl* button = bars.Add("Mailvane")->Controls()->Add();
     EXPECT_FALSE(button->PasteFace()) << "empty clipboard";
+    EXPECT_FALSE(PutFaceOnClipboard(clipboard, QImage()));
     EXPECT_TRUE(button->Face().isNull());
 
-    clipboard.SetData("text/plain", "what the user copied");
-    ASSERT_TRUE(PutFaceOnClipboard(clipboard, picture));
+    // A face written by someone else as BMP, with no mask: opaque.
+    QImage picture(16, 16, QImage::Format_RGB32);
+    picture.fill(QColor(255, 0, 255));
+    clipboard.SetData(os::kFaceFormat, Encode(picture, "BMP"));
     QSignalSpy changed(button, &CommandBarControl::Changed);
     ASSERT_TRUE(button->PasteFace());
     EXPECT_EQ(changed.count(), 1);
-    const QImage face = button->Face();
-    ASSERT_EQ(face.size(), QSize(16, 16));
-    EXPECT_EQ(qAlpha(face.pixel(0, 0)), 0);
-    EXPECT_EQ(qAlpha(face.pixel(15, 15)), 0);
-    EXPECT_EQ(face.pixel(8, 8), qRgba(200, 0, 0, 255));
-    EXPECT_EQ(clipboard.Data("text/plain"), "what the user copied");
-
-    // A face written by someone else as BMP, with no mask: opaque.
-    clipboard.Clear();
-    clipboard.SetData(os::kFaceFormat, Encode(picture, "BMP"));
-    ASSERT_TRUE(button->PasteFace());
     EXPECT_EQ(button->Face().pixel(0, 0), qRgba(255, 0, 255, 255));
 
     // Bytes that are no image leave the face it had.
     clipboard.SetData(os::kFaceFormat, "not an image");
     EXPECT_FALSE(button->PasteFace());
     EXPECT_FALSE(button->Face().isNull());
-
-    EXPECT_FALSE(PutFaceOnClipboard(clipboard, QImage()));
-}
-
-TEST_F(CommandBarsTest, ClipboardSnapshotRestoresWhatTheUserHad)
-{
-    clipboard.SetData("text/plain", "keep me");
-    const auto saved = clipboard.Save();
-    QImage picture(2, 2, QImage::Format_RGB32);
-    picture.fill(Qt::blue);
-    ASSERT_TRUE(PutFaceOnClipboard(clipboard, picture));
-    ASSERT_TRUE(bars.Add("Mailvane")->Controls()->Add()->PasteFace());
-    clipboard.Restore(saved);
-    EXPECT_EQ(clipboard.Data("text/plain"), "keep me");
-    EXPECT_TRUE(clipboard.Data(os::kFaceFormat).isEmpty());
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ protected:
     Registry reg{dir.filePath(QStringLiteral("Mailvane/registry.ini"))};
 };
 
-TEST_F(RegistryTest, AddinRegistrationRoundTripWithoutRegardToCase)
+TEST_F(RegistryTest, AddinRegistrationRoundTripWithoutRegardToCaseAndIsDeleted)
 {
     ASSERT_TRUE(reg.WriteDword(kAddin, QStringLiteral("LoadBehavior"), 3).ok());
     ASSERT_TRUE(reg.WriteString(kAddin, QStringLiteral("FriendlyName"), QStringLiteral("Mailvane")).ok());
@@ -40,6 +40,17 @@ TEST_F(RegistryTest, AddinRegistrationRoundTripWithoutRegardToCase)
     EXPECT_EQ(*reg.ReadDword(kAddin, QStringLiteral("LoadBehavior")), 2u);
     EXPECT_EQ(AsSet(*reg.ValueNames(kAddin)), (QSet<QString>{"LoadBehavior", "FriendlyName"}));
     EXPECT_EQ(AsSet(*reg.SubKeys(kAddins)), (QSet<QString>{"Mailvane.Connect", "Other.Addin"}));
+
+    ASSERT_TRUE(reg.WriteString(kAddin + QStringLiteral(R"(\Sub)"), QStringLiteral("x"), QStringLiteral("y")).ok());
+    ASSERT_TRUE(reg.WriteString(kAddins, QStringLiteral("keep"), QStringLiteral("me")).ok());
+    ASSERT_TRUE(reg.DeleteValue(kAddin, QStringLiteral("loadbehavior")).ok());
+    EXPECT_EQ(reg.ReadDword(kAddin, QStringLiteral("LoadBehavior")).error().kind, ErrorKind::NotFound);
+    EXPECT_EQ(reg.DeleteValue(kAddin, QStringLiteral("LoadBehavior")).error().kind, ErrorKind::NotFound);
+    ASSERT_TRUE(reg.DeleteKey(kAddin).ok());
+    EXPECT_FALSE(reg.KeyExists(kAddin + QStringLiteral(R"(\Sub)")));
+    EXPECT_EQ(*reg.ReadString(kAddins, QStringLiteral("keep")), QStringLiteral("me"));
+    EXPECT_EQ(reg.DeleteKey(kAddin).error().kind, ErrorKind::NotFound);
+    EXPECT_FALSE(reg.WriteString(QStringLiteral(R"(\\)"), QStringLiteral("x"), QStringLiteral("y")).ok());
 }
 
 TEST_F(RegistryTest, NamesQSettingsWouldMisreadRoundTrip)
@@ -54,22 +65,6 @@ TEST_F(RegistryTest, NamesQSettingsWouldMisreadRoundTrip)
     // Unescaped commas would make QSettings read a list.
     ASSERT_TRUE(reg.WriteString(key, QStringLiteral("list"), QStringLiteral("a, b,c")).ok());
     EXPECT_EQ(*reg.ReadString(key, QStringLiteral("list")), QStringLiteral("a, b,c"));
-}
-
-TEST_F(RegistryTest, DeleteValueAndKeyAndMissingOnes)
-{
-    ASSERT_TRUE(reg.WriteDword(kAddin, QStringLiteral("LoadBehavior"), 3).ok());
-    ASSERT_TRUE(reg.WriteString(kAddin + QStringLiteral(R"(\Sub)"), QStringLiteral("x"), QStringLiteral("y")).ok());
-    ASSERT_TRUE(reg.WriteString(kAddins, QStringLiteral("keep"), QStringLiteral("me")).ok());
-
-    ASSERT_TRUE(reg.DeleteValue(kAddin, QStringLiteral("loadbehavior")).ok());
-    EXPECT_EQ(reg.ReadDword(kAddin, QStringLiteral("LoadBehavior")).error().kind, ErrorKind::NotFound);
-    EXPECT_EQ(reg.DeleteValue(kAddin, QStringLiteral("LoadBehavior")).error().kind, ErrorKind::NotFound);
-    ASSERT_TRUE(reg.DeleteKey(kAddin).ok());
-    EXPECT_FALSE(reg.KeyExists(kAddin + QStringLiteral(R"(\Sub)")));
-    EXPECT_EQ(*reg.ReadString(kAddins, QStringLiteral("keep")), QStringLiteral("me"));
-    EXPECT_EQ(reg.DeleteKey(kAddin).error().kind, ErrorKind::NotFound);
-    EXPECT_FALSE(reg.WriteString(QStringLiteral(R"(\\)"), QStringLiteral("x"), QStringLiteral("y")).ok());
 }
 
 TEST(RegistryFile, UnwritableOrDamagedFileGivesAnErrorAndIsLeftAlone)

@@ -3,10 +3,7 @@
 // configuration, run and state folders, log and mail under one temporary
 // folder, listening on 127.0.0.1 on free ports. One user, "test" with the
 // password "secret", whose mail is a Maildir the test may read and write.
-//
-// Usage: construct, optionally write mail into MaildirPath() (files are
-// handed to the mail user at start), Start(), connect to Port() / TlsPort(),
-// and let the destructor stop the server.
+// The destructor stops the server and every process it started.
 
 #include <QByteArray>
 #include <QProcess>
@@ -43,14 +40,12 @@ public:
     // when anything fails (the log's tail is included).
     bool Start(QString* error);
     void Stop();
-    bool IsRunning() const;
 
     quint16 Port() const { return m_port; }
     quint16 TlsPort() const { return m_tlsPort; }
     static QString User() { return QStringLiteral("test"); }
     static QString Password() { return QStringLiteral("secret"); }
 
-    QString RootPath() const { return m_dir.path(); }
     // The user's Maildir ("INBOX" is its top level, other folders ".Name").
     QString MaildirPath() const;
     QString CertificatePath() const;  // PEM; empty without tls
