@@ -1,9 +1,11 @@
 #include "ImapTestSupport.h"
 
+#include <QDir>
 #include <QLocale>
 #include <QTcpSocket>
 
 #include <algorithm>
+#include <map>
 
 namespace mv::test {
 
@@ -22,6 +24,14 @@ QByteArray BuildMail(const MailDef& def, int serial)
         text += QStringLiteral("Content-Type: text/plain; charset=utf-8\r\n");
     text += QStringLiteral("\r\n") + def.body + QStringLiteral("\r\n");
     return text.toUtf8();
+}
+
+MailDef Mail(const QString& subject, bool seen)
+{
+    MailDef def;
+    def.subject = subject;
+    def.flags.seen = seen;
+    return def;
 }
 
 QByteArray OtherClient(quint16 port, const QByteArrayList& commands)
@@ -52,12 +62,39 @@ QByteArray OtherClient(quint16 port, const QByteArrayList& commands)
     return transcript;
 }
 
+namespace {
+
+// Servers live until the end of the run (stopped before Qt goes away).
+class Servers : public ::testing::Environment {
+public:
+    static std::map<QString, std::unique_ptr<DovecotServer>>& All()
+    {
+        static std::map<QString, std::unique_ptr<DovecotServer>> all;
+        return all;
+    }
+    void TearDown() override { All().clear(); }
+};
+[[maybe_unused]] ::testing::Environment* const kServers = ::testing::AddGlobalTestEnvironment(new Servers);
+
+}  // namespace
+
 void DovecotStoreTest::SetUp()
 {
     if (!DovecotServer::Available()) GTEST_SKIP() << DovecotServer::BinaryPath().toStdString() << " is not installed";
-    server = std::make_unique<DovecotServer>(Options());
-    QString error;
-    ASSERT_TRUE(server->Start(&error)) << error.toStdString();
+    const DovecotOptions options = Options();
+    std::unique_ptr<DovecotServer>& shared =
+        Servers::All()[options.hideCapabilities.join(QLatin1Char(' ')) + (options.tls ? "+tls" : "")];
+    if (shared && shared->IsRunning()) {
+        // The previous test's mail goes: an empty Maildir as at the start.
+        QDir(shared->MaildirPath()).removeRecursively();
+        for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(shared->MaildirPath() + QLatin1String(sub));
+        shared->HandMailToMailUser();
+    } else {
+        shared = std::make_unique<DovecotServer>(options);
+        QString error;
+        ASSERT_TRUE(shared->Start(&error)) << error.toStdString();
+    }
+    server = shared.get();
     store = MakeStore();
     auto id = store->FolderIdOf("INBOX");
     ASSERT_TRUE(id.ok()) << id.error().message.toStdString();
@@ -67,7 +104,6 @@ void DovecotStoreTest::SetUp()
 void DovecotStoreTest::TearDown()
 {
     store.reset();
-    server.reset();
 }
 
 stores::ImapSettings DovecotStoreTest::Settings(quint16 port) const
@@ -109,13 +145,15 @@ QByteArray DovecotStoreTest::Add(const QByteArray& folderId, const MailDef& def)
     return id ? *id : QByteArray();
 }
 
-QStringList DovecotStoreTest::Subjects(const QByteArray& folderId, const mapi::Restriction* restriction)
+QStringList DovecotStoreTest::Subjects(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                       const std::vector<mapi::PropTag>& columns, stores::ImapStore* other)
 {
-    auto rows = store->Query(folderId, restriction, {mapi::PR_SUBJECT});
+    auto rows = (other ? other : store.get())->Query(folderId, restriction, columns);
     EXPECT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    const size_t at = std::find(columns.begin(), columns.end(), mapi::PR_SUBJECT) - columns.begin();
     QStringList out;
     if (rows)
-        for (const mapi::Row& r : *rows) out << r[0].toString();
+        for (const mapi::Row& r : *rows) out << r[at].toString();
     out.sort();
     return out;
 }

@@ -1,9 +1,12 @@
 #pragma once
 // Shared pieces of the IMAP tests: a Dovecot fixture with a store on it and
-// a message builder.
+// a message builder. One server per set of options serves a process's tests;
+// each test starts on an emptied mailbox.
 
 #include "platform/logging/Logger.h"
+#include "platform/stores/imap/ImapIds.h"
 #include "platform/stores/imap/ImapStore.h"
+#include "tests/support/QtPrinters.h"
 #include "tests/support/dovecot/DovecotServer.h"
 
 #include <QDateTime>
@@ -14,8 +17,6 @@
 #include <mutex>
 
 namespace mv::test {
-
-inline void PrintTo(const QStringList& list, std::ostream* os) { *os << '[' << list.join(QStringLiteral(" | ")).toStdString() << ']'; }
 
 struct MailDef {
     QString from = QStringLiteral("Alice Archer <alice@example.org>");
@@ -29,6 +30,9 @@ struct MailDef {
 };
 
 QByteArray BuildMail(const MailDef& def, int serial);
+MailDef Mail(const QString& subject, bool seen = false);
+// The UID of a message identifier, as IMAP commands write it.
+inline QByteArray Uid(const QByteArray& id) { return QByteArray::number(stores::ImapIds::ParseMessage(id)->uid); }
 
 // Another client: logs in on `port`, sends each command (tagged for it) and
 // returns everything the server said. Commands use plain IMAP syntax.
@@ -62,10 +66,12 @@ protected:
     std::unique_ptr<stores::ImapStore> MakeStore(quint16 port = 0) const;
     QByteArray Folder(const QByteArray& mailbox);  // creates it when missing
     QByteArray Add(const QByteArray& folderId, const MailDef& def);
-    // Subjects of a folder's messages, sorted (column PR_SUBJECT of a query).
-    QStringList Subjects(const QByteArray& folderId, const mapi::Restriction* restriction = nullptr);
+    // Subjects of a folder's messages, sorted (column PR_SUBJECT of a query
+    // asking `columns`, of `other` when given).
+    QStringList Subjects(const QByteArray& folderId, const mapi::Restriction* restriction = nullptr,
+                         const std::vector<mapi::PropTag>& columns = {mapi::PR_SUBJECT}, stores::ImapStore* other = nullptr);
 
-    std::unique_ptr<DovecotServer> server;
+    DovecotServer* server = nullptr;  // shared, see ServerFor()
     std::unique_ptr<stores::ImapStore> store;
     QByteArray inbox;
     int serial = 0;
