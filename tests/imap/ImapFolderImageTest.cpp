@@ -5,7 +5,6 @@
 #include "ImapTestSupport.h"
 
 #include "platform/mapi/Restriction.h"
-#include "platform/stores/imap/ImapIds.h"
 
 using namespace mv;
 using namespace mv::mapi;
@@ -19,16 +18,6 @@ const std::vector<PropTag> kColumns = {PR_ENTRYID, PR_SUBJECT, PR_MESSAGE_CLASS}
 
 class ImapFolderImageTest : public DovecotStoreTest {
 protected:
-    MailDef Mail(const char* subject, bool seen = false) const
-    {
-        MailDef def;
-        def.subject = S(subject);
-        def.flags.seen = seen;
-        return def;
-    }
-
-    QByteArray Uid(const QByteArray& id) const { return QByteArray::number(stores::ImapIds::ParseMessage(id)->uid); }
-
     static QStringList Column(const Result<std::vector<Row>>& rows, size_t column)
     {
         QStringList out;
@@ -58,15 +47,15 @@ TEST_F(ImapFolderImageTest, AnswersAsAFreshQueryWhateverChangedBetween)
     unreadBudget.AddChild(Restriction::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ));
     unreadBudget.AddChild(Restriction::Content(PR_SUBJECT, S("budget")));
 
-    const QByteArray readLater = Add(inbox, Mail("budget, read later"));
-    const QByteArray unreadLater = Add(inbox, Mail("budget, unread later", true));
-    const QByteArray expunged = Add(inbox, Mail("budget, expunged by another client"));
-    const QByteArray deleted = Add(inbox, Mail("budget, marked deleted by another client"));
-    const QByteArray movedAway = Add(inbox, Mail("budget, moved away"));
-    Add(inbox, Mail("budget, untouched"));
-    Add(inbox, Mail("travel, unread"));
+    const QByteArray readLater = Add(inbox, Mail(S("budget, read later")));
+    const QByteArray unreadLater = Add(inbox, Mail(S("budget, unread later"), true));
+    const QByteArray expunged = Add(inbox, Mail(S("budget, expunged by another client")));
+    const QByteArray deleted = Add(inbox, Mail(S("budget, marked deleted by another client")));
+    const QByteArray movedAway = Add(inbox, Mail(S("budget, moved away")));
+    Add(inbox, Mail(S("budget, untouched")));
+    Add(inbox, Mail(S("travel, unread")));
     const QByteArray archive = Folder("Archive");
-    const QByteArray comesBack = Add(archive, Mail("budget, moved in"));
+    const QByteArray comesBack = Add(archive, Mail(S("budget, moved in")));
     Subjects(inbox);  // the store's connection is up and knows the server
 
     EXPECT_EQ(Told(unreadBudget).size(), 5);
@@ -80,7 +69,7 @@ TEST_F(ImapFolderImageTest, AnswersAsAFreshQueryWhateverChangedBetween)
                                  "UID STORE " + Uid(unreadLater) + " -FLAGS (\\Seen)",
                                  "UID STORE " + Uid(expunged) + " +FLAGS (\\Deleted)", "UID EXPUNGE " + Uid(expunged),
                                  "UID STORE " + Uid(deleted) + " +FLAGS (\\Deleted)"});
-    Add(inbox, Mail("budget, delivered later"));
+    Add(inbox, Mail(S("budget, delivered later")));
     ASSERT_TRUE(store->Move(movedAway, archive).ok());
     ASSERT_TRUE(store->Move(comesBack, inbox).ok());
     EXPECT_EQ(Told(unreadBudget), (QStringList{S("budget, delivered later"), S("budget, moved in"),
@@ -88,7 +77,7 @@ TEST_F(ImapFolderImageTest, AnswersAsAFreshQueryWhateverChangedBetween)
 
     // Only an expunge by someone else, which leaves no mod-sequence: the
     // count shows it.
-    const QByteArray last = Add(inbox, Mail("budget, expunged last"));
+    const QByteArray last = Add(inbox, Mail(S("budget, expunged last")));
     EXPECT_TRUE(Told(unreadBudget).contains(S("budget, expunged last")));
     OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(last) + " +FLAGS (\\Deleted)",
                                  "UID EXPUNGE " + Uid(last)});
@@ -99,13 +88,13 @@ TEST_F(ImapFolderImageTest, ClassesOfTheRowsAndQueriesItCannotAnswer)
 {
     // A calendar part whose method is named only in its text: the class
     // needs the structure and the part, read for the rows that show it.
-    MailDef invite = Mail("budget meeting");
+    MailDef invite = Mail(S("budget meeting"));
     invite.extraHeaders << S("Content-Type: multipart/mixed; boundary=\"b1\"");
     invite.body = S("--b1\r\nContent-Type: text/plain\r\n\r\nSee you.\r\n--b1\r\n"
                     "Content-Type: text/calendar; charset=utf-8\r\n\r\n"
                     "BEGIN:VCALENDAR\r\nMETHOD:REQUEST\r\nEND:VCALENDAR\r\n--b1--");
     Add(inbox, invite);
-    MailDef note = Mail("budget notes");
+    MailDef note = Mail(S("budget notes"));
     note.body = S("The figures for the harbour project.");
     Add(inbox, note);
     Subjects(inbox);

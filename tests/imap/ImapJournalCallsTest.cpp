@@ -2,8 +2,6 @@
 // without MOVE, and without UIDPLUS either.
 #include "ImapTestSupport.h"
 
-#include "platform/stores/imap/ImapIds.h"
-
 using namespace mv;
 using namespace mv::mapi;
 using namespace mv::test;
@@ -21,7 +19,6 @@ struct Server {
 class ImapJournalCallsTest : public DovecotStoreTest, public ::testing::WithParamInterface<Server> {
 protected:
     DovecotOptions Options() const override { return {GetParam().hidden, false}; }
-    QByteArray Uid(const QByteArray& id) const { return QByteArray::number(stores::ImapIds::ParseMessage(id)->uid); }
 };
 
 // Export from one folder, AppendMany into another, found again by the
@@ -29,9 +26,7 @@ protected:
 // with bare LF line ends among them.
 TEST_P(ImapJournalCallsTest, ExportedMessagesAppendAndAreLocatedByFingerprint)
 {
-    MailDef seen;
-    seen.subject = S("Seen and forwarded");
-    seen.flags.seen = true;
+    MailDef seen = Mail(S("Seen and forwarded"), true);
     seen.flags.keywords = {S("$Forwarded")};
     std::vector<QByteArray> ids = {Add(inbox, seen), Add(inbox, {})};
     NewMessage bare;

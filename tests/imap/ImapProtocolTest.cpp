@@ -213,14 +213,6 @@ TEST_F(ScriptedStoreTest, RefusedMoveIsPermanentAndSentOnce)
     EXPECT_EQ(Count("EXPUNGE"), 0);
 }
 
-TEST_F(ScriptedStoreTest, MissingFolderIsNotFound)
-{
-    auto store = MakeStore({{"SELECT", "NO [NONEXISTENT] Mailbox doesn't exist: Gone"}}, {});
-    auto rows = store->Query(ImapIds::FolderId("Gone", 3), nullptr, {PR_SUBJECT});
-    ASSERT_FALSE(rows.ok());
-    EXPECT_EQ(rows.error().kind, ErrorKind::NotFound);
-}
-
 TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
 {
     // A socket that accepts connections (the kernel does) but never greets.

@@ -65,6 +65,8 @@ TEST_F(ImapReconnectTest, RefusedLoginStopsEveryFurtherTry)
     auto first = refused->Folders();
     ASSERT_FALSE(first.ok());
     EXPECT_EQ(first.error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(first.error().message.contains(S("test"))) << "names the user";
+    EXPECT_FALSE(first.error().message.contains(S("wrong"))) << "never the password";
     now = now.addDays(1);
     auto later = refused->Folders();
     ASSERT_FALSE(later.ok());

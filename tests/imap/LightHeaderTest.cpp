@@ -49,16 +49,6 @@ const HeaderCase kHeaders[] = {
 
 class LightHeader : public ::testing::TestWithParam<HeaderCase> {};
 
-TEST_P(LightHeader, AgreesWithTheParsedRecord)
-{
-    const QByteArray& block = GetParam().block;
-    const mapi::MessageRecord parsed = MimeProperties::FromBytes(block);
-    EXPECT_EQ(MimeProperties::DecodeHeaderValue(MimeProperties::HeaderField(block, "Subject")),
-              parsed.Get(mapi::PR_SUBJECT).value_or(QVariant()).toString());
-    EXPECT_EQ(MimeProperties::DecodeHeaderValue(MimeProperties::HeaderField(block, "Message-ID")),
-              parsed.Get(mapi::PR_INTERNET_MESSAGE_ID).value_or(QVariant()).toString());
-}
-
 TEST_P(LightHeader, WholeRecordAgreesWithTheParsedOne)
 {
     const QByteArray& block = GetParam().block;
