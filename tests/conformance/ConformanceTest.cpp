@@ -20,7 +20,6 @@ namespace mv::mapi {
 void PrintTo(const Restriction& r, std::ostream* os) { *os << r.ToString().toStdString(); }
 }  // namespace mv::mapi
 
-
 namespace mv::conformance {
 
 void PrintTo(const NamedCase& c, std::ostream* os) { *os << c.name; }
@@ -103,18 +102,12 @@ std::vector<NewMessage> CorpusMessages()
 
 enum class DataSet { HandWritten, Corpus };
 
-std::vector<NewMessage> Messages(DataSet set)
-{
-    return set == DataSet::HandWritten ? HandWrittenMessages() : CorpusMessages();
-}
-
 std::unique_ptr<Fixture> MakeSeeded(const QString& backend, DataSet set)
 {
     const ConformanceBackend* b = FindBackend(backend);
-    if (!b) return nullptr;
-    std::unique_ptr<Fixture> fixture = b->make();
+    std::unique_ptr<Fixture> fixture = b ? b->make() : nullptr;
     if (!fixture) return nullptr;
-    const Status seeded = fixture->Seed(Messages(set));
+    const Status seeded = fixture->Seed(set == DataSet::HandWritten ? HandWrittenMessages() : CorpusMessages());
     EXPECT_TRUE(seeded.ok()) << (seeded.ok() ? std::string() : seeded.error().message.toStdString());
     return seeded.ok() ? std::move(fixture) : nullptr;
 }
@@ -147,6 +140,14 @@ std::vector<Row> QueryOk(Fixture& fx, const QByteArray& folder, const Restrictio
     Result<std::vector<Row>> rows = fx.Store().Query(folder, restriction, kColumns);
     EXPECT_TRUE(rows.ok()) << (rows.ok() ? std::string() : rows.error().message.toStdString());
     return rows.ok() ? std::move(rows).value() : std::vector<Row>{};
+}
+
+QByteArray IdOf(Fixture& fx, const QString& subject)
+{
+    for (const Row& row : QueryOk(fx, fx.inbox, nullptr))
+        if (row[kSubject].toString() == subject) return row[kEntryId].toByteArray();
+    ADD_FAILURE() << "no message " << subject.toStdString();
+    return {};
 }
 
 std::string CaseTestName(const QString& backend, const std::string& name)
@@ -183,13 +184,7 @@ protected:
         if (!m_fx) GTEST_SKIP() << "backend " << GetParam().toStdString() << " is not available here";
     }
     std::vector<Row> Query(const QByteArray& folder, const Restriction* r = nullptr) { return QueryOk(*m_fx, folder, r); }
-    QByteArray IdOf(const QString& subject)
-    {
-        for (const Row& row : Query(m_fx->inbox))
-            if (row[kSubject].toString() == subject) return row[kEntryId].toByteArray();
-        ADD_FAILURE() << "no message " << subject.toStdString();
-        return {};
-    }
+    QByteArray IdOf(const QString& subject) { return conformance::IdOf(*m_fx, subject); }
     std::unique_ptr<Fixture> m_fx;
 };
 
@@ -331,9 +326,7 @@ TEST_P(FlagChanges, NextQuerySeesTheNewStatus)
     std::map<int, QStringList> expected = {{1, CaseNamed("FlagComplete").expected},
                                            {2, CaseNamed("FlagFollowUp").expected},
                                            {0, CaseNamed("FlagNoneSet").expected}};
-    QByteArray id;
-    for (const Row& row : QueryOk(*fx, fx->inbox, nullptr))
-        if (row[kSubject].toString() == subject) id = row[kEntryId].toByteArray();
+    const QByteArray id = IdOf(*fx, subject);
     ASSERT_FALSE(id.isEmpty());
     for (auto& [status, subjects] : expected) subjects.removeAll(subject);
     expected[change.newStatus] << subject;

@@ -159,6 +159,7 @@ std::vector<NamedCase> RestrictionCases()
         {"EmptyAndIsEverything", R::And({}), all},
         {"AgeOlderThanThisYear", Before(Utc(2026, 1, 1, 0, 0)), {kLunch, kOutage, kQuarterly}},
         {"AgeOlderThanTwoHours", Before(now.addSecs(-2 * 3600)), allButWeekend},
+        {"AgeCutOffWithinADay", Before(Utc(2026, 10, 31, 12, 0)), allButWeekend},
         {"AgeCutOffIsStrict", Before(Utc(2026, 6, 1)), {kLunch, kOutage, kQuarterly, kMeeting}},
         {"SubjectOneWord", Words(PR_SUBJECT, {"budget"}), {kBudget, kReBudget}},
         {"SubjectWordsAnded", Words(PR_SUBJECT, {"annual", "report"}), {kAnnualDraft, kParty}},
