@@ -11,8 +11,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 struct DropCase {
     const char* name;
     QStringList hidden;   // capabilities the server leaves out
@@ -29,11 +27,7 @@ protected:
     {
         DovecotStoreTest::SetUp();
         if (IsSkipped() || HasFatalFailure()) return;
-        for (int n = 1; n <= 5; ++n) {
-            MailDef def;
-            def.subject = S("Message %1").arg(n);
-            Add(inbox, def);
-        }
+        for (int n = 1; n <= 5; ++n) Add(inbox, Mail(S("Message %1").arg(n)));
         archive = Folder("Archive");
         proxy = std::make_unique<CuttingProxy>(server->Port());
         proxied = MakeStore(proxy->port());

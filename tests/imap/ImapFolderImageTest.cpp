@@ -12,8 +12,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 const std::vector<PropTag> kColumns = {PR_ENTRYID, PR_SUBJECT, PR_MESSAGE_CLASS};
 
 class ImapFolderImageTest : public DovecotStoreTest {

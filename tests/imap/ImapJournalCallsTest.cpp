@@ -8,8 +8,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 struct Server {
     const char* name;
     QStringList hidden;

@@ -14,8 +14,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 class ImapLookaheadTest : public DovecotStoreTest {
 protected:
     // Tells the store, lets a query of its hand that on to the lookahead,

@@ -13,8 +13,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 struct Variant {
     const char* name;
     QStringList hidden;

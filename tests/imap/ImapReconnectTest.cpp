@@ -12,8 +12,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 class ImapReconnectTest : public DovecotStoreTest {
 protected:
     // A store whose connects go through `opens` and whose clock is `now`.

@@ -12,8 +12,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 using ImapStoreTest = DovecotStoreTest;
 
 // The engine's columns under a search the server answers exactly: the

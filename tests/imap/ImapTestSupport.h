@@ -29,6 +29,7 @@ struct MailDef {
     QDateTime date = QDateTime(QDate(2026, 10, 1), QTime(9, 30), Qt::UTC);
 };
 
+inline QString S(const char* s) { return QString::fromUtf8(s); }
 QByteArray BuildMail(const MailDef& def, int serial);
 MailDef Mail(const QString& subject, bool seen = false);
 // The UID of a message identifier, as IMAP commands write it.

@@ -10,8 +10,6 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 class ImapTlsClosedTest : public DovecotStoreTest {
 protected:
     DovecotOptions Options() const override { return {{}, true}; }
@@ -27,10 +25,7 @@ struct TlsCase {
     const char* reason;  // part of the refusal
 };
 
-class ImapTlsTest : public DovecotStoreTest, public ::testing::WithParamInterface<TlsCase> {
-protected:
-    DovecotOptions Options() const override { return {{}, true}; }
-};
+class ImapTlsTest : public ImapTlsClosedTest, public ::testing::WithParamInterface<TlsCase> {};
 
 TEST_P(ImapTlsTest, CertificateIsCheckedBeforeLogin)
 {
