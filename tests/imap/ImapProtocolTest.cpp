@@ -9,15 +9,13 @@
 
 #include <libetpan/libetpan.h>
 
+#include <QElapsedTimer>
 #include <QMap>
+#include <QTcpServer>
 
 #include <gtest/gtest.h>
 
-#include <QElapsedTimer>
-
-#include <arpa/inet.h>
 #include <mutex>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -215,19 +213,11 @@ TEST_F(ScriptedStoreTest, RefusedMoveIsPermanentAndSentOnce)
 
 TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
 {
-    // A socket that accepts connections (the kernel does) but never greets.
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-    ASSERT_EQ(::listen(fd, 4), 0);
-    socklen_t len = sizeof a;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
-
+    QTcpServer silent;  // the kernel accepts connections; nobody greets
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
     ImapSettings settings;
     settings.host = QStringLiteral("127.0.0.1");
-    settings.port = ntohs(a.sin_port);
+    settings.port = silent.serverPort();
     settings.tls = TlsMode::None;
     settings.user = QStringLiteral("test");
     settings.timeoutSeconds = 1;
@@ -238,7 +228,6 @@ TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
     ASSERT_FALSE(folders.ok());
     EXPECT_EQ(folders.error().kind, ErrorKind::Temporary);
     EXPECT_LT(timer.elapsed(), 5000);
-    ::close(fd);
 }
 
 }  // namespace
