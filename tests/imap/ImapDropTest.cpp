@@ -1,5 +1,5 @@
 // A server connection that drops in the middle of a command: a proxy cuts
-// it once the command has reached Dovecot.
+// it once the command has reached Dovecot, or answers for Dovecot.
 #include "CuttingProxy.h"
 #include "ImapTestSupport.h"
 
@@ -11,18 +11,9 @@ using namespace mv::test;
 
 namespace {
 
-struct DropCase {
-    const char* name;
-    QStringList hidden;   // capabilities the server leaves out
-    QByteArray trigger;   // the command during whose answer the line drops
-    int keepBytes;        // how much of the answer gets through
-    Presence original = Presence::Absent;  // where the move left the originals
-};
-
-class ImapDropTest : public DovecotStoreTest, public ::testing::WithParamInterface<DropCase> {
+// A store reaching the server through the proxy; INBOX holds five messages.
+class ProxiedStoreTest : public DovecotStoreTest {
 protected:
-    DovecotOptions Options() const override { return {GetParam().hidden, false}; }
-
     void SetUp() override
     {
         DovecotStoreTest::SetUp();
@@ -42,6 +33,19 @@ protected:
     std::unique_ptr<CuttingProxy> proxy;
     std::unique_ptr<stores::ImapStore> proxied;
     QByteArray archive;
+};
+
+struct DropCase {
+    const char* name;
+    QStringList hidden;   // capabilities the server leaves out
+    QByteArray trigger;   // the command during whose answer the line drops
+    int keepBytes;        // how much of the answer gets through
+    Presence original = Presence::Absent;  // where the move left the originals
+};
+
+class ImapDropTest : public ProxiedStoreTest, public ::testing::WithParamInterface<DropCase> {
+protected:
+    DovecotOptions Options() const override { return {GetParam().hidden, false}; }
 };
 
 // A move whose connection drops is not sent again, and the reconnect that
@@ -108,11 +112,28 @@ TEST_P(ImapReadDropTest, QueryIsRetriedOnANewConnection)
     EXPECT_EQ(proxy->cuts(), 1);
     ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
     EXPECT_EQ(rows->size(), 5u);
+    EXPECT_EQ(proxy->Sent(GetParam().trigger), 2) << "retried once";
 }
 
 INSTANTIATE_TEST_SUITE_P(Queries, ImapReadDropTest,
                          ::testing::Values(DropCase{"DuringSearch", {}, "UID SEARCH", 5},
                                            DropCase{"DuringFetch", {}, "UID FETCH", 300}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// A move the server refuses is a permanent error, sent once, and leaves
+// the message where it was.
+TEST_F(ProxiedStoreTest, RefusedMoveIsPermanentAndSentOnce)
+{
+    auto rows = proxied->Query(inbox, nullptr, {PR_ENTRYID});
+    ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    proxy->AnswerOn("UID MOVE", "NO [OVERQUOTA] quota exceeded");
+    auto moved = proxied->Move(rows->front()[0].toByteArray(), archive);
+    ASSERT_FALSE(moved.ok());
+    EXPECT_EQ(moved.error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(moved.error().message.contains(S("quota exceeded"))) << moved.error().message.toStdString();
+    EXPECT_EQ(proxy->Sent("UID MOVE"), 1);
+    EXPECT_EQ(proxy->Sent("EXPUNGE"), 0);
+    EXPECT_EQ(Subjects(inbox).size(), 5);
+}
 
 }  // namespace
