@@ -20,8 +20,6 @@ protected:
     DovecotOptions Options() const override { return {GetParam().hidden, false}; }
 };
 
-MailDef Numbered(int n) { return Mail(S("Message %1").arg(n)); }
-
 // A rule's move right after its query: the query told the Message-IDs and
 // the destination was looked at, so the batch costs the UID MOVE alone and
 // answers in the order asked. A message another client took away in
@@ -30,8 +28,8 @@ MailDef Numbered(int n) { return Mail(S("Message %1").arg(n)); }
 // another client's \Deleted mail is neither listed nor expunged.
 TEST_P(ImapMoveTest, BatchAfterAQueryIsOneCommandAndSkipsWhatVanished)
 {
-    for (int n = 1; n <= 8; ++n) Add(inbox, Numbered(n));
-    const QByteArray deleted = Add(inbox, Numbered(9));
+    for (int n = 1; n <= 8; ++n) Add(inbox, Mail(S("Message %1").arg(n)));
+    const QByteArray deleted = Add(inbox, Mail(S("Message 9")));
     OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(deleted) + " +FLAGS (\\Deleted)"});
     const QByteArray archive = Folder("Archive");
     const QByteArray trash = Folder("Trash");
@@ -82,30 +80,28 @@ using ImapFlagsTest = DovecotStoreTest;
 // Completed flags of a batch: right after the query that listed them, one
 // STORE per distinct change; otherwise a FETCH of the flags first. Other
 // flags and other clients' keywords stay.
-TEST_F(ImapFlagsTest, FlagStatusOfManyInOneStore)
+TEST_F(ImapFlagsTest, FlagStatusOfManyKeepsOtherFlags)
 {
     std::vector<QByteArray> ids;
-    for (int n = 1; n <= 5; ++n) {
-        MailDef def = Numbered(n);
-        def.flags.seen = n % 2;
-        def.flags.keywords = {S("$Completed"), S("Project")};
-        if (n == 5) def.flags.keywords = {S("Project")};
+    QByteArrayList uids;
+    for (int n = 1; n <= 4; ++n) {
+        MailDef def = Mail(S("Message %1").arg(n), n % 2);
+        def.flags.keywords = {S("Project")};
+        if (n != 4) def.flags.keywords << S("$Completed");
         ids.push_back(Add(inbox, def));
+        uids << Uid(ids.back());
     }
     Subjects(inbox);
     int before = store->CommandsSent();
     ASSERT_TRUE(store->SetFlagStatusMany(ids, FLAG_STATUS_NONE).ok());
     EXPECT_EQ(store->CommandsSent() - before, 1);
     before = store->CommandsSent();
-    ASSERT_TRUE(store->SetFlagStatusMany({ids[0], ids[4]}, FLAG_STATUS_MARKED).ok());
+    ASSERT_TRUE(store->SetFlagStatusMany({ids[0], ids[3]}, FLAG_STATUS_MARKED).ok());
     EXPECT_EQ(store->CommandsSent() - before, 1) << "the flags stored last are known";
-
     // Another connection, no query: it asks for the flags first.
-    auto other = MakeStore();
-    ASSERT_TRUE(other->SetFlagStatusMany({ids[1], ids[4]}, FLAG_STATUS_COMPLETE).ok());
+    ASSERT_TRUE(MakeStore()->SetFlagStatusMany({ids[1], ids[3]}, FLAG_STATUS_COMPLETE).ok());
 
-    const int expected[] = {FLAG_STATUS_MARKED, FLAG_STATUS_COMPLETE, FLAG_STATUS_NONE, FLAG_STATUS_NONE,
-                            FLAG_STATUS_COMPLETE};
+    const int expected[] = {FLAG_STATUS_MARKED, FLAG_STATUS_COMPLETE, FLAG_STATUS_NONE, FLAG_STATUS_COMPLETE};
     for (size_t i = 0; i < ids.size(); ++i) {
         auto item = store->Item(ids[i]);
         ASSERT_TRUE(item.ok());
@@ -113,10 +109,7 @@ TEST_F(ImapFlagsTest, FlagStatusOfManyInOneStore)
         EXPECT_EQ(item->Get(PR_MESSAGE_FLAGS)->toInt() & MSGFLAG_READ, i % 2 == 0 ? MSGFLAG_READ : 0) << i;
     }
     const QByteArray said = OtherClient(server->Port(), {"SELECT INBOX", "UID SEARCH KEYWORD Project"});
-    const qsizetype at = said.indexOf("* SEARCH");
-    ASSERT_GE(at, 0) << said.constData();
-    const QByteArray line = said.mid(at, said.indexOf('\r', at) - at).trimmed();
-    EXPECT_EQ(line.split(' ').size() - 2, 5) << "keywords of other clients stay: " << line.constData();
+    EXPECT_TRUE(said.contains("* SEARCH " + uids.join(' ') + "\r\n")) << "other clients' keywords stay: " << said.constData();
 }
 
 class ImapNoUidplusTest : public DovecotStoreTest {

@@ -1,11 +1,12 @@
 // Failed connects: pauses that double up to a ceiling, one log line per
-// change of state, and no more logins after a refused one.
+// change of state, no more logins after a refused one, and a time limit.
 #include "ImapTestSupport.h"
 
 #include "platform/stores/imap/ImapConnection.h"
 #include "platform/stores/imap/ImapIdleWatcher.h"
 
 #include <QElapsedTimer>
+#include <QTcpServer>
 
 using namespace mv;
 using namespace mv::test;
@@ -109,6 +110,26 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
     EXPECT_LT(timer.elapsed(), 1000);
     ASSERT_EQ(deadLog.Lines().size(), 1);
     EXPECT_TRUE(deadLog.Lines().front().contains(S("new-mail watcher"))) << deadLog.Lines().front().toStdString();
+}
+
+// A server that accepts the connection (the kernel does) and never greets.
+TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
+{
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    stores::ImapSettings settings;
+    settings.host = QStringLiteral("127.0.0.1");
+    settings.port = silent.serverPort();
+    settings.tls = stores::TlsMode::None;
+    settings.user = QStringLiteral("test");
+    settings.timeoutSeconds = 1;
+    stores::ImapStore store(settings);
+    QElapsedTimer timer;
+    timer.start();
+    auto folders = store.Folders();
+    ASSERT_FALSE(folders.ok());
+    EXPECT_EQ(folders.error().kind, ErrorKind::Temporary);
+    EXPECT_LT(timer.elapsed(), 5000);
 }
 
 }  // namespace
