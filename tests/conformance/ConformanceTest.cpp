@@ -155,7 +155,6 @@ std::string CaseTestName(const QString& backend, const std::string& name)
     return backend.toStdString() + "_" + name;
 }
 
-// ---------------------------------------------------------------------------
 // The hand-written set: each case names the subjects it must return.
 
 using QueryParam = std::tuple<QString, NamedCase>;
@@ -215,7 +214,6 @@ TEST_P(HandWrittenStore, NoRestrictionListsEveryVisibleMessageWithItsProperties)
     EXPECT_TRUE(raw->contains("Subject: Weekend plans"));
 }
 
-// ---------------------------------------------------------------------------
 // Moves: every match goes to Dest exactly once, nothing else moves.
 
 struct MoveCase {
@@ -300,7 +298,6 @@ INSTANTIATE_TEST_SUITE_P(
         return CaseTestName(std::get<0>(info.param), m.restrictionCase + (m.oneByOneThroughTable ? "_ByTable" : "_Many"));
     });
 
-// ---------------------------------------------------------------------------
 // Flag changes are seen by the next query.
 
 struct FlagChange {
@@ -388,7 +385,6 @@ TEST_P(HandWrittenStore, RefusedCallsChangeNothing)
 INSTANTIATE_TEST_SUITE_P(Stores, HandWrittenStore, ::testing::ValuesIn(BackendNames()),
                          [](const auto& info) { return info.param.toStdString(); });
 
-// ---------------------------------------------------------------------------
 // The generated corpus: every backend returns what the memory store returns.
 
 // Cases built from what the generator draws on, so that they hit.

@@ -1,7 +1,7 @@
 // mv-corpus's IMAP writer against a real Dovecot: every generated message
-// lands in its folder (nested ones created on the way; flags and dates go
-// through the store's Append, which the conformance suite checks), and a bad
-// account address is refused before any connection.
+// lands in its folder (nested ones created on the way) with its flags, and
+// the folder list counts them; a bad account address is refused before any
+// connection.
 
 #include "ImapTestSupport.h"
 
@@ -29,13 +29,18 @@ TEST_F(CorpusAppendTest, EveryMessageLandsInItsFolder)
 
     auto folders = store->Folders();
     ASSERT_TRUE(folders.ok());
-    QHash<QString, int> totals;
+    QHash<QString, int> totals, unread, generatedUnread;
     int total = 0;
     for (const FolderInfo& f : *folders) {
-        if (f.total) totals.insert(f.path == QStringLiteral("Inbox") ? QString() : f.path, f.total);
+        const QString path = f.path == QStringLiteral("Inbox") ? QString() : f.path;
+        if (f.total) totals.insert(path, f.total);
+        if (f.unread) unread.insert(path, f.unread);
         total += f.total;
     }
+    for (const corpus::GeneratedMessage& m : messages)
+        if (!m.message.flags.seen) ++generatedUnread[m.folder];
     EXPECT_EQ(totals, writer.Counts());
+    EXPECT_EQ(unread, generatedUnread) << "flags as generated";
     EXPECT_EQ(total, options.count);
 }
 

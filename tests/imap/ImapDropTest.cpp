@@ -23,15 +23,8 @@ protected:
         proxy = std::make_unique<CuttingProxy>(server->Port());
         proxied = MakeStore(proxy->port());
     }
-    void TearDown() override
-    {
-        proxied.reset();
-        proxy.reset();
-        DovecotStoreTest::TearDown();
-    }
-
     std::unique_ptr<CuttingProxy> proxy;
-    std::unique_ptr<stores::ImapStore> proxied;
+    std::unique_ptr<stores::ImapStore> proxied;  // gone before the proxy
     QByteArray archive;
 };
 

@@ -21,7 +21,8 @@ protected:
 
 // Export from one folder, AppendMany into another, found again by the
 // originals' fingerprints above the mark, a message without Message-ID and
-// with bare LF line ends among them; then the originals probed and removed.
+// with bare LF line ends among them; then the originals probed, removed
+// and moved.
 TEST_P(ImapJournalCallsTest, ExportAppendLocateProbeRemove)
 {
     MailDef seen = Mail(S("Seen and forwarded"), true);
@@ -79,6 +80,24 @@ TEST_P(ImapJournalCallsTest, ExportAppendLocateProbeRemove)
     presence = store->Probe(ids);
     ASSERT_TRUE(presence.ok());
     EXPECT_EQ(*presence, (std::vector<Presence>{removed, Presence::Present, Presence::Present, Presence::Absent}));
+
+    // A move: without UID EXPUNGE the original stays \Deleted (never a plain
+    // EXPUNGE, which would take another client's \Deleted mail too) and the
+    // log says so.
+    logging::MemoryLogger log;
+    store->SetLogger(&log);
+    OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(ids[1]) + " +FLAGS (\\Deleted)"});
+    const QByteArray moving = Add(inbox, {});
+    auto moved = store->Move(moving, archive);
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    EXPECT_TRUE(store->Item(*moved).ok()) << "the copy is found without COPYUID";
+    presence = store->Probe({ids[1], moving});
+    ASSERT_TRUE(presence.ok());
+    EXPECT_EQ(*presence, (std::vector<Presence>{Presence::Deleted, removed}));
+    ASSERT_EQ(log.texts().size(), GetParam().uidExpunge ? 0 : 1);
+    for (const QString& line : log.texts())
+        EXPECT_TRUE(line.contains(S("UIDPLUS")) && line.contains(S("\\Deleted")) && line.contains(QString::fromLatin1(Uid(moving))))
+            << line.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(Servers, ImapJournalCallsTest,

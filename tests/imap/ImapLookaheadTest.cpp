@@ -76,8 +76,7 @@ TEST_P(ImapToldAheadTest, AnswersAsAFreshQueryWhateverChangedBetween)
     // (a gap of the product as it stands): there the expunge goes first.
     const QByteArrayList expunge = {"UID STORE " + Uid(expunged) + " +FLAGS (\\Deleted)", "UID EXPUNGE " + Uid(expunged)};
     if (!Image()) OtherClient(server->Port(), QByteArrayList{"SELECT INBOX"} + expunge);
-    Tell(unreadBudget);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Tell(unreadBudget));
     if (Image()) {
         // Nothing changed: the image answers after asking what changed.
         const int before = store->CommandsSent();
@@ -97,14 +96,12 @@ TEST_P(ImapToldAheadTest, AnswersAsAFreshQueryWhateverChangedBetween)
     // Only an expunge by someone else, which leaves no mod-sequence: the
     // count shows it.
     const QByteArray last = Add(inbox, Mail(S("budget, expunged last")));
-    Tell(unreadBudget);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Tell(unreadBudget));
     OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(last) + " +FLAGS (\\Deleted)", "UID EXPUNGE " + Uid(last)});
     EXPECT_EQ(Told(unreadBudget).size(), 4);
 
     // A query not told, or told with other columns, is answered as usual.
-    Tell(unreadBudget);
-    if (HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Tell(unreadBudget));
     const Restriction travel = Restriction::Content(PR_SUBJECT, S("travel"));
     EXPECT_EQ(Subjects(inbox, &travel, kColumns), QStringList{S("travel, unread")});
     EXPECT_EQ(Subjects(inbox, &unreadBudget, {PR_ENTRYID, PR_SUBJECT, PR_MESSAGE_DELIVERY_TIME}).size(), 4);

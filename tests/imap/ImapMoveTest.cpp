@@ -112,33 +112,4 @@ TEST_F(ImapFlagsTest, FlagStatusOfManyKeepsOtherFlags)
     EXPECT_TRUE(said.contains("* SEARCH " + uids.join(' ') + "\r\n")) << "other clients' keywords stay: " << said.constData();
 }
 
-class ImapNoUidplusTest : public DovecotStoreTest {
-protected:
-    DovecotOptions Options() const override { return {{S("MOVE"), S("UIDPLUS")}, false}; }
-};
-
-// Without UID EXPUNGE the original stays \Deleted (never a plain EXPUNGE,
-// which would take other clients' deleted mail too), and the log says so.
-TEST_F(ImapNoUidplusTest, MoveCopiesAndLeavesTheOriginalDeletedWithALogLine)
-{
-    LinesLogger log;
-    store->SetLogger(&log);
-    const QByteArray id = Add(inbox, {});
-    const QByteArray other = Add(inbox, {});
-    OtherClient(server->Port(), {"SELECT INBOX", "UID STORE " + Uid(other) + " +FLAGS (\\Deleted)"});
-    const QByteArray archive = Folder("Archive");
-    auto moved = store->Move(id, archive);
-    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
-    auto item = store->Item(*moved);
-    ASSERT_TRUE(item.ok()) << "the copy is found without COPYUID";
-    EXPECT_TRUE(Subjects(inbox).isEmpty());
-    auto presence = store->Probe({id, other});
-    ASSERT_TRUE(presence.ok());
-    EXPECT_EQ(*presence, (std::vector<Presence>{Presence::Deleted, Presence::Deleted}));
-    ASSERT_EQ(log.Lines().size(), 1);
-    const QString line = log.Lines().front();
-    EXPECT_TRUE(line.contains(S("UIDPLUS")) && line.contains(S("\\Deleted")) && line.contains(QString::fromLatin1(Uid(id))))
-        << line.toStdString();
-}
-
 }  // namespace

@@ -32,7 +32,7 @@ protected:
     QDateTime now = QDateTime(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC);
     int opens = 0;
     int failFirst = 0;  // connects that fail before the real ones
-    LinesLogger log;
+    logging::MemoryLogger log;
 };
 
 // Failed connects are tried less often up to a ceiling and logged once;
@@ -58,8 +58,8 @@ TEST_F(ImapReconnectTest, FailuresAreTriedLessOftenAndLoggedOnce)
     EXPECT_EQ(opens, 10);
     auto folders = flaky->Folders();
     ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
-    ASSERT_EQ(log.Lines().size(), 2) << log.Lines().join(S("\n")).toStdString();
-    EXPECT_TRUE(log.Lines().back().contains(S("connected again"))) << log.Lines().back().toStdString();
+    ASSERT_EQ(log.texts().size(), 2) << log.texts().join(S("\n")).toStdString();
+    EXPECT_TRUE(log.texts().back().contains(S("connected again"))) << log.texts().back().toStdString();
 }
 
 TEST_F(ImapReconnectTest, RefusedLoginStopsEveryFurtherTry)
@@ -78,7 +78,7 @@ TEST_F(ImapReconnectTest, RefusedLoginStopsEveryFurtherTry)
     EXPECT_EQ(later.error().kind, ErrorKind::Permanent);
     EXPECT_TRUE(later.error().message.contains(S("until the profile changes"))) << later.error().message.toStdString();
     EXPECT_EQ(opens, 1);
-    EXPECT_EQ(log.Lines().size(), 1);
+    EXPECT_EQ(log.texts().size(), 1);
 
     // A store made anew (changed profile, restart) logs in again.
     auto fresh = Counted(Settings());
@@ -95,10 +95,10 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
     stores::ImapIdleWatcher refused(settings, S("wrong"), &log);
     refused.start();
     EXPECT_TRUE(refused.wait(10000)) << "the watcher kept trying";
-    ASSERT_EQ(log.Lines().size(), 1);
-    EXPECT_TRUE(log.Lines().front().contains(S("until the profile changes"))) << log.Lines().front().toStdString();
+    ASSERT_EQ(log.texts().size(), 1);
+    EXPECT_TRUE(log.texts().front().contains(S("until the profile changes"))) << log.texts().front().toStdString();
 
-    LinesLogger deadLog;
+    logging::MemoryLogger deadLog;
     auto deadSettings = Settings(FreeLocalPort());
     deadSettings.reconnectClock = [this] { return now; };
     stores::ImapIdleWatcher unreachable(deadSettings, S("secret"), &deadLog);
@@ -108,8 +108,8 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
     timer.start();
     unreachable.Stop();
     EXPECT_LT(timer.elapsed(), 1000);
-    ASSERT_EQ(deadLog.Lines().size(), 1);
-    EXPECT_TRUE(deadLog.Lines().front().contains(S("new-mail watcher"))) << deadLog.Lines().front().toStdString();
+    ASSERT_EQ(deadLog.texts().size(), 1);
+    EXPECT_TRUE(deadLog.texts().front().contains(S("new-mail watcher"))) << deadLog.texts().front().toStdString();
 }
 
 // A server that accepts the connection (the kernel does) and never greets.

@@ -1,5 +1,5 @@
 // The IMAP store against a private Dovecot: what the conformance suite does
-// not ask of every store (message classes, folders, identifiers).
+// not ask of every store (message classes, folder names, identifiers).
 #include "ImapTestSupport.h"
 
 #include "platform/mapi/Restriction.h"
@@ -56,40 +56,17 @@ TEST_F(ImapStoreTest, MessageClassesFromFieldsStructureAndCalendar)
     EXPECT_EQ(Subjects(inbox, &canceled), QStringList{invite.subject});
 }
 
-// `mailvane folders` shows special use and each folder's own counts, nested
-// or not, as its contents query would list them; names go as modified UTF-7.
-TEST_F(ImapStoreTest, FoldersTheirCountsAndNames)
+// `mailvane folders` shows special use; names go as modified UTF-7. (The
+// counts of nested folders: the corpus writer's test.)
+TEST_F(ImapStoreTest, SpecialUseAndNames)
 {
-    Add(inbox, {});
-    struct Level {
-        const char* name;
-        int seen, unseen;
-    };
-    const Level levels[] = {{"Projekte", 1, 1}, {"2026", 1, 2}, {"Q1", 0, 1}};
-    QByteArray parent, projekte;
-    for (const Level& level : levels) {
-        auto made = store->CreateFolder(parent, S(level.name));
-        ASSERT_TRUE(made.ok()) << made.error().message.toStdString();
-        parent = *made;
-        if (projekte.isEmpty()) projekte = parent;
-        for (int n = 0; n < level.seen + level.unseen; ++n) Add(parent, Mail(S("m"), n < level.seen));
-    }
     auto folders = store->Folders();
     ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
-    QMap<QString, FolderInfo> byPath;
-    for (const FolderInfo& f : *folders) byPath.insert(f.path, f);
-    for (const char* use : {"Inbox", "Sent", "Trash", "Archive"}) EXPECT_EQ(byPath[S(use)].specialUse, S("\\") + S(use));
-    EXPECT_EQ(byPath[S("Inbox")].total, 1);
-    EXPECT_EQ(byPath[S("Inbox")].unread, 1);
-    QStringList path;
-    for (const Level& level : levels) {
-        path << S(level.name);
-        const FolderInfo f = byPath.value(path.join(QLatin1Char('/')));
-        EXPECT_EQ(f.total, level.seen + level.unseen) << level.name;
-        EXPECT_EQ(f.unread, level.unseen) << level.name;
-        EXPECT_EQ(f.total, Subjects(f.entryId).size()) << level.name;
-    }
+    QMap<QString, QString> uses;
+    for (const FolderInfo& f : *folders) uses.insert(f.path, f.specialUse);
+    for (const char* use : {"Inbox", "Sent", "Trash", "Archive"}) EXPECT_EQ(uses[S(use)], S("\\") + S(use));
 
+    const QByteArray projekte = Folder("Projekte");
     const QString kueche = S("K\xc3\xbc" "che & Bad");
     auto child = store->CreateFolder(projekte, kueche);
     ASSERT_TRUE(child.ok()) << child.error().message.toStdString();

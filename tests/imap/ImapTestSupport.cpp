@@ -14,7 +14,6 @@ QByteArray BuildMail(const MailDef& def, int serial)
     QString text;
     text += QStringLiteral("From: %1\r\n").arg(def.from);
     if (!def.to.isEmpty()) text += QStringLiteral("To: %1\r\n").arg(def.to);
-    if (!def.cc.isEmpty()) text += QStringLiteral("Cc: %1\r\n").arg(def.cc);
     text += QStringLiteral("Subject: %1\r\n").arg(def.subject);
     text += QStringLiteral("Date: %1\r\n").arg(QLocale::c().toString(def.date, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss +0000")));
     text += QStringLiteral("Message-ID: <m%1.%2@test.example>\r\n").arg(serial).arg(def.date.toSecsSinceEpoch());
@@ -99,11 +98,6 @@ void DovecotStoreTest::SetUp()
     auto id = store->FolderIdOf("INBOX");
     ASSERT_TRUE(id.ok()) << id.error().message.toStdString();
     inbox = *id;
-}
-
-void DovecotStoreTest::TearDown()
-{
-    store.reset();
 }
 
 stores::ImapSettings DovecotStoreTest::Settings(quint16 port) const

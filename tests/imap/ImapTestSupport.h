@@ -3,7 +3,7 @@
 // a message builder. One server per set of options serves a process's tests;
 // each test starts on an emptied mailbox.
 
-#include "platform/logging/Logger.h"
+#include "platform/logging/MemoryLogger.h"
 #include "platform/stores/imap/ImapIds.h"
 #include "platform/stores/imap/ImapStore.h"
 #include "tests/support/QtPrinters.h"
@@ -14,14 +14,12 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <mutex>
 
 namespace mv::test {
 
 struct MailDef {
     QString from = QStringLiteral("Alice Archer <alice@example.org>");
     QString to = QStringLiteral("Bob Baker <bob@example.com>");
-    QString cc;
     QString subject = QStringLiteral("Quarterly budget");
     QString body = QStringLiteral("Numbers attached.");
     QStringList extraHeaders;
@@ -39,29 +37,9 @@ inline QByteArray Uid(const QByteArray& id) { return QByteArray::number(stores::
 // returns everything the server said. Commands use plain IMAP syntax.
 QByteArray OtherClient(quint16 port, const QByteArrayList& commands);
 
-// A log that keeps its lines (written from any thread).
-class LinesLogger : public logging::Logger {
-public:
-    void Write(int, const QString&, const QString& text) noexcept override
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_lines << text;
-    }
-    QStringList Lines() const
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_lines;
-    }
-
-private:
-    mutable std::mutex m_mutex;
-    QStringList m_lines;
-};
-
 class DovecotStoreTest : public ::testing::Test {
 protected:
     void SetUp() override;
-    void TearDown() override;
     virtual DovecotOptions Options() const { return {}; }
     stores::ImapSettings Settings(quint16 port = 0) const;
     std::unique_ptr<stores::ImapStore> MakeStore(quint16 port = 0) const;
