@@ -34,6 +34,7 @@ struct DropCase {
     QByteArray trigger;   // the command during whose answer the line drops
     int keepBytes;        // how much of the answer gets through
     Presence original = Presence::Absent;  // where the move left the originals
+    bool query = false;   // the query before the move is cut, and retried
 };
 
 class ImapDropTest : public ProxiedStoreTest, public ::testing::WithParamInterface<DropCase> {
@@ -41,16 +42,22 @@ protected:
     DovecotOptions Options() const override { return {GetParam().hidden, false}; }
 };
 
-// A move whose connection drops is not sent again, and the reconnect that
-// fails says Temporary. Probe and Locate then tell what the server did, and
+// A query whose connection drops is retried; a move is not sent again, and
+// the reconnect that fails says Temporary. Probe and Locate then tell what the server did, and
 // settling by them (as the journal's recovery does) loses and doubles nothing.
-TEST_P(ImapDropTest, DroppedMoveIsToldByProbeAndLocate)
+TEST_P(ImapDropTest, DroppedQueryIsRetriedAndMoveToldByProbeAndLocate)
 {
     const Restriction odd = Restriction::Or({Restriction::Content(PR_SUBJECT, S("1")), Restriction::Content(PR_SUBJECT, S("3")),
                                              Restriction::Content(PR_SUBJECT, S("5"))});
+    if (GetParam().query) proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
     auto rows = proxied->Query(inbox, &odd, {PR_ENTRYID, PR_SUBJECT});
     ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
     ASSERT_EQ(rows->size(), 3u);
+    if (GetParam().query) {
+        EXPECT_EQ(proxy->cuts(), 1);
+        EXPECT_EQ(proxy->Sent(GetParam().trigger), 2) << "retried once, on a new connection";
+        return;
+    }
     std::vector<QByteArray> ids;
     for (const Row& r : *rows) ids.push_back(r[0].toByteArray());
     const int before = proxied->CommandsSent();
@@ -92,26 +99,10 @@ INSTANTIATE_TEST_SUITE_P(
                       DropCase{"DuringMoveAfterCopyUid", {}, "UID MOVE", 20},
                       DropCase{"AfterCopy", {S("MOVE")}, "UID COPY", 0, Presence::Present},
                       DropCase{"DuringStoreDeleted", {S("MOVE")}, "UID STORE", 0, Presence::Deleted},
-                      DropCase{"DuringExpunge", {S("MOVE")}, "UID EXPUNGE", 0}),
+                      DropCase{"DuringExpunge", {S("MOVE")}, "UID EXPUNGE", 0},
+                      DropCase{"QueryDuringSearch", {}, "UID SEARCH", 5, Presence::Absent, true},
+                      DropCase{"QueryDuringFetch", {}, "UID FETCH", 300, Presence::Absent, true}),
     [](const auto& info) { return std::string(info.param.name); });
-
-class ImapReadDropTest : public ImapDropTest {};
-
-TEST_P(ImapReadDropTest, QueryIsRetriedOnANewConnection)
-{
-    proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
-    const Restriction r = Restriction::Content(PR_SUBJECT, S("Message"));
-    auto rows = proxied->Query(inbox, &r, {PR_SUBJECT});
-    EXPECT_EQ(proxy->cuts(), 1);
-    ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
-    EXPECT_EQ(rows->size(), 5u);
-    EXPECT_EQ(proxy->Sent(GetParam().trigger), 2) << "retried once";
-}
-
-INSTANTIATE_TEST_SUITE_P(Queries, ImapReadDropTest,
-                         ::testing::Values(DropCase{"DuringSearch", {}, "UID SEARCH", 5},
-                                           DropCase{"DuringFetch", {}, "UID FETCH", 300}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 // A move the server refuses is a permanent error, sent once, and leaves
 // the message where it was.

@@ -113,15 +113,11 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
 }
 
 // A server that accepts the connection (the kernel does) and never greets.
-TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
+TEST_F(ImapReconnectTest, SilentServerDoesNotHangTheCaller)
 {
     QTcpServer silent;
     ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
-    stores::ImapSettings settings;
-    settings.host = QStringLiteral("127.0.0.1");
-    settings.port = silent.serverPort();
-    settings.tls = stores::TlsMode::None;
-    settings.user = QStringLiteral("test");
+    auto settings = Settings(silent.serverPort());
     settings.timeoutSeconds = 1;
     stores::ImapStore store(settings);
     QElapsedTimer timer;
