@@ -221,8 +221,6 @@ struct MoveCase {
     bool oneByOneThroughTable;  // the engine's way: read the table and move each row while reading
 };
 
-void PrintTo(const MoveCase& c, std::ostream* os) { *os << c.restrictionCase; }
-
 const NamedCase& CaseNamed(const std::string& name)
 {
     static const std::vector<NamedCase> cases = RestrictionCases();
@@ -306,8 +304,6 @@ struct FlagChange {
     int newStatus;
     int expectedIcon;  // 0: none
 };
-
-void PrintTo(const FlagChange& c, std::ostream* os) { *os << c.name; }
 
 using FlagParam = std::tuple<QString, FlagChange>;
 class FlagChanges : public ::testing::TestWithParam<FlagParam> {};

@@ -1,7 +1,7 @@
 #include "ConformanceBackend.h"
 
 #include "platform/stores/imap/ImapStore.h"
-#include "tests/support/dovecot/DovecotServer.h"
+#include "tests/imap/ImapTestSupport.h"
 
 #include <gtest/gtest.h>
 
@@ -45,36 +45,14 @@ private:
 
 // One private Dovecot serves the whole run, reached over plain IMAP on
 // 127.0.0.1; each fixture keeps to a folder of its own with Archive and
-// Dest inside, so fixtures never see each other's mail. The fixtures share
-// the server; the last one gone (or the end of the run) stops it.
-class ServerHolder : public ::testing::Environment {
-public:
-    static std::shared_ptr<test::DovecotServer> Get()
-    {
-        if (!Held() && test::DovecotServer::Available()) {
-            auto server = std::make_shared<test::DovecotServer>();
-            if (server->Start(nullptr)) Held() = server;
-        }
-        return Held();
-    }
-    void TearDown() override { Held().reset(); }
-
-private:
-    static std::shared_ptr<test::DovecotServer>& Held()
-    {
-        static std::shared_ptr<test::DovecotServer> held;
-        return held;
-    }
-};
-[[maybe_unused]] ::testing::Environment* const kServer = ::testing::AddGlobalTestEnvironment(new ServerHolder);
-
+// Dest inside, so fixtures never see each other's mail.
 class ImapFixture final : public Fixture {
 public:
     explicit ImapFixture(bool telling) : m_telling(telling) {}
     bool Start()
     {
         static int fixtures = 0;
-        m_server = ServerHolder::Get();
+        m_server = test::DovecotServer::Available() ? test::SharedDovecot({}) : nullptr;
         if (!m_server) return false;
         stores::ImapSettings settings;
         settings.host = QStringLiteral("127.0.0.1");
@@ -98,7 +76,7 @@ public:
 
 private:
     bool m_telling;
-    std::shared_ptr<test::DovecotServer> m_server;  // outlives the store: declared first
+    test::DovecotServer* m_server = nullptr;  // shared, outlives the store
     std::unique_ptr<stores::ImapStore> m_store;
 };
 

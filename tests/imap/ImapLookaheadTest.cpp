@@ -21,10 +21,8 @@ class ImapToldAheadTest : public DovecotStoreTest, public ::testing::WithParamIn
 protected:
     bool Image() const { return GetParam() == 3; }
 
-    // An image is read by the told query itself. A lookahead is handed on
-    // by another query and waited for (its commands are counted once its
-    // job is done), so that what the test changes next happens after its
-    // search.
+    // An image is read by the told query itself; a lookahead is handed on by
+    // another query and waited for (its commands count once it is done).
     void Tell(const Restriction& r)
     {
         if (Image()) {

@@ -14,11 +14,10 @@ namespace {
 
 using ImapStoreTest = DovecotStoreTest;
 
-// The engine's columns under a search the server answers exactly: the
-// class still comes out right for reports (from the Content-Type field) and
-// for a calendar inside multipart/alternative (from the structure and the
-// calendar's text), at a fixed number of commands; a restriction on the
-// class is checked by the store itself.
+// The engine's columns under an exact search: the class of a report comes
+// from the Content-Type field, of a calendar inside multipart/alternative
+// from the structure and the calendar's text, at a fixed number of
+// commands; a restriction on the class is checked by the store itself.
 TEST_F(ImapStoreTest, MessageClassesFromFieldsStructureAndCalendar)
 {
     Add(inbox, Mail(S("Quarterly budget"), true));

@@ -77,23 +77,27 @@ public:
 
 }  // namespace
 
+DovecotServer* SharedDovecot(const DovecotOptions& options, QString* error)
+{
+    std::unique_ptr<DovecotServer>& shared =
+        Servers::All()[options.hideCapabilities.join(QLatin1Char(' ')) + (options.tls ? "+tls" : "")];
+    if (!shared || !shared->IsRunning()) {
+        shared = std::make_unique<DovecotServer>(options);
+        if (!shared->Start(error)) shared.reset();
+    }
+    return shared.get();
+}
+
 void DovecotStoreTest::SetUp()
 {
     if (!DovecotServer::Available()) GTEST_SKIP() << DovecotServer::BinaryPath().toStdString() << " is not installed";
-    const DovecotOptions options = Options();
-    std::unique_ptr<DovecotServer>& shared =
-        Servers::All()[options.hideCapabilities.join(QLatin1Char(' ')) + (options.tls ? "+tls" : "")];
-    if (shared && shared->IsRunning()) {
-        // The previous test's mail goes: an empty Maildir as at the start.
-        QDir(shared->MaildirPath()).removeRecursively();
-        for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(shared->MaildirPath() + QLatin1String(sub));
-        shared->HandMailToMailUser();
-    } else {
-        shared = std::make_unique<DovecotServer>(options);
-        QString error;
-        ASSERT_TRUE(shared->Start(&error)) << error.toStdString();
-    }
-    server = shared.get();
+    QString error;
+    server = SharedDovecot(Options(), &error);
+    ASSERT_TRUE(server) << error.toStdString();
+    // The previous test's mail goes: an empty Maildir as at the start.
+    QDir(server->MaildirPath()).removeRecursively();
+    for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(server->MaildirPath() + QLatin1String(sub));
+    server->HandMailToMailUser();
     store = MakeStore();
     auto id = store->FolderIdOf("INBOX");
     ASSERT_TRUE(id.ok()) << id.error().message.toStdString();
@@ -112,11 +116,6 @@ stores::ImapSettings DovecotStoreTest::Settings(quint16 port) const
     s.ownAddress = QStringLiteral("test@example.com");
     s.clock = [] { return QDateTime(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC); };
     return s;
-}
-
-std::unique_ptr<stores::ImapStore> DovecotStoreTest::MakeStore(quint16 port) const
-{
-    return std::make_unique<stores::ImapStore>(Settings(port));
 }
 
 QByteArray DovecotStoreTest::Folder(const QByteArray& mailbox)

@@ -37,12 +37,19 @@ inline QByteArray Uid(const QByteArray& id) { return QByteArray::number(stores::
 // returns everything the server said. Commands use plain IMAP syntax.
 QByteArray OtherClient(quint16 port, const QByteArrayList& commands);
 
+// The running server for `options` that a process's tests share: started on
+// first use, stopped at the end of the run; null when it cannot start.
+DovecotServer* SharedDovecot(const DovecotOptions& options, QString* error = nullptr);
+
 class DovecotStoreTest : public ::testing::Test {
 protected:
     void SetUp() override;
     virtual DovecotOptions Options() const { return {}; }
     stores::ImapSettings Settings(quint16 port = 0) const;
-    std::unique_ptr<stores::ImapStore> MakeStore(quint16 port = 0) const;
+    std::unique_ptr<stores::ImapStore> MakeStore(quint16 port = 0) const
+    {
+        return std::make_unique<stores::ImapStore>(Settings(port));
+    }
     QByteArray Folder(const QByteArray& mailbox);  // creates it when missing
     QByteArray Add(const QByteArray& folderId, const MailDef& def);
     // Subjects of a folder's messages, sorted (column PR_SUBJECT of a query
@@ -50,7 +57,7 @@ protected:
     QStringList Subjects(const QByteArray& folderId, const mapi::Restriction* restriction = nullptr,
                          const std::vector<mapi::PropTag>& columns = {mapi::PR_SUBJECT}, stores::ImapStore* other = nullptr);
 
-    DovecotServer* server = nullptr;  // shared, see ServerFor()
+    DovecotServer* server = nullptr;  // shared, see SharedDovecot()
     std::unique_ptr<stores::ImapStore> store;
     QByteArray inbox;
     int serial = 0;
