@@ -4,6 +4,10 @@
 
 #include "platform/mapi/Restriction.h"
 
+#include <QElapsedTimer>
+#include <QSignalSpy>
+#include <QThread>
+
 using namespace mv;
 using namespace mv::mapi;
 using namespace mv::test;
@@ -203,5 +207,32 @@ INSTANTIATE_TEST_SUITE_P(Servers, ImapJournalCallsTest,
                          ::testing::Values(Server{"WithMove", {}, true}, Server{"WithoutMove", {S("MOVE")}, true},
                                            Server{"WithoutUidplus", {S("MOVE"), S("UIDPLUS")}, false}),
                          [](const auto& info) { return std::string(info.param.name); });
+
+using ImapIdleTest = DovecotStoreTest;
+
+TEST_F(ImapIdleTest, NewMailInInboxIsSignalledOnTheStoresThread)
+{
+    auto watched = MakeStore();
+    QSignalSpy spy(watched.get(), &MessageStore::MessagesArrived);  // connecting starts the watcher
+    QByteArray seenOn;
+    QObject::connect(watched.get(), &MessageStore::MessagesArrived, watched.get(),
+                     [&] { seenOn = QThread::currentThread() == watched->thread() ? "store" : "other"; });
+    // The watcher needs a moment to log in and start IDLE; deliver until it
+    // reports, as a mail server would keep delivering.
+    for (int attempt = 0; attempt < 10 && spy.isEmpty(); ++attempt) {
+        const QByteArray said = OtherClient(server->Port(), {"APPEND INBOX {" + QByteArray::number(BuildMail({}, attempt).size()) + "+}\r\n" +
+                                                                 BuildMail({}, attempt)});
+        ASSERT_TRUE(said.contains("OK [APPENDUID")) << said.constData();
+        spy.wait(2000);
+    }
+    ASSERT_FALSE(spy.isEmpty()) << "no new-mail event";
+    EXPECT_EQ(spy.first().first().toByteArray(), inbox);
+    EXPECT_EQ(seenOn, "store");
+    // Destroying the store stops its watcher thread promptly.
+    QElapsedTimer timer;
+    timer.start();
+    watched.reset();
+    EXPECT_LT(timer.elapsed(), 2000);
+}
 
 }  // namespace

@@ -96,4 +96,16 @@ TEST_F(ImapStoreTest, IdentifiersOfARecreatedOrDeletedFolderAreNotFound)
     EXPECT_EQ(store->Query(current, nullptr, {PR_SUBJECT}).error().kind, ErrorKind::NotFound) << "deleted by another client";
 }
 
+TEST_F(ImapStoreTest, PasswordCommandFirstLineIsUsed)
+{
+    auto settings = Settings();
+    settings.password.clear();
+    settings.passwordCommand = S("printf 'secret\\nsecond line\\n'");
+    EXPECT_TRUE(stores::ImapStore(settings).Folders().ok());
+    settings.passwordCommand = S("echo secret; exit 3");
+    auto folders = stores::ImapStore(settings).Folders();
+    ASSERT_FALSE(folders.ok());
+    EXPECT_FALSE(folders.error().message.contains(S("secret")));
+}
+
 }  // namespace
