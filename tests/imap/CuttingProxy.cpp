@@ -1,5 +1,6 @@
 #include "CuttingProxy.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -59,6 +60,19 @@ void CuttingProxy::CutOn(const QByteArray& trigger, int keepBytes)
     m_armed = true;
 }
 
+void CuttingProxy::AnswerOn(const QByteArray& trigger, const QByteArray& answer)
+{
+    std::lock_guard lock(m_mutex);
+    m_answerTrigger = trigger;
+    m_answer = answer;
+}
+
+int CuttingProxy::Sent(const QByteArray& text)
+{
+    std::lock_guard lock(m_mutex);
+    return static_cast<int>(std::count_if(m_sent.begin(), m_sent.end(), [&](const QByteArray& l) { return l.contains(text); }));
+}
+
 void CuttingProxy::Close(Pair& p)
 {
     if (p.client >= 0) ::close(p.client);
@@ -92,12 +106,20 @@ void CuttingProxy::Run()
             if (p.client < 0) continue;
             if (fromClient.revents & (POLLIN | POLLHUP | POLLERR)) {
                 const ssize_t n = ::recv(p.client, buf, sizeof buf, 0);
+                const QByteArray sent = QByteArray::fromRawData(buf, n > 0 ? n : 0);
+                std::lock_guard lock(m_mutex);
+                m_sent += sent.split('\n');
+                if (!m_answer.isEmpty() && sent.contains(m_answerTrigger)) {
+                    const QByteArray reply = sent.left(sent.indexOf(' ')) + ' ' + m_answer + "\r\n";
+                    m_answer.clear();
+                    SendAll(p.client, reply.constData(), reply.size());
+                    continue;
+                }
                 if (n <= 0 || !SendAll(p.server, buf, n)) {
                     Close(p);
                     continue;
                 }
-                std::lock_guard lock(m_mutex);
-                if (m_armed && QByteArray::fromRawData(buf, n).contains(m_trigger)) {
+                if (m_armed && sent.contains(m_trigger)) {
                     m_armed = false;
                     p.cutting = true;
                 }

@@ -1,5 +1,5 @@
 // A server connection that drops in the middle of a command: a proxy cuts
-// it once the command has reached Dovecot.
+// it once the command has reached Dovecot, or answers for Dovecot.
 #include "CuttingProxy.h"
 #include "ImapTestSupport.h"
 
@@ -11,7 +11,22 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
+// A store reaching the server through the proxy; INBOX holds five messages.
+class ProxiedStoreTest : public DovecotStoreTest {
+protected:
+    void SetUp() override
+    {
+        DovecotStoreTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
+        for (int n = 1; n <= 5; ++n) Add(inbox, Mail(S("Message %1").arg(n)));
+        archive = Folder("Archive");
+        proxy = std::make_unique<CuttingProxy>(server->Port());
+        proxied = MakeStore(proxy->port());
+    }
+    std::unique_ptr<CuttingProxy> proxy;
+    std::unique_ptr<stores::ImapStore> proxied;  // gone before the proxy
+    QByteArray archive;
+};
 
 struct DropCase {
     const char* name;
@@ -19,47 +34,30 @@ struct DropCase {
     QByteArray trigger;   // the command during whose answer the line drops
     int keepBytes;        // how much of the answer gets through
     Presence original = Presence::Absent;  // where the move left the originals
+    bool query = false;   // the query before the move is cut, and retried
 };
 
-class ImapDropTest : public DovecotStoreTest, public ::testing::WithParamInterface<DropCase> {
+class ImapDropTest : public ProxiedStoreTest, public ::testing::WithParamInterface<DropCase> {
 protected:
     DovecotOptions Options() const override { return {GetParam().hidden, false}; }
-
-    void SetUp() override
-    {
-        DovecotStoreTest::SetUp();
-        if (IsSkipped() || HasFatalFailure()) return;
-        for (int n = 1; n <= 5; ++n) {
-            MailDef def;
-            def.subject = S("Message %1").arg(n);
-            Add(inbox, def);
-        }
-        archive = Folder("Archive");
-        proxy = std::make_unique<CuttingProxy>(server->Port());
-        proxied = MakeStore(proxy->port());
-    }
-    void TearDown() override
-    {
-        proxied.reset();
-        proxy.reset();
-        DovecotStoreTest::TearDown();
-    }
-
-    std::unique_ptr<CuttingProxy> proxy;
-    std::unique_ptr<stores::ImapStore> proxied;
-    QByteArray archive;
 };
 
-// A move whose connection drops is not sent again, and the reconnect that
-// fails says Temporary. Probe and Locate then tell what the server did, and
+// A query whose connection drops is retried; a move is not sent again, and
+// the reconnect that fails says Temporary. Probe and Locate then tell what the server did, and
 // settling by them (as the journal's recovery does) loses and doubles nothing.
-TEST_P(ImapDropTest, DroppedMoveIsToldByProbeAndLocate)
+TEST_P(ImapDropTest, DroppedQueryIsRetriedAndMoveToldByProbeAndLocate)
 {
     const Restriction odd = Restriction::Or({Restriction::Content(PR_SUBJECT, S("1")), Restriction::Content(PR_SUBJECT, S("3")),
                                              Restriction::Content(PR_SUBJECT, S("5"))});
+    if (GetParam().query) proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
     auto rows = proxied->Query(inbox, &odd, {PR_ENTRYID, PR_SUBJECT});
     ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
     ASSERT_EQ(rows->size(), 3u);
+    if (GetParam().query) {
+        EXPECT_EQ(proxy->cuts(), 1);
+        EXPECT_EQ(proxy->Sent(GetParam().trigger), 2) << "retried once, on a new connection";
+        return;
+    }
     std::vector<QByteArray> ids;
     for (const Row& r : *rows) ids.push_back(r[0].toByteArray());
     const int before = proxied->CommandsSent();
@@ -101,24 +99,25 @@ INSTANTIATE_TEST_SUITE_P(
                       DropCase{"DuringMoveAfterCopyUid", {}, "UID MOVE", 20},
                       DropCase{"AfterCopy", {S("MOVE")}, "UID COPY", 0, Presence::Present},
                       DropCase{"DuringStoreDeleted", {S("MOVE")}, "UID STORE", 0, Presence::Deleted},
-                      DropCase{"DuringExpunge", {S("MOVE")}, "UID EXPUNGE", 0}),
+                      DropCase{"DuringExpunge", {S("MOVE")}, "UID EXPUNGE", 0},
+                      DropCase{"QueryDuringSearch", {}, "UID SEARCH", 5, Presence::Absent, true},
+                      DropCase{"QueryDuringFetch", {}, "UID FETCH", 300, Presence::Absent, true}),
     [](const auto& info) { return std::string(info.param.name); });
 
-class ImapReadDropTest : public ImapDropTest {};
-
-TEST_P(ImapReadDropTest, QueryIsRetriedOnANewConnection)
+// A move the server refuses is a permanent error, sent once, and leaves
+// the message where it was.
+TEST_F(ProxiedStoreTest, RefusedMoveIsPermanentAndSentOnce)
 {
-    proxy->CutOn(GetParam().trigger, GetParam().keepBytes);
-    const Restriction r = Restriction::Content(PR_SUBJECT, S("Message"));
-    auto rows = proxied->Query(inbox, &r, {PR_SUBJECT});
-    EXPECT_EQ(proxy->cuts(), 1);
+    auto rows = proxied->Query(inbox, nullptr, {PR_ENTRYID});
     ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
-    EXPECT_EQ(rows->size(), 5u);
+    proxy->AnswerOn("UID MOVE", "NO [OVERQUOTA] quota exceeded");
+    auto moved = proxied->Move(rows->front()[0].toByteArray(), archive);
+    ASSERT_FALSE(moved.ok());
+    EXPECT_EQ(moved.error().kind, ErrorKind::Permanent);
+    EXPECT_TRUE(moved.error().message.contains(S("quota exceeded"))) << moved.error().message.toStdString();
+    EXPECT_EQ(proxy->Sent("UID MOVE"), 1);
+    EXPECT_EQ(proxy->Sent("EXPUNGE"), 0);
+    EXPECT_EQ(Subjects(inbox).size(), 5);
 }
-
-INSTANTIATE_TEST_SUITE_P(Queries, ImapReadDropTest,
-                         ::testing::Values(DropCase{"DuringSearch", {}, "UID SEARCH", 5},
-                                           DropCase{"DuringFetch", {}, "UID FETCH", 300}),
-                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -1,26 +1,16 @@
-// Protocol pieces without a server: identifiers, mailbox names, and the
-// store's dialogue with a scripted fake server over a socketpair.
+// Protocol pieces without a server: mailbox names, identifiers, UID sets,
+// the restriction -> UID SEARCH translation, and what is read of fetched
+// header fields.
+#include "platform/mapi/PropTags.h"
 #include "platform/mapi/Restriction.h"
-#include "platform/stores/imap/ImapConnection.h"
+#include "platform/stores/common/MimeProperties.h"
+#include "platform/stores/imap/FetchNeeds.h"
 #include "platform/stores/imap/ImapFetcher.h"
 #include "platform/stores/imap/ImapIds.h"
-#include "platform/stores/imap/ImapStore.h"
 #include "platform/stores/imap/ModifiedUtf7.h"
-
-#include <libetpan/libetpan.h>
-
-#include <QMap>
+#include "platform/stores/imap/SearchWriter.h"
 
 #include <gtest/gtest.h>
-
-#include <QElapsedTimer>
-
-#include <arpa/inet.h>
-#include <mutex>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 using namespace mv;
 using namespace mv::mapi;
@@ -75,178 +65,159 @@ TEST(ImapFetcher, UidSetsAndZones)
     EXPECT_EQ(ImapFetcher::ClassFromCalendar("BEGIN:VCALENDAR\r\nMETHOD:PUBLISH\r\n"), QStringLiteral("IPM.Note"));
 }
 
-// A scripted IMAP server on one end of a socketpair: answers each command
-// by its verb, records what it was sent, and can hang up in the middle of
-// the first answer to one verb.
-class FakeServer {
-public:
-    FakeServer(QMap<QByteArray, QByteArray> answers, QByteArray dropVerb, std::vector<QByteArray>* log, std::mutex* logMutex)
-        : m_answers(std::move(answers)), m_drop(std::move(dropVerb)), m_log(log), m_logMutex(logMutex)
-    {
-        int fds[2];
-        ::socketpair(AF_UNIX, SOCK_STREAM, 0, fds);
-        m_fd = fds[0];
-        clientFd = fds[1];
-        m_thread = std::thread([this] { Serve(); });
-    }
-    ~FakeServer()
-    {
-        ::shutdown(m_fd, SHUT_RDWR);
-        m_thread.join();
-        ::close(m_fd);
-    }
-    int clientFd = -1;
+const QDateTime kNow(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC);
+using R = Restriction;
 
-private:
-    void Write(const QByteArray& data) { (void)!::write(m_fd, data.constData(), data.size()); }
-    void Serve()
-    {
-        Write("* OK fake ready\r\n");
-        QByteArray buffer;
-        char chunk[4096];
-        for (;;) {
-            const qsizetype eol = buffer.indexOf("\r\n");
-            if (eol < 0) {
-                const ssize_t n = ::read(m_fd, chunk, sizeof chunk);
-                if (n <= 0) return;
-                buffer.append(chunk, n);
-                continue;
-            }
-            const QByteArray line = buffer.left(eol);
-            buffer.remove(0, eol + 2);
-            const QByteArray tag = line.left(line.indexOf(' '));
-            const QByteArray command = line.mid(tag.size() + 1);
-            {
-                std::lock_guard lock(*m_logMutex);
-                m_log->push_back(command);
-            }
-            QByteArray verb;
-            for (auto it = m_answers.cbegin(); it != m_answers.cend(); ++it)
-                if (command.startsWith(it.key()) && it.key().size() > verb.size()) verb = it.key();
-            const QByteArray answer = m_answers.value(verb, "OK done");
-            const qsizetype tagged = answer.lastIndexOf("\r\n");
-            const QByteArray untagged = tagged < 0 ? QByteArray() : answer.left(tagged + 2);
-            if (!m_drop.isEmpty() && verb == m_drop) {
-                Write(untagged.left(untagged.size() / 2));
-                ::shutdown(m_fd, SHUT_RDWR);
-                return;
-            }
-            Write(untagged + tag + ' ' + (tagged < 0 ? answer : answer.mid(tagged + 2)) + "\r\n");
-        }
-    }
-
-    QMap<QByteArray, QByteArray> m_answers;
-    QByteArray m_drop;
-    std::vector<QByteArray>* m_log;
-    std::mutex* m_logMutex;
-    int m_fd = -1;
-    std::thread m_thread;
+struct Case {
+    const char* name;
+    Restriction restriction;
+    QByteArray keys;
+    bool exact;
+    SearchOptions options = {false, false, kNow};
 };
 
-QByteArray FetchLine(int seq, int uid, const char* flags, const QByteArray& subject)
-{
-    const QByteArray header = "From: Alice <alice@example.org>\r\nSubject: " + subject + "\r\n\r\n";
-    return "* " + QByteArray::number(seq) + " FETCH (UID " + QByteArray::number(uid) + " FLAGS (" + flags +
-           ") INTERNALDATE \"01-Oct-2026 09:30:00 +0000\" RFC822.SIZE 120 BODY[HEADER.FIELDS (FROM SUBJECT)] {" +
-           QByteArray::number(header.size()) + "}\r\n" + header +
-           " BODYSTRUCTURE (\"text\" \"plain\" (\"charset\" \"utf-8\") NIL NIL \"7bit\" 10 1 NIL NIL NIL NIL))\r\n";
-}
+R Content(PropTag tag, const char* term) { return R::Content(tag, QString::fromUtf8(term)); }
+R Eq(PropTag tag, const QVariant& value) { return R::Property(RELOP_EQ, tag, value); }
+R Before(const QDateTime& cutOff) { return R::Property(RELOP_LT, PR_MESSAGE_DELIVERY_TIME, cutOff); }
+R Flag(BitmaskRelop relop, int bit) { return R::Bitmask(relop, PR_MESSAGE_FLAGS, bit); }
 
-class ScriptedStoreTest : public ::testing::Test {
-protected:
-    std::unique_ptr<ImapStore> MakeStore(QMap<QByteArray, QByteArray> answers, QByteArray dropOnce)
-    {
-        answers.insert("CAPABILITY", "* CAPABILITY IMAP4rev1 LITERAL+ UIDPLUS MOVE\r\nOK done");
-        answers.insert("LOGOUT", "* BYE\r\nOK bye");
-        if (!answers.contains("SELECT")) answers.insert("SELECT", "* 2 EXISTS\r\n* OK [UIDVALIDITY 7] ok\r\nOK [READ-WRITE] selected");
-        ImapSettings settings;
-        settings.user = QStringLiteral("test");
-        settings.password = QStringLiteral("secret");
-        settings.timeoutSeconds = 5;
-        auto connector = [this, answers, dropOnce](const ImapSettings& s, const QString& password) mutable {
-            servers.push_back(std::make_unique<FakeServer>(answers, dropOnce, &log, &logMutex));
-            dropOnce.clear();  // only the first connection hangs up
-            return ImapConnection::OpenOnStream(mailstream_socket_open(servers.back()->clientFd), s, password);
-        };
-        return std::make_unique<ImapStore>(settings, connector);
-    }
-    int Count(const QByteArray& prefix)
-    {
-        std::lock_guard lock(logMutex);
-        return static_cast<int>(std::count_if(log.begin(), log.end(), [&](const QByteArray& c) { return c.startsWith(prefix); }));
-    }
-
-    std::mutex logMutex;
-    std::vector<QByteArray> log;
-    std::vector<std::unique_ptr<FakeServer>> servers;
+const Case kCases[] = {
+    {"EmptyAndIsAll", R(RES_AND), "ALL", true},
+    {"EmptyOrMatchesNothing", R(RES_OR), "NOT ALL", true},
+    {"SubjectWord", Content(PR_SUBJECT, "budget"), "SUBJECT \"budget\"", false},
+    {"SubjectWordsAllNeeded", R::And({Content(PR_SUBJECT, "q3"), Content(PR_SUBJECT, "budget")}),
+     "SUBJECT \"q3\" SUBJECT \"budget\"", false},
+    {"QuotesAndBackslashesEscaped", Content(PR_SUBJECT, "say \"hi\" a\\b"), "SUBJECT \"say \\\"hi\\\" a\\\\b\"", false},
+    {"EmptyTermIsWiderNotEmpty", Content(PR_SUBJECT, ""), "ALL", false},
+    {"RecipientTermSearchesAllThreeHeaders", R::Sub(PR_MESSAGE_RECIPIENTS, Content(PR_DISPLAY_NAME, "Dave")),
+     "OR TO \"Dave\" OR CC \"Dave\" BCC \"Dave\"", false},
+    {"Unread", Flag(BMR_EQZ, MSGFLAG_READ), "UNSEEN", true},
+    {"OtherMessageFlagBitsAreLeftToTheCheck", Flag(BMR_NEZ, MSGFLAG_UNSENT), "ALL", false},
+    {"CompletedIsNotFlagged", Eq(PR_FLAG_STATUS, 1), "UNFLAGGED KEYWORD $Completed", true},
+    {"NeitherFlaggedNorCompleted", R::And({R::Property(RELOP_NE, PR_FLAG_STATUS, 1), R::Property(RELOP_NE, PR_FLAG_STATUS, 2)}),
+     "OR FLAGGED UNKEYWORD $Completed UNFLAGGED", true},
+    {"RedFlagHasNoColourBits", Eq(PR_FLAG_ICON, 6),
+     "FLAGGED UNKEYWORD $MailFlagBit0 UNKEYWORD $MailFlagBit1 UNKEYWORD $MailFlagBit2", true},
+    {"OrangeFlagIsBitZero", Eq(PR_FLAG_ICON, 2),
+     "FLAGGED KEYWORD $MailFlagBit0 UNKEYWORD $MailFlagBit1 UNKEYWORD $MailFlagBit2", true},
+    {"ForwardedButNotAnswered", Eq(PR_LAST_VERB_EXECUTED, 104), "UNANSWERED KEYWORD $Forwarded", true},
+    {"HighImportanceFromEitherHeader", Eq(PR_IMPORTANCE, 2),
+     "OR HEADER Importance \"high\" OR HEADER X-Priority \"1\" HEADER X-Priority \"2\"", false},
+    {"OlderThanWithoutWithinIsDayGranularAndWider", Before(QDateTime(QDate(2026, 10, 1), QTime(23, 30), Qt::UTC)),
+     "BEFORE 3-Oct-2026", false},
+    {"OlderThanWithWithinLeavesSlack", Before(kNow.addSecs(-3600)), "OLDER 3300", false, {true, false, kNow}},
+    {"CutOffInTheFutureMatchesEverything", Before(kNow.addDays(1)), "ALL", false, {true, false, kNow}},
+    {"NotOfExactKey", R::Not(Flag(BMR_NEZ, MSGFLAG_READ)), "NOT SEEN", true},
+    {"NotOfWiderKeyMustNotNarrow", R::Not(Content(PR_SUBJECT, "x")), "ALL", false},
+    {"CompoundOperandsAreParenthesised", R::Or({Eq(PR_FLAG_STATUS, 1), Flag(BMR_EQZ, MSGFLAG_READ)}),
+     "OR (UNFLAGGED KEYWORD $Completed) UNSEEN", true},
+    {"UnsearchablePartStillNeedsTheCheck", R::And({Flag(BMR_NEZ, MSGFLAG_READ), Eq(PR_IMPORTANCE, 1)}), "SEEN", false},
+    {"UnknownPropertyIsLeftToTheCheck", Content(PR_MESSAGE_CLASS, "IPM.Note"), "ALL", false},
 };
 
-TEST_F(ScriptedStoreTest, SearchDroppedMidAnswerIsRetriedAndRechecked)
+TEST(SearchWriter, WritesKeys)
 {
-    auto store = MakeStore({{"UID SEARCH", "* SEARCH 4 9\r\nOK searched"},
-                            {"UID FETCH", FetchLine(1, 4, "\\Seen", "Budget plan") + FetchLine(2, 9, "", "Other budget") + "OK fetched"}},
-                           "UID SEARCH");
-    const Restriction r = Restriction::And({Restriction::Content(PR_SUBJECT, QStringLiteral("budget")),
-                                            Restriction::Bitmask(BMR_EQZ, PR_MESSAGE_FLAGS, MSGFLAG_READ)});
-    auto rows = store->Query(ImapIds::FolderId("INBOX", 7), &r, {PR_ENTRYID, PR_SUBJECT});
-    ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
-    // The fake server answers wider than asked (UID 4 is read): the re-check drops it.
-    ASSERT_EQ(rows->size(), 1u);
-    EXPECT_EQ((*rows)[0][0].toByteArray(), ImapIds::MessageId({"INBOX", 7}, 9));
-    EXPECT_EQ((*rows)[0][1].toString(), QStringLiteral("Other budget"));
-    EXPECT_EQ(servers.size(), 2u) << "one reconnect";
-    EXPECT_EQ(Count("UID SEARCH UNDELETED SUBJECT \"budget\" UNSEEN"), 2);
-    EXPECT_EQ(Count("UID FETCH 4,9 (UID FLAGS INTERNALDATE RFC822.SIZE BODY.PEEK[HEADER.FIELDS ("), 1);
+    for (const Case& c : kCases) {
+        SCOPED_TRACE(c.name);
+        const auto keys = SearchWriter(c.options).Write(&c.restriction);
+        EXPECT_EQ(keys.text.toStdString(), c.keys.toStdString()) << c.restriction.ToString().toStdString();
+        EXPECT_EQ(keys.exact, c.exact);
+        EXPECT_FALSE(keys.utf8);
+    }
 }
 
-TEST_F(ScriptedStoreTest, RefusedMoveIsPermanentAndSentOnce)
+TEST(SearchWriter, NoRestrictionAndNonAsciiTerms)
 {
-    auto store = MakeStore({{"STATUS", "* STATUS Archive (UIDVALIDITY 8 UIDNEXT 5)\r\nOK status"},
-                            {"UID FETCH", FetchLine(1, 4, "", "Budget plan") + "OK fetched"},
-                            {"UID MOVE", "NO [OVERQUOTA] quota exceeded"}},
-                           {});
-    auto moved = store->Move(ImapIds::MessageId({"INBOX", 7}, 4), ImapIds::FolderId("Archive", 8));
-    ASSERT_FALSE(moved.ok());
-    EXPECT_EQ(moved.error().kind, ErrorKind::Permanent);
-    EXPECT_TRUE(moved.error().message.contains(QStringLiteral("quota exceeded"))) << moved.error().message.toStdString();
-    EXPECT_EQ(Count("UID MOVE"), 1);
-    EXPECT_EQ(Count("EXPUNGE"), 0);
+    const auto all = SearchWriter({}).Write(nullptr);
+    EXPECT_TRUE(all.exact);
+    EXPECT_EQ(SearchWriter::Command(all), "UID SEARCH UNDELETED");
+
+    const Restriction r = Restriction::Content(PR_SUBJECT, QStringLiteral("caf\u00e9"));
+    const auto plus = SearchWriter({false, true, kNow}).Write(&r);
+    EXPECT_TRUE(plus.utf8);
+    EXPECT_EQ(SearchWriter::Command(plus), "UID SEARCH CHARSET UTF-8 UNDELETED SUBJECT {5+}\r\ncaf\xc3\xa9");
+    // Without LITERAL+ a synchronising literal would need a round trip per term.
+    EXPECT_EQ(SearchWriter({false, false, kNow}).Write(&r).text, "SUBJECT \"caf\xc3\xa9\"");
 }
 
-TEST_F(ScriptedStoreTest, MissingFolderIsNotFound)
+// Which fetched header blocks leave the message class to the structure.
+struct BlockCase {
+    const char* name;
+    const char* block;
+    bool needsStructure;
+};
+
+const BlockCase kBlocks[] = {
+    {"NoContentTypeIsPlainText", "Subject: hello\r\nMessage-ID: <a@b>\r\n\r\n", false},
+    {"PlainText", "Content-Type: text/plain; charset=utf-8\r\n\r\n", false},
+    {"HtmlOnly", "Message-ID: <a@b>\r\nContent-Type: text/html\r\n\r\n", false},
+    {"AlternativeMayHoldACalendar", "Content-Type: multipart/alternative;\r\n boundary=\"x\"\r\n\r\n", true},
+    {"MixedAnyCaseNoSpace", "content-type:Multipart/Mixed; boundary=y\r\n\r\n", true},
+    {"FieldAfterOthers", "Subject: a: b\r\nMessage-ID: <a@b>\r\nContent-Type: multipart/related\r\n\r\n",
+     true},
+    {"DeliveryReport", "Content-Type: multipart/report; report-type=delivery-status; boundary=z\r\n\r\n",
+     false},
+    {"ReadReceiptFolded",
+     "Content-Type: multipart/report;\r\n\treport-type=disposition-notification;\r\n\tboundary=z\r\n\r\n",
+     false},
+    {"OtherReportType", "Content-Type: multipart/report; report-type=feedback-report\r\n\r\n", true},
+    {"CalendarMethodMayBeInTheText", "Content-Type: text/calendar; charset=utf-8\r\n\r\n", true},
+    {"EmptyValue", "Content-Type:\r\n\r\n", true},
+    {"BareLineEnds", "Subject: x\nContent-Type: multipart/alternative; boundary=q\n\n", true},
+};
+
+TEST(FetchNeeds, StructureOnlyWhenTheFieldLeavesTheClassOpen)
 {
-    auto store = MakeStore({{"SELECT", "NO [NONEXISTENT] Mailbox doesn't exist: Gone"}}, {});
-    auto rows = store->Query(ImapIds::FolderId("Gone", 3), nullptr, {PR_SUBJECT});
-    ASSERT_FALSE(rows.ok());
-    EXPECT_EQ(rows.error().kind, ErrorKind::NotFound);
+    for (const BlockCase& c : kBlocks) EXPECT_EQ(FetchNeeds::MayHoldCalendar(c.block), c.needsStructure) << c.name;
 }
 
-TEST(ImapTimeout, SilentServerDoesNotHangTheCaller)
-{
-    // A socket that accepts connections (the kernel does) but never greets.
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-    ASSERT_EQ(::listen(fd, 4), 0);
-    socklen_t len = sizeof a;
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+// The record read from the fetched fields alone agrees with the record the
+// MIME parser makes of the same header block.
+struct HeaderCase {
+    const char* name;
+    QByteArray block;
+};
 
-    ImapSettings settings;
-    settings.host = QStringLiteral("127.0.0.1");
-    settings.port = ntohs(a.sin_port);
-    settings.tls = TlsMode::None;
-    settings.user = QStringLiteral("test");
-    settings.timeoutSeconds = 1;
-    ImapStore store(settings);
-    QElapsedTimer timer;
-    timer.start();
-    auto folders = store.Folders();
-    ASSERT_FALSE(folders.ok());
-    EXPECT_EQ(folders.error().kind, ErrorKind::Temporary);
-    EXPECT_LT(timer.elapsed(), 5000);
-    ::close(fd);
+const HeaderCase kHeaders[] = {
+    {"NoSubject", "Message-ID: <a2@example.com>\r\n\r\n"},
+    {"EmptySubject", "Subject:\r\nMessage-ID: <a3@example.com>\r\n\r\n"},
+    {"Folded", "Subject: Team meeting\r\n budget\r\n\ttravel\r\nMessage-ID:\r\n <a4@example.com>\r\n\r\n"},
+    {"QWord", "Subject: =?UTF-8?Q?Caf=C3=A9_meeting?=\r\n\r\n"},
+    {"PaddedBWordsSideBySide", "Subject: =?UTF-8?B?R3LDvA==?= =?UTF-8?B?w59l?= draft\r\n\r\n"},
+    {"BrokenWordStays", "Subject: =?UTF-8?B?***?= left\r\n\r\n"},
+    {"Latin1Bytes",
+     "Subject: Gr\xfc\xdf"
+     "e aus K\xf6ln\r\n\r\n"},
+    {"Utf8Bytes", "Subject: \xe4\xbc\x9a\xe8\xad\xb0 \xe4\xba\x88\xe5\xae\x9a\r\n\r\n"},
+    {"DuplicateFirstWins", "Subject: first\r\nSubject: second\r\n\r\n"},
+    {"LowerCaseNames", "subject: lower case\r\nmessage-id: <a5@example.com>\r\n\r\n"},
+    {"BareLineEnds", "Subject: bare\n line ends\nMessage-ID: <a6@example.com>\n\n"},
+    {"SimilarNameIsNotTheField", "Subject-Extra: no\r\nSubject: yes\r\n\r\n"},
+    {"Addresses",
+     "From: \"Berg, Anna\" <anna.berg@example.com>\r\nTo: Bob <bob@example.com>, carol@example.net\r\n"
+     "Cc: =?ISO-8859-1?Q?J=F6rg_M=FCller?= <joerg@example.de>\r\nBcc: hidden@example.org\r\n\r\n"},
+    {"GroupAndFolding", "To: Team: ann@example.com,\r\n\tben@example.com;, \"Dee\"\r\n <dee@example.com>\r\n\r\n"},
+    {"EncodedNameBWords", "From: =?UTF-8?B?5bGx55Sw?= =?UTF-8?B?5aSq6YOO?= <yamada@example.jp>\r\n\r\n"},
+    {"NotAnAddressList", "From: undisclosed sender\r\nTo: ;\r\n\r\n"},
+    {"DuplicateFromFirstWins", "From: first@example.com\r\nFrom: second@example.com\r\n\r\n"},
+    {"Receivers", "Delivered-To: final@example.com\r\nX-Original-To: alias@example.com\r\n\r\n"},
+    {"OriginalToOnly", "X-Original-To: Alias <alias@example.com>\r\n\r\n"},
+    {"ImportanceWins", "Importance: low\r\nX-Priority: 1 (Highest)\r\n\r\n"},
+    {"PriorityDigit", "X-Priority: 2\r\n\r\n"},
+    {"UnknownImportance", "Importance: urgent\r\nX-Priority: x\r\n\r\n"},
+};
+
+TEST(LightHeader, WholeRecordAgreesWithTheParsedOne)
+{
+    ParseOptions options;
+    options.ownAddress = QStringLiteral("me@example.com");  // used when no receiver field is there
+    for (const HeaderCase& c : kHeaders) {
+        SCOPED_TRACE(c.name);
+        const MessageRecord parsed = MimeProperties::FromBytes(c.block, options);
+        const MessageRecord light = MimeProperties::FromHeaderFields(c.block, options);
+        EXPECT_EQ(light.props, parsed.props);
+        EXPECT_EQ(light.recipients, parsed.recipients);
+    }
 }
 
 }  // namespace

@@ -1,9 +1,11 @@
 #include "ImapTestSupport.h"
 
+#include <QDir>
 #include <QLocale>
 #include <QTcpSocket>
 
 #include <algorithm>
+#include <map>
 
 namespace mv::test {
 
@@ -12,7 +14,6 @@ QByteArray BuildMail(const MailDef& def, int serial)
     QString text;
     text += QStringLiteral("From: %1\r\n").arg(def.from);
     if (!def.to.isEmpty()) text += QStringLiteral("To: %1\r\n").arg(def.to);
-    if (!def.cc.isEmpty()) text += QStringLiteral("Cc: %1\r\n").arg(def.cc);
     text += QStringLiteral("Subject: %1\r\n").arg(def.subject);
     text += QStringLiteral("Date: %1\r\n").arg(QLocale::c().toString(def.date, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss +0000")));
     text += QStringLiteral("Message-ID: <m%1.%2@test.example>\r\n").arg(serial).arg(def.date.toSecsSinceEpoch());
@@ -22,6 +23,14 @@ QByteArray BuildMail(const MailDef& def, int serial)
         text += QStringLiteral("Content-Type: text/plain; charset=utf-8\r\n");
     text += QStringLiteral("\r\n") + def.body + QStringLiteral("\r\n");
     return text.toUtf8();
+}
+
+MailDef Mail(const QString& subject, bool seen)
+{
+    MailDef def;
+    def.subject = subject;
+    def.flags.seen = seen;
+    return def;
 }
 
 QByteArray OtherClient(quint16 port, const QByteArrayList& commands)
@@ -52,22 +61,47 @@ QByteArray OtherClient(quint16 port, const QByteArrayList& commands)
     return transcript;
 }
 
+namespace {
+
+// Servers live until the end of the run (stopped before Qt goes away).
+class Servers : public ::testing::Environment {
+public:
+    static std::map<QString, std::unique_ptr<DovecotServer>>& All()
+    {
+        static std::map<QString, std::unique_ptr<DovecotServer>> all;
+        return all;
+    }
+    void TearDown() override { All().clear(); }
+};
+[[maybe_unused]] ::testing::Environment* const kServers = ::testing::AddGlobalTestEnvironment(new Servers);
+
+}  // namespace
+
+DovecotServer* SharedDovecot(const DovecotOptions& options, QString* error)
+{
+    std::unique_ptr<DovecotServer>& shared =
+        Servers::All()[options.hideCapabilities.join(QLatin1Char(' ')) + (options.tls ? "+tls" : "")];
+    if (!shared || !shared->IsRunning()) {
+        shared = std::make_unique<DovecotServer>(options);
+        if (!shared->Start(error)) shared.reset();
+    }
+    return shared.get();
+}
+
 void DovecotStoreTest::SetUp()
 {
     if (!DovecotServer::Available()) GTEST_SKIP() << DovecotServer::BinaryPath().toStdString() << " is not installed";
-    server = std::make_unique<DovecotServer>(Options());
     QString error;
-    ASSERT_TRUE(server->Start(&error)) << error.toStdString();
+    server = SharedDovecot(Options(), &error);
+    ASSERT_TRUE(server) << error.toStdString();
+    // The previous test's mail goes: an empty Maildir as at the start.
+    QDir(server->MaildirPath()).removeRecursively();
+    for (const char* sub : {"/cur", "/new", "/tmp"}) QDir().mkpath(server->MaildirPath() + QLatin1String(sub));
+    server->HandMailToMailUser();
     store = MakeStore();
     auto id = store->FolderIdOf("INBOX");
     ASSERT_TRUE(id.ok()) << id.error().message.toStdString();
     inbox = *id;
-}
-
-void DovecotStoreTest::TearDown()
-{
-    store.reset();
-    server.reset();
 }
 
 stores::ImapSettings DovecotStoreTest::Settings(quint16 port) const
@@ -82,11 +116,6 @@ stores::ImapSettings DovecotStoreTest::Settings(quint16 port) const
     s.ownAddress = QStringLiteral("test@example.com");
     s.clock = [] { return QDateTime(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC); };
     return s;
-}
-
-std::unique_ptr<stores::ImapStore> DovecotStoreTest::MakeStore(quint16 port) const
-{
-    return std::make_unique<stores::ImapStore>(Settings(port));
 }
 
 QByteArray DovecotStoreTest::Folder(const QByteArray& mailbox)
@@ -109,13 +138,15 @@ QByteArray DovecotStoreTest::Add(const QByteArray& folderId, const MailDef& def)
     return id ? *id : QByteArray();
 }
 
-QStringList DovecotStoreTest::Subjects(const QByteArray& folderId, const mapi::Restriction* restriction)
+QStringList DovecotStoreTest::Subjects(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                       const std::vector<mapi::PropTag>& columns, stores::ImapStore* other)
 {
-    auto rows = store->Query(folderId, restriction, {mapi::PR_SUBJECT});
+    auto rows = (other ? other : store.get())->Query(folderId, restriction, columns);
     EXPECT_TRUE(rows.ok()) << rows.error().message.toStdString();
+    const size_t at = std::find(columns.begin(), columns.end(), mapi::PR_SUBJECT) - columns.begin();
     QStringList out;
     if (rows)
-        for (const mapi::Row& r : *rows) out << r[0].toString();
+        for (const mapi::Row& r : *rows) out << r[at].toString();
     out.sort();
     return out;
 }

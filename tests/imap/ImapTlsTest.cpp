@@ -2,6 +2,7 @@
 #include "ImapTestSupport.h"
 
 #include <QCryptographicHash>
+#include <QMap>
 #include <QSslCertificate>
 #include <QSslSocket>
 
@@ -10,42 +11,38 @@ using namespace mv::test;
 
 namespace {
 
-QString S(const char* s) { return QString::fromUtf8(s); }
-
 class ImapTlsClosedTest : public DovecotStoreTest {
 protected:
     DovecotOptions Options() const override { return {{}, true}; }
+    stores::ImapSettings TlsSettings(stores::TlsMode mode) const
+    {
+        auto settings = Settings(mode == stores::TlsMode::Implicit ? server->TlsPort() : server->Port());
+        settings.tls = mode;
+        settings.host = S("localhost");
+        return settings;
+    }
 };
-
-enum class Pin { None, File, Fingerprint, WrongFingerprint };
 
 struct TlsCase {
     const char* name;
     stores::TlsMode mode;
-    Pin pin;
+    const char* pin;     // "file", "sha256", "other" (a wrong fingerprint) or ""
     bool accepted;
     const char* reason;  // part of the refusal
 };
 
-class ImapTlsTest : public DovecotStoreTest, public ::testing::WithParamInterface<TlsCase> {
-protected:
-    DovecotOptions Options() const override { return {{}, true}; }
-};
+class ImapTlsTest : public ImapTlsClosedTest, public ::testing::WithParamInterface<TlsCase> {};
 
 TEST_P(ImapTlsTest, CertificateIsCheckedBeforeLogin)
 {
     const TlsCase& c = GetParam();
-    auto settings = Settings(c.mode == stores::TlsMode::Implicit ? server->TlsPort() : server->Port());
-    settings.tls = c.mode;
-    settings.host = S("localhost");
+    auto settings = TlsSettings(c.mode);
     const QByteArray der = QSslCertificate(server->CertificatePem()).toDer();
     const QString fingerprint = QString::fromLatin1(QCryptographicHash::hash(der, QCryptographicHash::Sha256).toHex(':'));
-    switch (c.pin) {
-    case Pin::None: break;
-    case Pin::File: settings.pinnedCertificate = server->CertificatePath(); break;
-    case Pin::Fingerprint: settings.pinnedCertificate = fingerprint.toUpper(); break;
-    case Pin::WrongFingerprint: settings.pinnedCertificate = QString(fingerprint).replace(0, 2, S("00")); break;
-    }
+    const QMap<QString, QString> pins = {{S("file"), server->CertificatePath()},
+                                         {S("sha256"), fingerprint.toUpper()},
+                                         {S("other"), QString(fingerprint).replace(0, 2, S("00"))}};
+    settings.pinnedCertificate = pins.value(S(c.pin));
     const auto logins = [this] { return server->LogText().count(S("Login: user=<test>")); };
     const int loginsBefore = logins();
     stores::ImapStore tls(settings);
@@ -69,9 +66,7 @@ TEST_P(ImapTlsTest, CertificateIsCheckedBeforeLogin)
 TEST_F(ImapTlsClosedTest, WithoutVerificationOnlyThePinIsTrusted)
 {
     ASSERT_TRUE(QSslSocket::setActiveBackend(S("cert-only"))) << "a TLS backend was already in use";
-    auto settings = Settings(server->TlsPort());
-    settings.tls = stores::TlsMode::Implicit;
-    settings.host = S("localhost");
+    auto settings = TlsSettings(stores::TlsMode::Implicit);
     stores::ImapStore unpinned(settings);
     auto refused = unpinned.Folders();
     ASSERT_FALSE(refused.ok());
@@ -84,12 +79,12 @@ TEST_F(ImapTlsClosedTest, WithoutVerificationOnlyThePinIsTrusted)
 }
 
 const TlsCase kTlsCases[] = {
-    {"ImplicitPinnedByFile", stores::TlsMode::Implicit, Pin::File, true, ""},
-    {"ImplicitPinnedByFingerprint", stores::TlsMode::Implicit, Pin::Fingerprint, true, ""},
-    {"StartTlsPinnedByFile", stores::TlsMode::StartTls, Pin::File, true, ""},
-    {"ImplicitSelfSignedUnpinned", stores::TlsMode::Implicit, Pin::None, false, "self-signed"},
-    {"StartTlsSelfSignedUnpinned", stores::TlsMode::StartTls, Pin::None, false, "self-signed"},
-    {"ImplicitOtherPin", stores::TlsMode::Implicit, Pin::WrongFingerprint, false, "not the pinned"},
+    {"ImplicitPinnedByFile", stores::TlsMode::Implicit, "file", true, ""},
+    {"ImplicitPinnedByFingerprint", stores::TlsMode::Implicit, "sha256", true, ""},
+    {"StartTlsPinnedByFile", stores::TlsMode::StartTls, "file", true, ""},
+    {"ImplicitSelfSignedUnpinned", stores::TlsMode::Implicit, "", false, "self-signed"},
+    {"StartTlsSelfSignedUnpinned", stores::TlsMode::StartTls, "", false, "self-signed"},
+    {"ImplicitOtherPin", stores::TlsMode::Implicit, "other", false, "not the pinned"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Modes, ImapTlsTest, ::testing::ValuesIn(kTlsCases),
