@@ -208,6 +208,8 @@ bool DovecotServer::Start(QString* error)
     return true;
 }
 
+bool DovecotServer::IsRunning() const { return m_process && m_process->state() == QProcess::Running; }
+
 void DovecotServer::Stop()
 {
     if (!m_process) return;

@@ -40,6 +40,7 @@ public:
     // when anything fails (the log's tail is included).
     bool Start(QString* error);
     void Stop();
+    bool IsRunning() const;
 
     quint16 Port() const { return m_port; }
     quint16 TlsPort() const { return m_tlsPort; }
