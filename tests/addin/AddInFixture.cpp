@@ -91,17 +91,22 @@ void Sql(const QString& path, const QString& statements)
     sqlite3_close(db);
 }
 
+addin::AddInServices AddInTest::Services()
+{
+    return addin::AddInServices{.report = &m_report,
+                                .progIds = &m_progIds,
+                                .clock = &m_clock,
+                                .clipboard = &m_clipboard,
+                                .installDir = InstallDir(),
+                                .forms = &m_forms,
+                                .appDataOverride = AppData(),
+                                .configure = m_configure};
+}
+
 addin::OutAddIn& AddInTest::Start(bool withWindow)
 {
     if (withWindow) m_app->Open();
-    m_connect = std::make_unique<addin::Connect>(addin::AddInServices{.report = &m_report,
-                                                                      .progIds = &m_progIds,
-                                                                      .clock = &m_clock,
-                                                                      .clipboard = &m_clipboard,
-                                                                      .installDir = InstallDir(),
-                                                                      .forms = &m_forms,
-                                                                      .appDataOverride = AppData(),
-                                                                      .configure = m_configure});
+    m_connect = std::make_unique<addin::Connect>(Services());
     outlook::IDTExtensibility2::AddInInstance instance{QStringLiteral("Mailvane.Connect")};
     m_connect->OnConnection(m_app.get(), outlook::ext_cm_Startup, instance);
     EXPECT_EQ(instance.Object, m_connect.get());

@@ -50,6 +50,8 @@ protected:
 
     // Opens the host's window (unless told not to) and connects the add-in.
     addin::OutAddIn& Start(bool withWindow = true);
+    // The services the fixture lends an add-in (its seams and folders).
+    addin::AddInServices Services();
     addin::OutAddIn& AddIn() { return *m_connect->AddIn(); }
     // Lines logged at level 3, as "source: text".
     QStringList Trail() const;
