@@ -180,8 +180,15 @@ bool DovecotServer::Start(QString* error)
 {
     QString dummy;
     if (!error) error = &dummy;
-    m_port = FreeLocalPort();
-    m_tlsPort = FreeLocalPort();
+    {
+        // Both held open at once: two ports taken one after the other can
+        // be the same one.
+        QTcpServer imap, imaps;
+        imap.listen(QHostAddress::LocalHost, 0);
+        imaps.listen(QHostAddress::LocalHost, 0);
+        m_port = imap.serverPort();
+        m_tlsPort = imaps.serverPort();
+    }
     if (!Available() || !m_dir.isValid() || m_port == 0 || m_tlsPort == 0) {
         *error = QStringLiteral("%1 installed, a temporary folder and two free ports on 127.0.0.1 are needed").arg(BinaryPath());
         return false;
