@@ -43,6 +43,8 @@ const Command* Commands();
 const Command* FindCommand(const QString& name);
 void PrintUsage(std::FILE* out);
 
+// The import command, plain and --from another tool (ImportCommand.cpp).
+int RunImport(CommandContext& ctx);
 // The demo job (Demo.cpp).
 int RunDemo(CommandContext& ctx);
 int PrepareDemo(const QStringList& args);
