@@ -147,7 +147,7 @@ bool AddState(const Term& t, ImportedRule& rule, CriteriaBuilder& builder, QStri
         *why = QStringLiteral("rules test read, flagged, replied and forwarded (is / isn't read or flagged)");
         return false;
     }
-    if (field == QLatin1String("age")) {
+    if (field == QLatin1String("age in days")) {
         bool ok = false;
         const int days = value.toInt(&ok);
         if (op != QLatin1String("isgreaterthan") || !ok || days <= 0) {

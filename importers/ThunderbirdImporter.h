@@ -7,7 +7,7 @@
 // contains,word) AND ..." or "OR ...", or "ALL") maps term by term:
 // subject, from, to, cc, "to or cc" and body "contains"; priority "is",
 // "isgreaterthan"/"islessthan" Normal; status is/isn't read, flagged,
-// replied, forwarded; age "isgreaterthan" days. The rest is reported.
+// replied, forwarded; "age in days" "isgreaterthan". The rest is reported.
 
 #include "ImportedRule.h"
 
