@@ -64,10 +64,10 @@ bool ParseCondition(const QString& s, std::vector<Term>* terms)
         while (i < s.size() && s.at(i).isSpace()) ++i;
     };
     for (skip(); i < s.size(); skip()) {
-        const qsizetype start = i;
         Term t;
         while (i < s.size() && s.at(i).isLetter()) t.joiner += s.at(i++);
         skip();
+        const qsizetype start = i;
         if (i >= s.size() || s.at(i) != u'(') return false;
         ++i;
         t.field = Piece(s, i, QStringLiteral(","));

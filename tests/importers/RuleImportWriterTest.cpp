@@ -11,10 +11,35 @@
 namespace mv::importers {
 namespace {
 
-const char* const kColumns[] = {"RuleID", "RuleName", "FromAddress", "ToAddress", "CcAddress", "Subject",
+const std::initializer_list<const char*> kColumns = {"RuleID", "RuleName", "FromAddress", "ToAddress", "CcAddress", "Subject",
                                 "Importance", "Status", "FlagStatus", "MsgAgeID", "SrcEntryID", "SrcStoreID",
                                 "DstEntryID", "DstStoreID", "Active", "SortID", "LastVerb", "Message"};
 const std::vector<AgeWindowRow> kAges = {{5, "d", -1}, {7, "ww", -1}, {8, "ww", -2}, {13, "x", 0}, {15, "d", -3}};
+
+ForeignFolder Path(const char* path)
+{
+    ForeignFolder f;
+    f.path = QString::fromUtf8(path);
+    return f;
+}
+
+ForeignFolder Ids(const QString& entry, const QString& store)
+{
+    ForeignFolder f;
+    f.entryIdHex = entry;
+    f.storeIdHex = store;
+    return f;
+}
+
+ado::RowsetData Schema(std::initializer_list<const char*> names)
+{
+    ado::RowsetData schema;
+    for (const char* name : names) {
+        schema.columns.emplace_back();
+        schema.columns.back().name = QLatin1String(name);
+    }
+    return schema;
+}
 
 struct Case {
     const char* name;
@@ -27,14 +52,14 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {"ExistingFolder", {"Archive"}, {}, {}, false, "Archive", 13, ""},
-    {"DottedServerSpelling", {"INBOX.archive"}, 14, {}, false, "Archive", 8, ""},
-    {"DaysWindow", {"Archive"}, 3, {}, false, "Archive", 15, ""},
-    {"NoWindowOfThatLength", {"Archive"}, 10, {}, false, "Archive", 13, "older than 10 days: no age window"},
-    {"StoredWindowUnknownHere", {"Archive"}, {}, 99, false, "Archive", 13, "the age window 99 is not"},
-    {"MissingFolderListed", {"Lists/Qt"}, {}, {}, false, "", 13, "the folder \"Lists/Qt\" does not exist"},
-    {"MissingFolderCreated", {"Lists/Qt"}, {}, 5, true, "Lists/Qt", 5, ""},
-    {"StoredIdsOfAnotherProfile", {{}, "00AA", "01BB"}, {}, {}, false, "", 13, "the destination folder (entry 00AA)"},
+    {"ExistingFolder", Path("Archive"), {}, {}, false, "Archive", 13, ""},
+    {"DottedServerSpelling", Path("INBOX.archive"), 14, {}, false, "Archive", 8, ""},
+    {"DaysWindow", Path("Archive"), 3, {}, false, "Archive", 15, ""},
+    {"NoWindowOfThatLength", Path("Archive"), 10, {}, false, "Archive", 13, "older than 10 days: no age window"},
+    {"StoredWindowUnknownHere", Path("Archive"), {}, 99, false, "Archive", 13, "the age window 99 is not"},
+    {"MissingFolderListed", Path("Lists/Qt"), {}, {}, false, "", 13, "the folder \"Lists/Qt\" does not exist"},
+    {"MissingFolderCreated", Path("Lists/Qt"), {}, 5, true, "Lists/Qt", 5, ""},
+    {"StoredIdsOfAnotherProfile", Ids(QStringLiteral("00AA"), QStringLiteral("01BB")), {}, {}, false, "", 13, "the destination folder (entry 00AA)"},
 };
 
 class Write : public testing::TestWithParam<Case> {};
@@ -43,8 +68,7 @@ TEST_P(Write, ResolvesFoldersAndWindows)
 {
     const Case& c = GetParam();
     stores::MemoryStore store;
-    ado::RowsetData schema;
-    for (const char* name : kColumns) schema.columns.push_back({QLatin1String(name)});
+    const ado::RowsetData schema = Schema(kColumns);
     ImportedRules rules;
     ImportedRule rule;
     rule.record.ruleName = QStringLiteral("R");
@@ -83,8 +107,10 @@ TEST_P(Write, ResolvesFoldersAndWindows)
     const bool clean = *c.unmapped == '\0';
     EXPECT_EQ(value("Active").toInt(), clean ? -1 : 0);
     ASSERT_EQ(rules.rules[0].unmapped.size(), clean ? 0 : 1);
-    if (!clean) EXPECT_TRUE(rules.rules[0].unmapped[0].startsWith(QString::fromUtf8(c.unmapped)))
-        << rules.rules[0].unmapped[0].toStdString();
+    if (!clean) {
+        EXPECT_TRUE(rules.rules[0].unmapped[0].startsWith(QString::fromUtf8(c.unmapped)))
+            << rules.rules[0].unmapped[0].toStdString();
+    }
     EXPECT_EQ(writer.Created(), c.createFolders ? QStringList({"Lists", "Lists/Qt"}) : QStringList());
     EXPECT_EQ(writer.Missing().isEmpty(), dst.isEmpty() == c.destination.path.isEmpty());
 }
@@ -95,14 +121,12 @@ INSTANTIATE_TEST_SUITE_P(Writer, Write, testing::ValuesIn(kCases),
 TEST(Writer, KeepsStoredFoldersThisProfileHas)
 {
     stores::MemoryStore store;
-    ado::RowsetData schema;
-    for (const char* name : {"SrcEntryID", "SrcStoreID", "DstEntryID", "DstStoreID", "Active"})
-        schema.columns.push_back({QLatin1String(name)});
+    const ado::RowsetData schema = Schema({"SrcEntryID", "SrcStoreID", "DstEntryID", "DstStoreID", "Active"});
     const QString storeHex = mapi::MapiUtils::HrGetHexFromBinary(store.StoreId());
     ImportedRules rules;
     rules.rules.resize(1);
-    rules.rules[0].source = {{}, mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Sent")), storeHex};
-    rules.rules[0].destination = {{}, mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Trash")), storeHex};
+    rules.rules[0].source = Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Sent")), storeHex);
+    rules.rules[0].destination = Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Trash")), storeHex);
     auto rows = RuleImportWriter(store, {&store}, kAges, false).Rows(rules, schema, 1);
     ASSERT_TRUE(rows);
     EXPECT_EQ(rows->rows[0][0].toString(), rules.rules[0].source.entryIdHex);

@@ -3,6 +3,8 @@
 
 #include "Summary.h"
 
+#include "tests/support/QtPrinters.h"
+
 #include "importers/MdbImporter.h"
 #include "importers/SieveImporter.h"
 #include "importers/ThunderbirdImporter.h"
@@ -58,9 +60,9 @@ redirect "a@b.example";
       "Y (sieve line 2) -> Y", "  ! line 2: header :is \"subject\" \"exact\": the :is match",
       "Z (sieve line 3) -> Z subject=a from=p", "  ! line 4: fileinto :copy", "  ! line 4: the action \"addflag\"",
       "  ! line 3: exists \"list-id\": the \"exists\" test", "  ! line 3: address :contains \"from\" \"q\": a second from test",
-      "W (sieve line 5) -> W", "  ! line 5: a second fileinto", "  ! line 5: the action \"keep\"",
-      "  ! line 5: header :contains \"subject\" [\"one\", \"two\"]: any one of several subject words",
-      "! line 6: if block without fileinto", "! line 7: an else block", "! line 8: \"redirect\" outside an if block"}},
+      "W (sieve line 6) -> W", "  ! line 6: a second fileinto", "  ! line 6: the action \"keep\"",
+      "  ! line 6: header :contains \"subject\" [\"one\", \"two\"]: any one of several subject words",
+      "! line 7: if block without fileinto", "! line 8: an else block", "! line 9: \"redirect\" outside an if block"}},
     {"ThunderbirdMoveFilters", ThunderbirdImporter::FromText, R"x(version="9"
 logging="no"
 name="Qt list"
