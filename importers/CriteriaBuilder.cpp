@@ -26,6 +26,22 @@ const FieldInfo& Info(TextField field)
     return kFields[0];
 }
 
+// Why the keys of an address test do not fit a rule's address list; empty
+// when they do.
+QString AddressProblem(const TextTest& test)
+{
+    for (const QString& k : test.keys) {
+        if (k.contains(u';'))
+            return QStringLiteral("\";\" separates a rule's addresses, so \"%1\" cannot be one of them").arg(k);
+        // A rule looks at addresses only for entries holding "@" and ".";
+        // any other entry is matched against names.
+        if (test.addressOnly && !(k.contains(u'@') && k.contains(u'.')))
+            return QStringLiteral("\"%1\" would be matched against names, not addresses: a rule's entry is an "
+                                  "address only when it holds \"@\" and \".\"").arg(k);
+    }
+    return {};
+}
+
 }  // namespace
 
 const char* CriteriaBuilder::FieldName(TextField field)
@@ -48,10 +64,7 @@ bool CriteriaBuilder::AddAll(const TextTest& test)
             return Refuse(test.original, QStringLiteral("a second %1 test; a rule's %1 list matches any one of its "
                                                         "entries, so two tests that must both hold do not fit")
                                              .arg(QLatin1String(f.name)));
-        for (const QString& k : test.keys)
-            if (k.contains(u';'))
-                return Refuse(test.original, QStringLiteral("\";\" separates a rule's addresses, so \"%1\" cannot be "
-                                                            "one of them").arg(k));
+        if (const QString why = AddressProblem(test); !why.isEmpty()) return Refuse(test.original, why);
         value = test.keys.join(u';');
         return true;
     }
@@ -71,11 +84,12 @@ bool CriteriaBuilder::AddAll(const TextTest& test)
 bool CriteriaBuilder::AddAny(const std::vector<TextTest>& tests, const QString& original)
 {
     if (tests.size() == 1) return AddAll(tests.front());
-    TextTest merged{tests.empty() ? TextField::Subject : tests.front().field, {}, original};
+    TextTest merged{tests.empty() ? TextField::Subject : tests.front().field, {}, original, false};
     for (const TextTest& t : tests) {
         if (t.field != merged.field || !Info(t.field).addressList)
             return Refuse(original, QStringLiteral("any one of tests on different fields (or of several subject or "
                                                    "body words) does not fit one rule"));
+        if (const QString why = AddressProblem(t); !why.isEmpty()) return Refuse(t.original, why);
         merged.keys << t.keys;
     }
     return AddAll(merged);

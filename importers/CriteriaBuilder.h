@@ -23,6 +23,8 @@ struct TextTest {
     TextField field;
     QStringList keys;
     QString original;  // the test as the tool wrote it, for the report
+    // The tool matches the address part only (Sieve's "address" test).
+    bool addressOnly = false;
 };
 
 class CriteriaBuilder {

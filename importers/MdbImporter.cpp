@@ -173,7 +173,7 @@ Result<QByteArray> MdbImporter::Run(const QString& tool, const QStringList& args
     QProcess p;
     p.start(program, args);
     if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
-        const QString why = QString::fromLocal8Bit(p.readAllStandardError()).trimmed();
+        const QString why = QString::fromLocal8Bit(p.readAllStandardError()).trimmed().replace(u'\n', QStringLiteral("; "));
         return Error::permanent(QStringLiteral("%1 could not read the file: %2")
                                     .arg(tool, why.isEmpty() ? p.errorString() : why));
     }

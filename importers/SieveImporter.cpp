@@ -107,7 +107,7 @@ std::vector<TextTest> TextTests(const SieveTest& t, QString* why)
     if (fields.size() == 2 && fields.contains(TextField::To) && fields.contains(TextField::Cc))
         fields = {TextField::To};
     std::vector<TextTest> tests;
-    for (TextField f : fields) tests.push_back({f, positional[1]->strings, Describe(t)});
+    for (TextField f : fields) tests.push_back({f, positional[1]->strings, Describe(t), t.name == QLatin1String("address")});
     return tests;
 }
 

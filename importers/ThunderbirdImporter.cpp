@@ -180,7 +180,7 @@ void AddCondition(const QString& condition, ImportedRule& rule)
         const auto field = TextFieldOf(t.field);
         const bool contains = t.op.compare(QLatin1String("contains"), Qt::CaseInsensitive) == 0;
         if (field && contains) {
-            const TextTest test{*field, {t.value}, t.original};
+            const TextTest test{*field, {t.value}, t.original, false};
             if (any) anyOf.push_back(test);
             else builder.AddAll(test);
             continue;

@@ -32,7 +32,7 @@ Result<ImportedRules> FromCsv(const QString& text)
 
 const Case kCases[] = {
     {"SieveAllOfAnyOfAndStop", SieveImporter::FromScript, R"x(require ["fileinto"];  # folders
-/* lists */ if allof (header :contains "subject" ["[qt]"], address :contains ["to", "cc"] "qt.io") {
+/* lists */ if allof (header :contains "subject" ["[qt]"], address :contains ["to", "cc"] "@qt.io") {
   fileinto "Lists/Qt"; stop;
 } elsif anyof (address :contains "from" "boss@work.example", header :contains "From" ["ceo@", "cfo@"]) {
   fileinto "Work";
@@ -43,12 +43,12 @@ Reports
 .
 ; }
 )x",
-     {"Lists/Qt (sieve line 2) -> Lists/Qt subject=[qt] to=qt.io",
+     {"Lists/Qt (sieve line 2) -> Lists/Qt subject=[qt] to=@qt.io",
       "Work (sieve line 4) -> Work from=boss@work.example;ceo@;cfo@",
       "Reports\r\n.2024\r\n (sieve line 7) -> Reports\r\n.2024\r\n subject=\"annual report\""}},
     {"SieveWhatDoesNotMap", SieveImporter::FromScript, R"x(if anyof (header :contains "subject" "a", header :contains "from" "b") { fileinto "X"; }
 if header :is "subject" "exact" { fileinto "Y"; }
-if allof (header :contains "subject" "a", exists "list-id", header :contains "from" "p", address :contains "from" "q") {
+if allof (header :contains "subject" "a", exists "list-id", header :contains "from" "p", address :contains "from" "q@x.example", address :contains "cc" "Bob") {
   fileinto :copy "Z"; addflag "\\Seen";
 }
 if header :contains "subject" ["one", "two"] { fileinto "W"; fileinto "V"; keep; }
@@ -59,7 +59,8 @@ redirect "a@b.example";
      {"X (sieve line 1) -> X", "  ! line 1: anyof (...): any one of tests on different fields",
       "Y (sieve line 2) -> Y", "  ! line 2: header :is \"subject\" \"exact\": the :is match",
       "Z (sieve line 3) -> Z subject=a from=p", "  ! line 4: fileinto :copy", "  ! line 4: the action \"addflag\"",
-      "  ! line 3: exists \"list-id\": the \"exists\" test", "  ! line 3: address :contains \"from\" \"q\": a second from test",
+      "  ! line 3: exists \"list-id\": the \"exists\" test", "  ! line 3: address :contains \"from\" \"q@x.example\": a second from test",
+      "  ! line 3: address :contains \"cc\" \"Bob\": \"Bob\" would be matched against names",
       "W (sieve line 6) -> W", "  ! line 6: a second fileinto", "  ! line 6: the action \"keep\"",
       "  ! line 6: header :contains \"subject\" [\"one\", \"two\"]: any one of several subject words",
       "! line 7: if block without fileinto", "! line 8: an else block", "! line 9: \"redirect\" outside an if block"}},
