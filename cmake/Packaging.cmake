@@ -78,6 +78,8 @@ set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "https://mailvane.invalid/")
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libstdc++6 (>= 12), libgcc-s1, \
 libqt6core6 (>= 6.4), libqt6gui6 (>= 6.4), libqt6widgets6 (>= 6.4), libqt6network6 (>= 6.4), qt6-qpa-plugins, \
 libsqlite3-0 (>= 3.40), libgmime-3.0-0 (>= 3.2), libglib2.0-0, libetpan20 (>= 1.9)")
-# xdg-open shows the manual in the desktop's browser.
+# xdg-open shows the manual in the desktop's browser; mdbtools reads the
+# earlier release's rule database for "import --from mdb".
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "xdg-utils")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "mdbtools")
 include(CPack)

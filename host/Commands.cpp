@@ -495,12 +495,10 @@ const Command kCommands[] = {
     {"rules", "rules", "the rules in run order: position, id, on/off, age window and states in words", 0, 4,
      RunRulesCommand},
     {"export", "export FILE", "write every rule to FILE (rowset XML)", 1, 1, RunExport},
-    {"import", "import [--from FORMAT] FILE [--create-folders] [--store NAME]",
-     "append the rules of FILE: rowset XML as export writes it, or with --from the rules of another tool, FORMAT "
-     "sieve, thunderbird (msgFilterRules.dat) or mdb (mv.mdb of the earlier Windows release, read with mdbtools). "
-     "Prints what did not map (exit 1 then; such rules are imported switched off); rules take mail from the Inbox "
-     "of the store (--store, default the first); folders that do not exist are listed or, with --create-folders, "
-     "created",
+    {"import", "import [--from FORMAT] FILE [...]",
+     "append the rules of FILE (rowset XML, as export writes it)\n"
+     "                                       --from sieve|thunderbird|mdb: another tool's rules, printing what did not\n"
+     "                                       map; --create-folders, --store NAME (default: the first store)",
      1, 6, RunImport},
     {"folders", "folders", "print every store's folders with the identifiers rules use", 0, 0, RunFolders},
     {"demo", "demo [--reseed]", "seed the default store with sample mail and rules, then run every rule", 0, 1,

@@ -2,6 +2,8 @@
 
 #include "platform/mapi/MapiUtils.h"
 
+#include <set>
+
 namespace mv::importers {
 
 namespace {
@@ -111,12 +113,14 @@ std::optional<int> RuleImportWriter::AgeWindow(const ImportedRule& rule, QString
             if ((a.timeField == QLatin1String("d") && a.timeDiff == -days) ||
                 (a.timeField == QLatin1String("ww") && days % 7 == 0 && a.timeDiff == -days / 7))
                 return a.msgAgeId;
-        QStringList lengths;
+        std::set<int> lengths;
         for (const AgeWindowRow& a : m_ages)
-            if (a.timeField == QLatin1String("d")) lengths << QString::number(-a.timeDiff);
-            else if (a.timeField == QLatin1String("ww")) lengths << QString::number(-7 * a.timeDiff);
+            if (a.timeField == QLatin1String("d")) lengths.insert(-a.timeDiff);
+            else if (a.timeField == QLatin1String("ww")) lengths.insert(-7 * a.timeDiff);
+        QStringList words;
+        for (int n : lengths) words << QString::number(n);
         unmapped << QStringLiteral("older than %1 days: no age window has that length (days: %2)")
-                        .arg(days).arg(lengths.join(QStringLiteral(", ")));
+                        .arg(days).arg(words.join(QStringLiteral(", ")));
         return std::nullopt;
     }
     if (!rule.record.msgAgeId) return std::nullopt;

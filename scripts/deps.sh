@@ -9,6 +9,7 @@ packages=(
   libetpan-dev libgmime-3.0-dev
   libgtest-dev libgmock-dev
   dovecot-imapd imapfilter openssl ca-certificates xvfb xauth
+  mdbtools
   fonts-dejavu-core fonts-wqy-microhei
 )
 
