@@ -54,10 +54,14 @@ std::optional<ImportArgs> ParseArgs(const QStringList& args)
     for (qsizetype i = 0; i < args.size(); ++i) {
         const QString& arg = args.at(i);
         const bool hasValue = i + 1 < args.size();
-        if (arg == QLatin1String("--from") && hasValue) a.format = args.at(++i);
-        else if (arg == QLatin1String("--store") && hasValue) a.store = args.at(++i);
-        else if (arg == QLatin1String("--create-folders")) a.createFolders = true;
-        else if (!arg.startsWith(QLatin1String("--")) && a.file.isEmpty()) a.file = arg;
+        if (arg == QLatin1String("--from") && hasValue)
+            a.format = args.at(++i);
+        else if (arg == QLatin1String("--store") && hasValue)
+            a.store = args.at(++i);
+        else if (arg == QLatin1String("--create-folders"))
+            a.createFolders = true;
+        else if (!arg.startsWith(QLatin1String("--")) && a.file.isEmpty())
+            a.file = arg;
         else {
             Err(QStringLiteral("import: unexpected %1").arg(arg));
             return std::nullopt;
@@ -81,41 +85,49 @@ mapi::MessageStore* TargetStore(CommandContext& ctx, const QString& name)
         if (name.isEmpty() || s->DisplayName().compare(name, Qt::CaseInsensitive) == 0) return s;
     QStringList names;
     for (mapi::MessageStore* s : stores) names << s->DisplayName();
-    Err(QStringLiteral("import: no store named \"%1\" (stores: %2)").arg(name, names.join(QStringLiteral(", "))));
+    Err(QStringLiteral("import: no store named \"%1\" (stores: %2)")
+            .arg(name, names.join(QStringLiteral(", "))));
     return nullptr;
 }
 
 std::optional<std::vector<importers::AgeWindowRow>> AgeWindows(store::cDB& db)
 {
     std::unique_ptr<ado::Recordset> rs;
-    if (!db.CreateRS(rs, QStringLiteral("SELECT MsgAgeID, timeField, timeDiff FROM MsgAge"))) return std::nullopt;
+    if (!db.CreateRS(rs, QStringLiteral("SELECT MsgAgeID, timeField, timeDiff FROM MsgAge")))
+        return std::nullopt;
     std::vector<importers::AgeWindowRow> rows;
     for (; !rs->IsEOF(); rs->MoveNext())
-        rows.push_back({rs->Value(QStringLiteral("MsgAgeID")).toInt(), rs->Value(QStringLiteral("timeField")).toString(),
+        rows.push_back({rs->Value(QStringLiteral("MsgAgeID")).toInt(),
+                        rs->Value(QStringLiteral("timeField")).toString(),
                         rs->Value(QStringLiteral("timeDiff")).toInt()});
     return rows;
 }
 
-void PrintReport(CommandContext& ctx, const importers::ImportedRules& rules, const importers::RuleImportWriter& writer,
-                 const QString& store)
+void PrintReport(CommandContext& ctx, const importers::ImportedRules& rules,
+                 const importers::RuleImportWriter& writer, const QString& store)
 {
     int off = 0, parts = static_cast<int>(rules.unmapped.size());
     for (const importers::ImportedRule& r : rules.rules) {
-        PrintLine(ctx.out, QStringLiteral("  %1%2").arg(r.record.ruleName,
-                                                         r.record.active.value_or(-1) ? QString() : QStringLiteral("  (off)")));
+        PrintLine(ctx.out, QStringLiteral("  %1%2").arg(r.record.ruleName, r.record.active.value_or(-1)
+                                                                               ? QString()
+                                                                               : QStringLiteral("  (off)")));
         for (const QString& u : r.unmapped) PrintLine(ctx.out, QStringLiteral("      not mapped: ") + u);
         off += r.record.active.value_or(-1) ? 0 : 1;
         parts += static_cast<int>(r.unmapped.size());
     }
     for (const QString& u : rules.unmapped) PrintLine(ctx.out, QStringLiteral("  not mapped: ") + u);
     if (!writer.Created().isEmpty())
-        PrintLine(ctx.out, QStringLiteral("Folders created in %1: %2").arg(store, writer.Created().join(QStringLiteral(", "))));
+        PrintLine(ctx.out, QStringLiteral("Folders created in %1: %2")
+                               .arg(store, writer.Created().join(QStringLiteral(", "))));
     if (!writer.Missing().isEmpty())
         PrintLine(ctx.out, QStringLiteral("Folders missing in %1 (--create-folders creates them): %2")
                                .arg(store, writer.Missing().join(QStringLiteral(", "))));
-    PrintLine(ctx.out, QStringLiteral("%1 rule(s) imported, %2 of them switched off; %3 part(s) did not map%4")
-                           .arg(rules.rules.size()).arg(off).arg(parts)
-                           .arg(parts ? QStringLiteral(": rules with such parts are off until checked") : QString()));
+    PrintLine(ctx.out,
+              QStringLiteral("%1 rule(s) imported, %2 of them switched off; %3 part(s) did not map%4")
+                  .arg(rules.rules.size())
+                  .arg(off)
+                  .arg(parts)
+                  .arg(parts ? QStringLiteral(": rules with such parts are off until checked") : QString()));
 }
 
 int ImportForeign(CommandContext& ctx, const ImportArgs& args)
@@ -148,7 +160,8 @@ int ImportForeign(CommandContext& ctx, const ImportArgs& args)
         Err(QStringLiteral("import: %1: %2").arg(target->DisplayName(), rows.error().message));
         return kExitStore;
     }
-    PrintLine(ctx.out, QStringLiteral("From %1 (%2) into %3:").arg(args.file, args.format, target->DisplayName()));
+    PrintLine(ctx.out,
+              QStringLiteral("From %1 (%2) into %3:").arg(args.file, args.format, target->DisplayName()));
     PrintReport(ctx, *rules, writer, target->DisplayName());
     if (!rows->rows.empty()) {
         QTemporaryDir tmp;

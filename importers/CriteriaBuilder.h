@@ -31,7 +31,10 @@ class CriteriaBuilder {
 public:
     // Writes into `record`; appends a line to `unmapped` for every test that
     // does not fit. Both must outlive the builder.
-    CriteriaBuilder(engine::RuleRecord& record, QStringList& unmapped) : m_record(record), m_unmapped(unmapped) {}
+    CriteriaBuilder(engine::RuleRecord& record, QStringList& unmapped)
+        : m_record(record), m_unmapped(unmapped)
+    {
+    }
 
     // Each returns false (and reports) when the test was left out.
     bool AddAll(const TextTest& test);

@@ -28,8 +28,10 @@ std::vector<CsvRow> ParseCsv(const QString& s)
             QString v;
             for (++i; i < s.size(); ++i) {
                 if (s.at(i) == u'"') {
-                    if (i + 1 < s.size() && s.at(i + 1) == u'"') ++i;
-                    else break;
+                    if (i + 1 < s.size() && s.at(i + 1) == u'"')
+                        ++i;
+                    else
+                        break;
                 }
                 v += s.at(i);
             }
@@ -67,8 +69,10 @@ void Number(ImportedRule& r, const QString& v, QStringList& problems)
 {
     bool ok = false;
     const int n = v.toInt(&ok);
-    if (ok) r.record.*M = n;
-    else problems << QStringLiteral("\"%1\" is not a number").arg(v);
+    if (ok)
+        r.record.*M = n;
+    else
+        problems << QStringLiteral("\"%1\" is not a number").arg(v);
 }
 
 template <QString ForeignFolder::*M>
@@ -127,14 +131,16 @@ const Column* FindColumn(const QString& name)
 Result<ImportedRules> MdbImporter::FromCsv(const QByteArray& csv)
 {
     std::vector<CsvRow> rows = ParseCsv(QString::fromUtf8(csv));
-    if (rows.empty()) return Error::permanent(QStringLiteral("the Rules table came out empty, without its column names"));
+    if (rows.empty())
+        return Error::permanent(QStringLiteral("the Rules table came out empty, without its column names"));
     QStringList header;
     for (const Field& f : rows.front()) header << f.value_or(QString());
     for (const char* r : kRequired)
         if (!header.contains(QLatin1String(r), Qt::CaseInsensitive))
-            return Error::permanent(QStringLiteral("the Rules table has no %1 column, so it does not hold this "
-                                                   "program's rules (its columns: %2)")
-                                        .arg(QLatin1String(r), header.join(QStringLiteral(", "))));
+            return Error::permanent(
+                QStringLiteral("the Rules table has no %1 column, so it does not hold this "
+                               "program's rules (its columns: %2)")
+                    .arg(QLatin1String(r), header.join(QStringLiteral(", "))));
     ImportedRules out;
     QStringList unknownWithValues;
     for (size_t r = 1; r < rows.size(); ++r) {
@@ -153,11 +159,15 @@ Result<ImportedRules> MdbImporter::FromCsv(const QByteArray& csv)
             for (const QString& p : problems) rule.unmapped << QStringLiteral("%1: %2").arg(header.at(c), p);
         }
         if (rows[r].size() != static_cast<size_t>(header.size()))
-            rule.unmapped << QStringLiteral("row %1 has %2 fields, the header %3").arg(r).arg(rows[r].size()).arg(header.size());
+            rule.unmapped << QStringLiteral("row %1 has %2 fields, the header %3")
+                                 .arg(r)
+                                 .arg(rows[r].size())
+                                 .arg(header.size());
         out.rules.push_back(std::move(rule));
     }
     for (const QString& c : unknownWithValues)
-        out.unmapped << QStringLiteral("the column %1 is not one a rule has; its values were left out").arg(c);
+        out.unmapped
+            << QStringLiteral("the column %1 is not one a rule has; its values were left out").arg(c);
     std::stable_sort(out.rules.begin(), out.rules.end(), [](const ImportedRule& a, const ImportedRule& b) {
         return a.record.sortId.value_or(0) < b.record.sortId.value_or(0);
     });
@@ -166,14 +176,18 @@ Result<ImportedRules> MdbImporter::FromCsv(const QByteArray& csv)
 
 Result<QByteArray> MdbImporter::Run(const QString& tool, const QStringList& args) const
 {
-    const QString program = m_toolDir.isEmpty() ? QStandardPaths::findExecutable(tool) : QDir(m_toolDir).filePath(tool);
+    const QString program =
+        m_toolDir.isEmpty() ? QStandardPaths::findExecutable(tool) : QDir(m_toolDir).filePath(tool);
     if (program.isEmpty() || !QFileInfo(program).isExecutable())
-        return Error::notFound(QStringLiteral("%1 was not found: mdbtools reads Jet files and is not installed "
-                                              "(Debian package mdbtools)").arg(tool));
+        return Error::notFound(
+            QStringLiteral("%1 was not found: mdbtools reads Jet files and is not installed "
+                           "(Debian package mdbtools)")
+                .arg(tool));
     QProcess p;
     p.start(program, args);
     if (!p.waitForFinished(60000) || p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0) {
-        const QString why = QString::fromLocal8Bit(p.readAllStandardError()).trimmed().replace(u'\n', QStringLiteral("; "));
+        const QString why =
+            QString::fromLocal8Bit(p.readAllStandardError()).trimmed().replace(u'\n', QStringLiteral("; "));
         return Error::permanent(QStringLiteral("%1 could not read the file: %2")
                                     .arg(tool, why.isEmpty() ? p.errorString() : why));
     }
@@ -187,13 +201,16 @@ Result<ImportedRules> MdbImporter::FromFile(const QString& path) const
         return Error::notFound(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
     const QByteArray head = file.read(32);
     if (head.startsWith(QByteArrayLiteral("SQLite format 3")))
-        return Error::permanent(QStringLiteral("%1 is a rule database of this program (SQLite), not a Jet file: "
-                                               "export its rules with \"mailvane export\" and import that file")
-                                    .arg(path));
+        return Error::permanent(
+            QStringLiteral("%1 is a rule database of this program (SQLite), not a Jet file: "
+                           "export its rules with \"mailvane export\" and import that file")
+                .arg(path));
     const QByteArray kind = head.mid(4, 15);
     if (kind != "Standard Jet DB" && kind != "Standard ACE DB")
-        return Error::permanent(QStringLiteral("%1 is not a Jet database (such a file begins with \"Standard Jet "
-                                               "DB\" at byte 4)").arg(path));
+        return Error::permanent(
+            QStringLiteral("%1 is not a Jet database (such a file begins with \"Standard Jet "
+                           "DB\" at byte 4)")
+                .arg(path));
     auto tables = Run(QStringLiteral("mdb-tables"), {QStringLiteral("-1"), path});
     if (!tables) return tables.error();
     QStringList names = QString::fromUtf8(*tables).split(u'\n', Qt::SkipEmptyParts);
@@ -202,8 +219,9 @@ Result<ImportedRules> MdbImporter::FromFile(const QString& path) const
         return n.compare(QLatin1String("Rules"), Qt::CaseInsensitive) == 0;
     });
     if (rules == names.cend())
-        return Error::permanent(QStringLiteral("%1 has no Rules table, so it is not a rule database (its tables: %2)")
-                                    .arg(path, names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral(", "))));
+        return Error::permanent(
+            QStringLiteral("%1 has no Rules table, so it is not a rule database (its tables: %2)")
+                .arg(path, names.isEmpty() ? QStringLiteral("none") : names.join(QStringLiteral(", "))));
     auto csv = Run(QStringLiteral("mdb-export"), {QStringLiteral("-b"), QStringLiteral("hex"), path, *rules});
     if (!csv) return csv.error();
     return FromCsv(*csv);

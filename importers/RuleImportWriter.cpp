@@ -31,7 +31,10 @@ QStringList Spellings(const QString& path)
 
 RuleImportWriter::RuleImportWriter(mapi::MessageStore& target, std::vector<mapi::MessageStore*> stores,
                                    std::vector<AgeWindowRow> ageWindows, bool createFolders)
-    : m_target(target), m_stores(std::move(stores)), m_ages(std::move(ageWindows)), m_createFolders(createFolders)
+    : m_target(target),
+      m_stores(std::move(stores)),
+      m_ages(std::move(ageWindows)),
+      m_createFolders(createFolders)
 {
 }
 
@@ -68,7 +71,8 @@ Result<QByteArray> RuleImportWriter::ByPath(const QString& path, QStringList& un
         if (id.isEmpty()) {
             auto made = m_target.CreateFolder(parent, level);
             if (!made) {
-                unmapped << QStringLiteral("the folder \"%1\" could not be created: %2").arg(sofar, made.error().message);
+                unmapped << QStringLiteral("the folder \"%1\" could not be created: %2")
+                                .arg(sofar, made.error().message);
                 return QByteArray();
             }
             id = *made;
@@ -100,8 +104,10 @@ Result<std::pair<QString, QString>> RuleImportWriter::Resolve(const ForeignFolde
     mapi::MessageStore* store = storeId ? mapi::FindStore(m_stores, *storeId) : nullptr;
     if (store && entryId && store->Folder(*entryId))
         return std::pair(folder.entryIdHex, Hex(store->StoreId()));
-    unmapped << QStringLiteral("the %1 folder (entry %2) is not in this profile's stores: choose it in the rule "
-                               "editor").arg(QLatin1String(role), folder.entryIdHex.left(48));
+    unmapped << QStringLiteral(
+                    "the %1 folder (entry %2) is not in this profile's stores: choose it in the rule "
+                    "editor")
+                    .arg(QLatin1String(role), folder.entryIdHex.left(48));
     return std::pair(folder.entryIdHex, folder.storeIdHex);
 }
 
@@ -115,22 +121,27 @@ std::optional<int> RuleImportWriter::AgeWindow(const ImportedRule& rule, QString
                 return a.msgAgeId;
         std::set<int> lengths;
         for (const AgeWindowRow& a : m_ages)
-            if (a.timeField == QLatin1String("d")) lengths.insert(-a.timeDiff);
-            else if (a.timeField == QLatin1String("ww")) lengths.insert(-7 * a.timeDiff);
+            if (a.timeField == QLatin1String("d"))
+                lengths.insert(-a.timeDiff);
+            else if (a.timeField == QLatin1String("ww"))
+                lengths.insert(-7 * a.timeDiff);
         QStringList words;
         for (int n : lengths) words << QString::number(n);
         unmapped << QStringLiteral("older than %1 days: no age window has that length (days: %2)")
-                        .arg(days).arg(words.join(QStringLiteral(", ")));
+                        .arg(days)
+                        .arg(words.join(QStringLiteral(", ")));
         return std::nullopt;
     }
     if (!rule.record.msgAgeId) return std::nullopt;
     for (const AgeWindowRow& a : m_ages)
         if (a.msgAgeId == *rule.record.msgAgeId) return a.msgAgeId;
-    unmapped << QStringLiteral("the age window %1 is not in this database's MsgAge table").arg(*rule.record.msgAgeId);
+    unmapped << QStringLiteral("the age window %1 is not in this database's MsgAge table")
+                    .arg(*rule.record.msgAgeId);
     return std::nullopt;
 }
 
-Result<ado::RowsetData> RuleImportWriter::Rows(ImportedRules& rules, const ado::RowsetData& schema, int firstSortId)
+Result<ado::RowsetData> RuleImportWriter::Rows(ImportedRules& rules, const ado::RowsetData& schema,
+                                               int firstSortId)
 {
     auto folders = m_target.Folders();
     if (!folders) return folders.error();

@@ -48,7 +48,8 @@ private:
     Result<QByteArray> ByPath(const QString& path, QStringList& unmapped);
     QByteArray Find(const QString& path) const;
     // Hexadecimal entry and store identifiers for one folder of a rule.
-    Result<std::pair<QString, QString>> Resolve(const ForeignFolder& folder, const char* role, QStringList& unmapped);
+    Result<std::pair<QString, QString>> Resolve(const ForeignFolder& folder, const char* role,
+                                                QStringList& unmapped);
     std::optional<int> AgeWindow(const ImportedRule& rule, QStringList& unmapped) const;
 
     mapi::MessageStore& m_target;

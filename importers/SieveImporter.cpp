@@ -43,9 +43,12 @@ QString Describe(const SieveTest& t)
 {
     QStringList parts{t.name};
     for (const SieveArgument& a : t.arguments) {
-        if (a.kind == SieveArgument::Kind::Tag) parts << u':' + a.tag;
-        else if (a.kind == SieveArgument::Kind::Number) parts << QString::number(a.number);
-        else parts << Quoted(a.strings);
+        if (a.kind == SieveArgument::Kind::Tag)
+            parts << u':' + a.tag;
+        else if (a.kind == SieveArgument::Kind::Number)
+            parts << QString::number(a.number);
+        else
+            parts << Quoted(a.strings);
     }
     if (!t.tests.empty()) parts << QStringLiteral("(...)");
     return QStringLiteral("%1: %2").arg(Where(t.line), parts.join(u' '));
@@ -107,7 +110,8 @@ std::vector<TextTest> TextTests(const SieveTest& t, QString* why)
     if (fields.size() == 2 && fields.contains(TextField::To) && fields.contains(TextField::Cc))
         fields = {TextField::To};
     std::vector<TextTest> tests;
-    for (TextField f : fields) tests.push_back({f, positional[1]->strings, Describe(t), t.name == QLatin1String("address")});
+    for (TextField f : fields)
+        tests.push_back({f, positional[1]->strings, Describe(t), t.name == QLatin1String("address")});
     return tests;
 }
 
@@ -140,27 +144,34 @@ void AddBlock(const SieveCommand& c, ImportedRules& out)
     for (const SieveCommand& action : c.block) {
         if (action.name == QLatin1String("fileinto") && rule.destination.path.isEmpty()) {
             for (const SieveArgument& a : action.arguments) {
-                if (a.kind == SieveArgument::Kind::Strings && a.strings.size() == 1) rule.destination.path = a.strings.front();
+                if (a.kind == SieveArgument::Kind::Strings && a.strings.size() == 1)
+                    rule.destination.path = a.strings.front();
                 else if (a.kind == SieveArgument::Kind::Tag)
-                    rule.unmapped << QStringLiteral("%1: fileinto :%2; a rule moves the message").arg(Where(action.line), a.tag);
+                    rule.unmapped << QStringLiteral("%1: fileinto :%2; a rule moves the message")
+                                         .arg(Where(action.line), a.tag);
             }
             continue;
         }
         if (action.name != QLatin1String("keep") && IsHarmless(action.name)) continue;
         if (action.name == QLatin1String("fileinto"))
-            rule.unmapped << QStringLiteral("%1: a second fileinto; a rule moves to one folder").arg(Where(action.line));
+            rule.unmapped << QStringLiteral("%1: a second fileinto; a rule moves to one folder")
+                                 .arg(Where(action.line));
         else
-            rule.unmapped << QStringLiteral("%1: the action \"%2\" has no counterpart in a rule").arg(Where(action.line), action.name);
+            rule.unmapped << QStringLiteral("%1: the action \"%2\" has no counterpart in a rule")
+                                 .arg(Where(action.line), action.name);
     }
     if (rule.destination.path.isEmpty()) {
-        out.unmapped << QStringLiteral("%1: %2 block without fileinto gives no rule").arg(Where(c.line), c.name);
+        out.unmapped
+            << QStringLiteral("%1: %2 block without fileinto gives no rule").arg(Where(c.line), c.name);
         return;
     }
     rule.record.ruleName = QStringLiteral("%1 (sieve line %2)").arg(rule.destination.path).arg(c.line);
     rule.record.active = -1;
     CriteriaBuilder builder(rule.record, rule.unmapped);
-    if (c.tests.size() == 1) AddTest(c.tests.front(), builder, rule.unmapped);
-    else rule.unmapped << QStringLiteral("%1: expected one test after %2").arg(Where(c.line), c.name);
+    if (c.tests.size() == 1)
+        AddTest(c.tests.front(), builder, rule.unmapped);
+    else
+        rule.unmapped << QStringLiteral("%1: expected one test after %2").arg(Where(c.line), c.name);
     out.rules.push_back(std::move(rule));
 }
 
@@ -172,11 +183,14 @@ Result<ImportedRules> SieveImporter::FromScript(const QString& script)
     if (!commands) return commands.error();
     ImportedRules out;
     for (const SieveCommand& c : *commands) {
-        if (c.name == QLatin1String("if") || c.name == QLatin1String("elsif")) AddBlock(c, out);
+        if (c.name == QLatin1String("if") || c.name == QLatin1String("elsif"))
+            AddBlock(c, out);
         else if (c.name == QLatin1String("else"))
-            out.unmapped << QStringLiteral("%1: an else block has no test of its own, so gives no rule").arg(Where(c.line));
+            out.unmapped << QStringLiteral("%1: an else block has no test of its own, so gives no rule")
+                                .arg(Where(c.line));
         else if (!IsHarmless(c.name))
-            out.unmapped << QStringLiteral("%1: \"%2\" outside an if block gives no rule").arg(Where(c.line), c.name);
+            out.unmapped
+                << QStringLiteral("%1: \"%2\" outside an if block gives no rule").arg(Where(c.line), c.name);
     }
     return out;
 }

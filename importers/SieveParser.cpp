@@ -41,7 +41,8 @@ public:
             ++m_i;
             t.kind = Token::Kind::Tag;
             t.text = Identifier().toLower();
-            if (t.text.isEmpty()) throw SyntaxError(m_line, QStringLiteral("expected a tag name after \":\""));
+            if (t.text.isEmpty())
+                throw SyntaxError(m_line, QStringLiteral("expected a tag name after \":\""));
         } else if (IsIdentStart(c)) {
             const QString word = Identifier();
             if (word.compare(QLatin1String("text"), Qt::CaseInsensitive) == 0 && m_i < m_s.size() &&
@@ -80,7 +81,8 @@ private:
             } else if (m_s.mid(m_i, 2) == QLatin1String("/*")) {
                 const int start = m_line;
                 const qsizetype end = m_s.indexOf(QLatin1String("*/"), m_i + 2);
-                if (end < 0) throw SyntaxError(start, QStringLiteral("a comment \"/*\" that is never closed"));
+                if (end < 0)
+                    throw SyntaxError(start, QStringLiteral("a comment \"/*\" that is never closed"));
                 m_line += static_cast<int>(m_s.mid(m_i, end - m_i).count(u'\n'));
                 m_i = end + 2;
             } else {
@@ -104,7 +106,10 @@ private:
         qint64 n = m_s.mid(start, m_i - start).toLongLong(&ok);
         if (!ok) throw SyntaxError(m_line, QStringLiteral("a number too large"));
         if (m_i < m_s.size()) {
-            static const struct { char letter; int shift; } kUnits[] = {{'k', 10}, {'m', 20}, {'g', 30}};
+            static const struct {
+                char letter;
+                int shift;
+            } kUnits[] = {{'k', 10}, {'m', 20}, {'g', 30}};
             for (const auto& u : kUnits)
                 if (m_s.at(m_i).toLower() == QLatin1Char(u.letter)) {
                     n <<= u.shift;
@@ -176,7 +181,9 @@ public:
         std::vector<SieveCommand> commands;
         while (true) {
             if (m_t.kind == Token::Kind::End) {
-                if (inBlock) throw SyntaxError(m_t.line, QStringLiteral("expected \"}\" before the end of the script"));
+                if (inBlock)
+                    throw SyntaxError(m_t.line,
+                                      QStringLiteral("expected \"}\" before the end of the script"));
                 return commands;
             }
             if (IsPunct(u'}')) {
@@ -193,7 +200,8 @@ private:
     void Expect(QChar c, const char* where)
     {
         if (!IsPunct(c))
-            throw SyntaxError(m_t.line, QStringLiteral("expected \"%1\" %2").arg(c).arg(QLatin1String(where)));
+            throw SyntaxError(m_t.line,
+                              QStringLiteral("expected \"%1\" %2").arg(c).arg(QLatin1String(where)));
         Advance();
     }
     QString Identifier(const char* what)

@@ -128,9 +128,10 @@ bool AddState(const Term& t, ImportedRule& rule, CriteriaBuilder& builder, QStri
             if (value == QLatin1String(p.word)) code = p.code;
         // Importance has three levels: above Normal is High, below it Low.
         if (code >= 0 && op != QLatin1String("is"))
-            code = value != QLatin1String("normal") ? -1 : op == QLatin1String("isgreaterthan") ? 2
-                                                         : op == QLatin1String("islessthan")   ? 0
-                                                                                                : -1;
+            code = value != QLatin1String("normal")       ? -1
+                   : op == QLatin1String("isgreaterthan") ? 2
+                   : op == QLatin1String("islessthan")    ? 0
+                                                          : -1;
         if (code < 0) {
             *why = QStringLiteral("importance has three levels; this priority test names none of them");
             return false;
@@ -166,7 +167,8 @@ void AddCondition(const QString& condition, ImportedRule& rule)
     if (condition.trimmed().compare(QLatin1String("ALL"), Qt::CaseInsensitive) == 0) return;
     std::vector<Term> terms;
     if (!ParseCondition(condition, &terms)) {
-        rule.unmapped << QStringLiteral("condition \"%1\": not in the form \"AND (field,op,value) ...\"").arg(condition);
+        rule.unmapped << QStringLiteral("condition \"%1\": not in the form \"AND (field,op,value) ...\"")
+                             .arg(condition);
         return;
     }
     CriteriaBuilder builder(rule.record, rule.unmapped);
@@ -181,15 +183,20 @@ void AddCondition(const QString& condition, ImportedRule& rule)
         const bool contains = t.op.compare(QLatin1String("contains"), Qt::CaseInsensitive) == 0;
         if (field && contains) {
             const TextTest test{*field, {t.value}, t.original, false};
-            if (any) anyOf.push_back(test);
-            else builder.AddAll(test);
+            if (any)
+                anyOf.push_back(test);
+            else
+                builder.AddAll(test);
             continue;
         }
         QString why;
-        if (field) why = QStringLiteral("the \"%1\" match; rules match by \"contains\" only").arg(t.op);
-        else if (any) why = QStringLiteral("only text tests can be alternatives in one rule");
+        if (field)
+            why = QStringLiteral("the \"%1\" match; rules match by \"contains\" only").arg(t.op);
+        else if (any)
+            why = QStringLiteral("only text tests can be alternatives in one rule");
         // A state that conflicts was reported by the builder, with no reason here.
-        else if (AddState(t, rule, builder, &why) || why.isEmpty()) continue;
+        else if (AddState(t, rule, builder, &why) || why.isEmpty())
+            continue;
         rule.unmapped << QStringLiteral("%1: %2").arg(t.original, why) +
                              (any ? QStringLiteral(", so the whole OR condition was left out") : QString());
         if (any) return;
@@ -219,13 +226,18 @@ void AddFilter(const Filter& f, ImportedRules& out)
                 rule.unmapped << QStringLiteral("Move to folder \"%1\": not a folder address").arg(a.value);
         } else if (a.name != QLatin1String("Stop execution")) {
             rule.unmapped << QStringLiteral("the action \"%1\"%2 has no counterpart in a rule")
-                                 .arg(a.name, a.value.isEmpty() ? QString() : QStringLiteral(" \"%1\"").arg(a.value));
+                                 .arg(a.name,
+                                      a.value.isEmpty() ? QString() : QStringLiteral(" \"%1\"").arg(a.value));
         }
     }
     if (rule.destination.path.isEmpty()) {
         out.unmapped << QStringLiteral("line %1: the filter \"%2\" moves no mail, so gives no rule%3")
-                            .arg(f.line).arg(f.name)
-                            .arg(rule.unmapped.isEmpty() ? QString() : QStringLiteral(" (") + rule.unmapped.join(QStringLiteral("; ")) + u')');
+                            .arg(f.line)
+                            .arg(f.name)
+                            .arg(rule.unmapped.isEmpty()
+                                     ? QString()
+                                     : QStringLiteral(" (") + rule.unmapped.join(QStringLiteral("; ")) +
+                                           u')');
         return;
     }
     AddCondition(f.condition, rule);
@@ -246,14 +258,17 @@ Result<ImportedRules> ThunderbirdImporter::FromText(const QString& text)
         if (line.isEmpty()) continue;
         QString key, value;
         if (!SplitLine(line, &key, &value)) {
-            if (!versionSeen) return Error::permanent(QStringLiteral("line %1: not a filter list (expected version=\"9\")").arg(lineNo));
+            if (!versionSeen)
+                return Error::permanent(
+                    QStringLiteral("line %1: not a filter list (expected version=\"9\")").arg(lineNo));
             out.unmapped << QStringLiteral("line %1: not a key=\"value\" line: %2").arg(lineNo).arg(line);
             continue;
         }
         if (key == QLatin1String("version")) {
             versionSeen = true;
         } else if (!versionSeen) {
-            return Error::permanent(QStringLiteral("line %1: not a filter list (expected version=\"9\" first)").arg(lineNo));
+            return Error::permanent(
+                QStringLiteral("line %1: not a filter list (expected version=\"9\" first)").arg(lineNo));
         } else if (key == QLatin1String("name")) {
             filters.push_back({lineNo, value, true, {}, {}});
         } else if (key == QLatin1String("logging") || filters.empty()) {

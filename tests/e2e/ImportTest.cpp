@@ -24,23 +24,27 @@ if allof (header :contains "subject" "sale", exists "list-id") { fileinto "Ads";
 if header :contains "subject" "x" { discard; }
 )");
     f.close();
-    world.Write(QString(), {.id = QStringLiteral("boss@e2e"), .subject = QStringLiteral("Plan"),
+    world.Write(QString(), {.id = QStringLiteral("boss@e2e"),
+                            .subject = QStringLiteral("Plan"),
                             .from = QStringLiteral("Boss <boss@corp.example>")});
     world.Write(QString(), {.id = QStringLiteral("sale@e2e"), .subject = QStringLiteral("Big sale")});
 
-    Result r = world.Run({QStringLiteral("import"), QStringLiteral("--from"), QStringLiteral("sieve"), script});
+    Result r =
+        world.Run({QStringLiteral("import"), QStringLiteral("--from"), QStringLiteral("sieve"), script});
     EXPECT_EQ(r.code, 1) << r.err.toStdString();
-    for (const char* printed : {"Work/Boss (sieve line 2)", "Ads (sieve line 3)  (off)",
-                                "not mapped: the folder \"Work/Boss\" does not exist",
-                                "not mapped: line 3: exists \"list-id\"", "not mapped: line 4: if block without fileinto",
-                                "Folders missing in", "2 rule(s) imported, 2 of them switched off; 4 part(s) did not map"})
+    for (const char* printed :
+         {"Work/Boss (sieve line 2)", "Ads (sieve line 3)  (off)",
+          "not mapped: the folder \"Work/Boss\" does not exist", "not mapped: line 3: exists \"list-id\"",
+          "not mapped: line 4: if block without fileinto", "Folders missing in",
+          "2 rule(s) imported, 2 of them switched off; 4 part(s) did not map"})
         EXPECT_TRUE(r.out.contains(QLatin1String(printed))) << printed << "\n" << r.out.toStdString();
 
     r = world.Run({QStringLiteral("import"), QStringLiteral("--from"), QStringLiteral("sieve"), script,
                    QStringLiteral("--create-folders")});
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.out.contains(QStringLiteral("Folders created in"))) << r.out.toStdString();
-    EXPECT_TRUE(r.out.contains(QStringLiteral("2 rule(s) imported, 1 of them switched off"))) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains(QStringLiteral("2 rule(s) imported, 1 of them switched off")))
+        << r.out.toStdString();
 
     r = world.Run({QStringLiteral("run")});
     EXPECT_EQ(r.code, 0) << r.err.toStdString();

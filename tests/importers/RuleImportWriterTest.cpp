@@ -11,10 +11,12 @@
 namespace mv::importers {
 namespace {
 
-const std::initializer_list<const char*> kColumns = {"RuleID", "RuleName", "FromAddress", "ToAddress", "CcAddress", "Subject",
-                                "Importance", "Status", "FlagStatus", "MsgAgeID", "SrcEntryID", "SrcStoreID",
-                                "DstEntryID", "DstStoreID", "Active", "SortID", "LastVerb", "Message"};
-const std::vector<AgeWindowRow> kAges = {{5, "d", -1}, {7, "ww", -1}, {8, "ww", -2}, {13, "x", 0}, {15, "d", -3}};
+const std::initializer_list<const char*> kColumns = {
+    "RuleID",     "RuleName",   "FromAddress", "ToAddress", "CcAddress",  "Subject",
+    "Importance", "Status",     "FlagStatus",  "MsgAgeID",  "SrcEntryID", "SrcStoreID",
+    "DstEntryID", "DstStoreID", "Active",      "SortID",    "LastVerb",   "Message"};
+const std::vector<AgeWindowRow> kAges = {
+    {5, "d", -1}, {7, "ww", -1}, {8, "ww", -2}, {13, "x", 0}, {15, "d", -3}};
 
 ForeignFolder Path(const char* path)
 {
@@ -48,18 +50,39 @@ struct Case {
     bool createFolders;
     const char* resolvedPath;  // the destination's path in the store afterwards; "" for none
     int msgAge;
-    const char* unmapped;      // the beginning of the one line added, or "" when it resolves
+    const char* unmapped;  // the beginning of the one line added, or "" when it resolves
 };
 
 const Case kCases[] = {
     {"ExistingFolder", Path("Archive"), {}, {}, false, "Archive", 13, ""},
     {"DottedServerSpelling", Path("INBOX.archive"), 14, {}, false, "Archive", 8, ""},
     {"DaysWindow", Path("Archive"), 3, {}, false, "Archive", 15, ""},
-    {"NoWindowOfThatLength", Path("Archive"), 10, {}, false, "Archive", 13, "older than 10 days: no age window"},
+    {"NoWindowOfThatLength",
+     Path("Archive"),
+     10,
+     {},
+     false,
+     "Archive",
+     13,
+     "older than 10 days: no age window"},
     {"StoredWindowUnknownHere", Path("Archive"), {}, 99, false, "Archive", 13, "the age window 99 is not"},
-    {"MissingFolderListed", Path("Lists/Qt"), {}, {}, false, "", 13, "the folder \"Lists/Qt\" does not exist"},
+    {"MissingFolderListed",
+     Path("Lists/Qt"),
+     {},
+     {},
+     false,
+     "",
+     13,
+     "the folder \"Lists/Qt\" does not exist"},
     {"MissingFolderCreated", Path("Lists/Qt"), {}, 5, true, "Lists/Qt", 5, ""},
-    {"StoredIdsOfAnotherProfile", Ids(QStringLiteral("00AA"), QStringLiteral("01BB")), {}, {}, false, "", 13, "the destination folder (entry 00AA)"},
+    {"StoredIdsOfAnotherProfile",
+     Ids(QStringLiteral("00AA"), QStringLiteral("01BB")),
+     {},
+     {},
+     false,
+     "",
+     13,
+     "the destination folder (entry 00AA)"},
 };
 
 class Write : public testing::TestWithParam<Case> {};
@@ -83,7 +106,9 @@ TEST_P(Write, ResolvesFoldersAndWindows)
     auto rows = writer.Rows(rules, schema, 41);
     ASSERT_TRUE(rows) << rows.error().message.toStdString();
     ASSERT_EQ(rows->rows.size(), 1u);
-    const auto value = [&](const char* column) { return rows->rows[0][schema.columnIndex(QLatin1String(column))]; };
+    const auto value = [&](const char* column) {
+        return rows->rows[0][schema.columnIndex(QLatin1String(column))];
+    };
     const QString storeHex = mapi::MapiUtils::HrGetHexFromBinary(store.StoreId());
     EXPECT_FALSE(value("RuleID").isValid());
     EXPECT_EQ(value("SrcEntryID").toString(), mapi::MapiUtils::HrGetHexFromBinary(store.InboxId()));
@@ -126,7 +151,8 @@ TEST(Writer, KeepsStoredFoldersThisProfileHas)
     ImportedRules rules;
     rules.rules.resize(1);
     rules.rules[0].source = Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Sent")), storeHex);
-    rules.rules[0].destination = Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Trash")), storeHex);
+    rules.rules[0].destination =
+        Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Trash")), storeHex);
     auto rows = RuleImportWriter(store, {&store}, kAges, false).Rows(rules, schema, 1);
     ASSERT_TRUE(rows);
     EXPECT_EQ(rows->rows[0][0].toString(), rules.rules[0].source.entryIdHex);

@@ -8,20 +8,25 @@ namespace mv::test {
 
 inline QString RuleSummary(const importers::ImportedRule& r)
 {
-    QStringList parts{r.record.ruleName + QStringLiteral(" -> ") +
-                      (r.destination.HasIds() ? QStringLiteral("#") + r.destination.entryIdHex : r.destination.path)};
+    QStringList parts{
+        r.record.ruleName + QStringLiteral(" -> ") +
+        (r.destination.HasIds() ? QStringLiteral("#") + r.destination.entryIdHex : r.destination.path)};
     const struct {
         const char* label;
         QString value;
-    } texts[] = {{"subject", r.record.subject}, {"from", r.record.fromAddress}, {"to", r.record.toAddress},
-                 {"cc", r.record.ccAddress},    {"body", r.record.message}};
+    } texts[] = {{"subject", r.record.subject},
+                 {"from", r.record.fromAddress},
+                 {"to", r.record.toAddress},
+                 {"cc", r.record.ccAddress},
+                 {"body", r.record.message}};
     for (const auto& t : texts)
         if (!t.value.isEmpty()) parts << QStringLiteral("%1=%2").arg(QLatin1String(t.label), t.value);
     const struct {
         const char* label;
         std::optional<int> value;
-    } codes[] = {{"importance", r.record.importance}, {"status", r.record.status}, {"flag", r.record.flagStatus},
-                 {"verb", r.record.lastVerb},         {"age", r.record.msgAgeId},  {"days", r.olderThanDays}};
+    } codes[] = {{"importance", r.record.importance}, {"status", r.record.status},
+                 {"flag", r.record.flagStatus},       {"verb", r.record.lastVerb},
+                 {"age", r.record.msgAgeId},          {"days", r.olderThanDays}};
     for (const auto& c : codes)
         if (c.value) parts << QStringLiteral("%1=%2").arg(QLatin1String(c.label)).arg(*c.value);
     if (r.record.active.value_or(-1) == 0) parts << QStringLiteral("off");

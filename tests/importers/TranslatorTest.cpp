@@ -31,7 +31,9 @@ Result<ImportedRules> FromCsv(const QString& text)
 }
 
 const Case kCases[] = {
-    {"SieveAllOfAnyOfAndStop", SieveImporter::FromScript, R"x(require ["fileinto"];  # folders
+    {"SieveAllOfAnyOfAndStop",
+     SieveImporter::FromScript,
+     R"x(require ["fileinto"];  # folders
 /* lists */ if allof (header :contains "subject" ["[qt]"], address :contains ["to", "cc"] "@qt.io") {
   fileinto "Lists/Qt"; stop;
 } elsif anyof (address :contains "from" "boss@work.example", header :contains "From" ["ceo@", "cfo@"]) {
@@ -46,7 +48,9 @@ Reports
      {"Lists/Qt (sieve line 2) -> Lists/Qt subject=[qt] to=@qt.io",
       "Work (sieve line 4) -> Work from=boss@work.example;ceo@;cfo@",
       "Reports\r\n.2024\r\n (sieve line 7) -> Reports\r\n.2024\r\n subject=\"annual report\""}},
-    {"SieveWhatDoesNotMap", SieveImporter::FromScript, R"x(if anyof (header :contains "subject" "a", header :contains "from" "b") { fileinto "X"; }
+    {"SieveWhatDoesNotMap",
+     SieveImporter::FromScript,
+     R"x(if anyof (header :contains "subject" "a", header :contains "from" "b") { fileinto "X"; }
 if header :is "subject" "exact" { fileinto "Y"; }
 if allof (header :contains "subject" "a", exists "list-id", header :contains "from" "p", address :contains "from" "q@x.example", address :contains "cc" "Bob") {
   fileinto :copy "Z"; addflag "\\Seen";
@@ -58,13 +62,17 @@ redirect "a@b.example";
 )x",
      {"X (sieve line 1) -> X", "  ! line 1: anyof (...): any one of tests on different fields",
       "Y (sieve line 2) -> Y", "  ! line 2: header :is \"subject\" \"exact\": the :is match",
-      "Z (sieve line 3) -> Z subject=a from=p", "  ! line 4: fileinto :copy", "  ! line 4: the action \"addflag\"",
-      "  ! line 3: exists \"list-id\": the \"exists\" test", "  ! line 3: address :contains \"from\" \"q@x.example\": a second from test",
+      "Z (sieve line 3) -> Z subject=a from=p", "  ! line 4: fileinto :copy",
+      "  ! line 4: the action \"addflag\"", "  ! line 3: exists \"list-id\": the \"exists\" test",
+      "  ! line 3: address :contains \"from\" \"q@x.example\": a second from test",
       "  ! line 3: address :contains \"cc\" \"Bob\": \"Bob\" would be matched against names",
       "W (sieve line 6) -> W", "  ! line 6: a second fileinto", "  ! line 6: the action \"keep\"",
       "  ! line 6: header :contains \"subject\" [\"one\", \"two\"]: any one of several subject words",
-      "! line 7: if block without fileinto", "! line 8: an else block", "! line 9: \"redirect\" outside an if block"}},
-    {"ThunderbirdMoveFilters", ThunderbirdImporter::FromText, R"x(version="9"
+      "! line 7: if block without fileinto", "! line 8: an else block",
+      "! line 9: \"redirect\" outside an if block"}},
+    {"ThunderbirdMoveFilters",
+     ThunderbirdImporter::FromText,
+     R"x(version="9"
 logging="no"
 name="Qt list"
 enabled="yes"
@@ -93,9 +101,11 @@ actionValue="mailbox://nobody@Local%20Folders/Everything"
 condition="ALL"
 )x",
      {"Qt list -> Lists/Qt Dev subject=\"[qt, dev]\" to=qt.io body=release",
-      "Old important -> INBOX/Archive importance=2 status=1 flag=9 verb=102 days=14 off", "Family -> Family from=mum@;dad@",
-      "All -> Everything"}},
-    {"ThunderbirdWhatDoesNotMap", ThunderbirdImporter::FromText, R"x(version="9"
+      "Old important -> INBOX/Archive importance=2 status=1 flag=9 verb=102 days=14 off",
+      "Family -> Family from=mum@;dad@", "All -> Everything"}},
+    {"ThunderbirdWhatDoesNotMap",
+     ThunderbirdImporter::FromText,
+     R"x(version="9"
 name="Mixed"
 action="Move to folder"
 actionValue="mailbox://nobody@Local%20Folders/M"
@@ -110,18 +120,25 @@ action="Copy to folder"
 actionValue="mailbox://nobody@Local%20Folders/C"
 condition="AND (subject,contains,c)"
 )x",
-     {"Mixed -> M", "  ! the action \"Mark read\"", "  ! (status,is,read): only text tests can be alternatives",
-      "Exact -> E from=a importance=2", "  ! (subject,is,hello): the \"is\" match", "  ! (from,contains,b): a second from test",
-      "  ! (age in days,islessthan,3): rules take mail older", "  ! (\"X-Spam\",contains,yes): the field \"X-Spam\"",
+     {"Mixed -> M", "  ! the action \"Mark read\"",
+      "  ! (status,is,read): only text tests can be alternatives", "Exact -> E from=a importance=2",
+      "  ! (subject,is,hello): the \"is\" match", "  ! (from,contains,b): a second from test",
+      "  ! (age in days,islessthan,3): rules take mail older",
+      "  ! (\"X-Spam\",contains,yes): the field \"X-Spam\"",
       "! line 11: the filter \"Copy only\" moves no mail"}},
-    {"MdbRowsInSortOrderOldLayoutAndStrays", FromCsv,
-     "RuleID,RuleName,FromAddress,ToAddress,CcAddress,Subject,Importance,Status,FlagStatus,MsgAgeID,SrcEntryID,"
+    {"MdbRowsInSortOrderOldLayoutAndStrays",
+     FromCsv,
+     "RuleID,RuleName,FromAddress,ToAddress,CcAddress,Subject,Importance,Status,FlagStatus,MsgAgeID,"
+     "SrcEntryID,"
      "SrcStoreID,DstEntryID,DstStoreID,Active,SortID,Colour\n"
-     "7,\"Second\",\"a@b.example;c@d.example\",\"\",\"\",\"budget \"\"annual report\"\"\",3,0,0,8,\"00AA\",\"01BB\","
+     "7,\"Second\",\"a@b.example;c@d.example\",\"\",\"\",\"budget \"\"annual "
+     "report\"\"\",3,0,0,8,\"00AA\",\"01BB\","
      "\"00CC\",\"01BB\",0,2,\"red\"\n"
      "3,\"First, with comma\",,,,\"multi\nline\",2,x,9,13,\"00AA\",\"01BB\",\"00DD\",\"01BB\",1,1,\n",
-     {"First, with comma -> #00DD subject=multi\nline importance=2 flag=9 age=13", "  ! Status: \"x\" is not a number",
-      "Second -> #00CC subject=budget \"annual report\" from=a@b.example;c@d.example importance=3 status=0 flag=0 age=8 off",
+     {"First, with comma -> #00DD subject=multi\nline importance=2 flag=9 age=13",
+      "  ! Status: \"x\" is not a number",
+      "Second -> #00CC subject=budget \"annual report\" from=a@b.example;c@d.example importance=3 status=0 "
+      "flag=0 age=8 off",
       "! the column Colour is not one a rule has"}},
 };
 
@@ -136,12 +153,15 @@ TEST_P(Translate, MapsWhatFitsAndReportsTheRest)
     for (size_t i = 0; i < std::max<size_t>(got.size(), c.expected.size()); ++i) {
         const QString want = i < c.expected.size() ? QString::fromUtf8(c.expected[i]) : QString();
         const QString line = got.value(static_cast<qsizetype>(i));
-        if (want.trimmed().startsWith(u'!')) EXPECT_TRUE(line.startsWith(want)) << "line " << i << ": " << line.toStdString();
-        else EXPECT_EQ(line, want) << "line " << i;
+        if (want.trimmed().startsWith(u'!'))
+            EXPECT_TRUE(line.startsWith(want)) << "line " << i << ": " << line.toStdString();
+        else
+            EXPECT_EQ(line, want) << "line " << i;
     }
-    EXPECT_EQ(rules->Complete(), c.expected.end() == std::find_if(c.expected.begin(), c.expected.end(), [](const char* e) {
-                                     return QString::fromUtf8(e).trimmed().startsWith(u'!');
-                                 }));
+    EXPECT_EQ(rules->Complete(),
+              c.expected.end() == std::find_if(c.expected.begin(), c.expected.end(), [](const char* e) {
+                  return QString::fromUtf8(e).trimmed().startsWith(u'!');
+              }));
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, Translate, testing::ValuesIn(kCases),
@@ -155,13 +175,20 @@ struct Refusal {
 };
 
 const Refusal kRefusals[] = {
-    {"SieveUnclosedString", SieveImporter::FromScript, "if header :contains \"subject\" \"x { fileinto \"A\"; }\n", "line 1: a string that is never closed"},
-    {"SieveUnclosedComment", SieveImporter::FromScript, "\n/* never\n closed", "line 2: a comment \"/*\" that is never closed"},
-    {"SieveMissingSemicolon", SieveImporter::FromScript, "fileinto \"A\"\n", "line 2: expected \";\" or a block"},
-    {"SieveUnclosedBlock", SieveImporter::FromScript, "if true {\n fileinto \"A\";\n", "line 3: expected \"}\" before the end"},
-    {"SieveTextWithoutDot", SieveImporter::FromScript, "fileinto text:\nA\n", "line 1: a \"text:\" string without"},
-    {"ThunderbirdNotAFilterList", ThunderbirdImporter::FromText, "[General]\nname=x\n", "line 1: not a filter list"},
-    {"MdbWithoutFolderColumns", FromCsv, "RuleID,RuleName\n1,\"x\"\n", "the Rules table has no SrcEntryID column"},
+    {"SieveUnclosedString", SieveImporter::FromScript,
+     "if header :contains \"subject\" \"x { fileinto \"A\"; }\n", "line 1: a string that is never closed"},
+    {"SieveUnclosedComment", SieveImporter::FromScript, "\n/* never\n closed",
+     "line 2: a comment \"/*\" that is never closed"},
+    {"SieveMissingSemicolon", SieveImporter::FromScript, "fileinto \"A\"\n",
+     "line 2: expected \";\" or a block"},
+    {"SieveUnclosedBlock", SieveImporter::FromScript, "if true {\n fileinto \"A\";\n",
+     "line 3: expected \"}\" before the end"},
+    {"SieveTextWithoutDot", SieveImporter::FromScript, "fileinto text:\nA\n",
+     "line 1: a \"text:\" string without"},
+    {"ThunderbirdNotAFilterList", ThunderbirdImporter::FromText, "[General]\nname=x\n",
+     "line 1: not a filter list"},
+    {"MdbWithoutFolderColumns", FromCsv, "RuleID,RuleName\n1,\"x\"\n",
+     "the Rules table has no SrcEntryID column"},
 };
 
 class Refuse : public testing::TestWithParam<Refusal> {};
@@ -170,7 +197,8 @@ TEST_P(Refuse, NamesTheReason)
 {
     auto rules = GetParam().translate(QString::fromUtf8(GetParam().input));
     ASSERT_FALSE(rules);
-    EXPECT_TRUE(rules.error().message.startsWith(QString::fromUtf8(GetParam().error))) << rules.error().message.toStdString();
+    EXPECT_TRUE(rules.error().message.startsWith(QString::fromUtf8(GetParam().error)))
+        << rules.error().message.toStdString();
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, Refuse, testing::ValuesIn(kRefusals),
@@ -188,7 +216,8 @@ TEST(MdbFile, NamesTheRealReason)
     };
     const QString sqlite = write("mine.mdb", QByteArray("SQLite format 3\0", 16) + QByteArray(100, '\0'));
     const QString text = write("notes.mdb", "these are notes, not rules\n");
-    const QString broken = write("broken.mdb", QByteArray("\0\1\0\0Standard Jet DB\0", 20) + QByteArray(300, '\x55'));
+    const QString broken =
+        write("broken.mdb", QByteArray("\0\1\0\0Standard Jet DB\0", 20) + QByteArray(300, '\x55'));
     const struct {
         QString path;
         QString toolDir;
@@ -203,7 +232,8 @@ TEST(MdbFile, NamesTheRealReason)
     for (const auto& r : rows) {
         auto rules = MdbImporter(r.toolDir).FromFile(r.path);
         ASSERT_FALSE(rules) << r.reason;
-        EXPECT_TRUE(rules.error().message.contains(QString::fromUtf8(r.reason))) << rules.error().message.toStdString();
+        EXPECT_TRUE(rules.error().message.contains(QString::fromUtf8(r.reason)))
+            << rules.error().message.toStdString();
     }
 }
 
