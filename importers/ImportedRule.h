@@ -16,7 +16,8 @@
 namespace mv::importers {
 
 // A folder as the other tool names it: a path ("Lists/Qt", levels joined by
-// "/"), or the identifiers a stored rule holds. Both empty: the Inbox.
+// "/"), or the identifiers a stored rule holds. Both empty: as a source the
+// Inbox, as a destination none.
 struct ForeignFolder {
     QString path;
     QString entryIdHex, storeIdHex;

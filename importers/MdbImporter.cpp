@@ -158,6 +158,8 @@ Result<ImportedRules> MdbImporter::FromCsv(const QByteArray& csv)
             column->set(rule, *rows[r][c], problems);
             for (const QString& p : problems) rule.unmapped << QStringLiteral("%1: %2").arg(header.at(c), p);
         }
+        if (!rule.source.HasIds())
+            rule.unmapped << QStringLiteral("the row names no source folder, so the Inbox stands in");
         if (rows[r].size() != static_cast<size_t>(header.size()))
             rule.unmapped << QStringLiteral("row %1 has %2 fields, the header %3")
                                  .arg(r)

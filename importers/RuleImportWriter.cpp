@@ -152,7 +152,11 @@ Result<ado::RowsetData> RuleImportWriter::Rows(ImportedRules& rules, const ado::
     for (ImportedRule& rule : rules.rules) {
         const auto src = Resolve(rule.source, "source", rule.unmapped);
         if (!src) return src.error();
-        const auto dst = Resolve(rule.destination, "destination", rule.unmapped);
+        // An empty destination is no folder, never the Inbox.
+        const bool noDestination = rule.destination.IsInbox();
+        if (noDestination) rule.unmapped << QStringLiteral("no destination folder");
+        const auto dst = noDestination ? Result<std::pair<QString, QString>>(std::pair<QString, QString>())
+                                       : Resolve(rule.destination, "destination", rule.unmapped);
         if (!dst) return dst.error();
         const engine::RuleRecord& r = rule.record;
         const int age = AgeWindow(rule, rule.unmapped).value_or(engine::kMsgAgeAnyTime);

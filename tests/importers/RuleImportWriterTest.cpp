@@ -75,6 +75,7 @@ const Case kCases[] = {
      13,
      "the folder \"Lists/Qt\" does not exist"},
     {"MissingFolderCreated", Path("Lists/Qt"), {}, 5, true, "Lists/Qt", 5, ""},
+    {"NoDestinationIsNotTheInbox", Path(""), {}, {}, false, "", 13, "no destination folder"},
     {"StoredIdsOfAnotherProfile",
      Ids(QStringLiteral("00AA"), QStringLiteral("01BB")),
      {},
