@@ -118,6 +118,7 @@ std::vector<TextTest> TextTests(const SieveTest& t, QString* why)
 // Adds the "if" test to the rule: allof test by test, anyof as one choice.
 void AddTest(const SieveTest& test, CriteriaBuilder& builder, QStringList& unmapped)
 {
+    if (test.name == QLatin1String("true")) return;  // a rule without criteria takes every message
     if (test.name == QLatin1String("allof")) {
         for (const SieveTest& t : test.tests) AddTest(t, builder, unmapped);
         return;

@@ -44,10 +44,12 @@ Reports
 ..2024
 .
 ; }
+if allof (true, header :contains "subject" "x") { fileinto "X"; }
 )x",
      {"Lists/Qt (sieve line 2) -> Lists/Qt subject=[qt] to=@qt.io",
       "Work (sieve line 4) -> Work from=boss@work.example;ceo@;cfo@",
-      "Reports\r\n.2024\r\n (sieve line 7) -> Reports\r\n.2024\r\n subject=\"annual report\""}},
+      "Reports\r\n.2024\r\n (sieve line 7) -> Reports\r\n.2024\r\n subject=\"annual report\"",
+      "X (sieve line 12) -> X subject=x"}},
     {"SieveWhatDoesNotMap",
      SieveImporter::FromScript,
      R"x(if anyof (header :contains "subject" "a", header :contains "from" "b") { fileinto "X"; }
