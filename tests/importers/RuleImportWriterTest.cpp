@@ -86,6 +86,9 @@ const Case kCases[] = {
      "the destination folder (entry 00AA)"},
 };
 
+// Parameters print as their names in test listings.
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
 class Write : public testing::TestWithParam<Case> {};
 
 TEST_P(Write, ResolvesFoldersAndWindows)

@@ -144,6 +144,9 @@ condition="AND (subject,contains,c)"
       "! the column Colour is not one a rule has"}},
 };
 
+// Parameters print as their names in test listings.
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
 class Translate : public testing::TestWithParam<Case> {};
 
 TEST_P(Translate, MapsWhatFitsAndReportsTheRest)
@@ -192,6 +195,9 @@ const Refusal kRefusals[] = {
     {"MdbWithoutFolderColumns", FromCsv, "RuleID,RuleName\n1,\"x\"\n",
      "the Rules table has no SrcEntryID column"},
 };
+
+// Parameters print as their names in test listings.
+void PrintTo(const Refusal& c, std::ostream* os) { *os << c.name; }
 
 class Refuse : public testing::TestWithParam<Refusal> {};
 
