@@ -87,7 +87,10 @@ const Case kCases[] = {
 };
 
 // Parameters print as their names in test listings.
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const Case& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class Write : public testing::TestWithParam<Case> {};
 

@@ -145,7 +145,10 @@ condition="AND (subject,contains,c)"
 };
 
 // Parameters print as their names in test listings.
-void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const Case& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class Translate : public testing::TestWithParam<Case> {};
 
@@ -197,7 +200,10 @@ const Refusal kRefusals[] = {
 };
 
 // Parameters print as their names in test listings.
-void PrintTo(const Refusal& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const Refusal& c, std::ostream* os)
+{
+    *os << c.name;
+}
 
 class Refuse : public testing::TestWithParam<Refusal> {};
 
