@@ -16,8 +16,8 @@
 #include "engine/RuleRunner.h"
 #include "platform/mapi/MapiUtils.h"
 #include "platform/os/KnownFolders.h"
-#include "tools/corpus/CorpusGenerator.h"
-#include "tools/corpus/MaildirWriter.h"
+#include "platform/corpus/CorpusGenerator.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QDir>
 #include <QDirIterator>

@@ -1,4 +1,4 @@
-#include "tools/corpus/CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include "platform/stores/common/MimeProperties.h"
 

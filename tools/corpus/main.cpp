@@ -5,9 +5,9 @@
 //
 // Exit codes: 0 done, 1 the corpus could not be written, 2 bad arguments.
 
-#include "CorpusGenerator.h"
-#include "ImapWriter.h"
-#include "MaildirWriter.h"
+#include "platform/corpus/CorpusGenerator.h"
+#include "platform/corpus/ImapWriter.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

@@ -1,7 +1,7 @@
-#include "CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
-#include "CorpusRandom.h"
-#include "MimeEncoding.h"
+#include "platform/corpus/CorpusRandom.h"
+#include "platform/corpus/MimeEncoding.h"
 
 #include <QLocale>
 
