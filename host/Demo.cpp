@@ -154,6 +154,7 @@ int PrepareDemo(const QStringList& args)
     options.seed = kDemoSeed;
     options.count = kDemoMessages;
     options.withAttachments = false;
+    options.profile = corpus::CorpusProfile::Demo;
     if (Status written = corpus::MaildirWriter(root).Write(corpus::CorpusGenerator::Generate(options));
         !written.ok()) {
         Err(written.error().message);
