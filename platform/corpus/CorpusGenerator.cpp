@@ -53,11 +53,14 @@ const std::vector<Stream>& Streams()
 {
     static const std::vector<Stream> table = {
         {"billing@mail.test",
-         {"Invoice {n}: payment due", "Payment received for invoice {n}", "Reminder: invoice {n} awaits payment"},
+         {"Invoice {n}: payment due", "Payment received for invoice {n}",
+          "Reminder: invoice {n} awaits payment"},
          nullptr, 5},
-        {"helpdesk@example.org", {"[Ticket #{n}] Password reset", "[Ticket #{n}] VPN keeps disconnecting", "Ticket #{n} resolved"},
+        {"helpdesk@example.org",
+         {"[Ticket #{n}] Password reset", "[Ticket #{n}] VPN keeps disconnecting", "Ticket #{n} resolved"},
          nullptr, 30},
-        {nullptr, {"Quarterly report Q{q}", "Draft quarterly report for review", "Quarterly report: {w} figures"},
+        {nullptr,
+         {"Quarterly report Q{q}", "Draft quarterly report for review", "Quarterly report: {w} figures"},
          nullptr, 20},
         {nullptr, {"Quick question about the {w}", "When you have a minute: {w} {w}"}, "Low", 60},
     };
@@ -279,7 +282,8 @@ mapi::MessageFlags Builder::Flags(Kind kind)
 {
     mapi::MessageFlags flags;
     flags.seen = m_rng.Percent(70);
-    flags.answered = kind != Kind::Ndr && m_rng.Percent(m_stream ? m_stream->answeredPercent : kAnsweredPercent);
+    const int answeredPercent = m_stream ? m_stream->answeredPercent : kAnsweredPercent;
+    flags.answered = kind != Kind::Ndr && m_rng.Percent(answeredPercent);
     flags.flagged = m_rng.Percent(10);
     if (m_rng.Percent(8)) flags.keywords << "$Forwarded";
     if (!flags.flagged && m_rng.Percent(6)) flags.keywords << "$Completed";
@@ -304,8 +308,8 @@ GeneratedMessage Builder::Build()
     if (!special && m_rng.Percent(30)) m_charset = &m_rng.Pick(Charsets());
     // Only the demo draws here, so a seed still gives the mixed profile the
     // mail it always gave.
-    if (m_options.profile == CorpusProfile::Demo && !special && out.folder.isEmpty() && m_rng.Percent(kStreamPercent))
-        m_stream = &m_rng.Pick(Streams());
+    const bool demoInbox = m_options.profile == CorpusProfile::Demo && !special && out.folder.isEmpty();
+    if (demoInbox && m_rng.Percent(kStreamPercent)) m_stream = &m_rng.Pick(Streams());
 
     const qint64 span = 3LL * 365 * 24 * 3600;
     const QDateTime date = m_options.now.addSecs(-static_cast<qint64>(m_rng.Below(static_cast<std::uint64_t>(span))));

@@ -113,6 +113,8 @@ TEST_P(CorpusMix, ParsesBackAndContainsEveryKind)
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, CorpusMix, ::testing::Values(CorpusProfile::Mixed, CorpusProfile::Demo),
-                         [](const auto& info) { return info.param == CorpusProfile::Demo ? "Demo" : "Mixed"; });
+                         [](const auto& info) {
+                             return info.param == CorpusProfile::Demo ? "Demo" : "Mixed";
+                         });
 
 }  // namespace

@@ -15,7 +15,8 @@ QStringList ActiveSampleRules()
 {
     QFile file(QStringLiteral(MV_SOURCE_DIR "/resources/rules/sample-rules.xml"));
     if (!file.open(QIODevice::ReadOnly)) return {};
-    static const QRegularExpression row(QStringLiteral(R"(<z:row [^>]*RuleName='([^']+)'[^>]*Active='(-?\d+)')"));
+    static const QRegularExpression row(
+        QStringLiteral(R"(<z:row [^>]*RuleName='([^']+)'[^>]*Active='(-?\d+)')"));
     QStringList names;
     for (auto it = row.globalMatch(QString::fromUtf8(file.readAll())); it.hasNext();)
         if (const auto m = it.next(); m.captured(2) != QLatin1String("0")) names << m.captured(1);
