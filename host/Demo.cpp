@@ -16,8 +16,8 @@
 #include "engine/RuleRunner.h"
 #include "platform/mapi/MapiUtils.h"
 #include "platform/os/KnownFolders.h"
-#include "tools/corpus/CorpusGenerator.h"
-#include "tools/corpus/MaildirWriter.h"
+#include "platform/corpus/CorpusGenerator.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -154,6 +154,7 @@ int PrepareDemo(const QStringList& args)
     options.seed = kDemoSeed;
     options.count = kDemoMessages;
     options.withAttachments = false;
+    options.profile = corpus::CorpusProfile::Demo;
     if (Status written = corpus::MaildirWriter(root).Write(corpus::CorpusGenerator::Generate(options));
         !written.ok()) {
         Err(written.error().message);

@@ -4,7 +4,7 @@
 
 #include "engine/RuleRecord.h"
 #include "platform/mapi/PropTags.h"
-#include "tools/corpus/CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include <QStringList>
 

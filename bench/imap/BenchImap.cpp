@@ -9,8 +9,8 @@
 #include "engine/RuleRestriction.h"
 #include "platform/stores/imap/ImapStore.h"
 #include "tests/support/dovecot/DovecotServer.h"
-#include "tools/corpus/CorpusGenerator.h"
-#include "tools/corpus/MaildirWriter.h"
+#include "platform/corpus/CorpusGenerator.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>

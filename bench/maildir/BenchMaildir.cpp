@@ -20,7 +20,7 @@
 #include "platform/stores/maildir/MaildirIds.h"
 #include "platform/stores/maildir/MaildirKeywords.h"
 #include "platform/stores/maildir/MaildirStore.h"
-#include "tools/corpus/CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include <QCoreApplication>
 #include <QDir>

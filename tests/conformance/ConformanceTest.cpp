@@ -7,7 +7,7 @@
 #include "platform/mapi/ContentsTable.h"
 #include "platform/stores/memory/MemoryStore.h"
 #include "tests/support/QtPrinters.h"
-#include "tools/corpus/CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tools/corpus/CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include "platform/stores/common/MimeProperties.h"
 
@@ -10,6 +10,7 @@
 using namespace mv::mapi;
 using mv::corpus::CorpusGenerator;
 using mv::corpus::CorpusOptions;
+using mv::corpus::CorpusProfile;
 using mv::corpus::GeneratedMessage;
 using mv::stores::MimeProperties;
 
@@ -51,10 +52,15 @@ TEST(CorpusDeterminism, SeedMeansTheSameCorpusEverywhere)
 }
 
 // Every message parses back to what was generated, and the mix holds every
-// kind of message, flag, charset and structure the rules must meet.
-TEST(CorpusMix, ParsesBackAndContainsEveryKind)
+// kind of message, flag, charset and structure the rules must meet, in
+// either profile.
+class CorpusMix : public ::testing::TestWithParam<CorpusProfile> {};
+
+TEST_P(CorpusMix, ParsesBackAndContainsEveryKind)
 {
-    const std::vector<GeneratedMessage> messages = CorpusGenerator::Generate(Options(3, 600));
+    CorpusOptions options = Options(3, 600);
+    options.profile = GetParam();
+    const std::vector<GeneratedMessage> messages = CorpusGenerator::Generate(options);
     const QDateTime now = CorpusOptions().now;
     QDateTime oldest = now;
     QSet<QString> classes, keywords, folders;
@@ -105,5 +111,10 @@ TEST(CorpusMix, ParsesBackAndContainsEveryKind)
                                 [&](const GeneratedMessage& m) { return m.message.rfc822.contains(marker); }))
             << marker;
 }
+
+INSTANTIATE_TEST_SUITE_P(Profiles, CorpusMix, ::testing::Values(CorpusProfile::Mixed, CorpusProfile::Demo),
+                         [](const auto& info) {
+                             return info.param == CorpusProfile::Demo ? "Demo" : "Mixed";
+                         });
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "tools/corpus/MaildirWriter.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QDir>
 #include <QFileInfo>

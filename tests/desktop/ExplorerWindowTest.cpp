@@ -7,8 +7,8 @@
 #include "host/desktop/MessageListModel.h"
 #include "host/desktop/MessageWindow.h"
 #include "platform/mapi/MessageStore.h"
-#include "tools/corpus/CorpusGenerator.h"
-#include "tools/corpus/MaildirWriter.h"
+#include "platform/corpus/CorpusGenerator.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QAction>
 #include <QApplication>

@@ -5,7 +5,7 @@
 
 #include "ImapTestSupport.h"
 
-#include "tools/corpus/ImapWriter.h"
+#include "platform/corpus/ImapWriter.h"
 
 #include <QUrl>
 

@@ -8,7 +8,7 @@
 // Each file is written in tmp/ and renamed into cur/, as a delivery would.
 // Existing messages are never overwritten: a name that is taken is an error.
 
-#include "CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include "platform/common/Error.h"
 

@@ -1,4 +1,4 @@
-#include "MaildirWriter.h"
+#include "platform/corpus/MaildirWriter.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,4 +1,4 @@
-#include "MimeEncoding.h"
+#include "platform/corpus/MimeEncoding.h"
 
 #include "platform/stores/common/GMimePtr.h"
 #include "platform/stores/common/MimeProperties.h"

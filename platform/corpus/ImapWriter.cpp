@@ -1,4 +1,4 @@
-#include "ImapWriter.h"
+#include "platform/corpus/ImapWriter.h"
 
 #include "platform/stores/imap/ImapStore.h"
 

@@ -26,11 +26,21 @@ struct GeneratedMessage {
     QString folder;            // "" for the INBOX, else a path such as "Sent" or "Archive/Projects"
 };
 
+// Mixed: senders, subjects and flags drawn independently of each other, the
+// mail the tests and benchmarks are measured on. Demo: the same mix, but a
+// share of the INBOX comes from correspondents who always write the same
+// kind of message (invoices from billing, helpdesk tickets, quarterly
+// reports, low-importance notes), as in a real mailbox, so that rules which
+// pair a sender with subject words find mail. A seed gives the same corpus
+// per profile; Mixed is what every seed gave before profiles existed.
+enum class CorpusProfile { Mixed, Demo };
+
 struct CorpusOptions {
     std::uint64_t seed = 1;
     int count = 100;
     QDateTime now = QDateTime(QDate(2026, 11, 1), QTime(12, 0), Qt::UTC);  // fixed so tests do not drift
     bool withAttachments = true;   // off for small, fast fixtures
+    CorpusProfile profile = CorpusProfile::Mixed;
 };
 
 class CorpusGenerator {

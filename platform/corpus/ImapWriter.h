@@ -5,7 +5,7 @@
 // Slower than writing Maildir files into a server's folder, but it works with
 // any server and lets the server index as it would for delivered mail.
 
-#include "CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
 #include "platform/common/Error.h"
 #include "platform/stores/imap/ImapSettings.h"

@@ -1,7 +1,7 @@
-#include "CorpusGenerator.h"
+#include "platform/corpus/CorpusGenerator.h"
 
-#include "CorpusRandom.h"
-#include "MimeEncoding.h"
+#include "platform/corpus/CorpusRandom.h"
+#include "platform/corpus/MimeEncoding.h"
 
 #include <QLocale>
 
@@ -36,6 +36,41 @@ const QStringList& Domains()
     static const QStringList domains = {"example.com", "example.org", "example.net", "corp.example", "mail.test"};
     return domains;
 }
+
+// The demo's recurring correspondents: who writes (one of SampleAddresses,
+// or null for any correspondent), the subjects they use ("{n}" an invoice
+// or ticket number, "{q}" a quarter, "{w}" a subject word), the importance
+// they mark mail with (null: drawn as for other mail) and how often the
+// owner answers them.
+struct Stream {
+    const char* sender;
+    QStringList subjects;
+    const char* importance;
+    int answeredPercent;
+};
+
+const std::vector<Stream>& Streams()
+{
+    static const std::vector<Stream> table = {
+        {"billing@mail.test",
+         {"Invoice {n}: payment due", "Payment received for invoice {n}",
+          "Reminder: invoice {n} awaits payment"},
+         nullptr, 5},
+        {"helpdesk@example.org",
+         {"[Ticket #{n}] Password reset", "[Ticket #{n}] VPN keeps disconnecting", "Ticket #{n} resolved"},
+         nullptr, 30},
+        {nullptr,
+         {"Quarterly report Q{q}", "Draft quarterly report for review", "Quarterly report: {w} figures"},
+         nullptr, 20},
+        {nullptr, {"Quick question about the {w}", "When you have a minute: {w} {w}"}, "Low", 60},
+    };
+    return table;
+}
+
+// Share of the demo's INBOX mail, reports and invitations aside, that comes
+// from a stream.
+constexpr int kStreamPercent = 25;
+constexpr int kAnsweredPercent = 15;
 
 struct Person {
     QString name;
@@ -80,6 +115,8 @@ private:
     }
     QByteArray AddressList(int count, bool allowGroup);
     QString SubjectText();
+    QString StreamSubject();
+    Person StreamSender();
     QByteArray SubjectHeader(const QString& prefix, const QString& text);
     QString BodyText(int paragraphs);
     QByteArray TextPart(const QString& text, const char* subtype);
@@ -91,6 +128,7 @@ private:
     const CorpusOptions& m_options;
     int m_index;
     const CharsetWords* m_charset = nullptr;  // null: plain ASCII subject
+    const Stream* m_stream = nullptr;         // null: sender and subject drawn independently
 };
 
 QByteArray Builder::AddressList(int count, bool allowGroup)
@@ -121,6 +159,33 @@ QString Builder::SubjectText()
         }
     }
     return Capitalised(parts.join(' '));
+}
+
+QString Builder::StreamSubject()
+{
+    QString text = m_rng.Pick(m_stream->subjects);
+    for (qsizetype at = text.indexOf(QLatin1Char('{')); at >= 0; at = text.indexOf(QLatin1Char('{'), at)) {
+        const QChar token = text[at + 1];
+        QString value;
+        if (token == QLatin1Char('n'))
+            value = QString::number(m_rng.Between(1000, 9999));
+        else if (token == QLatin1Char('q'))
+            value = QString::number(m_rng.Between(1, 4));
+        else
+            value = m_rng.Pick(CorpusGenerator::SampleSubjectWords());
+        text.replace(at, 3, value);
+        at += value.size();
+    }
+    return Capitalised(text);
+}
+
+Person Builder::StreamSender()
+{
+    if (!m_stream->sender) return RandomPerson();
+    const QStringList addresses = CorpusGenerator::SampleAddresses();
+    const auto i = addresses.indexOf(QLatin1String(m_stream->sender));
+    Q_ASSERT(i >= 0);
+    return {CorpusGenerator::SampleNames()[i], addresses[i]};
 }
 
 QByteArray Builder::SubjectHeader(const QString& prefix, const QString& text)
@@ -217,7 +282,8 @@ mapi::MessageFlags Builder::Flags(Kind kind)
 {
     mapi::MessageFlags flags;
     flags.seen = m_rng.Percent(70);
-    flags.answered = kind != Kind::Ndr && m_rng.Percent(15);
+    const int answeredPercent = m_stream ? m_stream->answeredPercent : kAnsweredPercent;
+    flags.answered = kind != Kind::Ndr && m_rng.Percent(answeredPercent);
     flags.flagged = m_rng.Percent(10);
     if (m_rng.Percent(8)) flags.keywords << "$Forwarded";
     if (!flags.flagged && m_rng.Percent(6)) flags.keywords << "$Completed";
@@ -240,17 +306,21 @@ GeneratedMessage Builder::Build()
     if (!special) out.folder = CorpusGenerator::Folders()[m_rng.Weighted({64, 16, 12, 8})];
     const bool sent = out.folder == "Sent";
     if (!special && m_rng.Percent(30)) m_charset = &m_rng.Pick(Charsets());
+    // Only the demo draws here, so a seed still gives the mixed profile the
+    // mail it always gave.
+    const bool demoInbox = m_options.profile == CorpusProfile::Demo && !special && out.folder.isEmpty();
+    if (demoInbox && m_rng.Percent(kStreamPercent)) m_stream = &m_rng.Pick(Streams());
 
     const qint64 span = 3LL * 365 * 24 * 3600;
     const QDateTime date = m_options.now.addSecs(-static_cast<qint64>(m_rng.Below(static_cast<std::uint64_t>(span))));
     const Person owner{"Mailbox Owner", CorpusGenerator::OwnerAddress()};
-    const Person from = sent ? owner : RandomPerson();
+    const Person from = sent ? owner : m_stream ? StreamSender() : RandomPerson();
     const QByteArray messageId = "<" + QByteArray::number(static_cast<qulonglong>(m_options.seed)) + "." +
                                  QByteArray::number(m_index) + "." +
                                  QByteArray::number(static_cast<qulonglong>(m_rng.Next() & 0xFFFFFFFF), 16) +
                                  "@mail.test>";
 
-    QString subject = SubjectText();
+    QString subject = m_stream ? StreamSubject() : SubjectText();
     QString prefix;
     QByteArray head;
     QByteArray body;
@@ -384,7 +454,9 @@ GeneratedMessage Builder::Build()
     if (sent && m_rng.Percent(20)) headers += "Bcc: " + AddressList(m_rng.Between(1, 2), false) + "\n";
     headers += "Subject: " + SubjectHeader(prefix, subject) + "\n";
     headers += "Message-ID: " + messageId + "\n";
-    const int importance = m_rng.Weighted({80, 10, 10});
+    const bool markedByStream = m_stream && m_stream->importance;
+    const int importance = markedByStream ? -1 : m_rng.Weighted({80, 10, 10});
+    if (markedByStream) headers += "Importance: " + QByteArray(m_stream->importance) + "\n";
     if (importance == 1) headers += "Importance: " + QByteArray(m_rng.Percent(50) ? "High" : "Low") + "\n";
     if (importance == 2) headers += "X-Priority: " + QByteArray::number(m_rng.Between(1, 5)) + "\n";
     headers += "MIME-Version: 1.0\n" + head;
