@@ -294,6 +294,7 @@ def main():
                         row[phase] = timed(env, argv, tag)
                         if mode == "rtt":
                             row[phase]["commands"] = counts_of(counts)
+                            row[phase]["seconds"] = counts_of(counts + ".seconds")
                         if phase == "first":
                             row["ids"] = moved_ids()
                     dovecot_down()
@@ -344,9 +345,10 @@ def render(results):
         for program in programs:
             rows = [x for x in results if x["mode"] == mode and x["program"] == program]
             if rows and mode == "rtt":
-                lines.append("%s, commands by name (first pass): %s; again: %s" % (
-                    program, dict(sorted(rows[0]["first"].get("commands", {}).items())),
-                    dict(sorted(rows[0]["again"].get("commands", {}).items()))))
+                for phase in ("first", "again"):
+                    c, t = rows[0][phase].get("commands", {}), rows[0][phase].get("seconds", {})
+                    lines.append("%s, %s: %s" % (program, phase, ", ".join(
+                        "%s %d (%.2f s)" % (k, c[k], t.get(k, 0)) for k in sorted(c))))
     lines.append("")
     lines += verify(results)
     return "\n".join(lines) + "\n"
