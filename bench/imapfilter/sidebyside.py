@@ -16,7 +16,8 @@ Environment: MV_BENCH_RTT_MS (40) the round trip of the latency mode;
 MV_BENCH_ROUNDS (2); MV_BENCH_MODES ("loopback,rtt"); MV_BENCH_PROGRAMS
 ("mailvane,imapfilter,minimal"); MV_BENCH_WORK=DIR keeps the work folder and
 reuses its corpus when the count matches. Results go to DIR/report.md and
-DIR/results.json.
+DIR/results.json (rewritten after every run); MV_BENCH_REPORT=results.json
+prints the report of an earlier run again (same COUNT and rules).
 """
 import json, os, re, shutil, socket, statistics, subprocess, sys, time
 
@@ -302,6 +303,8 @@ def main():
                         r, mode, program, row["first"]["wall"], row["again"]["wall"],
                         sum(len(v) for v in row["ids"].values())), flush=True)
                     results.append(row)
+                    # Kept after every run: a run cut short still reports.
+                    json.dump(results, open(os.path.join(work, "results.json"), "w"))
     finally:
         proxy.terminate()
         dovecot_down()
@@ -395,4 +398,7 @@ def verify(results):
 
 
 if __name__ == "__main__":
-    main()
+    if os.environ.get("MV_BENCH_REPORT"):  # the report again from a results.json
+        print(render(json.load(open(os.environ["MV_BENCH_REPORT"]))))
+    else:
+        main()
