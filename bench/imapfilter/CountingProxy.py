@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """A TCP proxy on 127.0.0.1 that counts the IMAP commands a client sends.
 
-usage: CountingProxy.py LISTEN_PORT SERVER_PORT COUNT_FILE
+usage: CountingProxy.py LISTEN_PORT SERVER_PORT COUNT_FILE [DELAY_MS]
 Every tagged client line ("a001 UID SEARCH ...") counts as one command; the
 running totals by command name are rewritten to COUNT_FILE after each line;
 removing COUNT_FILE starts the totals afresh.
@@ -9,15 +9,62 @@ Literals a client sends ({n}) are passed through without being counted.
 COUNT_FILE.seconds gets the time by command name from the command to its
 tagged answer (the server's work plus the transfer; both clients send one
 command at a time).
+DELAY_MS (default 0) holds every chunk that long before passing it on, in
+both directions: half the round trip of a distant server, so that every
+client pays the same round trips. Order is kept; bandwidth is not limited.
 """
-import collections, json, os, re, socket, sys, threading, time
+import collections, json, os, queue, re, socket, sys, threading, time
 
 listen_port, server_port, count_file = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3]
+delay = (float(sys.argv[4]) if len(sys.argv) > 4 else 0.0) / 1000.0
 counts = collections.Counter()
 seconds = collections.Counter()
 lock = threading.Lock()
 command = re.compile(rb"^[^ \r\n]+ (UID )?([A-Za-z]+)")
 literal = re.compile(rb"\{(\d+)\+?\}\r?\n$")
+
+
+class Delayed:
+    """Passes chunks on to `sock` `delay` seconds after they came in."""
+
+    def __init__(self, sock):
+        self.sock = sock
+        self.chunks = queue.Queue()
+        if delay > 0:
+            threading.Thread(target=self._run, daemon=True).start()
+
+    def sendall(self, data):
+        if delay > 0:
+            self.chunks.put((time.monotonic() + delay, data))
+        else:
+            self.sock.sendall(data)
+
+    def close(self):
+        if delay > 0:
+            self.chunks.put((0, None))  # after everything queued before it
+        else:
+            shut(self.sock)
+
+    def _run(self):
+        try:
+            while True:
+                due, data = self.chunks.get()
+                if data is None:
+                    break
+                wait = due - time.monotonic()
+                if wait > 0:
+                    time.sleep(wait)
+                self.sock.sendall(data)
+        except OSError:
+            pass
+        shut(self.sock)
+
+
+def shut(sock):
+    try:
+        sock.shutdown(socket.SHUT_RDWR)
+    except OSError:
+        pass
 
 
 def pump(src, dst, count, pending):
@@ -74,11 +121,8 @@ def pump(src, dst, count, pending):
     except OSError:
         pass
     finally:
-        for s in (src, dst):
-            try:
-                s.shutdown(socket.SHUT_RDWR)
-            except OSError:
-                pass
+        shut(src)
+        dst.close()
 
 
 server = socket.socket()
@@ -88,6 +132,8 @@ server.listen(16)
 while True:
     client, _ = server.accept()
     upstream = socket.create_connection(("127.0.0.1", server_port))
+    for sock in (client, upstream):
+        sock.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)  # no extra wait on small writes
     pending = []  # [(tag, name, sent at)] of the command awaiting its answer
-    threading.Thread(target=pump, args=(client, upstream, True, pending), daemon=True).start()
-    threading.Thread(target=pump, args=(upstream, client, False, pending), daemon=True).start()
+    threading.Thread(target=pump, args=(client, Delayed(upstream), True, pending), daemon=True).start()
+    threading.Thread(target=pump, args=(upstream, Delayed(client), False, pending), daemon=True).start()

@@ -76,6 +76,15 @@ def lua(port):
 
 
 def xml(folders_text, sample):
+    rows = []
+    for dst, kind, value in RULES:
+        rows.append((dst, {k: v.format(v=value) for k, v in XML[kind].items()}))
+    return xml_rows(folders_text, sample, rows)
+
+
+def xml_rows(folders_text, sample, rows):
+    """Rule rows for `mailvane import`: rows are (destination, {column: value})
+    over a rule that tests nothing; the source is the INBOX."""
     ids, store = {}, ""
     for line in folders_text.splitlines():
         m = re.match(r"^  ([0-9A-F]+)  (\S+)", line)
@@ -85,19 +94,20 @@ def xml(folders_text, sample):
         if m:
             store = m.group(1)
     head = sample[: sample.index("<rs:data>")]
-    rows = []
-    for n, (dst, kind, value) in enumerate(RULES, 1):
+    out = []
+    for n, (dst, values) in enumerate(rows, 1):
         cols = {"FromAddress": "", "ToAddress": "", "CcAddress": "", "Subject": "", "Message": "",
                 "Importance": "3", "Status": "2", "FlagStatus": "0", "MsgAgeID": "13", "LastVerb": "0"}
-        cols.update({k: v.format(v=value) for k, v in XML[kind].items()})
+        cols.update(values)
         attrs = {"RuleID": str(n), "RuleName": dst, "SortID": str(n), "Active": "-1",
                  "SrcEntryID": ids.get("INBOX", ids.get("Inbox")), "SrcStoreID": store, "DstEntryID": ids[dst], "DstStoreID": store}
         attrs.update(cols)
-        rows.append("\t<z:row " + " ".join("%s=%s" % (k, quoteattr(v)) for k, v in attrs.items()) + "/>")
-    return head + "<rs:data>\n" + "\n".join(rows) + "\n</rs:data>\n</xml>\n"
+        out.append("\t<z:row " + " ".join("%s=%s" % (k, quoteattr(v)) for k, v in attrs.items()) + "/>")
+    return head + "<rs:data>\n" + "\n".join(out) + "\n</rs:data>\n</xml>\n"
 
 
-if sys.argv[1] == "lua":
-    sys.stdout.write(lua(sys.argv[2]))
-else:
-    sys.stdout.write(xml(open(sys.argv[2]).read(), open(sys.argv[3]).read()))
+if __name__ == "__main__":
+    if sys.argv[1] == "lua":
+        sys.stdout.write(lua(sys.argv[2]))
+    else:
+        sys.stdout.write(xml(open(sys.argv[2]).read(), open(sys.argv[3]).read()))
