@@ -147,7 +147,7 @@ public:
     qint64 fileSize() const { return m_size; }
 
 private:
-    explicit MessageIndexFile(QString path) : m_path(std::move(path)) {}
+    explicit MessageIndexFile(QString path);
     bool Load();
     void Unload();
     void Merge() const;
