@@ -462,12 +462,36 @@ void MessageIndexFile::Clear()
     m_dirty = true;
 }
 
+std::vector<quint64> MessageIndexFile::AnswersOf(const RecordView& record) const
+{
+    if (record.m_pending) return record.m_pending->bodyAnswers;
+    const DiskRecord* r = Disk(record.m_base);
+    std::vector<quint64> out(m_layout->answers + r->answerBegin, m_layout->answers + r->answerBegin + r->answerCount);
+    auto it = m_pendingAnswers.find(QByteArray::fromRawData(record.key().data(), record.key().size()));
+    if (it != m_pendingAnswers.end()) out.insert(out.end(), it->second.begin(), it->second.end());
+    return out;
+}
+
+void MessageIndexFile::Replace(std::vector<Record> records)
+{
+    for (Record& r : records) {
+        const RecordView old = find(r.key);
+        r.bodyAnswers.clear();
+        if (!old.isNull() && old.size() == r.size && old.stamp() == r.stamp) r.bodyAnswers = AnswersOf(old);
+    }
+    Clear();
+    for (Record& r : records) {
+        QByteArray key = r.key;
+        m_pending[key] = std::move(r);
+    }
+}
+
 void MessageIndexFile::Put(Record record)
 {
     const RecordView old = find(record.key);
     record.bodyAnswers.clear();
     if (!old.isNull() && old.size() == record.size && old.stamp() == record.stamp)
-        record.bodyAnswers = old.ToRecord().bodyAnswers;
+        record.bodyAnswers = AnswersOf(old);
     m_pendingAnswers.erase(record.key);
     QByteArray key = record.key;
     m_pending[key] = std::move(record);
