@@ -66,6 +66,7 @@ public:
     // The folder's state changed (scan, move, rename): its file is written
     // again from it at Flush.
     void MarkChanged(const QString& folderPath) { m_changed[folderPath] = true; }
+    bool changed(const QString& folderPath) const { return m_changed.count(folderPath) != 0; }
 
     // Writes every folder's pending changes: records from `state` for the
     // changed folders that are loaded, then the learned answers. Errors are

@@ -23,6 +23,7 @@
 #include <cerrno>
 #include <thread>
 #include <cstdio>
+#include <ctime>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -91,6 +92,30 @@ QString MaildirStore::quickIndexDir() const
 
 Status MaildirStore::FlushIndex()
 {
+    // A folder this store changed after its last scan (its own moves) is
+    // scanned once more, so that the next process finds an index that
+    // matches the directories; once their times are old enough to trust,
+    // which on a file system with fine times is a wait of at most 0.1 s.
+    for (const auto& [path, state] : m_folders) {
+        if (!state->loaded() || !m_quick->changed(path)) continue;
+        if (state->trustedValidity() == MaildirQuickIndex::ValidityNow(state->dir())) continue;
+        qint64 waitNs = 0;
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        const qint64 nowNs = qint64(now.tv_sec) * 1000000000LL + now.tv_nsec;
+        for (const char* sub : {"/cur", "/new"}) {
+            struct stat st{};
+            if (::stat(QFile::encodeName(state->dir() + QLatin1String(sub)).constData(), &st) != 0) continue;
+            const qint64 mtime = qint64(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+            waitNs = std::max(waitNs, mtime + MaildirFolderState::TrustMarginNs(mtime) - nowNs + 1000000);
+        }
+        if (waitNs > 250000000LL) continue;  // a coarse file system: the next process scans
+        if (waitNs > 0) {
+            const timespec pause{0, long(waitNs)};
+            ::nanosleep(&pause, nullptr);
+        }
+        (void)ScannedFolder(path);
+    }
     return m_quick->Flush([this](const QString& folderPath) -> const MaildirFolderState* {
         auto it = m_folders.find(folderPath);
         return it == m_folders.end() ? nullptr : it->second.get();
