@@ -41,7 +41,7 @@ inline std::vector<Rule> EverydayRules()
         {"copy recipient", rule([&](auto& r) { r.ccAddress = at(names, 3); }), {}},
         {"body text", rule([](auto& r) { r.message = QStringLiteral("wrote:"); }), {}},
         {"body text + subject", rule([&](auto& r) { r.message = at(words, 7).toLower(); r.subject = at(words, 8); }), {}},
-        {"read", rule([](auto& r) { r.status = 1; }), 30},
+        {"read, older than a year", rule([](auto& r) { r.status = 1; }), 365},
         {"flagged", rule([](auto& r) { r.flagStatus = 2; }), {}},
         {"answered", rule([](auto& r) { r.lastVerb = engine::kLastVerbReplied; }), {}},
         {"forwarded", rule([](auto& r) { r.lastVerb = engine::kLastVerbForwarded; }), {}},

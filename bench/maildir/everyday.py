@@ -36,7 +36,7 @@ RULES = [
     ("R09", {"CcAddress": "Frida Holm"}, 'to:"Frida Holm"'),
     ("R10", {"Message": "wrote:"}, "body:wrote"),
     ("R11", {"Message": "update", "Subject": "agenda"}, "body:update AND subject:agenda"),
-    ("R12", {"Status": "1", "MsgAgeID": "9"}, "NOT tag:unread AND date:..1month"),
+    ("R12", {"Status": "1", "MsgAgeID": "12"}, "NOT tag:unread AND date:..1year"),
     ("R13", {"FlagStatus": "2"}, "tag:flagged"),
     ("R14", {"LastVerb": "102"}, "tag:replied"),
     ("R15", {"LastVerb": "104"}, "tag:passed"),

@@ -81,26 +81,26 @@ TEST_F(MaildirQuickIndexTest, ChangesAreSeenAndOnlyChangedBodiesReadAgain)
 {
     struct Change {
         const char* name;
-        std::function<void(MaildirQuickIndexTest&)> apply;
+        std::function<void()> apply;
         QStringList bodyMatches;
         int bodyReads;
     };
     const std::vector<Change> changes = {
-        {"a delivery", [](auto& t) { t.Put({}, QStringLiteral("new/1003.d.host"), Mail(QStringLiteral("new"), {}, {}, "invoice\n")); },
+        {"a delivery", [this] { Put({}, QStringLiteral("new/1003.d.host"), Mail(QStringLiteral("new"), {}, {}, "invoice\n")); },
          {QStringLiteral("invoice March"), QStringLiteral("lunch"), QStringLiteral("new")}, 1},
-        {"a message replaced under its name", [](auto& t) {
-             const QString tmp = t.root + QStringLiteral("/tmp/x");
+        {"a message replaced under its name", [this] {
+             const QString tmp = root + QStringLiteral("/tmp/x");
              WriteFile(tmp, Mail(QStringLiteral("lunch"), {}, {}, "No bill this time, longer text.\n"));
              ASSERT_EQ(::rename(QFile::encodeName(tmp).constData(),
-                                QFile::encodeName(t.root + QStringLiteral("/cur/1002.c.host:2,F")).constData()), 0);
+                                QFile::encodeName(root + QStringLiteral("/cur/1002.c.host:2,F")).constData()), 0);
          }, {QStringLiteral("invoice March")}, 1},
-        {"a flag changed by another client", [](auto& t) {
-             ASSERT_TRUE(QFile::rename(t.root + QStringLiteral("/cur/1001.b.host:2,"), t.root + QStringLiteral("/cur/1001.b.host:2,S")));
+        {"a flag changed by another client", [this] {
+             ASSERT_TRUE(QFile::rename(root + QStringLiteral("/cur/1001.b.host:2,"), root + QStringLiteral("/cur/1001.b.host:2,S")));
          }, {QStringLiteral("invoice March"), QStringLiteral("lunch")}, 0},
-        {"a message removed", [](auto& t) { ASSERT_TRUE(QFile::remove(t.root + QStringLiteral("/cur/1000.a.host:2,S"))); },
+        {"a message removed", [this] { ASSERT_TRUE(QFile::remove(root + QStringLiteral("/cur/1000.a.host:2,S"))); },
          {QStringLiteral("lunch")}, 0},
-        {"the index file garbled", [](auto& t) {
-             auto store = t.Open();
+        {"the index file garbled", [this] {
+             auto store = Open();
              for (const QString& f : QDir(store->quickIndexDir()).entryList(QDir::Files)) {
                  QFile file(store->quickIndexDir() + QLatin1Char('/') + f);
                  ASSERT_TRUE(file.open(QIODevice::ReadWrite));
@@ -117,7 +117,7 @@ TEST_F(MaildirQuickIndexTest, ChangesAreSeenAndOnlyChangedBodiesReadAgain)
         QFile::rename(root + QStringLiteral("/cur/1001.b.host:2,S"), root + QStringLiteral("/cur/1001.b.host:2,"));
         Age();
         (void)Subjects(*Open(), kInbox, &body);  // answers remembered
-        c.apply(*this);
+        c.apply();
         Age();
         auto later = Fresh();
         QStringList expected = c.bodyMatches;

@@ -25,7 +25,7 @@ std::optional<std::optional<QVariant>> MaildirIndexedSource::Own(mapi::PropTag t
     case mapi::PR_BODY:
         if (!m_body) {
             if (m_context.bodyReads) ++*m_context.bodyReads;
-            const QString path = m_context.dir + QLatin1Char('/') + QString::fromUtf8(r.aux());
+            const QString path = m_context.dir + QLatin1Char('/') + MaildirQuickIndex::RelNameOf(r.aux(), r.key());
             auto body = MimeProperties::BodyFromFile(path);
             // A body that cannot be read matches no body term; the headers still do.
             m_body = body.ok() ? std::optional<QVariant>(QVariant(*body)) : std::nullopt;

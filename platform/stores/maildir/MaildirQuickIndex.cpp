@@ -48,6 +48,22 @@ QByteArray MaildirQuickIndex::ValidityNow(const QString& dir)
     return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
 }
 
+QByteArray MaildirQuickIndex::AuxOf(const QString& relName, const QString& unique)
+{
+    QByteArray aux = relName.toUtf8();
+    const QByteArray u = unique.toUtf8();
+    const qsizetype at = aux.indexOf('/') + 1;
+    if (!u.isEmpty() && QByteArrayView(aux).sliced(at).startsWith(u)) aux.replace(at, u.size(), QByteArray(1, '\0'));
+    return aux;
+}
+
+QString MaildirQuickIndex::RelNameOf(QByteArrayView aux, QByteArrayView key)
+{
+    QByteArray name = aux.toByteArray();
+    if (const qsizetype at = name.indexOf('\0'); at >= 0) name.replace(at, 1, key.toByteArray());
+    return QString::fromUtf8(name);
+}
+
 QString MaildirQuickIndex::FileFor(const QString& folderPath) const
 {
     const QByteArray hash = QCryptographicHash::hash(folderPath.toUtf8(), QCryptographicHash::Sha1).toHex();
@@ -87,7 +103,7 @@ MessageIndexFile::Record MaildirQuickIndex::RecordOf(const CachedMessage& messag
 {
     MessageIndexFile::Record r;
     r.key = message.file.unique.toUtf8();
-    r.aux = message.file.relName.toUtf8();
+    r.aux = AuxOf(message.file.relName, message.file.unique);
     r.size = message.file.size;
     r.stamp = message.file.mtimeNs;
     r.dateMs = message.delivered.toMSecsSinceEpoch();

@@ -74,6 +74,11 @@ public:
     Status Flush(const std::function<const MaildirFolderState*(const QString& folderPath)>& state);
 
     static QByteArray ValidityNow(const QString& dir);
+    // Record::aux is the file's name relative to the folder with the unique
+    // name left out (a NUL in its place): "cur/\0:2,S". Few folders have
+    // more than a handful of those, so the pool keeps each once.
+    static QByteArray AuxOf(const QString& relName, const QString& unique);
+    static QString RelNameOf(QByteArrayView aux, QByteArrayView key);
     static MessageIndexFile::Record RecordOf(const CachedMessage& message);
 
 private:
