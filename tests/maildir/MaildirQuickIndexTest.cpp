@@ -74,7 +74,7 @@ TEST_F(MaildirQuickIndexTest, UnchangedFolderIsAnsweredFromTheIndexAlone)
     EXPECT_EQ(Subjects(*second, kInbox, &flagged), QStringList{QStringLiteral("lunch")});
     EXPECT_EQ(Subjects(*second, kInbox), (QStringList{QStringLiteral("invoice April"), QStringLiteral("invoice March"),
                                                       QStringLiteral("lunch")}));
-    EXPECT_EQ(parses, 0);
+    EXPECT_EQ(parses.load(), 0);
 }
 
 TEST_F(MaildirQuickIndexTest, ChangesAreSeenAndOnlyChangedBodiesReadAgain)
@@ -111,11 +111,8 @@ TEST_F(MaildirQuickIndexTest, ChangesAreSeenAndOnlyChangedBodiesReadAgain)
     };
     for (const Change& c : changes) {
         SCOPED_TRACE(c.name);
-        QDir(m_tmp.path() + QStringLiteral("/cache")).removeRecursively();
+        for (const char* dir : {"/cache", "/Mail/cur", "/Mail/new"}) QDir(m_tmp.path() + QLatin1String(dir)).removeRecursively();
         SetUp();
-        for (const char* f : {"cur/1003.d.host:2,", "new/1003.d.host"}) QFile::remove(root + QLatin1Char('/') + QLatin1String(f));
-        QFile::rename(root + QStringLiteral("/cur/1001.b.host:2,S"), root + QStringLiteral("/cur/1001.b.host:2,"));
-        Age();
         (void)Subjects(*Open(), kInbox, &body);  // answers remembered
         c.apply();
         Age();
@@ -129,7 +126,7 @@ TEST_F(MaildirQuickIndexTest, ChangesAreSeenAndOnlyChangedBodiesReadAgain)
         auto next = Fresh();
         EXPECT_EQ(Subjects(*next, kInbox, &body), expected);
         EXPECT_EQ(next->lastBodyReads(), 0);
-        EXPECT_EQ(parses, 0);
+        EXPECT_EQ(parses.load(), 0);
     }
 }
 
