@@ -28,8 +28,8 @@ protected:
     // (recent ones are not trusted), and never the same twice.
     void Age()
     {
-        ++m_ages;
-        for (const char* sub : {"/cur", "/new"}) SetMtime(root + QLatin1String(sub), std::time(nullptr) - 60 - m_ages);
+        m_age = m_age ? m_age - 1 : std::time(nullptr) - 60;
+        for (const char* sub : {"/cur", "/new"}) SetMtime(root + QLatin1String(sub), m_age);
     }
 
     // A store of a new process that counts the files it parses.
@@ -54,7 +54,7 @@ protected:
         {Restriction::Content(PR_BODY, QStringLiteral("invoice")), Restriction::Content(PR_SUBJECT, QStringLiteral("march"))});
     const Restriction body = Restriction::Content(PR_BODY, QStringLiteral("invoice"));
     std::atomic<int> parses = 0;
-    int m_ages = 0;
+    qint64 m_age = 0;
 };
 
 TEST_F(MaildirQuickIndexTest, UnchangedFolderIsAnsweredFromTheIndexAlone)
