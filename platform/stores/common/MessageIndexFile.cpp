@@ -698,7 +698,8 @@ Status MessageIndexFile::Commit()
     const quint64 sum = Checksum(reinterpret_cast<const uchar*>(out.constData()), out.size());
     out.append(reinterpret_cast<const char*>(&sum), 8);
 
-    const QString tmp = m_path + QStringLiteral(".new");
+    // Per process: two processes writing at once must not share a file.
+    const QString tmp = m_path + QStringLiteral(".new.") + QString::number(::getpid());
     const QByteArray tmpName = QFile::encodeName(tmp);
     const int fd = ::open(tmpName.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
     if (fd < 0) return Error::temporary(QStringLiteral("Cannot write %1: %2").arg(tmp, qt_error_string(errno)), errno);
