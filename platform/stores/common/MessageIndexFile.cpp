@@ -673,13 +673,42 @@ Status WriteAll(int fd, const QByteArray& data, const QString& path)
 Status MessageIndexFile::Commit()
 {
     if (!m_dirty) return Status::success();
+    return WriteWith(validity(), count(), [this](qsizetype i) { return at(i).ToRecord(); });
+}
+
+Status MessageIndexFile::Rewrite(const QByteArray& validity, qsizetype count,
+                                 const std::function<Record(qsizetype)>& recordAt)
+{
+    return WriteWith(validity, count, [&](qsizetype i) {
+        Record r = recordAt(i);
+        const RecordView old = find(r.key);
+        if (!old.isNull() && old.size() == r.size && old.stamp() == r.stamp) {
+            for (const quint64 a : AnswersOf(old)) {
+                const bool known = std::any_of(r.bodyAnswers.begin(), r.bodyAnswers.end(),
+                                               [a](quint64 b) { return (a & ~quint64(1)) == (b & ~quint64(1)); });
+                if (!known) r.bodyAnswers.push_back(a);
+            }
+        }
+        return r;
+    });
+}
+
+Status MessageIndexFile::WriteWith(const QByteArray& validity, qsizetype n,
+                                   const std::function<Record(qsizetype)>& recordAt)
+{
     Writer w;
     FileHeader h{};
     std::memcpy(h.magic, kMagic, 8);
     h.version = kVersion;
-    h.validityRef = w.Bytes(validity());
-    const qsizetype n = count();
-    for (qsizetype i = 0; i < n; ++i) w.Record(at(i).ToRecord());
+    h.validityRef = w.Bytes(validity);
+    QByteArray previous;
+    for (qsizetype i = 0; i < n; ++i) {
+        const Record r = recordAt(i);
+        if (i > 0 && !(QByteArrayView(previous) < QByteArrayView(r.key)))
+            return Error::permanent(QStringLiteral("Index records out of key order at %1.").arg(QString::fromUtf8(r.key)));
+        previous = r.key;
+        w.Record(r);
+    }
     h.tagCount = quint32(w.tags.size() / 4);
     h.recordCount = w.recordCount;
     h.propCount = w.propCount;

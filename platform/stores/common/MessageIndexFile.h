@@ -39,6 +39,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -137,6 +138,15 @@ public:
     void RememberBody(QByteArrayView key, quint64 termKey, bool answer);
     bool hasChanges() const { return m_dirty; }
 
+    // Writes the folder anew from `recordAt(0 .. count-1)`, given in key
+    // order, one at a time (nothing gathered first, so a large folder costs
+    // one record's memory, not all of them), with `validity`. Each key keeps
+    // the body answers it has under the same size and stamp, besides those
+    // its record carries. Pending changes are dropped. Keys out of order
+    // are a Permanent error and write nothing. Otherwise as Commit.
+    Status Rewrite(const QByteArray& validity, qsizetype count,
+                   const std::function<Record(qsizetype i)>& recordAt);
+
     // Writes the pending changes: a new file beside the old one (0600),
     // fsynced and renamed over it. On failure the pending changes stay and
     // the old file is untouched. Does nothing without changes.
@@ -154,6 +164,7 @@ private:
     explicit MessageIndexFile(QString path);
     bool Load();
     std::vector<quint64> AnswersOf(const RecordView& record) const;
+    Status WriteWith(const QByteArray& validity, qsizetype count, const std::function<Record(qsizetype)>& recordAt);
     void Unload();
     void Merge() const;
 

@@ -4,6 +4,7 @@
 
 #include <QCryptographicHash>
 #include <QFile>
+#include <QHash>
 
 #include <sys/stat.h>
 
@@ -135,9 +136,24 @@ Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(co
         if (!file) continue;
         const MaildirFolderState* state = changed ? stateOf(path) : nullptr;
         if (state && state->loaded()) {
+            // Written record by record: a folder of 100,000 messages would
+            // otherwise be held a second time while the file is written.
+            QHash<QByteArray, std::vector<quint64>> learned;
+            if (auto it = m_learned.find(path); it != m_learned.end()) {
+                for (const LearnedAnswer& a : it->second)
+                    learned[a.key].push_back((a.term & ~quint64(1)) | (a.answer ? 1 : 0));
+            }
+            const auto& messages = state->ordered();
+            const Status s = file->Rewrite(state->trustedValidity(), qsizetype(messages.size()), [&](qsizetype i) {
+                MessageIndexFile::Record r = RecordOf(*messages[size_t(i)]);
+                r.bodyAnswers = learned.value(r.key);
+                return r;
+            });
+            if (s.ok()) continue;
+            // Names whose UTF-8 order is not the folder's: the slower way.
             std::vector<MessageIndexFile::Record> records;
-            records.reserve(state->ordered().size());
-            for (const CachedMessage* m : state->ordered()) records.push_back(RecordOf(*m));
+            records.reserve(messages.size());
+            for (const CachedMessage* m : messages) records.push_back(RecordOf(*m));
             file->Replace(std::move(records));
             file->SetValidity(state->trustedValidity());
         } else if (changed) {
