@@ -94,7 +94,8 @@ TEST_F(StoreTest, QueriesAnswerFromTheIndexAndReadBodiesOnlyWhenAsked)
         for (const auto& c : cases) {
             SCOPED_TRACE(std::string(c.name) + (fromIndex ? " from the index" : " from the files"));
             EXPECT_EQ(Subjects(*store, kInbox, &c.restriction), c.subjects);
-            EXPECT_EQ(store->lastBodyReads(), c.bodyReads);
+            // A later store reads no body again: the answers are remembered.
+            EXPECT_EQ(store->lastBodyReads(), fromIndex ? 0 : c.bodyReads);
         }
         if (fromIndex) {
             EXPECT_EQ(store->lastScan().parsed, 0);
@@ -199,6 +200,8 @@ TEST_F(StoreTest, CorruptIndexIsRebuiltAndOneThatCannotBeMadeIsAnError)
     QFile::remove(indexPath + "-wal");
     QFile::remove(indexPath + "-shm");
     WriteFile(indexPath, "this is not a database at all" + QByteArray(8192, 'z'));
+    // Without the compact index, which would answer without the SQLite file.
+    QDir(m_tmp.path() + "/cache/index.folders").removeRecursively();
     {
         auto store = Open();
         EXPECT_EQ(Subjects(*store, kInbox), (QStringList{"a", "b"}));

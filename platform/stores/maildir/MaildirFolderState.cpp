@@ -20,10 +20,6 @@ namespace mv::stores::maildir {
 namespace {
 
 constexpr qint64 kNsPerSec = 1000000000LL;
-// Directory times newer than this, relative to the scan, are not trusted:
-// the file system's clock is coarse, so a change in the same tick as the
-// scan would otherwise be missed.
-constexpr qint64 kTrustMarginNs = 2 * kNsPerSec;
 
 qint64 MtimeNs(const struct stat& st)
 {
@@ -106,6 +102,13 @@ void ParseAll(ParseJob* jobs, size_t count, const QString& dir, const HeaderPars
 
 }  // namespace
 
+qint64 MaildirFolderState::TrustMarginNs(qint64 mtimeNs)
+{
+    // Whole seconds (no nanoseconds) mean a coarse file system: two seconds
+    // covers FAT's. Finer ones stamp from a clock that ticks in milliseconds.
+    return mtimeNs % kNsPerSec == 0 ? 2 * kNsPerSec : kNsPerSec / 10;
+}
+
 void MaildirFolderState::Derive(CachedMessage& m)
 {
     const MaildirName name = MaildirName::Parse(m.file.relName.section(QLatin1Char('/'), 1));
@@ -176,6 +179,13 @@ Status MaildirFolderState::LoadKeywords()
     m_flagStates.clear();
     for (auto& [unique, m] : m_messages) Derive(m);
     return Status::success();
+}
+
+QByteArray MaildirFolderState::trustedValidity() const
+{
+    if (!m_loaded || m_curMtime == 0) return {};
+    const qint64 times[3] = {m_curMtime, m_newMtime, m_keywordsMtime};
+    return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
 }
 
 const std::vector<const CachedMessage*>& MaildirFolderState::ordered() const
@@ -314,7 +324,7 @@ Status MaildirFolderState::Scan(MaildirIndex& index, const HeaderParser& parser,
     stats.renamed = int(renames.size());
     stats.dropped = int(gone.size());
 
-    const bool trusted = scanStart - curMtime > kTrustMarginNs && scanStart - newMtime > kTrustMarginNs
+    const bool trusted = scanStart - curMtime > TrustMarginNs(curMtime) && scanStart - newMtime > TrustMarginNs(newMtime)
         && stats.unreadable == 0;
     m_curMtime = trusted ? curMtime : 0;
     m_newMtime = trusted ? newMtime : 0;
