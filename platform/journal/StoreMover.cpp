@@ -114,7 +114,8 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
         r.run = ctx.run;
         r.ruleId = ctx.ruleId;
         r.ruleName = ctx.ruleName;
-        r.kind = sameStore ? MoveKind::SameStore : MoveKind::CrossStore;
+        r.kind = entries[i].undoOf ? MoveKind::Undo : sameStore ? MoveKind::SameStore : MoveKind::CrossStore;
+        r.undoOf = entries[i].undoOf;
         r.srcStore = src.StoreId();
         r.srcFolder = srcFolder;
         r.srcId = entries[i].id;

@@ -53,6 +53,7 @@ public:
         QByteArray id;                    // the message's binary identifier
         bool clearCompletedFlag = false;  // clear its completed flag, only if it moves
         QString subject, sender;          // for the history
+        qint64 undoOf = 0;                // taking back this journal row: written as MoveKind::Undo
     };
     struct Context {
         qint64 run = 0;
@@ -80,6 +81,8 @@ public:
     Status Recover();
 
     MoveJournal& Journal() const { return m_journal; }
+    // The open store with that identifier; nullptr when none.
+    mapi::MessageStore* Store(const QByteArray& storeId) const { return m_stores ? m_stores(storeId) : nullptr; }
 
     // The points of a move where a process may die; for tests and kill
     // trials. When the callback returns true at a step, Move stops there
