@@ -69,8 +69,15 @@ RunUndo::Report RunUndo::Examine(qint64 run, std::vector<size_t>& candidates, st
     for (const MoveRow& u : *undone)
         if (u.state == MoveState::Moved) back.insert(u.undoOf);
 
+    // A message a later rule of the same run moved on is one message: its
+    // first row takes it back from wherever the run left it, and the rows
+    // that continued it are not items of their own.
+    auto taken = [](const MoveRow& r) { return r.state == MoveState::Moved && r.kind != MoveKind::Undo; };
+    std::set<std::pair<QByteArray, QByteArray>> arrived;
+    for (const MoveRow& r : *rows)
+        if (taken(r)) arrived.insert({r.dstStore, r.dstId});
     for (const MoveRow& r : *rows) {
-        if (r.state != MoveState::Moved || r.kind == MoveKind::Undo) continue;
+        if (!taken(r) || arrived.count({r.srcStore, r.srcId})) continue;
         Item item{r, Fate::Failed, QString()};
         if (back.count(r.id)) {
             item.fate = Fate::AlreadyBack;
@@ -78,8 +85,11 @@ RunUndo::Report RunUndo::Examine(qint64 run, std::vector<size_t>& candidates, st
             continue;
         }
         // Where the message is now: follow the later moves of it. `at` is
-        // the row whose destination it is in.
+        // the row whose destination it is in; `placed` the last row of this
+        // run on the way, whose destination is where the run left it.
         MoveRow at = r;
+        MoveRow placed = r;
+        bool ofRun = true;
         for (;;) {
             auto next = journal.MovesOf(at.dstStore, at.dstId, at.id);
             if (!next) {
@@ -88,8 +98,10 @@ RunUndo::Report RunUndo::Examine(qint64 run, std::vector<size_t>& candidates, st
             }
             if (next->empty()) break;
             at = next->front();
+            ofRun = ofRun && at.run == run && at.kind != MoveKind::Undo;
+            if (ofRun) placed = at;
         }
-        if (at.dstStore != r.dstStore || at.dstFolder != r.dstFolder) {
+        if (at.dstStore != placed.dstStore || at.dstFolder != placed.dstFolder) {
             item.fate = Fate::MovedOn;
             item.detail = QStringLiteral("now in %1 (%2 of run %3)")
                               .arg(FolderName(m_mover.Store(at.dstStore), at.dstFolder),
@@ -215,18 +227,16 @@ RunUndo::Report RunUndo::Undo(qint64 run, qint64 undoRun)
             std::vector<StoreMover::Entry> entries;
             for (size_t j = start; j < end; ++j) {
                 const MoveRow& r = report.items[candidates[ks[j]]].row;
-                entries.push_back({now[ks[j]].srcId, false, r.subject, r.sender, r.id});
+                entries.push_back({now[ks[j]].srcId, false, r.subject, r.sender, r.id, r.flagCleared});
             }
             const MoveRow& first = report.items[candidates[ks[start]]].row;
             const StoreMover::Outcome out = m_mover.Move({undoRun, first.ruleId, first.ruleName}, *from,
                                                          std::get<1>(key), *to, std::get<3>(key), entries);
-            std::vector<QByteArray> reflag;
             for (size_t j = start; j < end; ++j) {
                 Item& item = report.items[candidates[ks[j]]];
                 const MoveState state = out.states[j - start];
                 if (state == MoveState::Moved) {
                     item.fate = Fate::MovedBack;
-                    if (item.row.flagCleared) reflag.push_back(out.newIds[j - start]);
                 } else if (state == MoveState::Vanished) {
                     item.fate = Fate::Gone;
                     item.detail = QStringLiteral("left %1 while it was being moved back")
@@ -236,11 +246,6 @@ RunUndo::Report RunUndo::Undo(qint64 run, qint64 undoRun)
                     item.detail = out.status ? QStringLiteral("not moved back")
                                              : out.status.error().message;
                 }
-            }
-            // The run cleared these completed flags as it moved them; back
-            // in their folder they have them again.
-            if (!reflag.empty()) {
-                if (Status s = to->SetFlagStatusMany(reflag, 1); !s && report.status) report.status = s;
             }
             if (!out.status && report.status) report.status = out.status;
         }

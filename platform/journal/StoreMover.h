@@ -54,6 +54,10 @@ public:
         bool clearCompletedFlag = false;  // clear its completed flag, only if it moves
         QString subject, sender;          // for the history
         qint64 undoOf = 0;                // taking back this journal row: written as MoveKind::Undo
+        // Undo only: the move taken back cleared the completed flag; it is
+        // set again on the message once it has arrived (by Recover, when the
+        // process died after the move). Kept in the row's flagCleared.
+        bool setCompletedFlag = false;
     };
     struct Context {
         qint64 run = 0;
@@ -103,6 +107,9 @@ private:
     // the source with no copy (RolledBack after a dead process, Failed after
     // an error of this one).
     Status Settle(std::vector<MoveRow>& rows, MoveState stayed, const QString& note);
+    // Sets the completed flag again on the undo rows among `rows` that
+    // arrived in `dst` and are to have it.
+    static Status Reflag(mapi::MessageStore& dst, const std::vector<MoveRow>& rows);
     bool Stop(Step step) const { return m_stop && m_stop(step); }
 
     MoveJournal& m_journal;
