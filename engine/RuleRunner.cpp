@@ -210,7 +210,9 @@ bool RuleRunner::OpenJournalRun(const QString& driver, JournalRun& run, RunRepor
     run.lock = std::move(*lock);
     if (Status s = (*mover)->Recover(); !s && m_log)
         m_log->Write(4, driver, s.error().message);
-    const QString origin = m_nextOrigin.isEmpty() ? DefaultOrigin(driver) : m_nextOrigin;
+    const QString origin = !m_nextOrigin.isEmpty()      ? m_nextOrigin
+                           : !m_options.origin.isEmpty() ? m_options.origin
+                                                         : DefaultOrigin(driver);
     auto id = moves.BeginRun(driver, origin);
     if (!id) return fail(QStringLiteral("No rule ran: ") + id.error().message);
     run.journal = &moves;

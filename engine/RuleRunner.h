@@ -169,6 +169,9 @@ struct RunnerOptions {
     bool unattended = false;
     // How long a run waits for another process's run to end.
     std::chrono::milliseconds lockWait{3000};
+    // What starts every run of this runner (origin::kCommandLine for the
+    // commands); empty: it follows from the driver. SetNextOrigin wins.
+    QString origin;
 };
 
 class RuleRunner {

@@ -40,7 +40,6 @@ int RunRules(CommandContext& ctx)
         const char* option;
         engine::RunReport (engine::RuleRunner::*run)();
     };
-    ctx.runtime.Runner().SetNextOrigin(engine::origin::kCommandLine);
     static const Driver kDrivers[] = {
         {"--all", &engine::RuleRunner::RunAllRules},
         {"--immediate", &engine::RuleRunner::RunImmediateRules},
