@@ -211,7 +211,7 @@ bool RuleRunner::OpenJournalRun(const QString& driver, JournalRun& run, RunRepor
     if (Status s = (*mover)->Recover(); !s && m_log)
         m_log->Write(4, driver, s.error().message);
     const QString origin = !m_nextOrigin.isEmpty()      ? m_nextOrigin
-                           : !m_options.origin.isEmpty() ? m_options.origin
+                           : !m_defaultOrigin.isEmpty() ? m_defaultOrigin
                                                          : DefaultOrigin(driver);
     auto id = moves.BeginRun(driver, origin);
     if (!id) return fail(QStringLiteral("No rule ran: ") + id.error().message);

@@ -169,9 +169,6 @@ struct RunnerOptions {
     bool unattended = false;
     // How long a run waits for another process's run to end.
     std::chrono::milliseconds lockWait{3000};
-    // What starts every run of this runner (origin::kCommandLine for the
-    // commands); empty: it follows from the driver. SetNextOrigin wins.
-    QString origin;
 };
 
 class RuleRunner {
@@ -196,6 +193,9 @@ public:
     // What starts the next driver run (origin::...); used once. Without it
     // the run's origin follows from its driver.
     void SetNextOrigin(const QString& origin) { m_nextOrigin = origin; }
+    // What starts every run of this runner (origin::kCommandLine for the
+    // commands); empty: it follows from the driver. SetNextOrigin wins.
+    void SetDefaultOrigin(const QString& origin) { m_defaultOrigin = origin; }
 
     // Takes back what journal run `run` moved (0: the newest run that moved
     // something and is not an undo), under the run lock, after recovery, as
@@ -240,6 +240,7 @@ private:
     QString m_title;
     RunnerOptions m_options;
     QString m_nextOrigin;
+    QString m_defaultOrigin;
 };
 
 }  // namespace mv::engine

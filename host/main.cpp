@@ -89,9 +89,7 @@ int main(int argc, char** argv)
         return kExitOk;
     }
     // The history tells a command's runs from the service's.
-    mv::engine::RunnerOptions options = runtime.Runner().Options();
-    options.origin = mv::engine::origin::kCommandLine;
-    runtime.Runner().SetOptions(options);
+    runtime.Runner().SetDefaultOrigin(mv::engine::origin::kCommandLine);
     CommandContext ctx{runtime, p.rest.mid(1), stdout, p.options.answer};
     return command->run(ctx);
 }
