@@ -33,6 +33,7 @@ namespace mv::engine {
 class RuleExecutor;
 class RuleRunner;
 class StatusForm;
+struct RunReport;
 }  // namespace mv::engine
 namespace mv::journal {
 class MoveJournal;
@@ -186,6 +187,7 @@ public:
     void Run15MinuteRules() override;
     void RunImmediateRules() override;
     void RunAllRules() override;
+    void SetRunOrigin(const QString& origin) override;
     bool FolderExist(const QString& entryIdHex, const QString& storeIdHex) const;
     engine::RuleRunner* Runner() const;
     // The shared run-cancel flag: the runners clear it, Cancel sets it.
@@ -221,6 +223,8 @@ public:
     office::CommandBarControl* CBBUpdate() const { return m_cbbUpdate; }
     office::CommandBarControl* CBBRun() const { return m_cbbRun; }
     office::CommandBarControl* MenuItem(int n) const;  // cbrMenuItem1..4
+    // "Undo Last Run", after the four items of the popup.
+    office::CommandBarControl* MenuUndo() const { return m_menuUndo; }
 
     void CBBRuleMgr_Click();
     void CBBAdd_Click();
@@ -230,6 +234,18 @@ public:
     void cbrMenuItem2_Click();
     void cbrMenuItem3_Click() { CBBUpdate_Click(); }
     void cbrMenuItem4_Click() { CBBRun_Click(); }
+    void cbrMenuUndo_Click() { UndoLastRun(); }
+
+    // The run the user asked for (toolbar, menu, Rules Manager): every
+    // active rule, recorded as "on demand"; when it moved something, a
+    // window says what, with an Undo button.
+    void RunAllRulesOnDemand();
+    // Names the last run and what undoing it moves back, asks, and takes it
+    // back; a box says what could not be taken back. `run` 0: the last run.
+    void UndoLastRun(qint64 run = 0);
+    // Shows what a run on demand moved; default: the summary window when
+    // widgets can be shown. Tests put their own.
+    void SetRunSummaryHook(std::function<void(const engine::RunReport&)> hook) { m_runSummary = std::move(hook); }
 
     // --- application events ---
     void objOutlook_NewMail();
@@ -333,6 +349,8 @@ private:
     QPointer<office::CommandBarControl> m_cbbRuleMgr, m_cbbAdd, m_cbbUpdate, m_cbbRun;
     QPointer<office::CommandBar> m_toolsBar;
     QPointer<office::CommandBarControl> m_menuPopup;
+    QPointer<office::CommandBarControl> m_menuUndo;
+    std::function<void(const engine::RunReport&)> m_runSummary;
     QPointer<office::CommandBarControl> m_menuItems[4];
 };
 

@@ -131,6 +131,13 @@ void OutAddIn::BuildMenu(office::CommandBars* bars)
             BindClick(item, handlers[i]);
         });
     }
+    Ignore([&] {
+        office::CommandBarControl* item = m_menuPopup->Controls()->Add(office::msoControlButton, 0, {}, 0, true);
+        item->SetCaption(QStringLiteral("Undo Last Run"));
+        item->SetBeginGroup(true);
+        m_menuUndo = item;
+        BindClick(item, &OutAddIn::cbrMenuUndo_Click);
+    });
 }
 
 office::CommandBar* OutAddIn::ToolbarBar() const
@@ -196,7 +203,7 @@ void OutAddIn::CBBUpdate_Click()
 void OutAddIn::CBBRun_Click()
 {
     Ignore([&] {
-        RunAllRules();
+        RunAllRulesOnDemand();
         UpdateSettings();
     });
 }

@@ -8,6 +8,8 @@
 #include "platform/journal/MoveJournal.h"
 #include "platform/journal/StoreMover.h"
 #include "platform/logging/Logger.h"
+#include "platform/os/ErrorReport.h"
+#include "platform/os/MessageBox.h"
 #include "platform/mapi/MessageStore.h"
 #include "platform/os/TimeZone.h"
 #include "platform/outlook/NameSpace.h"
@@ -85,6 +87,61 @@ void OutAddIn::RunImmediateRules()
 void OutAddIn::RunAllRules()
 {
     if (auto* runner = Runner()) (void)runner->RunAllRules();
+}
+
+void OutAddIn::SetRunOrigin(const QString& origin)
+{
+    if (auto* runner = Runner()) runner->SetNextOrigin(origin);
+}
+
+void OutAddIn::RunAllRulesOnDemand()
+{
+    auto* runner = Runner();
+    if (!runner) return;
+    runner->SetNextOrigin(engine::origin::kOnDemand);
+    const engine::RunReport report = runner->RunAllRules();
+    if (report.journalRun == 0 || report.TotalMoved() == 0) return;
+    if (m_runSummary)
+        m_runSummary(report);
+    else
+        ShowRunSummary(report, [this, run = report.journalRun] { UndoLastRun(run); });
+}
+
+void OutAddIn::UndoLastRun(qint64 run)
+{
+    auto* runner = Runner();
+    if (!runner) return;
+    using Fate = journal::RunUndo::Fate;
+    const engine::UndoOutcome plan = runner->PlanUndo(run);
+    if (!plan.report.run) {
+        m_report.answerer().Show(QStringLiteral("Nothing to undo: ") + plan.error, os::vbInformation, AppTitle());
+        return;
+    }
+    const int count = plan.report.Count(Fate::MovedBack);
+    if (count == 0) {
+        m_report.answerer().Show(QStringLiteral("Run %1 left nothing that can be taken back: %2 already back, %3 moved "
+                                                "on, deleted or in a folder that is gone.")
+                                     .arg(plan.report.run)
+                                     .arg(plan.report.Count(Fate::AlreadyBack))
+                                     .arg(plan.report.NotTakenBack()),
+                                 os::vbInformation, AppTitle());
+        return;
+    }
+    const int answer = m_report.answerer().Show(
+        QStringLiteral("Undo run %1? %2 message(s) will be moved back to the folders they came from.")
+            .arg(plan.report.run)
+            .arg(count),
+        os::vbYesNo + os::vbQuestion, AppTitle());
+    if (answer != os::vbYes) return;
+    const engine::UndoOutcome done = runner->UndoRun(plan.report.run);
+    QStringList lines = done.Lines();
+    constexpr int kShown = 12;  // the summary is the last line; a box stays readable
+    if (lines.size() > kShown + 1) lines = lines.mid(0, kShown) + QStringList{QStringLiteral("..."), lines.last()};
+    if (!done.error.isEmpty()) lines << done.error;
+    m_report.answerer().Show(lines.join(u'\n'), done.error.isEmpty() && done.report.NotTakenBack() == 0
+                                                      ? os::vbInformation
+                                                      : os::vbExclamation,
+                             AppTitle());
 }
 
 bool OutAddIn::FolderExist(const QString& entryIdHex, const QString& storeIdHex) const

@@ -107,6 +107,54 @@ void LogStatusForm::Hide()
     if (m_log) m_log->Write(3, QStringLiteral("frmStatus"), QStringLiteral("Run ended"));
 }
 
+frmRunSummary::frmRunSummary(const engine::RunReport& report, std::function<void()> undo, QWidget* parent)
+    : QDialog(parent)
+{
+    setObjectName(QStringLiteral("frmRunSummary"));
+    setWindowTitle(QStringLiteral("Mailvane"));
+    setAttribute(Qt::WA_DeleteOnClose);
+    auto* layout = new QVBoxLayout(this);
+    m_lblSummary = new QLabel(SummaryLine(report), this);
+    m_lblSummary->setObjectName(QStringLiteral("lblSummary"));
+    m_lblSummary->setWordWrap(true);
+    m_lblSummary->setToolTip(report.Lines(true).join(u'\n'));
+    layout->addWidget(m_lblSummary);
+    auto* buttons = new QHBoxLayout;
+    buttons->addStretch();
+    m_btnUndo = new QPushButton(QStringLiteral("Undo"), this);
+    m_btnUndo->setObjectName(QStringLiteral("btnUndo"));
+    m_btnClose = new QPushButton(QStringLiteral("Close"), this);
+    m_btnClose->setObjectName(QStringLiteral("btnClose"));
+    m_btnClose->setDefault(true);
+    buttons->addWidget(m_btnUndo);
+    buttons->addWidget(m_btnClose);
+    layout->addLayout(buttons);
+    connect(m_btnClose, &QPushButton::clicked, this, &QDialog::close);
+    connect(m_btnUndo, &QPushButton::clicked, this, [this, undo = std::move(undo)] {
+        m_btnUndo->setEnabled(false);
+        if (undo) undo();
+        close();
+    });
+}
+
+QString frmRunSummary::SummaryLine(const engine::RunReport& report)
+{
+    QStringList rules;
+    for (const engine::RuleOutcome& r : report.rules)
+        if (r.moved) rules << QStringLiteral("%1 by %2").arg(r.moved).arg(r.ruleName);
+    return QStringLiteral("Run %1: %2 message(s) moved (%3).")
+        .arg(report.journalRun)
+        .arg(report.TotalMoved())
+        .arg(rules.join(QStringLiteral(", ")));
+}
+
+void ShowRunSummary(const engine::RunReport& report, std::function<void()> undo)
+{
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return;
+    auto* form = new frmRunSummary(report, std::move(undo));
+    form->show();
+}
+
 std::unique_ptr<engine::StatusForm> CreateStatusForm(const QString& installDir, bool& cancelFlag,
                                                      logging::Logger* log)
 {

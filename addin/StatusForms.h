@@ -15,6 +15,7 @@
 #include <QImage>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 
 class QLabel;
@@ -68,6 +69,22 @@ public:
 private:
     logging::Logger* m_log;
 };
+
+// After a run on demand: what it moved, on one line, with Undo (which
+// calls `undo`) and Close. Deletes itself when closed. Nothing when no
+// widgets can be shown.
+class frmRunSummary : public QDialog {
+    Q_OBJECT
+public:
+    frmRunSummary(const engine::RunReport& report, std::function<void()> undo, QWidget* parent = nullptr);
+    static QString SummaryLine(const engine::RunReport& report);
+
+private:
+    QLabel* m_lblSummary = nullptr;
+    QPushButton* m_btnUndo = nullptr;
+    QPushButton* m_btnClose = nullptr;
+};
+void ShowRunSummary(const engine::RunReport& report, std::function<void()> undo);
 
 // frmStatus when widgets can be shown (a QApplication runs), else LogStatusForm.
 std::unique_ptr<engine::StatusForm> CreateStatusForm(const QString& installDir, bool& cancelFlag,

@@ -52,6 +52,7 @@ void frmMain::tmrCron_Timer()
             tmrCron.stop();
             tmrCron.setInterval(0);
             m_minuteCount = 0;
+            m_target.SetRunOrigin(m_minuteTotal == kCycleTicks ? QStringLiteral("hourly") : QStringLiteral("start-up"));
             m_target.RunAllRules();
             m_target.UpdateSettings();
             tmrCron.setInterval(kCronInterval);

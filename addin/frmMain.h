@@ -23,6 +23,8 @@ public:
     virtual void Run15MinuteRules() = 0;
     virtual void RunImmediateRules() = 0;
     virtual void RunAllRules() = 0;
+    // What starts the next run, in words (the history's "hourly", "start-up").
+    virtual void SetRunOrigin(const QString& origin) { (void)origin; }
     virtual void UpdateSettings() = 0;
 };
 

@@ -119,14 +119,69 @@ public:
     ~JournalRun()
     {
         if (!journal || !run) return;
+        if (report) Close(*report);
         (void)journal->EndRun(run);
+        // Pruning needs no lock; the next run need not wait for it.
+        lock.reset();
         (void)journal->Prune(QDateTime::currentDateTimeUtc());
+    }
+
+    // What each rule did, for the history and the rules' health, and the
+    // run's line in the log.
+    void Close(const RunReport& r)
+    {
+        std::vector<journal::RuleRunRow> rows;
+        QStringList errors;
+        for (const RuleOutcome& o : r.rules) {
+            QString error = o.error;
+            if (error.isEmpty() && o.result != kResultGoOn) error = QStringLiteral("the rule failed");
+            rows.push_back({run, o.ruleId.value_or(0), o.ruleName, o.moved, error});
+            if (!error.isEmpty()) errors << o.ruleName + QStringLiteral(" (") + error + u')';
+        }
+        for (const FolderProblem& p : r.missingFolders) {
+            const QString error = p.source ? QStringLiteral("source folder not found")
+                                           : QStringLiteral("destination folder not found");
+            rows.push_back({run, p.ruleId.value_or(0), p.ruleName, 0, error});
+            errors << p.ruleName + QStringLiteral(" (") + error + u')';
+        }
+        if (Status s = journal->RecordRules(rows); !s && log) log->Write(4, r.driver, s.error().message);
+        if (!log) return;
+        static const char* const kEnds[] = {"completed", "stopped at a missing folder", "a rule failed", "cancelled",
+                                            "failed"};
+        log->Write(3, r.driver,
+                   QStringLiteral("Run %1 (%2): %3 message(s) moved by %4 rule(s), %5%6")
+                       .arg(run)
+                       .arg(origin)
+                       .arg(r.TotalMoved())
+                       .arg(r.rules.size())
+                       .arg(QLatin1String(kEnds[static_cast<int>(r.end)]))
+                       .arg(errors.isEmpty() ? QString() : QStringLiteral("; errors: ") + errors.join(QStringLiteral(", "))));
     }
 
     std::unique_ptr<journal::RunLock> lock;
     journal::MoveJournal* journal = nullptr;
     qint64 run = 0;
+    QString origin;
+    const RunReport* report = nullptr;
+    logging::Logger* log = nullptr;
 };
+
+namespace {
+
+QString DefaultOrigin(const QString& driver)
+{
+    if (driver == kRun15) return origin::kQuarterHour;
+    if (driver == kRunImmediate) return origin::kNewMail;
+    return origin::kHourly;
+}
+
+}  // namespace
+
+QString TriggerWords(const journal::RunRow& run)
+{
+    if (run.trigger == kUndoTrigger) return QStringLiteral("undo of run %1").arg(run.undoes);
+    return run.origin.isEmpty() ? DefaultOrigin(run.trigger) : run.origin;
+}
 
 bool RuleRunner::OpenJournalRun(const QString& driver, JournalRun& run, RunReport& report)
 {
@@ -155,10 +210,16 @@ bool RuleRunner::OpenJournalRun(const QString& driver, JournalRun& run, RunRepor
     run.lock = std::move(*lock);
     if (Status s = (*mover)->Recover(); !s && m_log)
         m_log->Write(4, driver, s.error().message);
-    auto id = moves.BeginRun(driver);
+    const QString origin = !m_nextOrigin.isEmpty()      ? m_nextOrigin
+                           : !m_defaultOrigin.isEmpty() ? m_defaultOrigin
+                                                         : DefaultOrigin(driver);
+    auto id = moves.BeginRun(driver, origin);
     if (!id) return fail(QStringLiteral("No rule ran: ") + id.error().message);
     run.journal = &moves;
     run.run = *id;
+    run.origin = origin;
+    run.report = &report;
+    run.log = m_log;
     report.journalRun = *id;
     return true;
 }
@@ -229,6 +290,11 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
     auto raise = [&](const QString& text) { throw RuleError{next, source, text}; };
 
     m_cancel = false;
+    // The origin set for this run is for this run only, however it ends.
+    struct ClearOrigin {
+        QString& origin;
+        ~ClearOrigin() { origin.clear(); }
+    } clearOrigin{m_nextOrigin};
     JournalRun journalRun;
     RunResources res;
     // Every rule checks its two folders and the run looks them up again:
@@ -289,7 +355,7 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
                                                  : FolderExist(rule.dstEntryId, rule.dstStoreId);
                 if (exists) continue;
                 found = false;
-                report.missingFolders.push_back({rule.ruleName, sourceFolder});
+                report.missingFolders.push_back({rule.ruleName, rule.ruleId, sourceFolder});
                 if (m_options.unattended) {
                     // Nobody to ask: the answer is "go on", and the log says
                     // which rule and which of its folders.
@@ -358,6 +424,140 @@ RunReport RuleRunner::Run(const QString& driver, const char* sql)
         m_report.ShowProcedureError(e.Number(), e.Description(), source);
     }
     return report;
+}
+
+QString HealthWords(const std::optional<journal::RuleHealth>& h)
+{
+    if (!h || h->lastRun == 0) return QStringLiteral("in no run of the last 30 days");
+    const auto when = [](const QDateTime& t) { return t.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm")); };
+    QString words = QStringLiteral("last run %1 (%2): %3 moved; 7 days: %4 moved")
+                        .arg(h->lastRun)
+                        .arg(when(h->lastRunStarted))
+                        .arg(h->movedLastRun)
+                        .arg(h->movedRecently);
+    if (!h->lastError.isEmpty())
+        words += QStringLiteral("; last error: %1 (run %2, %3)").arg(h->lastError).arg(h->lastErrorRun).arg(when(h->lastErrorStarted));
+    return words;
+}
+
+Result<journal::MoveJournal*> RuleRunner::Journal()
+{
+    auto mover = m_exec.Mover();
+    if (!mover) return mover.error();
+    return &(*mover)->Journal();
+}
+
+Result<std::vector<journal::RuleHealth>> RuleRunner::Health()
+{
+    auto moves = Journal();
+    if (!moves) return moves.error();
+    return (*moves)->Health(QDateTime::currentDateTimeUtc().addDays(-7));
+}
+
+QStringList UndoOutcome::Lines() const
+{
+    using Fate = journal::RunUndo::Fate;
+    QStringList lines;
+    for (const journal::RunUndo::Item& i : report.items) {
+        if (i.fate == Fate::MovedBack || i.fate == Fate::AlreadyBack) continue;
+        lines << QStringLiteral("not taken back: \"%1\" from %2: %3%4")
+                     .arg(i.row.subject, i.row.sender, QLatin1String(journal::RunUndo::Words(i.fate)),
+                          i.detail.isEmpty() ? QString() : QStringLiteral(" (") + i.detail + u')');
+    }
+    if (report.run)
+        lines << QStringLiteral("Undo of run %1: %2 message(s) moved back, %3 already back, %4 not taken back")
+                     .arg(report.run)
+                     .arg(report.Count(Fate::MovedBack))
+                     .arg(report.Count(Fate::AlreadyBack))
+                     .arg(report.NotTakenBack());
+    return lines;
+}
+
+UndoOutcome RuleRunner::PlanUndo(qint64 run)
+{
+    UndoOutcome out;
+    auto mover = m_exec.Mover();
+    if (!mover) {
+        out.error = mover.error().message;
+        return out;
+    }
+    journal::MoveJournal& moves = (*mover)->Journal();
+    if (run == 0) {
+        auto last = moves.LastUndoableRun();
+        if (!last) {
+            out.error = last.error().message;
+            return out;
+        }
+        if (*last == 0) {
+            out.error = QStringLiteral("no run has moved anything that could be taken back");
+            return out;
+        }
+        run = *last;
+    }
+    auto row = moves.RunOf(run);
+    if (!row || !*row) {
+        out.error = row ? QStringLiteral("there is no run %1 in the history (see mailvane history)").arg(run)
+                        : row.error().message;
+        return out;
+    }
+    if ((*row)->trigger == kUndoTrigger) {
+        out.error = QStringLiteral("run %1 is itself an undo (of run %2); run the rules again instead")
+                        .arg(run)
+                        .arg((*row)->undoes);
+        return out;
+    }
+    journal::RunUndo undo(**mover);
+    out.report = undo.Plan(run);
+    if (!out.report.status) out.error = out.report.status.error().message;
+    return out;
+}
+
+UndoOutcome RuleRunner::UndoRun(qint64 run)
+{
+    UndoOutcome out;
+    auto mover = m_exec.Mover();
+    if (!mover) {
+        out.error = QStringLiteral("Nothing was taken back: the move journal cannot be used. ") + mover.error().message;
+        return out;
+    }
+    journal::MoveJournal& moves = (*mover)->Journal();
+    auto lock = moves.LockRuns(m_options.lockWait);
+    if (!lock) {
+        out.busy = lock.error().kind == ErrorKind::Temporary;
+        out.error = QStringLiteral("Nothing was taken back: ") + lock.error().message;
+        return out;
+    }
+    if (Status s = (*mover)->Recover(); !s && m_log) m_log->Write(4, kUndoTrigger, s.error().message);
+    // Chosen after the recovery, which may have settled the run's last rows.
+    UndoOutcome plan = PlanUndo(run);
+    if (!plan.error.isEmpty() && !plan.report.run) {
+        plan.error = QStringLiteral("Nothing was taken back: ") + plan.error;
+        return plan;
+    }
+    run = plan.report.run;
+    auto id = moves.BeginRun(kUndoTrigger, QString(), run);
+    if (!id) {
+        out.error = QStringLiteral("Nothing was taken back: ") + id.error().message;
+        return out;
+    }
+    out.undoRun = *id;
+    journal::RunUndo undo(**mover);
+    out.report = undo.Undo(run, *id);
+    if (!out.report.status) out.error = out.report.status.error().message;
+    (void)moves.EndRun(*id);
+    if (m_log)
+        m_log->Write(3, kUndoTrigger,
+                     QStringLiteral("Run %1 (undo of run %2): %3 message(s) moved back, %4 already back, %5 not "
+                                    "taken back%6")
+                         .arg(*id)
+                         .arg(run)
+                         .arg(out.report.Count(journal::RunUndo::Fate::MovedBack))
+                         .arg(out.report.Count(journal::RunUndo::Fate::AlreadyBack))
+                         .arg(out.report.NotTakenBack())
+                         .arg(out.error.isEmpty() ? QString() : QStringLiteral("; ") + out.error));
+    lock->reset();
+    (void)moves.Prune(QDateTime::currentDateTimeUtc());
+    return out;
 }
 
 QStringList RuleRunner::PreviewRule(int ruleId, PreviewForm& form)

@@ -31,6 +31,9 @@
 
 #include "RuleExecutor.h"
 
+#include "platform/journal/MoveJournal.h"
+#include "platform/journal/RunUndo.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -97,6 +100,7 @@ enum class RunEnd {
 
 struct FolderProblem {
     QString ruleName;
+    std::optional<int> ruleId;
     bool source = true;  // false: the destination folder
 };
 
@@ -128,6 +132,38 @@ struct RulePreview {
     int Count() const { return static_cast<int>(subjects.size()); }
 };
 
+// What started a run, in the words the history and the log use.
+namespace origin {
+inline const QString kQuarterHour = QStringLiteral("quarter hour");
+inline const QString kHourly = QStringLiteral("hourly");
+inline const QString kNewMail = QStringLiteral("new mail");
+inline const QString kStartUp = QStringLiteral("start-up");
+inline const QString kOnDemand = QStringLiteral("on demand");
+inline const QString kCommandLine = QStringLiteral("command line");
+}  // namespace origin
+
+// The journal's trigger of an undo run.
+inline const QString kUndoTrigger = QStringLiteral("Undo");
+
+// "on demand", "quarter hour", "undo of run 12", ...: the run's origin when
+// it was told, else what its driver is started by.
+QString TriggerWords(const journal::RunRow& run);
+
+// One line on a rule's recent record: "last run 12 (2026-11-25 06:40):
+// 3 moved; 7 days: 10 moved; last error: ...", or that it took part in no
+// run kept. Times in local time.
+QString HealthWords(const std::optional<journal::RuleHealth>& health);
+
+// The end of RuleRunner::UndoRun.
+struct UndoOutcome {
+    journal::RunUndo::Report report;  // report.run: the run taken back (0 when none was found)
+    qint64 undoRun = 0;               // the undo's own run in the journal; 0 when it did not start
+    QString error;                    // why nothing (or not everything) could be done; empty when all went
+    bool busy = false;                // another process held the run lock
+    // One line per message not taken back (subject, sender: why), then a summary.
+    QStringList Lines() const;
+};
+
 struct RunnerOptions {
     // Nobody is there to answer: see above.
     bool unattended = false;
@@ -153,6 +189,27 @@ public:
     RunReport Run15MinuteRules();
     RunReport RunImmediateRules();
     RunReport RunAllRules();
+
+    // What starts the next driver run (origin::...); used once. Without it
+    // the run's origin follows from its driver.
+    void SetNextOrigin(const QString& origin) { m_nextOrigin = origin; }
+    // What starts every run of this runner (origin::kCommandLine for the
+    // commands); empty: it follows from the driver. SetNextOrigin wins.
+    void SetDefaultOrigin(const QString& origin) { m_defaultOrigin = origin; }
+
+    // Takes back what journal run `run` moved (0: the newest run that moved
+    // something and is not an undo), under the run lock, after recovery, as
+    // a run of its own in the journal (trigger kUndoTrigger). An undo run
+    // itself cannot be undone: run the rules again instead.
+    UndoOutcome UndoRun(qint64 run = 0);
+    // What UndoRun(run) would take back now, without moving anything (the
+    // count a confirmation names); run 0 as there.
+    UndoOutcome PlanUndo(qint64 run = 0);
+
+    // The move journal the runs write; an error when it cannot be used.
+    Result<journal::MoveJournal*> Journal();
+    // Every rule's record over the runs kept, movedRecently over 7 days.
+    Result<std::vector<journal::RuleHealth>> Health();
 
     bool FolderExist(const QString& entryIdHex, const QString& storeIdHex) const;
 
@@ -182,6 +239,8 @@ private:
     bool& m_cancel;
     QString m_title;
     RunnerOptions m_options;
+    QString m_nextOrigin;
+    QString m_defaultOrigin;
 };
 
 }  // namespace mv::engine

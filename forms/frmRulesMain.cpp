@@ -141,6 +141,9 @@ void frmRulesMain::BuildUi()
     Label1->setBuddy(ListView1);
     lblTotalRules = new QLabel(this);
     lblTotalRules->setObjectName(QStringLiteral("lblTotalRules"));
+    lblRuleHealth = new QLabel(this);
+    lblRuleHealth->setObjectName(QStringLiteral("lblRuleHealth"));
+    lblRuleHealth->setWordWrap(true);
     imgLogo = new QLabel(QStringLiteral("Mailvane"), this);
     imgLogo->setObjectName(QStringLiteral("imgLogo"));
     QFont logoFont = imgLogo->font();
@@ -194,6 +197,7 @@ void frmRulesMain::BuildUi()
     main->addWidget(Label1, 0, 0);
     main->addWidget(ListView1, 1, 0);
     main->addWidget(lblTotalRules, 2, 0);
+    main->addWidget(lblRuleHealth, 3, 0, 1, 2);
     main->addLayout(side, 1, 1);
     main->setColumnStretch(0, 1);
     main->setRowStretch(1, 1);
@@ -242,6 +246,7 @@ void frmRulesMain::ConnectUi()
     on(btnApply, &frmRulesMain::btnApply_Click);
     on(btnCancel, &frmRulesMain::btnCancel_Click);
     connect(ListView1, &QTreeWidget::itemSelectionChanged, this, &frmRulesMain::UpdateButtons);
+    connect(ListView1, &QTreeWidget::itemSelectionChanged, this, &frmRulesMain::ShowRuleHealth);
     connect(ListView1, &QTreeWidget::itemDoubleClicked, this, [this] { btnModify_Click(); });
     connect(ListView1, &QTreeWidget::itemChanged, this,
             [this](QTreeWidgetItem* item) { ListView1_ItemCheck(item); });
@@ -335,6 +340,12 @@ int frmRulesMain::FillRuleList()
 
         store::cDB* db = m_ctx.addIn.DB1();
         RuleList rules;
+        // Each rule's recent record from the move journal: the row's
+        // tooltip and the line under the list.
+        m_health.clear();
+        if (engine::RuleRunner* runner = m_ctx.addIn.Runner())
+            if (auto health = runner->Health())
+                for (const journal::RuleHealth& h : *health) m_health.insert(h.ruleId, engine::HealthWords(h));
         if (db && rules.Load(*db)) {
             for (const RuleListRow& rule : rules.Rows()) {
                 auto* row = new QTreeWidgetItem(ListView1);
@@ -344,6 +355,7 @@ int frmRulesMain::FillRuleList()
                 row->setData(0, Qt::UserRole, QString::number(rule.ruleId));
                 row->setCheckState(0, rule.active ? Qt::Checked : Qt::Unchecked);
                 row->setData(0, kCheckedRole, rule.active);
+                row->setToolTip(0, HealthOf(rule.ruleId));
                 ++total;
                 if (rule.active) ++active;
             }
@@ -353,6 +365,22 @@ int frmRulesMain::FillRuleList()
                            QString::number(active) + QStringLiteral(" active"));
     ListView1->resizeColumnToContents(0);
     return total;
+}
+
+QString frmRulesMain::HealthOf(int ruleId) const
+{
+    return m_health.value(ruleId, engine::HealthWords(std::nullopt));
+}
+
+void frmRulesMain::ShowRuleHealth()
+{
+    const QList<QTreeWidgetItem*> selected = ListView1->selectedItems();
+    if (selected.size() != 1) {
+        lblRuleHealth->clear();
+        return;
+    }
+    const QTreeWidgetItem* row = selected.front();
+    lblRuleHealth->setText(row->text(0) + QStringLiteral(": ") + HealthOf(row->data(0, Qt::UserRole).toInt()));
 }
 
 void frmRulesMain::SaveRuleOrder()
@@ -707,7 +735,7 @@ void frmRulesMain::btnRunNow_Click()
 {
     Trap("btnRunNow_Click", [&] {
         hide();
-        m_ctx.addIn.RunAllRules();
+        m_ctx.addIn.RunAllRulesOnDemand();
     });
     done(QDialog::Accepted);
 }

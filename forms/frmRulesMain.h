@@ -13,6 +13,7 @@
 #include "ContactPicker.h"
 
 #include <QDialog>
+#include <QHash>
 #include <QString>
 
 #include <cstdint>
@@ -123,6 +124,9 @@ private:
     void btnCancel_Click();
     void ListView1_ColumnClick(int column);
     void ListView1_ItemCheck(QTreeWidgetItem* item);
+    // The selected rule's record (last run, moved, last error) under the list.
+    void ShowRuleHealth();
+    QString HealthOf(int ruleId) const;
 
     // The selected row the single-row commands act on (0-based), or -1.
     int SelectedRow() const;
@@ -142,6 +146,8 @@ private:
     QLabel* Label1 = nullptr;
     QTreeWidget* ListView1 = nullptr;
     QLabel* lblTotalRules = nullptr;
+    QLabel* lblRuleHealth = nullptr;  // the selected rule's health, beside the specified controls
+    QHash<int, QString> m_health;     // RuleID -> health in words, read when the list is filled
     QLabel* imgLogo = nullptr;
     QPushButton* btnNew = nullptr;
     QPushButton* btnModify = nullptr;

@@ -274,6 +274,10 @@ int ListRules(CommandContext& ctx)
     PrintLine(ctx.out, format.arg(QStringLiteral("pos")).arg(QStringLiteral("id"), 5).arg(QStringLiteral("state"), -8)
                            .arg(QStringLiteral("age window"), -20).arg(QStringLiteral("name"))
                            .arg(QStringLiteral(" [other criteria]")));
+    // Each rule's recent record under its line; without a journal, nothing.
+    QHash<int, journal::RuleHealth> health;
+    if (auto h = ctx.runtime.Runner().Health())
+        for (const journal::RuleHealth& r : *h) health.insert(r.ruleId, r);
     int position = 0;
     for (const forms::RuleListRow& row : list->Rows()) {
         const auto d = details.value(row.ruleId);
@@ -285,6 +289,9 @@ int ListRules(CommandContext& ctx)
                                .arg(d.second.isEmpty() ? QString()
                                                        : QStringLiteral(" [") + d.second.join(QStringLiteral(", ")) +
                                                              QLatin1Char(']')));
+        const auto h = health.find(row.ruleId);
+        PrintLine(ctx.out, QStringLiteral("        health: ") +
+                               engine::HealthWords(h == health.end() ? std::nullopt : std::optional(*h)));
     }
     return kExitOk;
 }
@@ -345,6 +352,11 @@ int ShowRule(CommandContext& ctx, int ruleId)
         const QString w = c.words(rs->Value(QLatin1String(c.column)));
         print(QLatin1String(c.label), w.isEmpty() ? QStringLiteral("Don't Care") : w);
     }
+    std::optional<journal::RuleHealth> health;
+    if (auto h = ctx.runtime.Runner().Health())
+        for (const journal::RuleHealth& r : *h)
+            if (r.ruleId == ruleId) health = r;
+    print(QStringLiteral("Health"), engine::HealthWords(health));
     return kExitOk;
 }
 
@@ -487,6 +499,139 @@ int RunRulesCommand(CommandContext& ctx)
     return kExitUsage;
 }
 
+// ---- undo and history: what runs moved, from the move journal ------------
+
+int RunUndoCommand(CommandContext& ctx)
+{
+    qint64 run = 0;
+    if (!ctx.args.isEmpty()) {
+        bool isNumber = false;
+        if (ctx.args.size() == 2 && ctx.args.at(0) == QLatin1String("--run")) run = ctx.args.at(1).toLongLong(&isNumber);
+        if (!isNumber || run <= 0) {
+            Err(QStringLiteral("usage: mailvane undo [--run N] (N from mailvane history)"));
+            return kExitUsage;
+        }
+    }
+    const engine::UndoOutcome outcome = ctx.runtime.Runner().UndoRun(run);
+    for (const QString& line : outcome.Lines()) PrintLine(ctx.out, line);
+    if (!outcome.error.isEmpty()) Err(outcome.error);
+    return outcome.error.isEmpty() && outcome.report.run && outcome.report.NotTakenBack() == 0 ? kExitOk
+                                                                                              : kExitRunFailed;
+}
+
+QString When(const QDateTime& t)
+{
+    return t.isValid() ? t.toLocalTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")) : QStringLiteral("-");
+}
+
+// "Store: Folder/Path" of a journal row's folder, looked up once per folder.
+class FolderNames {
+public:
+    explicit FolderNames(CommandContext& ctx) : m_ctx(ctx) {}
+    QString operator()(const QByteArray& store, const QByteArray& folder)
+    {
+        const QByteArray key = store.toHex() + '/' + folder.toHex();
+        if (auto it = m_names.find(key); it != m_names.end()) return *it;
+        mapi::MessageStore* s = mapi::FindStore(m_ctx.runtime.Stores().Stores(), store);
+        QString name;
+        if (!s) name = QStringLiteral("(a store that is not in this profile)");
+        else if (auto f = s->Folder(folder)) name = s->DisplayName() + QStringLiteral(": ") + f->path;
+        else name = s->DisplayName() + QStringLiteral(": (a folder that is gone)");
+        m_names.insert(key, name);
+        return name;
+    }
+
+private:
+    CommandContext& m_ctx;
+    QHash<QByteArray, QString> m_names;
+};
+
+int HistoryOfRun(CommandContext& ctx, journal::MoveJournal& moves, qint64 run)
+{
+    auto row = moves.RunOf(run);
+    auto rows = moves.RowsOfRun(run);
+    if (!row || !rows) {
+        Err(!row ? row.error().message : rows.error().message);
+        return kExitRunFailed;
+    }
+    if (!*row) {
+        Err(QStringLiteral("there is no run %1 in the history (see mailvane history)").arg(run));
+        return kExitUsage;
+    }
+    PrintLine(ctx.out, QStringLiteral("Run %1, %2, %3: %4 message(s)")
+                           .arg(run).arg(When((*row)->started), engine::TriggerWords(**row)).arg(rows->size()));
+    static const char* const kStates[] = {"unfinished", "moved", "rolled back", "gone", "failed"};
+    FolderNames folder(ctx);
+    for (const journal::MoveRow& r : *rows) {
+        const QString state = r.state == journal::MoveState::Moved ? QString()
+                                                                    : QStringLiteral(" [%1%2]").arg(
+                                                                          QLatin1String(kStates[static_cast<int>(r.state)]),
+                                                                          r.note.isEmpty() ? QString() : QStringLiteral(": ") + r.note);
+        PrintLine(ctx.out, QStringLiteral("  \"%1\" from %2, rule %3%4%5")
+                               .arg(r.subject, r.sender, r.ruleName,
+                                    r.kind == journal::MoveKind::Undo ? QStringLiteral(" (taken back)") : QString(), state));
+        PrintLine(ctx.out, QStringLiteral("      %1  ->  %2").arg(folder(r.srcStore, r.srcFolder), folder(r.dstStore, r.dstFolder)));
+    }
+    return kExitOk;
+}
+
+int RunHistory(CommandContext& ctx)
+{
+    auto moves = ctx.runtime.Runner().Journal();
+    if (!moves) {
+        Err(moves.error().message);
+        return kExitRunFailed;
+    }
+    if (!ctx.args.isEmpty()) {
+        bool isNumber = false;
+        const qint64 run = ctx.args.at(0).toLongLong(&isNumber);
+        if (!isNumber || run <= 0) {
+            Err(QStringLiteral("usage: mailvane history [N] (N: a run's number)"));
+            return kExitUsage;
+        }
+        return HistoryOfRun(ctx, **moves, run);
+    }
+    constexpr int kShown = 30;
+    auto runs = (*moves)->Runs(kShown);
+    if (!runs) {
+        Err(runs.error().message);
+        return kExitRunFailed;
+    }
+    if (runs->empty()) PrintLine(ctx.out, QStringLiteral("No runs yet."));
+    for (const journal::RunRow& run : *runs) {
+        auto rules = (*moves)->RulesOfRun(run.run);
+        if (!rules) {
+            Err(rules.error().message);
+            return kExitRunFailed;
+        }
+        QString summary;
+        if (run.trigger == engine::kUndoTrigger) {
+            auto rows = (*moves)->RowsOfRun(run.run);
+            const auto back = rows ? std::count_if(rows->begin(), rows->end(), [](const journal::MoveRow& r) {
+                return r.state == journal::MoveState::Moved;
+            }) : 0;
+            summary = QStringLiteral("%1 moved back").arg(back);
+        } else {
+            int total = 0;
+            QStringList parts;
+            for (const journal::RuleRunRow& r : *rules) {
+                total += r.moved;
+                parts << QStringLiteral("%1 %2%3").arg(r.ruleName).arg(r.moved).arg(
+                    r.error.isEmpty() ? QString() : QStringLiteral(" (error: ") + r.error + u')');
+            }
+            summary = QStringLiteral("%1 moved").arg(total) +
+                      (parts.isEmpty() ? QString() : QStringLiteral(": ") + parts.join(QStringLiteral(", ")));
+        }
+        PrintLine(ctx.out, QStringLiteral("%1  %2  %3  %4%5")
+                               .arg(run.run, 5)
+                               .arg(When(run.started))
+                               .arg(engine::TriggerWords(run), -14)
+                               .arg(summary)
+                               .arg(run.ended.isValid() ? QString() : QStringLiteral(" (did not finish)")));
+    }
+    return kExitOk;
+}
+
 const Command kCommands[] = {
     {"run", "run [--all|--immediate|--quarter]", "run the active rules (default --all) and print what moved", 0, 1,
      RunRules},
@@ -501,6 +646,10 @@ const Command kCommands[] = {
      "                                       map; --create-folders, --store NAME (default: the first store)",
      1, 6, RunImport},
     {"folders", "folders", "print every store's folders with the identifiers rules use", 0, 0, RunFolders},
+    {"undo", "undo [--run N]", "move back what the last run (or run N) moved, where it is still where the run put it",
+     0, 2, RunUndoCommand},
+    {"history", "history [N]", "recent runs: when, what started them, what each rule moved; N: that run's messages", 0,
+     1, RunHistory},
     {"demo", "demo [--reseed]", "seed the default store with sample mail and rules, then run every rule", 0, 1,
      RunDemo, PrepareDemo, true},
     {nullptr, nullptr, nullptr, 0, 0, nullptr},

@@ -6,6 +6,7 @@
 #include "Headless.h"
 #include "Runtime.h"
 #include "desktop/RunDesktop.h"
+#include "engine/RuleRunner.h"
 
 #include "platform/os/MessageBox.h"
 
@@ -87,6 +88,8 @@ int main(int argc, char** argv)
         runtime.Shutdown();
         return kExitOk;
     }
+    // The history tells a command's runs from the service's.
+    runtime.Runner().SetDefaultOrigin(mv::engine::origin::kCommandLine);
     CommandContext ctx{runtime, p.rest.mid(1), stdout, p.options.answer};
     return command->run(ctx);
 }

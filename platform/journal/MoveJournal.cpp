@@ -6,6 +6,7 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <map>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,7 +15,7 @@
 namespace mv::journal {
 namespace {
 
-constexpr int kSchemaVersion = 1;
+constexpr int kSchemaVersion = 2;
 constexpr int kBusyTimeoutMs = 5000;
 constexpr int kKeepDays = 30;
 constexpr int kKeepRuns = 500;
@@ -26,7 +27,9 @@ CREATE TABLE IF NOT EXISTS runs(
   started INTEGER NOT NULL,
   ended INTEGER,
   trigger TEXT NOT NULL,
-  pid INTEGER NOT NULL);
+  pid INTEGER NOT NULL,
+  origin TEXT,
+  undoes INTEGER NOT NULL DEFAULT 0);
 CREATE TABLE IF NOT EXISTS moves(
   id INTEGER PRIMARY KEY AUTOINCREMENT,
   run INTEGER NOT NULL,
@@ -46,6 +49,23 @@ CREATE TABLE IF NOT EXISTS moves(
 CREATE INDEX IF NOT EXISTS moves_open ON moves(state) WHERE state = 0;
 CREATE INDEX IF NOT EXISTS moves_run ON moves(run);
 CREATE INDEX IF NOT EXISTS moves_rule ON moves(rule_id, finished);
+CREATE INDEX IF NOT EXISTS moves_src ON moves(src_id);
+CREATE INDEX IF NOT EXISTS moves_undo ON moves(undo_of) WHERE undo_of <> 0;
+CREATE TABLE IF NOT EXISTS rule_runs(
+  run INTEGER NOT NULL,
+  rule_id INTEGER NOT NULL,
+  rule_name TEXT NOT NULL,
+  moved INTEGER NOT NULL,
+  error TEXT);
+CREATE INDEX IF NOT EXISTS rule_runs_run ON rule_runs(run);
+CREATE INDEX IF NOT EXISTS rule_runs_rule ON rule_runs(rule_id, run);
+)sql";
+
+// From schema 1: the runs say what started them and what they undo; the
+// rule rows and the indexes come with kSchema.
+const char* const kUpgradeFrom1 = R"sql(
+ALTER TABLE runs ADD COLUMN origin TEXT;
+ALTER TABLE runs ADD COLUMN undoes INTEGER NOT NULL DEFAULT 0;
 )sql";
 
 const char* const kColumns =
@@ -226,6 +246,7 @@ Result<std::unique_ptr<MoveJournal>> MoveJournal::Open(const QString& path)
     };
     // The first read of the header: a file that is not SQLite fails here,
     // before anything is written to it.
+    int fileVersion = 0;
     {
         Stmt version(raw, "PRAGMA user_version");
         if (version.PrepareCode() != SQLITE_OK) return Fail(raw, version.PrepareCode(), path, QStringLiteral("read"));
@@ -236,6 +257,7 @@ Result<std::unique_ptr<MoveJournal>> MoveJournal::Open(const QString& path)
                                                    "it is kept as it is")
                                         .arg(path)
                                         .arg(version.Int(0)));
+        fileVersion = static_cast<int>(version.Int(0));
     }
     {
         Stmt check(raw, "PRAGMA quick_check");
@@ -255,6 +277,9 @@ Result<std::unique_ptr<MoveJournal>> MoveJournal::Open(const QString& path)
     {
         Transaction tx(raw);
         if (tx.BeginCode() != SQLITE_OK) return Fail(raw, tx.BeginCode(), path, QStringLiteral("schema"));
+        if (fileVersion == 1) {
+            if (Status s = exec(kUpgradeFrom1, QStringLiteral("upgrade")); !s) return s.error();
+        }
         if (Status s = exec(kSchema, QStringLiteral("schema")); !s) return s.error();
         const QByteArray setVersion = "PRAGMA user_version=" + QByteArray::number(kSchemaVersion);
         if (Status s = exec(setVersion.constData(), QStringLiteral("schema")); !s) return s.error();
@@ -269,13 +294,15 @@ Result<std::unique_ptr<RunLock>> MoveJournal::LockRuns(std::chrono::milliseconds
     return RunLock::Acquire(m_path + QStringLiteral(".lock"), wait);
 }
 
-Result<qint64> MoveJournal::BeginRun(const QString& trigger)
+Result<qint64> MoveJournal::BeginRun(const QString& trigger, const QString& origin, qint64 undoes)
 {
-    Stmt s(m_db, "INSERT INTO runs(started, trigger, pid) VALUES (?, ?, ?)");
+    Stmt s(m_db, "INSERT INTO runs(started, trigger, pid, origin, undoes) VALUES (?, ?, ?, ?, ?)");
     if (s.PrepareCode() != SQLITE_OK) return Fail(m_db, s.PrepareCode(), m_path, QStringLiteral("begin run"));
     s.Bind(1, Millis(QDateTime::currentDateTimeUtc()));
     s.Bind(2, trigger);
     s.Bind(3, QCoreApplication::applicationPid());
+    s.Bind(4, origin);
+    s.Bind(5, undoes);
     if (const int rc = s.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, QStringLiteral("begin run"));
     return sqlite3_last_insert_rowid(m_db);
 }
@@ -400,46 +427,182 @@ Result<std::vector<MoveRow>> MoveJournal::RowsOfRule(int ruleId, const QDateTime
                   });
 }
 
+namespace {
+
+const char* const kRunColumns = "run, started, ended, trigger, pid, origin, undoes";
+
+RunRow ReadRun(const Stmt& s)
+{
+    RunRow r;
+    r.run = s.Int(0);
+    r.started = FromMillis(s.Int(1));
+    r.ended = FromMillis(s.Int(2));
+    r.trigger = s.Text(3);
+    r.pid = s.Int(4);
+    r.origin = s.Text(5);
+    r.undoes = s.Int(6);
+    return r;
+}
+
+}  // namespace
+
 Result<std::vector<RunRow>> MoveJournal::Runs(int limit)
 {
-    Stmt s(m_db, "SELECT run, started, ended, trigger, pid FROM runs ORDER BY run DESC LIMIT ?");
+    const QByteArray sql = QByteArray("SELECT ") + kRunColumns + " FROM runs ORDER BY run DESC LIMIT ?";
+    Stmt s(m_db, sql.constData());
     if (s.PrepareCode() != SQLITE_OK) return Fail(m_db, s.PrepareCode(), m_path, QStringLiteral("read runs"));
     s.Bind(1, limit);
     std::vector<RunRow> runs;
     int rc;
-    while ((rc = s.Step()) == SQLITE_ROW) {
-        RunRow r;
-        r.run = s.Int(0);
-        r.started = FromMillis(s.Int(1));
-        r.ended = FromMillis(s.Int(2));
-        r.trigger = s.Text(3);
-        r.pid = s.Int(4);
-        runs.push_back(std::move(r));
-    }
+    while ((rc = s.Step()) == SQLITE_ROW) runs.push_back(ReadRun(s));
     if (rc != SQLITE_DONE) return Fail(m_db, rc, m_path, QStringLiteral("read runs"));
     return runs;
 }
 
-Status MoveJournal::Prune(const QDateTime& now)
+Result<std::optional<RunRow>> MoveJournal::RunOf(qint64 run)
+{
+    const QByteArray sql = QByteArray("SELECT ") + kRunColumns + " FROM runs WHERE run = ?";
+    Stmt s(m_db, sql.constData());
+    if (s.PrepareCode() != SQLITE_OK) return Fail(m_db, s.PrepareCode(), m_path, QStringLiteral("read runs"));
+    s.Bind(1, run);
+    const int rc = s.Step();
+    if (rc == SQLITE_ROW) return std::optional<RunRow>(ReadRun(s));
+    if (rc != SQLITE_DONE) return Fail(m_db, rc, m_path, QStringLiteral("read runs"));
+    return std::optional<RunRow>();
+}
+
+Status MoveJournal::RecordRules(const std::vector<RuleRunRow>& rules)
+{
+    if (rules.empty()) return Status::success();
+    const QString what = QStringLiteral("write rule outcomes");
+    Transaction tx(m_db);
+    if (tx.BeginCode() != SQLITE_OK) return Fail(m_db, tx.BeginCode(), m_path, what);
+    Stmt s(m_db, "INSERT INTO rule_runs(run, rule_id, rule_name, moved, error) VALUES (?,?,?,?,?)");
+    if (s.PrepareCode() != SQLITE_OK) return Fail(m_db, s.PrepareCode(), m_path, what);
+    for (const RuleRunRow& r : rules) {
+        s.Bind(1, r.run);
+        s.Bind(2, r.ruleId);
+        s.Bind(3, r.ruleName);
+        s.Bind(4, r.moved);
+        if (!r.error.isEmpty()) s.Bind(5, r.error);
+        if (const int rc = s.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+        s.Reset();
+    }
+    if (const int rc = tx.Commit(); rc != SQLITE_OK) return Fail(m_db, rc, m_path, what);
+    return Status::success();
+}
+
+Result<std::vector<RuleRunRow>> MoveJournal::RulesOfRun(qint64 run)
+{
+    // A run from before the rule rows were kept has its moves counted.
+    Stmt s(m_db,
+           "SELECT rule_id, rule_name, moved, error FROM rule_runs WHERE run = ?1 "
+           "UNION ALL SELECT rule_id, rule_name, SUM(state = 1), NULL FROM moves WHERE run = ?1 AND kind <> 2 "
+           "AND NOT EXISTS (SELECT 1 FROM rule_runs WHERE run = ?1) GROUP BY rule_id, rule_name");
+    if (s.PrepareCode() != SQLITE_OK) return Fail(m_db, s.PrepareCode(), m_path, QStringLiteral("read rule outcomes"));
+    s.Bind(1, run);
+    std::vector<RuleRunRow> rows;
+    int rc;
+    while ((rc = s.Step()) == SQLITE_ROW)
+        rows.push_back({run, static_cast<int>(s.Int(0)), s.Text(1), static_cast<int>(s.Int(2)), s.Text(3)});
+    if (rc != SQLITE_DONE) return Fail(m_db, rc, m_path, QStringLiteral("read rule outcomes"));
+    return rows;
+}
+
+Result<std::vector<RuleHealth>> MoveJournal::Health(const QDateTime& since)
+{
+    const QString what = QStringLiteral("read rule health");
+    // One pass over the rule rows (newest run first): the first row of a
+    // rule is its last run, the first with an error its last error.
+    Stmt s(m_db,
+           "SELECT rr.rule_id, rr.run, runs.started, rr.moved, rr.error FROM rule_runs rr JOIN runs ON runs.run = rr.run "
+           "ORDER BY rr.run DESC, rr.rowid DESC");
+    if (s.PrepareCode() != SQLITE_OK) return Fail(m_db, s.PrepareCode(), m_path, what);
+    std::vector<RuleHealth> out;
+    std::map<int, size_t> index;
+    const qint64 cut = Millis(since);
+    int rc;
+    while ((rc = s.Step()) == SQLITE_ROW) {
+        const int rule = static_cast<int>(s.Int(0));
+        auto [it, added] = index.try_emplace(rule, out.size());
+        if (added) {
+            RuleHealth h;
+            h.ruleId = rule;
+            h.lastRun = s.Int(1);
+            h.lastRunStarted = FromMillis(s.Int(2));
+            h.movedLastRun = static_cast<int>(s.Int(3));
+            out.push_back(h);
+        }
+        RuleHealth& h = out[it->second];
+        if (h.lastRun == s.Int(1) && !added) h.movedLastRun += static_cast<int>(s.Int(3));
+        if (s.Int(2) >= cut) h.movedRecently += static_cast<int>(s.Int(3));
+        if (h.lastErrorRun == 0 && !s.Text(4).isEmpty()) {
+            h.lastError = s.Text(4);
+            h.lastErrorRun = s.Int(1);
+            h.lastErrorStarted = FromMillis(s.Int(2));
+        }
+    }
+    if (rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+    return out;
+}
+
+Result<qint64> MoveJournal::LastUndoableRun()
+{
+    Stmt s(m_db, "SELECT COALESCE(MAX(run), 0) FROM moves WHERE state = 1 AND kind <> 2");
+    if (s.PrepareCode() != SQLITE_OK || s.Step() != SQLITE_ROW)
+        return Fail(m_db, sqlite3_errcode(m_db), m_path, QStringLiteral("read runs"));
+    return s.Int(0);
+}
+
+Result<std::vector<MoveRow>> MoveJournal::UndoRowsOf(qint64 run)
+{
+    return Select(m_db, m_path, "WHERE undo_of IN (SELECT id FROM moves WHERE run = ?) ORDER BY id",
+                  [run](Stmt& s) { s.Bind(1, run); });
+}
+
+Result<std::vector<MoveRow>> MoveJournal::MovesOf(const QByteArray& store, const QByteArray& id, qint64 afterRow)
+{
+    return Select(m_db, m_path, "WHERE src_id = ? AND src_store = ? AND id > ? AND state = 1 ORDER BY id",
+                  [&](Stmt& s) {
+                      s.Bind(1, id);
+                      s.Bind(2, store);
+                      s.Bind(3, afterRow);
+                  });
+}
+
+Status MoveJournal::Prune(const QDateTime& now, int maxRuns)
 {
     const QString what = QStringLiteral("prune");
     const qint64 cut = Millis(now.addDays(-kKeepDays));
     Transaction tx(m_db);
     if (tx.BeginCode() != SQLITE_OK) return Fail(m_db, tx.BeginCode(), m_path, what);
     // A run is kept while it is recent or among the newest; a run with rows
-    // still Intended is kept whatever its age, for recovery. Its rows go
-    // first, found through the run index, so no run leaves rows behind and
+    // still Intended is kept whatever its age, for recovery. The runs to
+    // drop are chosen once, then their rows go through the run indexes, so
     // no statement scans every move.
-    static constexpr const char* kDropped =
-        "SELECT run FROM runs WHERE started < ?1 AND run NOT IN (SELECT run FROM runs ORDER BY run DESC LIMIT ?2) "
-        "AND run NOT IN (SELECT run FROM moves WHERE state = 0)";
-    for (const QByteArray& sql : {QByteArray("DELETE FROM moves WHERE run IN (") + kDropped + ")",
-                                 QByteArray("DELETE FROM runs WHERE run IN (") + kDropped + ")"}) {
-        Stmt drop(m_db, sql.constData());
+    std::vector<qint64> dropped;
+    {
+        Stmt pick(m_db,
+                  "SELECT run FROM runs WHERE started < ?1 AND run NOT IN (SELECT run FROM runs ORDER BY run DESC "
+                  "LIMIT ?2) AND run NOT IN (SELECT run FROM moves WHERE state = 0) ORDER BY run LIMIT ?3");
+        if (pick.PrepareCode() != SQLITE_OK) return Fail(m_db, pick.PrepareCode(), m_path, what);
+        pick.Bind(1, cut);
+        pick.Bind(2, kKeepRuns);
+        pick.Bind(3, maxRuns);
+        int rc;
+        while ((rc = pick.Step()) == SQLITE_ROW) dropped.push_back(pick.Int(0));
+        if (rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+    }
+    if (dropped.empty()) return Status::success();
+    for (const char* sql : {"DELETE FROM moves WHERE run = ?", "DELETE FROM rule_runs WHERE run = ?",
+                            "DELETE FROM runs WHERE run = ?"}) {
+        Stmt drop(m_db, sql);
         if (drop.PrepareCode() != SQLITE_OK) return Fail(m_db, drop.PrepareCode(), m_path, what);
-        drop.Bind(1, cut);
-        drop.Bind(2, kKeepRuns);
-        if (const int rc = drop.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+        for (qint64 run : dropped) {
+            drop.Bind(1, run);
+            if (const int rc = drop.Step(); rc != SQLITE_DONE) return Fail(m_db, rc, m_path, what);
+            drop.Reset();
+        }
     }
     if (const int rc = tx.Commit(); rc != SQLITE_OK) return Fail(m_db, rc, m_path, what);
     return Status::success();

@@ -71,8 +71,31 @@ struct MoveRow {
 struct RunRow {
     qint64 run = 0;
     QDateTime started, ended;  // ended invalid while running (or when the process died)
-    QString trigger;           // "RunAllRules", "Run15MinuteRules", "RunImmediateRules", "command line", ...
+    QString trigger;           // "RunAllRules", "Run15MinuteRules", "RunImmediateRules", "Undo"
     qint64 pid = 0;
+    QString origin;            // what started it: "hourly", "on demand", "command line", ...; empty when not told
+    qint64 undoes = 0;         // an undo run: the run it takes back
+};
+
+// What one rule did in one run: written once per rule the run reached.
+struct RuleRunRow {
+    qint64 run = 0;
+    int ruleId = 0;
+    QString ruleName;
+    int moved = 0;
+    QString error;  // "source folder not found", a store's error; empty when none
+};
+
+// A rule's recent record, from the rule rows of the runs kept.
+struct RuleHealth {
+    int ruleId = 0;
+    qint64 lastRun = 0;            // 0: the rule took part in no run kept
+    QDateTime lastRunStarted;
+    int movedLastRun = 0;
+    int movedRecently = 0;         // in the runs since the `since` given
+    QString lastError;             // the newest error, whenever it was; empty when none
+    qint64 lastErrorRun = 0;
+    QDateTime lastErrorStarted;
 };
 
 class MoveJournal {
@@ -93,8 +116,12 @@ public:
     // Hold it from before Recover to after EndRun.
     Result<std::unique_ptr<RunLock>> LockRuns(std::chrono::milliseconds wait) const;
 
-    Result<qint64> BeginRun(const QString& trigger);
+    // `origin` says in words what started the run; `undoes` names the run
+    // an undo run takes back.
+    Result<qint64> BeginRun(const QString& trigger, const QString& origin = QString(), qint64 undoes = 0);
     Status EndRun(qint64 run);
+    // One row per rule the run reached, in one transaction.
+    Status RecordRules(const std::vector<RuleRunRow>& rules);
 
     // Writes the rows (state Intended) in one transaction; fills in their
     // ids and one new batch number. Durable when it returns.
@@ -109,10 +136,27 @@ public:
     Result<std::vector<MoveRow>> RowsOfRun(qint64 run);
     // Rows of `ruleId` that ended since `since`, newest first.
     Result<std::vector<MoveRow>> RowsOfRule(int ruleId, const QDateTime& since);
+    Result<std::optional<RunRow>> RunOf(qint64 run);
+    // The rule rows of a run; for a run written before they were kept, one
+    // row per rule counted from its moves.
+    Result<std::vector<RuleRunRow>> RulesOfRun(qint64 run);
+    // Every rule's record, by rule id; `since` bounds movedRecently.
+    Result<std::vector<RuleHealth>> Health(const QDateTime& since);
 
-    // Drops runs older than 30 days beyond the newest 500. Cheap to call at
-    // every run.
-    Status Prune(const QDateTime& now);
+    // --- Undo ---
+    // The newest run that moved something and is not itself an undo; 0 when none.
+    Result<qint64> LastUndoableRun();
+    // Rows that take back one of `run`'s rows (MoveKind::Undo, any state).
+    Result<std::vector<MoveRow>> UndoRowsOf(qint64 run);
+    // Moved rows that took the message `id` of `store` elsewhere, in rows
+    // after `afterRow`, oldest first: how a moved message went on.
+    Result<std::vector<MoveRow>> MovesOf(const QByteArray& store, const QByteArray& id, qint64 afterRow);
+
+    // Drops runs older than 30 days beyond the newest 500, at most
+    // `maxRuns` of them per call (the oldest first), so a long-unpruned
+    // journal is worked off over several runs and no call holds the file
+    // for long. Needs no run lock: it never drops a run with Intended rows.
+    Status Prune(const QDateTime& now, int maxRuns = 100);
 
 private:
     MoveJournal(QString path, sqlite3* db);

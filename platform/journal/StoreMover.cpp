@@ -114,7 +114,8 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
         r.run = ctx.run;
         r.ruleId = ctx.ruleId;
         r.ruleName = ctx.ruleName;
-        r.kind = sameStore ? MoveKind::SameStore : MoveKind::CrossStore;
+        r.kind = entries[i].undoOf ? MoveKind::Undo : sameStore ? MoveKind::SameStore : MoveKind::CrossStore;
+        r.undoOf = entries[i].undoOf;
         r.srcStore = src.StoreId();
         r.srcFolder = srcFolder;
         r.srcId = entries[i].id;
@@ -127,7 +128,7 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
         // store that does not keep names ignores it.
         if (!sameStore && r.fingerprint.Known() && r.fingerprint.uniqueName.isEmpty())
             r.fingerprint.uniqueName = NewUniqueName();
-        r.flagCleared = entries[i].clearCompletedFlag;
+        r.flagCleared = entries[i].clearCompletedFlag || (entries[i].undoOf && entries[i].setCompletedFlag);
         r.subject = entries[i].subject;
         r.sender = entries[i].sender;
     }
@@ -154,6 +155,7 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
     };
     auto finish = [&]() {
         for (size_t i = 0; i < n; ++i) out.states[i] = rows[i].state;
+        if (Status s = Reflag(dst, rows); !s) out.status = s;
         if (Status s = m_journal.Finish(rows); !s) out.status = s;  // the rows stay Intended: Recover settles them
         return out;
     };
@@ -294,7 +296,7 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
         } else if (p != Presence::Absent) {
             to[k] = stayed;
             if (p == Presence::Deleted) undeleteIds.push_back(r.srcId);
-            if (r.flagCleared) reflagIds.push_back(r.srcId);
+            if (r.flagCleared && r.kind != MoveKind::Undo) reflagIds.push_back(r.srcId);
         } else {
             to[k] = MoveState::Vanished;
         }
@@ -312,6 +314,21 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
     attempt(removeIds, [&](const std::vector<QByteArray>& ids) { return src->Remove(ids); });
     attempt(undeleteIds, [&](const std::vector<QByteArray>& ids) { return src->Undelete(ids); });
     attempt(reflagIds, [&](const std::vector<QByteArray>& ids) { return src->SetFlagStatusMany(ids, 1); });
+    // An undo that arrived gets its completed flag back before its row is
+    // settled; a failure leaves the row for the next recovery.
+    std::vector<MoveRow> arrived;
+    std::vector<size_t> arrivedAt;
+    for (size_t k = 0; k < open.size(); ++k)
+        if (to[k] == MoveState::Moved && rows[open[k]].kind == MoveKind::Undo && rows[open[k]].flagCleared) {
+            arrived.push_back(rows[open[k]]);
+            arrived.back().state = MoveState::Moved;
+            arrived.back().dstId = copies[k];
+            arrivedAt.push_back(k);
+        }
+    if (Status s = Reflag(*dst, arrived); !s) {
+        if (firstError) firstError = s;
+        for (size_t k : arrivedAt) to[k] = MoveState::Intended;
+    }
 
     std::vector<MoveRow> settled;
     for (size_t k = 0; k < open.size(); ++k) {
@@ -329,6 +346,15 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
         return s;
     }
     return firstError;
+}
+
+Status StoreMover::Reflag(MessageStore& dst, const std::vector<MoveRow>& rows)
+{
+    std::vector<QByteArray> ids;
+    for (const MoveRow& r : rows)
+        if (r.kind == MoveKind::Undo && r.flagCleared && r.state == MoveState::Moved && !r.dstId.isEmpty())
+            ids.push_back(r.dstId);
+    return ids.empty() ? Status::success() : dst.SetFlagStatusMany(ids, 1);
 }
 
 Status StoreMover::Recover()

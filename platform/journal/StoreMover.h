@@ -53,6 +53,11 @@ public:
         QByteArray id;                    // the message's binary identifier
         bool clearCompletedFlag = false;  // clear its completed flag, only if it moves
         QString subject, sender;          // for the history
+        qint64 undoOf = 0;                // taking back this journal row: written as MoveKind::Undo
+        // Undo only: the move taken back cleared the completed flag; it is
+        // set again on the message once it has arrived (by Recover, when the
+        // process died after the move). Kept in the row's flagCleared.
+        bool setCompletedFlag = false;
     };
     struct Context {
         qint64 run = 0;
@@ -80,6 +85,8 @@ public:
     Status Recover();
 
     MoveJournal& Journal() const { return m_journal; }
+    // The open store with that identifier; nullptr when none.
+    mapi::MessageStore* Store(const QByteArray& storeId) const { return m_stores ? m_stores(storeId) : nullptr; }
 
     // The points of a move where a process may die; for tests and kill
     // trials. When the callback returns true at a step, Move stops there
@@ -100,6 +107,9 @@ private:
     // the source with no copy (RolledBack after a dead process, Failed after
     // an error of this one).
     Status Settle(std::vector<MoveRow>& rows, MoveState stayed, const QString& note);
+    // Sets the completed flag again on the undo rows among `rows` that
+    // arrived in `dst` and are to have it.
+    static Status Reflag(mapi::MessageStore& dst, const std::vector<MoveRow>& rows);
     bool Stop(Step step) const { return m_stop && m_stop(step); }
 
     MoveJournal& m_journal;

@@ -135,6 +135,13 @@ TEST_F(AddInTest, ClicksWithNothingSelected)
         m_forms.opened.clear();
         m_answerer.clear();
     }
+    // Undo Last Run, after the four items, says so when no run moved anything.
+    ASSERT_NE(addIn.MenuUndo(), nullptr);
+    EXPECT_EQ(addIn.MenuUndo()->Caption(), "Undo Last Run");
+    addIn.MenuUndo()->Execute();
+    ASSERT_EQ(m_answerer.texts().size(), 1);
+    EXPECT_TRUE(m_answerer.texts().front().startsWith("Nothing to undo: no run has moved anything"))
+        << m_answerer.texts().front().toStdString();
 }
 
 }  // namespace

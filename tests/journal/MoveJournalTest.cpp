@@ -3,6 +3,8 @@
 #include "tests/support/QtPrinters.h"
 
 #include <QFile>
+
+#include <sqlite3.h>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -124,4 +126,49 @@ TEST_F(MoveJournalTest, RunLockExcludesASecondHolderUntilReleased)
     EXPECT_EQ(second.error().kind, ErrorKind::Temporary);
     first = Error::temporary(QString());  // lets go
     EXPECT_TRUE(j->LockRuns(std::chrono::milliseconds(0)).ok());
+}
+
+// A journal of the first schema (no origin, no rule rows) opens upgraded:
+// its runs keep their rows, their rule counts come from their moves, and
+// new runs record origin and rule outcomes that the health reads.
+TEST_F(MoveJournalTest, FirstSchemaIsUpgradedInPlace)
+{
+    {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(Path().toUtf8().constData(), &db), SQLITE_OK);
+        const char* v1 =
+            "CREATE TABLE runs(run INTEGER PRIMARY KEY AUTOINCREMENT, started INTEGER NOT NULL, ended INTEGER, "
+            "trigger TEXT NOT NULL, pid INTEGER NOT NULL);"
+            "CREATE TABLE moves(id INTEGER PRIMARY KEY AUTOINCREMENT, run INTEGER NOT NULL, batch INTEGER NOT NULL, "
+            "rule_id INTEGER NOT NULL, rule_name TEXT NOT NULL, kind INTEGER NOT NULL, state INTEGER NOT NULL, "
+            "src_store BLOB, src_folder BLOB, src_id BLOB, dst_store BLOB, dst_folder BLOB, dst_id BLOB, dst_mark BLOB, "
+            "fp_unique BLOB, fp_message_id BLOB, fp_size INTEGER, fp_date INTEGER, flag_cleared INTEGER NOT NULL, "
+            "subject TEXT, sender TEXT, started INTEGER NOT NULL, finished INTEGER, note TEXT, "
+            "undo_of INTEGER NOT NULL DEFAULT 0);"
+            "INSERT INTO runs VALUES (1, 1764000000000, 1764000001000, 'Run15MinuteRules', 42);"
+            "INSERT INTO moves(run, batch, rule_id, rule_name, kind, state, flag_cleared, started, finished) "
+            "VALUES (1, 1, 7, 'Archive old', 0, 1, 0, 1764000000000, 1764000000500);"
+            "PRAGMA user_version=1;";
+        ASSERT_EQ(sqlite3_exec(db, v1, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+        sqlite3_close(db);
+    }
+    auto j = OpenOk();
+    ASSERT_TRUE(j);
+    const auto old = *j->RulesOfRun(1);
+    ASSERT_EQ(old.size(), 1u);
+    EXPECT_EQ(old[0].moved, 1);
+    EXPECT_EQ(*j->LastUndoableRun(), 1);
+
+    const qint64 run = *j->BeginRun(QStringLiteral("RunAllRules"), QStringLiteral("on demand"));
+    ASSERT_TRUE(j->RecordRules({{run, 7, QStringLiteral("Archive old"), 0, QStringLiteral("source folder not found")},
+                                {run, 8, QStringLiteral("Newsletters"), 3, QString()}})
+                    .ok());
+    EXPECT_EQ((*j->RunOf(run))->origin, QStringLiteral("on demand"));
+    const auto health = *j->Health(QDateTime::currentDateTimeUtc().addDays(-7));
+    ASSERT_EQ(health.size(), 2u);
+    for (const RuleHealth& h : health) {
+        EXPECT_EQ(h.lastRun, run);
+        EXPECT_EQ(h.lastError.isEmpty(), h.ruleId == 8);
+        EXPECT_EQ(h.movedRecently, h.ruleId == 8 ? 3 : 0);
+    }
 }

@@ -146,6 +146,7 @@ int Shooter::Run()
     Options(*explorer);
     RulesManager(*explorer);
     RuleUpdate(*explorer);
+    RunSummary(*explorer);  // last: it moves mail
     boxes->stop();
     return m_failures;
 }
@@ -251,6 +252,24 @@ void Shooter::RulesManager(ExplorerWindow& explorer)
         ClickAndShoot(manager, "btnAbout", QStringLiteral("frmAbout"), QStringLiteral("about"));
     });
     Click(*toolbar, "Mailvane");
+}
+
+void Shooter::RunSummary(ExplorerWindow& explorer)
+{
+    QToolBar* toolbar = explorer.Window()->findChild<QToolBar*>(QStringLiteral("Mailvane"));
+    if (!toolbar) {
+        Fail(QStringLiteral("no Mailvane toolbar"));
+        return;
+    }
+    Click(*toolbar, "Run Mailvane Rules");  // returns when the run has ended
+    for (QWidget* window : QApplication::topLevelWidgets()) {
+        if (window->objectName() != QLatin1String("frmRunSummary") || !window->isVisible()) continue;
+        Pause(kSettleMs);
+        Save(*window, QStringLiteral("run-summary"));
+        window->close();
+        return;
+    }
+    Fail(QStringLiteral("no run summary after a run that moved mail"));
 }
 
 void Shooter::RuleEditor(QWidget& rulesManager)

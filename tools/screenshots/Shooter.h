@@ -42,6 +42,8 @@ private:
     void RulesManager(host::desktop::ExplorerWindow& explorer);
     void RuleEditor(QWidget& rulesManager);
     void RuleUpdate(host::desktop::ExplorerWindow& explorer);
+    // Runs the rules from the toolbar and shoots the window with Undo.
+    void RunSummary(host::desktop::ExplorerWindow& explorer);
 
     // Runs `then` on the next modal dialog named `name` once it has settled;
     // the dialog is closed afterwards if `then` left it open. Arm before the
