@@ -48,6 +48,7 @@ OutAddIn::~OutAddIn()
 {
     // Unhook first: no event may reach a half-destroyed add-in.
     m_events.reset();
+    delete m_summaryWindow.data();
     m_progIds.Unregister(QString::fromLatin1(kOptionsPageProgId));
     for (auto& [key, wrap] : m_explorers) delete wrap;
     for (auto& [key, wrap] : m_inspectors) delete wrap;

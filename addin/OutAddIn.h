@@ -16,6 +16,7 @@
 #include "platform/office/CommandBars.h"
 #include "platform/outlook/Windows.h"
 
+#include <QDialog>
 #include <QPointer>
 #include <QString>
 #include <QVariant>
@@ -350,6 +351,7 @@ private:
     QPointer<office::CommandBar> m_toolsBar;
     QPointer<office::CommandBarControl> m_menuPopup;
     QPointer<office::CommandBarControl> m_menuUndo;
+    QPointer<QDialog> m_summaryWindow;  // the last run summary, while open
     std::function<void(const engine::RunReport&)> m_runSummary;
     QPointer<office::CommandBarControl> m_menuItems[4];
 };

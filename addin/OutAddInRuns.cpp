@@ -104,7 +104,12 @@ void OutAddIn::RunAllRulesOnDemand()
     if (m_runSummary)
         m_runSummary(report);
     else
-        ShowRunSummary(report, [this, run = report.journalRun] { UndoLastRun(run); });
+    {
+        // One summary at a time; its Undo calls back into this add-in, so the
+        // add-in closes it before it goes.
+        delete m_summaryWindow.data();
+        m_summaryWindow = ShowRunSummary(report, [this, run = report.journalRun] { UndoLastRun(run); });
+    }
 }
 
 void OutAddIn::UndoLastRun(qint64 run)

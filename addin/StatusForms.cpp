@@ -148,11 +148,12 @@ QString frmRunSummary::SummaryLine(const engine::RunReport& report)
         .arg(rules.join(QStringLiteral(", ")));
 }
 
-void ShowRunSummary(const engine::RunReport& report, std::function<void()> undo)
+QDialog* ShowRunSummary(const engine::RunReport& report, std::function<void()> undo)
 {
-    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return;
+    if (!qobject_cast<QApplication*>(QCoreApplication::instance())) return nullptr;
     auto* form = new frmRunSummary(report, std::move(undo));
     form->show();
+    return form;
 }
 
 std::unique_ptr<engine::StatusForm> CreateStatusForm(const QString& installDir, bool& cancelFlag,

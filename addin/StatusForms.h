@@ -84,7 +84,9 @@ private:
     QPushButton* m_btnUndo = nullptr;
     QPushButton* m_btnClose = nullptr;
 };
-void ShowRunSummary(const engine::RunReport& report, std::function<void()> undo);
+// The window, or nullptr without a display. The caller closes it when the
+// undo callback would no longer be valid.
+QDialog* ShowRunSummary(const engine::RunReport& report, std::function<void()> undo);
 
 // frmStatus when widgets can be shown (a QApplication runs), else LogStatusForm.
 std::unique_ptr<engine::StatusForm> CreateStatusForm(const QString& installDir, bool& cancelFlag,
