@@ -6,11 +6,12 @@
 #include "ImapIdleWatcher.h"
 #include "ImapIds.h"
 #include "ImapMover.h"
-#include "ModifiedUtf7.h"
 #include "SearchWriter.h"
 #include "platform/mapi/RestrictionEvaluator.h"
 #include "platform/stores/common/FlagMapping.h"
 #include "platform/stores/common/MimeProperties.h"
+#include "platform/stores/common/ModifiedUtf7.h"
+#include "platform/stores/common/SpecialFolderNames.h"
 
 #include <libetpan/libetpan.h>
 
@@ -44,16 +45,6 @@ constexpr int kImageIdleMs = 60000;
 constexpr size_t kMostRechecked = 2000;
 constexpr size_t kBodyBatch = 100;    // whole messages per FETCH when bodies are needed
 
-// Special-use by name, for servers that do not say (RFC 6154 names first).
-struct NamedUse {
-    const char* name;
-    const char* use;
-};
-const NamedUse kNamedUses[] = {
-    {"Sent", "\\Sent"},       {"Sent Items", "\\Sent"}, {"Sent Messages", "\\Sent"}, {"Drafts", "\\Drafts"},
-    {"Trash", "\\Trash"},     {"Deleted Items", "\\Trash"}, {"Deleted Messages", "\\Trash"},
-    {"Archive", "\\Archive"}, {"Junk", "\\Junk"},       {"Spam", "\\Junk"},
-};
 const char* const kSpecialUses[] = {"\\Sent", "\\Drafts", "\\Trash", "\\Archive", "\\Junk", "\\All", "\\Flagged"};
 
 QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* flags, char delimiter)
@@ -69,9 +60,7 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
         }
     const QString leaf = ModifiedUtf7::Decode(delimiter ? mailbox.mid(mailbox.lastIndexOf(delimiter) + 1) : mailbox);
     if (delimiter && mailbox.contains(delimiter)) return {};
-    for (const NamedUse& n : kNamedUses)
-        if (leaf.compare(QLatin1String(n.name), Qt::CaseInsensitive) == 0) return QString::fromLatin1(n.use);
-    return {};
+    return SpecialFolderNames::UseOf(leaf);
 }
 
 // One candidate as the evaluator sees it: the fetched record, with PR_BODY
