@@ -15,6 +15,7 @@
 
 namespace mv::mapi {
 
+class Restriction;
 using PropertyMap = QHash<PropTag, QVariant>;
 
 class PropertySource {
@@ -39,6 +40,13 @@ public:
         return &scratch;
     }
     virtual bool AnySubRow(PropTag subObject, const RowTest& test) const;
+
+    // Answers of body terms a store remembers between runs: the evaluator
+    // asks KnownAnswer before reading the body for a content term on it, and
+    // tells LearnAnswer what it found when it had to read. The defaults
+    // remember nothing.
+    virtual std::optional<bool> KnownAnswer(const Restriction&) const { return std::nullopt; }
+    virtual void LearnAnswer(const Restriction&, bool) const {}
 };
 
 // One row of a sub-object table held as a PropertyMap.

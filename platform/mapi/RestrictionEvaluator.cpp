@@ -200,9 +200,15 @@ bool RestrictionEvaluator::Matches(const Restriction& r, const PropertySource& m
         return FindProp(message, r.propTag, scratch) != nullptr;
     }
     case RES_CONTENT: {
+        const bool body = PropIdOf(r.propTag) == PropIdOf(PR_BODY);
+        if (body) {
+            if (const std::optional<bool> known = message.KnownAnswer(r)) return *known;
+        }
         QVariant scratch;
         const QVariant* prop = FindProp(message, r.propTag, scratch);
-        return prop && MatchContent(r, *prop);
+        const bool answer = prop && MatchContent(r, *prop);
+        if (body) message.LearnAnswer(r, answer);
+        return answer;
     }
     case RES_PROPERTY: {
         QVariant scratch;

@@ -178,6 +178,13 @@ Status MaildirFolderState::LoadKeywords()
     return Status::success();
 }
 
+QByteArray MaildirFolderState::trustedValidity() const
+{
+    if (!m_loaded || m_curMtime == 0) return {};
+    const qint64 times[3] = {m_curMtime, m_newMtime, m_keywordsMtime};
+    return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
+}
+
 const std::vector<const CachedMessage*>& MaildirFolderState::ordered() const
 {
     if (!m_orderedValid) {

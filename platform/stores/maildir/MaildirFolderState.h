@@ -59,6 +59,9 @@ public:
     // that change nothing: a query walks it instead of the map's nodes.
     const std::vector<const CachedMessage*>& ordered() const;
     const QStringList& keywords() const { return m_keywords; }
+    // The directory times of the last scan as MaildirQuickIndex keeps them,
+    // or empty when they were too recent to trust (or no scan happened).
+    QByteArray trustedValidity() const;
 
     // Brings the folder's messages up to date with the directories: loads
     // the index rows once, lists cur/ and new/ (readdir), parses only new or

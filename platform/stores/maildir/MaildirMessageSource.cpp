@@ -65,6 +65,20 @@ const QVariant* MaildirMessageSource::Find(mapi::PropTag tag, QVariant& scratch)
     }
 }
 
+std::optional<bool> MaildirMessageSource::KnownAnswer(const mapi::Restriction& node) const
+{
+    if (!m_terms || !m_known) return std::nullopt;
+    const MessageIndexFile::RecordView r = m_known->find(m_message.file.unique.toUtf8());
+    if (r.isNull() || r.size() != m_message.file.size || r.stamp() != m_message.file.mtimeNs) return std::nullopt;
+    return r.BodyAnswer(m_terms->KeyOf(node));
+}
+
+void MaildirMessageSource::LearnAnswer(const mapi::Restriction& node, bool answer) const
+{
+    if (!m_terms || !m_learned || !m_body || !*m_body) return;
+    m_learned->push_back({m_message.file.unique.toUtf8(), m_terms->KeyOf(node), answer});
+}
+
 namespace {
 
 // One recipient of the index's flat lists, seen by the evaluator as a row.

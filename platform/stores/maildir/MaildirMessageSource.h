@@ -7,6 +7,7 @@
 // re-read costs time.
 
 #include "MaildirFolderState.h"
+#include "MaildirQuickIndex.h"
 
 #include "platform/mapi/PropertySource.h"
 
@@ -29,6 +30,18 @@ public:
 
     QString FilePath() const;
 
+    // Body answers remembered in the folder's quick index (`known`, may be
+    // null) are used for this message while its size and mtime are the
+    // ones they were found under; answers read here go to `learned`.
+    void UseAnswers(const BodyTerms* terms, const MessageIndexFile* known, std::vector<LearnedAnswer>* learned)
+    {
+        m_terms = terms;
+        m_known = known;
+        m_learned = learned;
+    }
+    std::optional<bool> KnownAnswer(const mapi::Restriction& node) const override;
+    void LearnAnswer(const mapi::Restriction& node, bool answer) const override;
+
 private:
     // A property the index or the file name holds, without a copy.
     const QVariant* Held(mapi::PropTag tag) const;
@@ -37,6 +50,9 @@ private:
     const MaildirFolderState& m_folder;
     const QByteArray& m_storeId;
     int* m_bodyReads;
+    const BodyTerms* m_terms = nullptr;
+    const MessageIndexFile* m_known = nullptr;
+    std::vector<LearnedAnswer>* m_learned = nullptr;
     mutable std::optional<std::optional<QVariant>> m_body;  // outer: read yet; inner: present
 };
 

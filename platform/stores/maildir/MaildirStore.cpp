@@ -6,7 +6,10 @@
 #include "MaildirMessageSource.h"
 #include "MaildirStoreKey.h"
 
+#include "MaildirIndexedSource.h"
+
 #include "platform/mapi/RestrictionEvaluator.h"
+#include "platform/mapi/RestrictionOrder.h"
 #include "platform/stores/common/FlagMapping.h"
 #include "platform/stores/common/MimeProperties.h"
 
@@ -54,6 +57,7 @@ MaildirStore::MaildirStore(const QString& root, MaildirStoreOptions options, QOb
         for (const QString& root : key.roots()) m_formerStoreIds << StoreIdFor(root);
     }
     if (m_options.indexPath.isEmpty()) m_options.indexPath = MaildirIndex::DefaultPathFor(m_root);
+    m_quick = std::make_unique<MaildirQuickIndex>(quickIndexDir());
     if (m_options.displayName.isEmpty()) m_options.displayName = QStringLiteral("Maildir (%1)").arg(m_root);
     m_parser = [own = m_options.ownAddress](const QString& path) -> Result<std::shared_ptr<const HeaderProps>> {
         ParseOptions po;
@@ -73,7 +77,25 @@ MaildirStore::MaildirStore(const QString& root, MaildirStoreOptions options, QOb
     if (m_options.watch) Watch();
 }
 
-MaildirStore::~MaildirStore() = default;
+MaildirStore::~MaildirStore()
+{
+    (void)FlushIndex();
+}
+
+QString MaildirStore::quickIndexDir() const
+{
+    QString base = m_options.indexPath;
+    if (base.endsWith(QLatin1String(".sqlite"))) base.chop(7);
+    return base + QStringLiteral(".folders");
+}
+
+Status MaildirStore::FlushIndex()
+{
+    return m_quick->Flush([this](const QString& folderPath) -> const MaildirFolderState* {
+        auto it = m_folders.find(folderPath);
+        return it == m_folders.end() ? nullptr : it->second.get();
+    });
+}
 
 QByteArray MaildirStore::StoreId() const
 {
@@ -107,6 +129,7 @@ Result<MaildirFolderState*> MaildirStore::ScannedFolder(const QString& folderPat
         s = slot->Scan(m_index, m_parser, m_lastScan);
     }
     if (!s) return s.error();
+    m_quick->MarkChanged(folderPath);
     return slot.get();
 }
 
@@ -166,6 +189,13 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
     if (restriction) {
         if (Status s = mapi::RestrictionEvaluator::CheckSupported(*restriction); !s) return s.error();
     }
+    // Cheap terms first, so that a body is read only for what the others leave.
+    std::optional<mapi::Restriction> reordered;
+    if (restriction) reordered = mapi::RestrictionOrder::CheapFirst(*restriction);
+    restriction = reordered ? &*reordered : nullptr;
+    const BodyTerms terms = restriction ? BodyTerms::Of(*restriction) : BodyTerms();
+    if (auto quick = QuickQuery(*path, restriction, terms, columns)) return std::move(*quick);
+
     auto folder = ScannedFolder(*path);
     if (!folder) return folder.error();
     const MaildirFolderState& state = **folder;
@@ -173,13 +203,15 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
     candidates.reserve(state.messages().size());
     for (const CachedMessage* message : state.ordered())
         if (!message->flags().deleted) candidates.push_back(message);
+    const MessageIndexFile* known = terms.empty() ? nullptr : m_quick->Any(*path);
 
     // Evaluation is CPU-bound and the sources are read-only, so large
     // folders are split over the cores; rows are assembled in order after.
     std::vector<char> matched(candidates.size(), restriction ? 0 : 1);
     std::atomic<int> bodyReads{0};
+    std::vector<std::vector<LearnedAnswer>> learned(kMaxQueryThreads);
     if (restriction) {
-        auto work = [&](size_t begin, size_t end) {
+        auto work = [&](size_t slot, size_t begin, size_t end) {
             int reads = 0;
             for (size_t i = begin; i < end; ++i) {
                 // The entries are scattered over the heap and each is read
@@ -191,7 +223,8 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
                     if (const HeaderProps* h = candidates[i + 4]->file.header.get())
                         __builtin_prefetch(h->props.data());
                 }
-                const MaildirMessageSource source(*candidates[i], state, m_storeId, &reads);
+                MaildirMessageSource source(*candidates[i], state, m_storeId, &reads);
+                if (!terms.empty()) source.UseAnswers(&terms, known, &learned[slot]);
                 matched[i] = mapi::RestrictionEvaluator::Matches(*restriction, source) ? 1 : 0;
             }
             bodyReads += reads;
@@ -202,16 +235,71 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
         const size_t chunk = (candidates.size() + threads - 1) / threads;
         std::vector<std::thread> pool;
         for (size_t t = 1; t < threads; ++t)
-            pool.emplace_back(work, std::min(t * chunk, candidates.size()), std::min((t + 1) * chunk, candidates.size()));
-        work(0, std::min(chunk, candidates.size()));
+            pool.emplace_back(work, t, std::min(t * chunk, candidates.size()), std::min((t + 1) * chunk, candidates.size()));
+        work(0, 0, std::min(chunk, candidates.size()));
         for (std::thread& th : pool) th.join();
     }
     m_lastBodyReads = bodyReads;
+    for (auto& answers : learned) m_quick->Learn(*path, std::move(answers));
 
     std::vector<mapi::Row> rows;
     for (size_t i = 0; i < candidates.size(); ++i) {
         if (!matched[i]) continue;
         const MaildirMessageSource source(*candidates[i], state, m_storeId);
+        mapi::Row row;
+        row.reserve(columns.size());
+        for (const mapi::PropTag tag : columns) row.push_back(source.Get(tag).value_or(QVariant()));
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+std::optional<std::vector<mapi::Row>> MaildirStore::QuickQuery(const QString& folderPath,
+                                                               const mapi::Restriction* restriction,
+                                                               const BodyTerms& terms,
+                                                               const std::vector<mapi::PropTag>& columns)
+{
+    if (auto it = m_folders.find(folderPath); it != m_folders.end() && it->second->loaded()) return std::nullopt;
+    const auto dir = m_layout.DirOf(folderPath);
+    if (!dir) return std::nullopt;
+    const MessageIndexFile* file = m_quick->Current(folderPath, *dir);
+    if (!file) return std::nullopt;
+
+    const size_t count = size_t(file->count());
+    std::vector<char> matched(count, 0);
+    std::atomic<int> bodyReads{0};
+    std::vector<std::vector<LearnedAnswer>> learned(kMaxQueryThreads);
+    auto work = [&](size_t slot, size_t begin, size_t end) {
+        int reads = 0;
+        MaildirIndexedSource source({folderPath, *dir, m_storeId, terms.empty() ? nullptr : &terms, &learned[slot], &reads});
+        for (size_t i = begin; i < end; ++i) {
+            const MessageIndexFile::RecordView record = file->at(qsizetype(i));
+            if (record.flags() & kIndexFlagTrashed) continue;
+            source.Reset(record);
+            matched[i] = !restriction || mapi::RestrictionEvaluator::Matches(*restriction, source) ? 1 : 0;
+        }
+        bodyReads += reads;
+    };
+    const size_t threads = count < kParallelQueryMinimum || !restriction
+        ? 1
+        : std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxQueryThreads);
+    const size_t chunk = (count + threads - 1) / threads;
+    std::vector<std::thread> pool;
+    for (size_t t = 1; t < threads; ++t)
+        pool.emplace_back(work, t, std::min(t * chunk, count), std::min((t + 1) * chunk, count));
+    work(0, 0, std::min(chunk, count));
+    for (std::thread& th : pool) th.join();
+
+    m_lastScan = {};
+    m_lastScan.skipped = true;
+    m_lastBodyReads = bodyReads;
+    for (auto& answers : learned) m_quick->Learn(folderPath, std::move(answers));
+
+    std::vector<mapi::Row> rows;
+    MaildirIndexedSource source({folderPath, *dir, m_storeId});
+    for (size_t i = 0; i < count; ++i) {
+        if (!matched[i]) continue;
+        source.Reset(file->at(qsizetype(i)));
         mapi::Row row;
         row.reserve(columns.size());
         for (const mapi::PropTag tag : columns) row.push_back(source.Get(tag).value_or(QVariant()));

@@ -24,6 +24,7 @@
 #include "MaildirIndex.h"
 #include "MaildirLayout.h"
 #include "MaildirName.h"
+#include "MaildirQuickIndex.h"
 
 #include "platform/mapi/MessageStore.h"
 
@@ -98,6 +99,12 @@ public:
     const ScanStats& lastScan() const { return m_lastScan; }
     int lastBodyReads() const { return m_lastBodyReads; }
     int indexRebuilds() const { return m_index.rebuilds(); }
+    // Writes what the compact per-folder index learnt (the folders this
+    // store scanned or changed, body answers); the destructor does it too.
+    // The files are a cache: an error here loses no mail.
+    Status FlushIndex();
+    // Where the compact per-folder index files are: beside the SQLite index.
+    QString quickIndexDir() const;
     // Replaces the parser (tests count or fail parses through it).
     void SetHeaderParser(HeaderParser parser) { m_parser = std::move(parser); }
 
@@ -108,6 +115,10 @@ private:
     };
     Status EnsureIndex();
     Result<MaildirFolderState*> ScannedFolder(const QString& folderPath);
+    // The answer from the folder's compact index when its directories did
+    // not change since it was written; nullopt otherwise.
+    std::optional<std::vector<mapi::Row>> QuickQuery(const QString& folderPath, const mapi::Restriction* restriction,
+                                                     const BodyTerms& terms, const std::vector<mapi::PropTag>& columns);
     Result<Located> Find(const QByteArray& messageId);
     // Unique names in cur/ and new/ by folder path, listed once per call.
     using Listings = std::map<QString, QSet<QString>>;
@@ -155,6 +166,7 @@ private:
     QByteArray m_storeId;
     QList<QByteArray> m_formerStoreIds;
     MaildirIndex m_index;
+    std::unique_ptr<MaildirQuickIndex> m_quick;
     HeaderParser m_parser;
     std::map<QString, std::unique_ptr<MaildirFolderState>> m_folders;
     ScanStats m_lastScan;

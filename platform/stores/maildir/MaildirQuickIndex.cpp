@@ -1,0 +1,140 @@
+#include "MaildirQuickIndex.h"
+
+#include "platform/mapi/RestrictionOrder.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+
+#include <sys/stat.h>
+
+namespace mv::stores::maildir {
+
+namespace {
+
+qint64 MtimeNs(const QString& path)
+{
+    struct stat st{};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return -1;
+    return qint64(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+BodyTerms BodyTerms::Of(const mapi::Restriction& root)
+{
+    BodyTerms terms;
+    terms.Collect(root);
+    return terms;
+}
+
+void BodyTerms::Collect(const mapi::Restriction& node)
+{
+    if (node.kind == mapi::RES_CONTENT && mapi::RestrictionOrder::ReadsBody(node.propTag))
+        m_keys.emplace_back(&node, MessageIndexFile::BodyTermKey(node));
+    for (const mapi::Restriction& child : node.children()) Collect(child);
+}
+
+quint64 BodyTerms::KeyOf(const mapi::Restriction& node) const
+{
+    for (const auto& [n, key] : m_keys)
+        if (n == &node) return key;
+    return MessageIndexFile::BodyTermKey(node);
+}
+
+QByteArray MaildirQuickIndex::ValidityNow(const QString& dir)
+{
+    const qint64 times[3] = {MtimeNs(dir + QLatin1String("/cur")), MtimeNs(dir + QLatin1String("/new")),
+                             MtimeNs(dir + QLatin1String("/dovecot-keywords"))};
+    return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
+}
+
+QString MaildirQuickIndex::FileFor(const QString& folderPath) const
+{
+    const QByteArray hash = QCryptographicHash::hash(folderPath.toUtf8(), QCryptographicHash::Sha1).toHex();
+    return m_directory + QLatin1Char('/') + QString::fromLatin1(hash) + QStringLiteral(".mvix");
+}
+
+MessageIndexFile* MaildirQuickIndex::Any(const QString& folderPath)
+{
+    auto it = m_files.find(folderPath);
+    if (it == m_files.end()) {
+        auto opened = MessageIndexFile::Open(FileFor(folderPath));
+        it = m_files.emplace(folderPath, opened ? std::move(opened).value() : nullptr).first;
+    }
+    return it->second.get();
+}
+
+MessageIndexFile* MaildirQuickIndex::Current(const QString& folderPath, const QString& dir)
+{
+    MessageIndexFile* file = Any(folderPath);
+    if (!file || m_changed.count(folderPath)) return nullptr;
+    const QByteArray validity = file->validity();
+    if (validity.isEmpty() || validity != ValidityNow(dir)) return nullptr;
+    return file;
+}
+
+void MaildirQuickIndex::Learn(const QString& folderPath, std::vector<LearnedAnswer> answers)
+{
+    if (answers.empty()) return;
+    if (MessageIndexFile* file = Any(folderPath)) {
+        for (const LearnedAnswer& a : answers) file->RememberBody(a.key, a.term, a.answer);
+    }
+    auto& kept = m_learned[folderPath];
+    kept.insert(kept.end(), std::make_move_iterator(answers.begin()), std::make_move_iterator(answers.end()));
+}
+
+MessageIndexFile::Record MaildirQuickIndex::RecordOf(const CachedMessage& message)
+{
+    MessageIndexFile::Record r;
+    r.key = message.file.unique.toUtf8();
+    r.aux = message.file.relName.toUtf8();
+    r.size = message.file.size;
+    r.stamp = message.file.mtimeNs;
+    r.dateMs = message.delivered.toMSecsSinceEpoch();
+    r.flags = message.flags().deleted ? kIndexFlagTrashed : 0;
+    // Flag properties first: they win over the parser's (PR_MESSAGE_FLAGS
+    // holds the structure bits merged with the flags).
+    r.props = message.flagProps();
+    if (const HeaderProps* header = message.file.header.get()) {
+        for (const auto& [tag, value] : header->props) {
+            const bool shadowed = std::any_of(r.props.begin(), r.props.end(), [&](const auto& p) { return p.first == tag; });
+            if (!shadowed) r.props.emplace_back(tag, value);
+        }
+        for (const HeaderProps::Flat& row : header->recipients) {
+            MessageIndexFile::Props& out = r.recipients.emplace_back(row);
+            if (std::none_of(row.begin(), row.end(), [](const auto& p) { return p.first == mapi::PR_ADDRTYPE; }))
+                out.emplace_back(mapi::PR_ADDRTYPE, HeaderProps::kRecipientAddrType);
+        }
+    }
+    return r;
+}
+
+Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(const QString&)>& stateOf)
+{
+    Status result = Status::success();
+    std::map<QString, bool> folders = m_changed;
+    for (const auto& [path, answers] : m_learned) folders.emplace(path, false);
+    for (const auto& [path, changed] : folders) {
+        MessageIndexFile* file = Any(path);
+        if (!file) continue;
+        const MaildirFolderState* state = changed ? stateOf(path) : nullptr;
+        if (state && state->loaded()) {
+            std::vector<MessageIndexFile::Record> records;
+            records.reserve(state->ordered().size());
+            for (const CachedMessage* m : state->ordered()) records.push_back(RecordOf(*m));
+            file->Replace(std::move(records));
+            file->SetValidity(state->trustedValidity());
+        } else if (changed) {
+            file->SetValidity({});  // changed, but no state to write from: not to be trusted
+        }
+        if (auto it = m_learned.find(path); it != m_learned.end()) {
+            for (const LearnedAnswer& a : it->second) file->RememberBody(a.key, a.term, a.answer);
+        }
+        if (Status s = file->Commit(); !s && result.ok()) result = s;
+    }
+    m_changed.clear();
+    m_learned.clear();
+    return result;
+}
+
+}  // namespace mv::stores::maildir
