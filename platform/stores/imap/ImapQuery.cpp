@@ -183,14 +183,27 @@ Result<QHash<quint32, QString>> ImapQuery::FetchClasses(ImapConnection& conn, co
 Result<std::vector<Row>> ImapQuery::QueryOn(ImapConnection& conn, const ImapFolderRef& folder,
                                             const Restriction* restriction, const std::vector<PropTag>& columns)
 {
-    if (auto uv = ImapSession::SelectChecked(conn, folder); !uv) return uv.error();
-    if (Status s = conn.Sync(); !s) return s.error();
-    SendAhead();
-    std::optional<GatheredRows> gathered;
-    const QByteArray key = ImapIds::FolderKey(folder);
     const std::optional<QByteArrayList> fields = ImageFields(restriction, columns);
+    // Before the SELECT: ENABLE is not valid in the selected state everywhere.
+    if (m_mirror && fields)
+        if (auto enabled = conn.EnableQresync(); !enabled) return enabled.error();
+    if (auto uv = ImapSession::SelectChecked(conn, folder); !uv) return uv.error();
+    std::optional<GatheredRows> gathered;
+    // The mirror's FETCH of what changed brings the session's view up to
+    // date as a NOOP would.
+    if (m_mirror && fields) {
+        SendAhead();
+        auto fromMirror = FromMirror(conn, folder, restriction, columns);
+        if (!fromMirror) return fromMirror.error();
+        gathered = std::move(*fromMirror);
+    }
+    if (!gathered) {
+        if (Status s = conn.Sync(); !s) return s.error();
+        SendAhead();
+    }
+    const QByteArray key = ImapIds::FolderKey(folder);
     const auto image = m_images.find(key);
-    if (ImageWanted(key) && fields && (image == m_images.end() || image->second->Holds(*fields))) {
+    if (!gathered && ImageWanted(key) && fields && (image == m_images.end() || image->second->Holds(*fields))) {
         auto fromImage = FromImage(conn, folder, restriction, columns, *fields);
         if (!fromImage) return fromImage.error();
         gathered = std::move(*fromImage);
@@ -239,7 +252,8 @@ void ImapQuery::SendAhead()
     std::vector<LookaheadJob> told = std::move(m_told);
     m_told.clear();
     for (LookaheadJob& job : told) {
-        if (ImageWanted(ImapIds::FolderKey({job.mailbox, job.uidValidity})) && ImageFields(&job.restriction, job.columns))
+        if ((m_mirror || ImageWanted(ImapIds::FolderKey({job.mailbox, job.uidValidity}))) &&
+            ImageFields(&job.restriction, job.columns))
             continue;
         if (!m_lookahead) {
             auto password = m_session.Password();
@@ -304,6 +318,47 @@ Result<std::optional<GatheredRows>> ImapQuery::FromImage(ImapConnection& conn, c
         for (auto c = classes->cbegin(); c != classes->cend(); ++c) image.SetClass(c.key(), c.value());
     }
     return std::optional<GatheredRows>(image.Rows(uids, columns));
+}
+
+void ImapQuery::SetMirrorFolder(const QString& folder)
+{
+    if (folder.isEmpty()) {
+        m_mirror.reset();
+        return;
+    }
+    const QByteArray fields = ImapMirror::Fields().join(' ');
+    m_mirror = std::make_unique<ImapMirror>(
+        folder, m_storeId, [this](const FetchedMessage& m) { return BuildRecord(m, {}, true); },
+        [fields](ImapConnection& conn, const std::vector<quint32>& uids) -> Result<std::vector<FetchedMessage>> {
+            std::vector<FetchedMessage> out;
+            out.reserve(uids.size());
+            for (const QByteArray& set : UidBatches(uids)) {
+                if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
+                for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
+            }
+            return out;
+        });
+}
+
+Result<std::optional<GatheredRows>> ImapQuery::FromMirror(ImapConnection& conn, const ImapFolderRef& folder,
+                                                          const Restriction* restriction,
+                                                          const std::vector<PropTag>& columns)
+{
+    auto synced = m_mirror->Sync(conn, folder);
+    if (!synced) return synced.error();
+    if (!*synced) return std::optional<GatheredRows>();
+    GatheredRows rows = m_mirror->Match(folder, restriction, columns);
+    if (FetchNeeds::For(nullptr, columns).structure()) {
+        const std::vector<quint32> open = m_mirror->ClassOpen(folder, rows.rowUids);
+        if (!open.empty()) {
+            auto classes = FetchClasses(conn, open);
+            if (!classes) return classes.error();
+            // Remembered: a message's structure never changes under its UID.
+            m_mirror->SetClasses(folder, *classes);
+            rows = m_mirror->Match(folder, restriction, columns);
+        }
+    }
+    return std::optional<GatheredRows>(std::move(rows));
 }
 
 Status ImapQuery::PutInImage(ImapConnection& conn, const ImapFolderRef& folder, const std::vector<quint32>& uids,
@@ -384,10 +439,16 @@ std::optional<GatheredRows> ImapQuery::FromLookahead(ImapConnection& conn, const
     // read the folder's HIGHESTMODSEQ has a higher mod-sequence: those are
     // checked here. (A FETCH, not SEARCH MODSEQ, whose answer libetpan
     // cannot read.)
-    if (!conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(answer->modSeq) + ')'))
+    // With QRESYNC the same FETCH names what was expunged since, by anyone.
+    auto qresync = conn.EnableQresync();
+    if (!qresync) return std::nullopt;
+    if (!conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(answer->modSeq) +
+                     (*qresync ? " VANISHED)" : ")")))
         return std::nullopt;
     std::vector<quint32> changed;
     for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) changed.push_back(m.uid);
+    std::vector<quint32> vanished = *qresync ? conn.Vanished() : std::vector<quint32>{};
+    std::sort(vanished.begin(), vanished.end());
     if (changed.size() > kMostRechecked) return std::nullopt;
     std::sort(changed.begin(), changed.end());
     GatheredRows again;
@@ -401,7 +462,8 @@ std::optional<GatheredRows> ImapQuery::FromLookahead(ImapConnection& conn, const
     const auto removed = m_removed.constFind(ImapIds::FolderKey(folder));
     auto stale = [&](quint32 uid) {
         return (removed != m_removed.constEnd() && removed->contains(uid)) ||
-               std::binary_search(changed.begin(), changed.end(), uid);
+               std::binary_search(changed.begin(), changed.end(), uid) ||
+               std::binary_search(vanished.begin(), vanished.end(), uid);
     };
     // Both lists are in UID order; so is the merge.
     GatheredRows& before = answer->gathered;
@@ -539,6 +601,7 @@ Result<QByteArray> ImapQuery::RawMessage(const QByteArray& messageId)
 
 void ImapQuery::Forget(const ImapFolderRef& folder, const std::vector<quint32>& uids)
 {
+    if (m_mirror) m_mirror->Forget(folder, uids);
     const QByteArray key = ImapIds::FolderKey(folder);
     QSet<quint32>* removed = m_lookahead ? &m_removed[key] : nullptr;
     const auto image = m_images.find(key);

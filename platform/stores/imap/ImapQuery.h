@@ -21,6 +21,7 @@
 
 #include "ImapFolderImage.h"
 #include "ImapLookahead.h"
+#include "ImapMirror.h"
 #include "ImapSession.h"
 #include "SearchWriter.h"
 #include "platform/mapi/MessageStore.h"
@@ -51,6 +52,11 @@ public:
     Result<QByteArray> RawMessage(const QByteArray& messageId);
     void Anticipate(const QByteArray& folderId, const mapi::Restriction& restriction,
                     const std::vector<mapi::PropTag>& columns);
+
+    // Keeps a persistent mirror of the queried folders in `folder` (empty:
+    // none); header, flag and age queries are then answered from it.
+    void SetMirrorFolder(const QString& folder);
+    ImapMirror* mirror() const { return m_mirror.get(); }
 
     // What the last query fetched of this message, or null: a rule's move
     // and flag change that follow its query ask nothing more. The flags
@@ -95,6 +101,11 @@ private:
                                                   const mapi::Restriction* restriction,
                                                   const std::vector<mapi::PropTag>& columns,
                                                   const QByteArrayList& fields);
+    // The answer from the folder's mirror brought up to date; nothing when
+    // the folder cannot have one.
+    Result<std::optional<GatheredRows>> FromMirror(ImapConnection& conn, const ImapFolderRef& folder,
+                                                   const mapi::Restriction* restriction,
+                                                   const std::vector<mapi::PropTag>& columns);
     // Reads these messages (sorted UIDs) into the image; the records of
     // one batch are made while the next is fetched.
     Status PutInImage(ImapConnection& conn, const ImapFolderRef& folder, const std::vector<quint32>& uids,
@@ -120,6 +131,7 @@ private:
     std::map<QByteArray, std::unique_ptr<ImapFolderImage>> m_images;
     QSet<QByteArray> m_noImage;
     QTimer m_imageIdle;
+    std::unique_ptr<ImapMirror> m_mirror;
     // Last, so that its thread stops before anything it reads goes.
     std::unique_ptr<ImapLookahead> m_lookahead;
 };

@@ -29,6 +29,7 @@ ImapStore::~ImapStore()
 }
 
 void ImapStore::SetLogger(logging::Logger* log) { m_session.SetLogger(log); }
+void ImapStore::SetMirrorFolder(const QString& folder) { m_query.SetMirrorFolder(folder); }
 
 QByteArray ImapStore::StoreId() const { return m_storeId; }
 QString ImapStore::DisplayName() const { return m_session.DisplayName(); }

@@ -74,6 +74,10 @@ public:
     Result<std::vector<QByteArray>> Locate(const QByteArray& folderId, const QByteArray& mark,
                                            const std::vector<mapi::Fingerprint>& fingerprints) override;
 
+    // Keeps a persistent mirror of the queried folders in this folder
+    // (empty: none, the default). Set before the first call.
+    void SetMirrorFolder(const QString& folder);
+
     // Where failures to connect and messages left \Deleted are reported.
     // Borrowed; may be null (nothing is logged). Set before the first call.
     void SetLogger(logging::Logger* log);
