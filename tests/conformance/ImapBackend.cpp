@@ -15,17 +15,20 @@ namespace {
 // with the one a store without either gives; a difference fails the case.
 // Image: told of the query three times first, as a run of many rules on one
 // folder tells it; the image is kept up to date across the cases' moves and
-// flag changes, which go through this store. Mirror: each query is asked of
-// a new store over the same mirror folder, as a new process would, so the
-// mirror is read from disk and brought up to date with what this store and
-// the case changed meanwhile. The case itself then gets the usual answer.
+// flag changes, which go through this store. Mirror: a second store keeps
+// one and brings it up to date with what this store and the case changed
+// meanwhile, as another process would (a new process per query would pass
+// Dovecot's ten connections per user; tests/imap's ImapMirrorTest does
+// that). The case itself then gets the usual answer.
 enum class Checked { None, Image, Mirror };
 
 class CheckingStore final : public stores::ImapStore {
 public:
+    // The image is checked against a second store; the mirror against
+    // this one, which has none (Dovecot allows ten connections per user).
     CheckingStore(const stores::ImapSettings& settings, Checked checked)
         : ImapStore(settings), m_settings(settings), m_checked(checked),
-          m_plain(std::make_unique<stores::ImapStore>(settings))
+          m_plain(checked == Checked::Image ? std::make_unique<stores::ImapStore>(settings) : nullptr)
     {
     }
     Result<std::vector<mapi::Row>> Query(const QByteArray& folderId, const mapi::Restriction* restriction,
@@ -40,25 +43,35 @@ public:
                 for (int i = 0; i < 3; ++i) Anticipate(folderId, *restriction, kEngineColumns);
                 checked = ImapStore::Query(folderId, restriction, kEngineColumns);
             } else {
-                stores::ImapStore mirrored(m_settings);
-                mirrored.SetMirrorFolder(m_mirrorDir.path());
-                checked = mirrored.Query(folderId, restriction, kEngineColumns);
+                if (!m_mirrored) {
+                    m_mirrored = std::make_unique<stores::ImapStore>(m_settings);
+                    m_mirrored->SetMirrorFolder(m_mirrorDir.path());
+                }
+                checked = m_mirrored->Query(folderId, restriction, kEngineColumns);
             }
-            auto plain = m_plain->Query(folderId, restriction, kEngineColumns);
+            auto plain = Plain(folderId, restriction, kEngineColumns);
             if (checked.ok() != plain.ok() || (checked.ok() && *checked != *plain))
-                return Error::permanent(QStringLiteral("the folder %1 answers otherwise: %2 rows, not %3")
+                return Error::permanent(QStringLiteral("the folder %1 answers otherwise: %2 rows, not %3 (%4)")
                                             .arg(m_checked == Checked::Image ? QStringLiteral("image") : QStringLiteral("mirror"))
                                             .arg(checked ? int(checked->size()) : -1)
-                                            .arg(plain ? int(plain->size()) : -1));
+                                            .arg(plain ? int(plain->size()) : -1)
+                                            .arg(checked ? QString() : checked.error().message));
         }
-        return m_plain->Query(folderId, restriction, columns);
+        return Plain(folderId, restriction, columns);
     }
 
 private:
+    Result<std::vector<mapi::Row>> Plain(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                         const std::vector<mapi::PropTag>& columns)
+    {
+        return m_plain ? m_plain->Query(folderId, restriction, columns) : ImapStore::Query(folderId, restriction, columns);
+    }
+
     stores::ImapSettings m_settings;
     Checked m_checked;
     QTemporaryDir m_mirrorDir;
     std::unique_ptr<stores::ImapStore> m_plain;
+    std::unique_ptr<stores::ImapStore> m_mirrored;
 };
 
 // One private Dovecot serves the whole run, reached over plain IMAP on
