@@ -3,7 +3,10 @@
 // than APPEND), then twenty typical rules run as the engine runs them.
 // Reports per rule the commands sent, wall time and rows; and peak memory.
 //
-//   bench_imap [--count N]
+//   bench_imap [--count N] [--mirror 1]
+//
+// With --mirror the store keeps a mirror (in a temporary folder), and the
+// rules run once more from a new store over it, as a new process would.
 
 #include "bench/common/TypicalRules.h"
 #include "engine/RuleRestriction.h"
@@ -14,7 +17,10 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QDirIterator>
+#include <QFileInfo>
 #include <QProcess>
+#include <QTemporaryDir>
 
 #include <cstdio>
 #include <optional>
@@ -86,9 +92,11 @@ int main(int argc, char** argv)
     std::setvbuf(stdout, nullptr, _IOLBF, 0);  // progress shows while it runs
     int count = 100000;
     QString generateInto;
+    bool mirror = false;
     for (int i = 1; i + 1 < argc; i += 2) {
         if (qstrcmp(argv[i], "--count") == 0) count = QByteArray(argv[i + 1]).toInt();
         if (qstrcmp(argv[i], "--generate-into") == 0) generateInto = QString::fromLocal8Bit(argv[i + 1]);
+        if (qstrcmp(argv[i], "--mirror") == 0) mirror = qstrcmp(argv[i + 1], "1") == 0;
     }
     if (!generateInto.isEmpty()) return Generate(generateInto, count);
 
@@ -109,6 +117,8 @@ int main(int argc, char** argv)
     settings.password = test::DovecotServer::Password();
     settings.timeoutSeconds = 600;  // the first SELECT indexes the whole folder
     stores::ImapStore store(settings);
+    QTemporaryDir mirrorDir;
+    if (mirror) store.SetMirrorFolder(mirrorDir.path());
 
     QElapsedTimer t;
     t.start();
@@ -134,6 +144,24 @@ int main(int argc, char** argv)
             std::printf("  %-34s %7zu rows %4d commands %8.1f ms\n", rule.name, r.rows, r.commands, r.ms);
         }
         std::printf("run of %zu rules, pass %d: %d commands, %.0f ms\n", rules.size(), pass + 1, commands, total);
+    }
+    if (mirror) {
+        qint64 bytes = 0;
+        for (QDirIterator it(mirrorDir.path(), QDir::Files); it.hasNext();) bytes += QFileInfo(it.next()).size();
+        std::printf("mirror on disk: %lld bytes, %.0f bytes per message\n", static_cast<long long>(bytes),
+                    all && !all->empty() ? double(bytes) / double(all->size()) : 0.0);
+        std::printf("client before the new process: peak %ld MB\n", PeakRssMb());
+        stores::ImapStore again(settings);
+        again.SetMirrorFolder(mirrorDir.path());
+        double total = 0;
+        int commands = 0;
+        for (const Rule& rule : rules) {
+            const Timed r = RunRule(again, *inbox, rule, now);
+            total += r.ms;
+            commands += r.commands;
+        }
+        std::printf("run of %zu rules from a new process over the mirror: %d commands (login not counted), %.0f ms\n",
+                    rules.size(), commands, total);
     }
     Rule body{"body term", {}, {}};
     body.record.importance = engine::kImportanceDontCare;

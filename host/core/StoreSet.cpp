@@ -3,7 +3,9 @@
 #include "platform/stores/imap/ImapStore.h"
 #include "platform/stores/maildir/MaildirStore.h"
 
+#include <QCryptographicHash>
 #include <QFileInfo>
+#include <QStandardPaths>
 
 namespace mv::host {
 
@@ -23,6 +25,10 @@ Result<std::unique_ptr<StoreSet>> StoreSet::Open(const Profile& profile, logging
         } else {
             auto imap = std::make_unique<stores::ImapStore>(p.imap);
             imap->SetLogger(log);
+            // Beside the Maildir index: one folder per account.
+            const QByteArray account = QCryptographicHash::hash(imap->StoreId(), QCryptographicHash::Sha1).toHex();
+            imap->SetMirrorFolder(QStandardPaths::writableLocation(QStandardPaths::CacheLocation) +
+                                  QLatin1String("/imap-mirror/") + QString::fromLatin1(account));
             set->Add(std::move(imap));
         }
     }

@@ -5,20 +5,30 @@
 
 #include <gtest/gtest.h>
 
+#include <QTemporaryDir>
+
 namespace mv::conformance {
 namespace {
 
-// Checks every query the cases ask against the folder image: told of it
-// three times first, as a run of many rules on one folder tells it, the
-// store answers from the image, and that answer (with the rule engine's
-// columns, which the image serves) must be the one a store without an
-// image gives; a difference fails the case. The image is kept up to date
-// across the cases' moves and flag changes, which go through this store.
-// The case itself then gets the usual answer.
-class ImageCheckingStore final : public stores::ImapStore {
+// Checks every query the cases ask against the folder image or the mirror,
+// comparing the answer (with the rule engine's columns, which both serve)
+// with the one a store without either gives; a difference fails the case.
+// Image: told of the query three times first, as a run of many rules on one
+// folder tells it; the image is kept up to date across the cases' moves and
+// flag changes, which go through this store. Mirror: a second store keeps
+// one and brings it up to date with what this store and the case changed
+// meanwhile, as another process would (a new process per query would pass
+// Dovecot's ten connections per user; tests/imap's ImapMirrorTest does
+// that). The case itself then gets the usual answer.
+enum class Checked { None, Image, Mirror };
+
+class CheckingStore final : public stores::ImapStore {
 public:
-    explicit ImageCheckingStore(const stores::ImapSettings& settings)
-        : ImapStore(settings), m_plain(std::make_unique<stores::ImapStore>(settings))
+    // The image is checked against a second store; the mirror against
+    // this one, which has none (Dovecot allows ten connections per user).
+    CheckingStore(const stores::ImapSettings& settings, Checked checked)
+        : ImapStore(settings), m_settings(settings), m_checked(checked),
+          m_plain(checked == Checked::Image ? std::make_unique<stores::ImapStore>(settings) : nullptr)
     {
     }
     Result<std::vector<mapi::Row>> Query(const QByteArray& folderId, const mapi::Restriction* restriction,
@@ -28,19 +38,40 @@ public:
             mapi::PR_ENTRYID, mapi::PR_STORE_ENTRYID, mapi::PR_MESSAGE_CLASS, mapi::PR_SUBJECT,
             mapi::PR_MESSAGE_DELIVERY_TIME, mapi::PR_FLAG_STATUS};
         if (restriction) {
-            for (int i = 0; i < 3; ++i) Anticipate(folderId, *restriction, kEngineColumns);
-            auto imaged = ImapStore::Query(folderId, restriction, kEngineColumns);
-            auto plain = m_plain->Query(folderId, restriction, kEngineColumns);
-            if (imaged.ok() != plain.ok() || (imaged.ok() && *imaged != *plain))
-                return Error::permanent(QStringLiteral("the folder image answers otherwise: %1 rows, not %2")
-                                            .arg(imaged ? int(imaged->size()) : -1)
-                                            .arg(plain ? int(plain->size()) : -1));
+            Result<std::vector<mapi::Row>> checked = Error::permanent(QStringLiteral("not asked"));
+            if (m_checked == Checked::Image) {
+                for (int i = 0; i < 3; ++i) Anticipate(folderId, *restriction, kEngineColumns);
+                checked = ImapStore::Query(folderId, restriction, kEngineColumns);
+            } else {
+                if (!m_mirrored) {
+                    m_mirrored = std::make_unique<stores::ImapStore>(m_settings);
+                    m_mirrored->SetMirrorFolder(m_mirrorDir.path());
+                }
+                checked = m_mirrored->Query(folderId, restriction, kEngineColumns);
+            }
+            auto plain = Plain(folderId, restriction, kEngineColumns);
+            if (checked.ok() != plain.ok() || (checked.ok() && *checked != *plain))
+                return Error::permanent(QStringLiteral("the folder %1 answers otherwise: %2 rows, not %3 (%4)")
+                                            .arg(m_checked == Checked::Image ? QStringLiteral("image") : QStringLiteral("mirror"))
+                                            .arg(checked ? int(checked->size()) : -1)
+                                            .arg(plain ? int(plain->size()) : -1)
+                                            .arg(checked ? QString() : checked.error().message));
         }
-        return m_plain->Query(folderId, restriction, columns);
+        return Plain(folderId, restriction, columns);
     }
 
 private:
+    Result<std::vector<mapi::Row>> Plain(const QByteArray& folderId, const mapi::Restriction* restriction,
+                                         const std::vector<mapi::PropTag>& columns)
+    {
+        return m_plain ? m_plain->Query(folderId, restriction, columns) : ImapStore::Query(folderId, restriction, columns);
+    }
+
+    stores::ImapSettings m_settings;
+    Checked m_checked;
+    QTemporaryDir m_mirrorDir;
     std::unique_ptr<stores::ImapStore> m_plain;
+    std::unique_ptr<stores::ImapStore> m_mirrored;
 };
 
 // One private Dovecot serves the whole run, reached over plain IMAP on
@@ -48,7 +79,7 @@ private:
 // Dest inside, so fixtures never see each other's mail.
 class ImapFixture final : public Fixture {
 public:
-    explicit ImapFixture(bool telling) : m_telling(telling) {}
+    explicit ImapFixture(Checked checked) : m_checked(checked) {}
     bool Start()
     {
         static int fixtures = 0;
@@ -61,7 +92,8 @@ public:
         settings.user = test::DovecotServer::User();
         settings.password = test::DovecotServer::Password();
         settings.timeoutSeconds = 20;
-        m_store = m_telling ? std::make_unique<ImageCheckingStore>(settings) : std::make_unique<stores::ImapStore>(settings);
+        m_store = m_checked == Checked::None ? std::make_unique<stores::ImapStore>(settings)
+                                             : std::make_unique<CheckingStore>(settings, m_checked);
         auto in = m_store->CreateFolder({}, QStringLiteral("Fixture%1").arg(++fixtures));
         if (!in) return false;
         auto ar = m_store->CreateFolder(*in, QStringLiteral("Archive"));
@@ -75,20 +107,21 @@ public:
     mapi::MessageStore& Store() override { return *m_store; }
 
 private:
-    bool m_telling;
+    Checked m_checked;
     test::DovecotServer* m_server = nullptr;  // shared, outlives the store
     std::unique_ptr<stores::ImapStore> m_store;
 };
 
-std::unique_ptr<Fixture> Started(bool telling)
+std::unique_ptr<Fixture> Started(Checked checked)
 {
-    auto fixture = std::make_unique<ImapFixture>(telling);
+    auto fixture = std::make_unique<ImapFixture>(checked);
     if (!fixture->Start()) return nullptr;
     return fixture;
 }
 
-const BackendRegistrar registrar({QStringLiteral("Imap"), [] { return Started(false); }});
-const BackendRegistrar imageRegistrar({QStringLiteral("ImapImage"), [] { return Started(true); }});
+const BackendRegistrar registrar({QStringLiteral("Imap"), [] { return Started(Checked::None); }});
+const BackendRegistrar imageRegistrar({QStringLiteral("ImapImage"), [] { return Started(Checked::Image); }});
+const BackendRegistrar mirrorRegistrar({QStringLiteral("ImapMirror"), [] { return Started(Checked::Mirror); }});
 
 }  // namespace
 }  // namespace mv::conformance

@@ -7,7 +7,8 @@
 #include "platform/stores/imap/FetchNeeds.h"
 #include "platform/stores/imap/ImapFetcher.h"
 #include "platform/stores/imap/ImapIds.h"
-#include "platform/stores/imap/ModifiedUtf7.h"
+#include "platform/stores/common/ModifiedUtf7.h"
+#include "platform/stores/common/SpecialFolderNames.h"
 #include "platform/stores/imap/SearchWriter.h"
 
 #include <gtest/gtest.h>
@@ -33,9 +34,26 @@ TEST(ModifiedUtf7, RoundTripsRfcExamples)
 {
     for (const Utf7Case& c : kUtf7) {
         EXPECT_EQ(ModifiedUtf7::Encode(QString::fromUtf8(c.display)), QByteArray(c.wire)) << c.wire;
-        EXPECT_EQ(ModifiedUtf7::Decode(c.wire), QString::fromUtf8(c.display)) << c.wire;
+        EXPECT_EQ(ModifiedUtf7::Decode(QByteArray(c.wire)), QString::fromUtf8(c.display)) << c.wire;
     }
-    EXPECT_EQ(ModifiedUtf7::Decode("broken &APw"), QStringLiteral("broken &APw")) << "an unterminated shift is kept as text";
+}
+
+// A shift that is not strict modified base64 is kept as written, never
+// decoded to something else or dropped.
+TEST(ModifiedUtf7, MalformedShiftsAreKept)
+{
+    for (const char* wire : {"broken &APw", "bad&%%-x", "open&AAA", "slash&AP/-", "padded&APw=-", "odd&AP-", "bits&APx-"})
+        EXPECT_EQ(ModifiedUtf7::Decode(QByteArray(wire)), QString::fromLatin1(wire)) << wire;
+    EXPECT_EQ(ModifiedUtf7::Decode(QStringLiteral("K\u00fcche&AOQ-")), QStringLiteral("K\u00fcche\u00e4")) << "non-ASCII passes";
+}
+
+TEST(SpecialFolderNames, CommonClientNames)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"Sent Items", "\\Sent"}, {"deleted messages", "\\Trash"}, {"Archives", "\\Archive"},
+        {"JUNK E-MAIL", "\\Junk"}, {"Spam", "\\Junk"},             {"Sentinel", ""},
+    };
+    for (const auto& [name, use] : rows) EXPECT_EQ(SpecialFolderNames::UseOf(QString::fromLatin1(name)), QString::fromLatin1(use)) << name;
 }
 
 TEST(ImapIds, RoundTripAndRejectForeignIdentifiers)

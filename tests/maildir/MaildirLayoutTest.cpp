@@ -6,7 +6,6 @@
 #include "platform/mapi/MapiUtils.h"
 #include "platform/outlook/store/StoreNameSpace.h"
 #include "platform/stores/maildir/MaildirStoreKey.h"
-#include "platform/stores/maildir/ModifiedUtf7.h"
 
 using namespace mv;
 using namespace mv::stores::maildir;
@@ -111,13 +110,6 @@ TEST_F(MaildirFixture, CreateFolderMakesAMaildirOrRefuses)
         EXPECT_EQ(QFileInfo::exists(dir + "/maildirfolder"), c.kind == K::MaildirPlusPlus);
         EXPECT_EQ(store->Folder(*id)->name, QString::fromUtf8(c.folder));
     }
-}
-
-// Well-formed names round-trip through the folder listing and creation above.
-TEST(MaildirModifiedUtf7, MalformedRunsAreKept)
-{
-    EXPECT_EQ(DecodeModifiedUtf7("bad&%%-x"), "bad&%%-x");
-    EXPECT_EQ(DecodeModifiedUtf7("open&AAA"), "open&AAA");
 }
 
 // Well-formed ids round-trip in every move and lookup of the other tests.

@@ -280,4 +280,36 @@ std::vector<quint32> ImapConnection::SearchResult() const
     return uids;
 }
 
+Result<bool> ImapConnection::EnableQresync()
+{
+    if (m_qresync || m_qresyncRefused) return m_qresync;
+    if (!Has("QRESYNC") || !Has("ENABLE")) return false;
+    if (Status s = Custom("ENABLE QRESYNC"); !s) {
+        if (m_broken) return s.error();
+        m_qresyncRefused = true;  // a NO or BAD: do without
+        return false;
+    }
+    m_qresync = true;
+    return true;
+}
+
+std::vector<quint32> ImapConnection::Vanished() const
+{
+    std::vector<quint32> uids;
+    if (!m_session->imap_response_info || !m_session->imap_response_info->rsp_extension_list) return uids;
+    for (clistiter* it = clist_begin(m_session->imap_response_info->rsp_extension_list); it; it = clist_next(it)) {
+        auto* ext = static_cast<mailimap_extension_data*>(clist_content(it));
+        if (ext->ext_extension->ext_id != MAILIMAP_EXTENSION_QRESYNC || ext->ext_type != MAILIMAP_QRESYNC_TYPE_VANISHED)
+            continue;
+        auto* vanished = static_cast<mailimap_qresync_vanished*>(ext->ext_data);
+        if (!vanished->qr_known_uids) continue;
+        for (clistiter* s = clist_begin(vanished->qr_known_uids->set_list); s; s = clist_next(s)) {
+            auto* item = static_cast<mailimap_set_item*>(clist_content(s));
+            const quint32 last = item->set_last ? item->set_last : item->set_first;
+            for (quint64 uid = item->set_first; uid && uid <= last; ++uid) uids.push_back(static_cast<quint32>(uid));
+        }
+    }
+    return uids;
+}
+
 }  // namespace mv::stores

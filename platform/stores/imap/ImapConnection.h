@@ -64,6 +64,15 @@ public:
     // STATUS (MESSAGES HIGHESTMODSEQ): cheap, and the folder as it is now.
     Result<ModState> ReadModState(const QByteArray& mailbox);
 
+    // ENABLE QRESYNC once per connection, when the server offers it: from
+    // then on expunges are told as VANISHED UID sets (and libetpan's count
+    // of EXISTS no longer drops with them). False when not offered or
+    // refused; an error only when the connection failed.
+    Result<bool> EnableQresync();
+    bool qresync() const { return m_qresync; }
+    // The UIDs of the VANISHED answers of the last command.
+    std::vector<quint32> Vanished() const;
+
     // A command libetpan has no call for, sent as text; the untagged data
     // is left in the session's response info for the caller to read.
     Status Custom(const QByteArray& command);
@@ -82,6 +91,8 @@ private:
     QByteArray m_selected;
     int m_commands = 0;
     int m_selectedAt = -1;  // m_commands just after the SELECT
+    bool m_qresync = false;
+    bool m_qresyncRefused = false;
 };
 
 }  // namespace mv::stores

@@ -68,4 +68,9 @@ std::optional<ImapMessageRef> ImapIds::ParseMessage(const QByteArray& id)
     return ImapMessageRef{*folder, GetU32(id, size)};
 }
 
+QByteArray ImapIds::FolderKey(const ImapFolderRef& folder)
+{
+    return folder.mailbox + '/' + QByteArray::number(folder.uidValidity);
+}
+
 }  // namespace mv::stores

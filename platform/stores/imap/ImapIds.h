@@ -31,6 +31,8 @@ public:
     static QByteArray MessageId(const ImapFolderRef& folder, quint32 uid);
     static std::optional<ImapFolderRef> ParseFolder(const QByteArray& id);
     static std::optional<ImapMessageRef> ParseMessage(const QByteArray& id);
+    // A folder as a hash key in memory ("INBOX/1700000000"); never stored.
+    static QByteArray FolderKey(const ImapFolderRef& folder);
 };
 
 }  // namespace mv::stores

@@ -1,7 +1,7 @@
 #include "ImapMover.h"
 
 #include "ImapFetcher.h"
-#include "ModifiedUtf7.h"
+#include "platform/stores/common/ModifiedUtf7.h"
 #include "platform/logging/Logger.h"
 #include "platform/stores/common/MessageFingerprint.h"
 #include "platform/stores/common/MimeProperties.h"

@@ -1,6 +1,7 @@
 #include "MaildirLayout.h"
 
-#include "ModifiedUtf7.h"
+#include "platform/stores/common/ModifiedUtf7.h"
+#include "platform/stores/common/SpecialFolderNames.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,18 +15,6 @@ namespace mv::stores::maildir {
 namespace {
 
 const std::array<const char*, 3> kSubdirs = {"cur", "new", "tmp"};
-
-struct SpecialName {
-    const char* name;
-    const char* use;
-};
-// Matched case-insensitively against a top-level folder's display name.
-const SpecialName kSpecialNames[] = {
-    {"sent", "\\Sent"},       {"sent items", "\\Sent"},   {"sent messages", "\\Sent"},
-    {"drafts", "\\Drafts"},   {"trash", "\\Trash"},       {"deleted items", "\\Trash"},
-    {"deleted messages", "\\Trash"}, {"archive", "\\Archive"}, {"archives", "\\Archive"},
-    {"junk", "\\Junk"},       {"spam", "\\Junk"},         {"junk e-mail", "\\Junk"},
-};
 
 bool IsReserved(const QString& name)
 {
@@ -65,10 +54,7 @@ MaildirLayout MaildirLayout::Detect(const QString& root)
 
 QString MaildirLayout::SpecialUseForName(const QString& decodedName)
 {
-    const QString lower = decodedName.toLower();
-    for (const auto& s : kSpecialNames)
-        if (lower == QLatin1String(s.name)) return QString::fromLatin1(s.use);
-    return {};
+    return SpecialFolderNames::UseOf(decodedName);
 }
 
 LayoutFolder MaildirLayout::Make(const QString& path) const
@@ -83,7 +69,7 @@ LayoutFolder MaildirLayout::Make(const QString& path) const
     }
     const QChar sep = m_kind == Kind::MaildirPlusPlus ? QLatin1Char('.') : QLatin1Char('/');
     QStringList levels = (m_kind == Kind::MaildirPlusPlus ? path.mid(1) : path).split(sep);
-    for (QString& level : levels) level = DecodeModifiedUtf7(level);
+    for (QString& level : levels) level = ModifiedUtf7::Decode(level);
     f.name = levels.last();
     f.displayPath = levels.join(QLatin1Char('/'));
     if (levels.size() == 1) {
@@ -168,7 +154,7 @@ Result<QString> MaildirLayout::Create(const QString& parentPath, const QString& 
         return Error::permanent(QStringLiteral("The folder name \"%1\" cannot be used in this Maildir.").arg(name));
     if (!parentPath.isEmpty() && !DirOf(parentPath))
         return Error::notFound(QStringLiteral("The parent folder does not exist."));
-    const QString encoded = EncodeModifiedUtf7(trimmed);
+    const QString encoded = QString::fromLatin1(ModifiedUtf7::Encode(trimmed));
     QString path;
     if (m_kind == Kind::MaildirPlusPlus)
         path = parentPath.isEmpty() ? QLatin1Char('.') + encoded : parentPath + QLatin1Char('.') + encoded;

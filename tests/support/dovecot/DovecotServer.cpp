@@ -135,6 +135,9 @@ bool DovecotServer::WriteConfig(QString* error)
         // IDLE learns of changes through inotify; where a test machine has
         // used up its inotify instances, this poll still tells within a second.
         "mailbox_idle_check_interval = 1 secs\n"
+        // A test process keeps several stores (and their second connections)
+        // open at once; the default of ten per user would refuse logins.
+        "protocol imap {\n  mail_max_userip_connections = 40\n}\n"
         "namespace inbox {\n  inbox = yes\n"
         "%6"
         "}\n"

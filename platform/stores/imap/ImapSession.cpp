@@ -1,0 +1,114 @@
+#include "ImapSession.h"
+
+#include "platform/stores/common/ModifiedUtf7.h"
+
+#include <libetpan/libetpan.h>
+
+#include <QProcess>
+
+namespace mv::stores {
+
+ImapSession::ImapSession(ImapSettings settings, Connector connector)
+    : m_settings(std::move(settings)),
+      m_reconnect(QStringLiteral("IMAP %1@%2").arg(m_settings.user, m_settings.host), m_settings.reconnectClock),
+      m_connector(std::move(connector))
+{
+}
+
+void ImapSession::SetLogger(logging::Logger* log)
+{
+    m_log = log;
+    m_reconnect.SetLogger(log);
+}
+
+QString ImapSession::DisplayName() const { return QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host); }
+
+Result<QString> ImapSession::Password()
+{
+    if (m_password) return *m_password;
+    if (m_settings.passwordCommand.isEmpty()) return m_settings.password;
+    QProcess process;
+    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), m_settings.passwordCommand});
+    if (!process.waitForFinished(m_settings.timeoutSeconds * 1000) || process.exitStatus() != QProcess::NormalExit ||
+        process.exitCode() != 0) {
+        process.kill();
+        process.waitForFinished(1000);
+        // The command's output may hold the secret: never part of the message.
+        return Error::permanent(QStringLiteral("the password command for %1 failed (exit code %2)")
+                                    .arg(DisplayName())
+                                    .arg(process.exitCode()));
+    }
+    const QByteArray out = process.readAllStandardOutput();
+    const qsizetype nl = out.indexOf('\n');
+    m_password = QString::fromUtf8(nl < 0 ? out : out.left(nl)).remove(QLatin1Char('\r'));
+    return *m_password;
+}
+
+Result<ImapConnection*> ImapSession::Connection()
+{
+    if (m_conn && !m_conn->broken()) return m_conn.get();
+    if (m_conn) {
+        m_commandsDone += m_conn->commandsSent();
+        m_conn.reset();
+    }
+    // A server that failed is left alone for a while, and after a refused
+    // login for good: every call fails at once meanwhile.
+    if (Status s = m_reconnect.MayTry(); !s) return s.error();
+    auto password = Password();
+    if (!password) return m_reconnect.Failed(password.error());
+    auto opened = m_connector(m_settings, *password);
+    if (!opened) return m_reconnect.Failed(opened.error());
+    m_reconnect.Succeeded();
+    m_conn = std::move(*opened);
+    ++m_generation;  // folders may have come and gone while disconnected
+    return m_conn.get();
+}
+
+Result<quint32> ImapSession::UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext)
+{
+    mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
+    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
+    if (uidNext) mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDNEXT);
+    mailimap_mailbox_data_status* status = nullptr;
+    conn.CountCommand();
+    const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
+    mailimap_status_att_list_free(atts);
+    if (Status s = conn.Check(r, "STATUS"); !s) {
+        if (s.error().kind == ErrorKind::Permanent)
+            return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(mailbox)));
+        return s.error();
+    }
+    quint32 uidValidity = 0;
+    for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
+        auto* info = static_cast<mailimap_status_info*>(clist_content(it));
+        if (info->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = info->st_value;
+        if (uidNext && info->st_att == MAILIMAP_STATUS_ATT_UIDNEXT) *uidNext = info->st_value;
+    }
+    mailimap_mailbox_data_status_free(status);
+    return uidValidity;
+}
+
+Result<quint32> ImapSession::SelectChecked(ImapConnection& conn, const ImapFolderRef& folder)
+{
+    auto uv = conn.Select(folder.mailbox);
+    if (!uv) return uv;
+    if (*uv != folder.uidValidity)
+        return Error::notFound(QStringLiteral("IMAP folder %1 was recreated (UIDVALIDITY %2, was %3)")
+                                   .arg(ModifiedUtf7::Decode(folder.mailbox))
+                                   .arg(*uv)
+                                   .arg(folder.uidValidity));
+    return uv;
+}
+
+QString ImapSession::OwnAddress() const
+{
+    if (!m_settings.ownAddress.isEmpty()) return m_settings.ownAddress;
+    return m_settings.user.contains(QLatin1Char('@')) ? m_settings.user : m_settings.user + QLatin1Char('@') + m_settings.host;
+}
+
+QDateTime ImapSession::Now() const
+{
+    return m_settings.clock ? m_settings.clock().toUTC() : QDateTime::currentDateTimeUtc();
+}
+
+}  // namespace mv::stores
