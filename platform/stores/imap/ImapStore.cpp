@@ -2,6 +2,7 @@
 
 #include "FetchNeeds.h"
 #include "ImapConnection.h"
+#include "ImapCredentials.h"
 #include "ImapFetcher.h"
 #include "ImapIdleWatcher.h"
 #include "ImapIds.h"
@@ -17,7 +18,6 @@
 #include <QHash>
 #include <QMap>
 #include <QMetaMethod>
-#include <QProcess>
 #include <QSet>
 
 #include <algorithm>
@@ -110,7 +110,8 @@ ImapStore::ImapStore(ImapSettings settings, QObject* parent)
 ImapStore::ImapStore(ImapSettings settings, Connector connector, QObject* parent)
     : MessageStore(parent), m_settings(std::move(settings)),
       m_reconnect(QStringLiteral("IMAP %1@%2").arg(m_settings.user, m_settings.host), m_settings.reconnectClock),
-      m_storeId(ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port)), m_connector(std::move(connector))
+      m_storeId(ImapIds::StoreId(m_settings.user, m_settings.host, m_settings.port)), m_connector(std::move(connector)),
+      m_credentials(std::make_shared<ImapCredentials>(m_settings))
 {
     m_imageIdle.setSingleShot(true);
     m_imageIdle.setInterval(kImageIdleMs);
@@ -152,27 +153,6 @@ QDateTime ImapStore::Now() const
     return m_settings.clock ? m_settings.clock().toUTC() : QDateTime::currentDateTimeUtc();
 }
 
-Result<QString> ImapStore::Password()
-{
-    if (m_password) return *m_password;
-    if (m_settings.passwordCommand.isEmpty()) return m_settings.password;
-    QProcess process;
-    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), m_settings.passwordCommand});
-    if (!process.waitForFinished(m_settings.timeoutSeconds * 1000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0) {
-        process.kill();
-        process.waitForFinished(1000);
-        // The command's output may hold the secret: never part of the message.
-        return Error::permanent(QStringLiteral("the password command for %1 failed (exit code %2)")
-                                    .arg(DisplayName())
-                                    .arg(process.exitCode()));
-    }
-    const QByteArray out = process.readAllStandardOutput();
-    const qsizetype nl = out.indexOf('\n');
-    m_password = QString::fromUtf8(nl < 0 ? out : out.left(nl)).remove(QLatin1Char('\r'));
-    return *m_password;
-}
-
 Result<ImapConnection*> ImapStore::Connection()
 {
     if (m_conn && !m_conn->broken()) return m_conn.get();
@@ -183,9 +163,7 @@ Result<ImapConnection*> ImapStore::Connection()
     // A server that failed is left alone for a while, and after a refused
     // login for good: every call fails at once meanwhile.
     if (Status s = m_reconnect.MayTry(); !s) return s.error();
-    auto password = Password();
-    if (!password) return m_reconnect.Failed(password.error());
-    auto opened = m_connector(m_settings, *password);
+    auto opened = m_credentials->Open([this](const QString& secret) { return m_connector(m_settings, secret); });
     if (!opened) return m_reconnect.Failed(opened.error());
     m_reconnect.Succeeded();
     m_conn = std::move(*opened);
@@ -567,11 +545,9 @@ void ImapStore::SendAhead()
         if (ImageWanted(FolderKey({job.mailbox, job.uidValidity})) && ImageFields(&job.restriction, job.columns))
             continue;
         if (!m_lookahead) {
-            auto password = Password();
-            if (!password) return;
             m_lookahead = std::make_unique<ImapLookahead>(
-                [connector = m_connector, settings = m_settings, password = *password] {
-                    return connector(settings, password);
+                [connector = m_connector, settings = m_settings, credentials = m_credentials] {
+                    return credentials->Open([&](const QString& secret) { return connector(settings, secret); });
                 },
                 [this](ImapConnection& conn, const LookaheadJob& job) {
                     return Gather(conn, {job.mailbox, job.uidValidity}, &job.restriction, job.columns, job.keys);
@@ -1251,9 +1227,7 @@ void ImapStore::Anticipate(const QByteArray& folderId, const Restriction& restri
 void ImapStore::StartWatching()
 {
     if (m_watcher) return;
-    auto password = Password();
-    if (!password) return;
-    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, *password, m_log);
+    m_watcher = std::make_unique<ImapIdleWatcher>(m_settings, m_credentials, m_log);
     connect(m_watcher.get(), &ImapIdleWatcher::Arrived, this,
             [this](quint32 uidValidity) { Q_EMIT MessagesArrived(ImapIds::FolderId("INBOX", uidValidity)); },
             Qt::QueuedConnection);

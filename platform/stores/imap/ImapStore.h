@@ -59,6 +59,7 @@ class Logger;
 namespace mv::stores {
 
 class FetchNeeds;
+class ImapCredentials;
 class ImapIdleWatcher;
 class ImapMover;
 struct FetchedMessage;
@@ -124,7 +125,6 @@ protected:
 
 private:
     Result<ImapConnection*> Connection();
-    Result<QString> Password();
     template <class T>
     Result<T> Retrying(const std::function<Result<T>(ImapConnection&)>& call);
     Result<quint32> SelectChecked(ImapConnection& conn, const ImapFolderRef& folder);
@@ -204,7 +204,8 @@ private:
     const QByteArray m_storeId;  // asked for every row
     Connector m_connector;
     std::unique_ptr<ImapConnection> m_conn;
-    std::optional<QString> m_password;
+    // The password or token, shared with the look-ahead and the watcher.
+    std::shared_ptr<ImapCredentials> m_credentials;
     std::unique_ptr<ImapIdleWatcher> m_watcher;
     int m_commandsDone = 0;  // of connections already closed
     // Per connection: the mailbox list; the UIDNEXT last seen of a folder
