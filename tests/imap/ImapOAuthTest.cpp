@@ -1,0 +1,137 @@
+// OAuth2 logins on a Dovecot that checks each token at a local endpoint:
+// both mechanisms with and without SASL-IR, a token renewed once after the
+// server called it expired, a token command that gives nothing, and a token
+// that stays refused and so stops further logins.
+#include "ImapTestSupport.h"
+
+#include "platform/mapi/Restriction.h"
+#include "platform/stores/imap/ImapConnection.h"
+#include "tests/support/dovecot/TokenEndpoint.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+using namespace mv;
+using namespace mv::test;
+
+namespace {
+
+const QByteArray kGoodToken = "ya29.good-token";
+
+// Outlives the shared servers that ask it.
+TokenEndpoint& Endpoint()
+{
+    static TokenEndpoint endpoint;
+    static const bool started = [] {
+        endpoint.SetValid(kGoodToken);
+        return endpoint.Start();
+    }();
+    EXPECT_TRUE(started);
+    return endpoint;
+}
+
+struct OAuthCase {
+    const char* name;
+    stores::ImapAuth auth;
+    bool saslIr;
+};
+
+class ImapOAuthTest : public DovecotStoreTest, public ::testing::WithParamInterface<OAuthCase> {
+protected:
+    DovecotOptions Options() const override
+    {
+        DovecotOptions options;
+        options.oauthIntrospectionUrl = Endpoint().Url();
+        if (!GetParam().saslIr) options.hideCapabilities = {S("SASL-IR")};
+        return options;
+    }
+
+    // A store whose token command runs `script` after noting each run.
+    std::unique_ptr<stores::ImapStore> OAuthStore(const QString& script)
+    {
+        stores::ImapSettings settings = Settings();
+        settings.password.clear();
+        settings.auth = GetParam().auth;
+        settings.tokenCommand = QStringLiteral("echo run >> '%1'; %2").arg(dir.filePath(S("runs")), script);
+        auto made = std::make_unique<stores::ImapStore>(settings);
+        made->SetLogger(&log);
+        return made;
+    }
+    int Runs() const
+    {
+        QFile f(dir.filePath(S("runs")));
+        return f.open(QIODevice::ReadOnly) ? static_cast<int>(f.readAll().count('\n')) : 0;
+    }
+
+    QTemporaryDir dir;
+    logging::MemoryLogger log;
+};
+
+// What a rule does: find the message by its subject and move it.
+TEST_P(ImapOAuthTest, LogsInAndMovesAMessage)
+{
+    Add(inbox, Mail(S("Invoice 42")));
+    Add(inbox, Mail(S("Lunch")));
+    auto oauth = OAuthStore(S("echo ") + kGoodToken);
+    auto archive = oauth->FolderIdOf("Archive");
+    ASSERT_TRUE(archive.ok()) << archive.error().message.toStdString();
+    const auto invoices = mapi::Restriction::Content(mapi::PR_SUBJECT, S("Invoice"));
+    auto found = oauth->Query(inbox, &invoices, {mapi::PR_ENTRYID});
+    ASSERT_TRUE(found.ok() && found->size() == 1u);
+    auto moved = oauth->Move((*found)[0][0].toByteArray(), *archive);
+    ASSERT_TRUE(moved.ok()) << moved.error().message.toStdString();
+    EXPECT_EQ(Subjects(*archive), QStringList{S("Invoice 42")});
+    EXPECT_EQ(Subjects(inbox), QStringList{S("Lunch")});
+    EXPECT_EQ(Runs(), 1) << "the token is kept between connections";
+}
+
+TEST_P(ImapOAuthTest, ExpiredTokenIsRenewedOnce)
+{
+    Endpoint().ExpireOnce(kGoodToken);
+    auto oauth = OAuthStore(S("echo ") + kGoodToken);
+    auto folders = oauth->Folders();
+    ASSERT_TRUE(folders.ok()) << folders.error().message.toStdString();
+    EXPECT_EQ(Runs(), 2);
+}
+
+TEST_P(ImapOAuthTest, RefusedTokenStopsFurtherLogins)
+{
+    auto oauth = OAuthStore(S("echo stale-token"));
+    auto refused = oauth->Folders();
+    ASSERT_FALSE(refused.ok());
+    EXPECT_TRUE(stores::ImapConnection::IsLoginRefused(refused.error())) << refused.error().message.toStdString();
+    EXPECT_EQ(Runs(), 2) << "one fresh token, no more";
+    const int questions = Endpoint().Questions();
+    EXPECT_FALSE(oauth->Folders().ok());
+    EXPECT_EQ(Runs(), 2);
+    EXPECT_EQ(Endpoint().Questions(), questions) << "no login after a refused one";
+    for (const QString& text : {refused.error().message, log.texts().join(S("\n"))}) {
+        EXPECT_TRUE(text.contains(S("test@127.0.0.1"))) << text.toStdString();
+        EXPECT_FALSE(text.contains(S("stale-token"))) << "a token is never written out";
+    }
+}
+
+TEST_P(ImapOAuthTest, BrokenTokenCommandIsNamed)
+{
+    const struct {
+        const char* script;
+        const char* says;
+    } cases[] = {{"echo ya29.leaked; exit 3", "token command for test@127.0.0.1 failed"},
+                 {"printf '\\n  \\nya29.late\\n'", "printed no token"}};
+    for (const auto& c : cases) {
+        auto oauth = OAuthStore(S(c.script));
+        auto folders = oauth->Folders();
+        ASSERT_FALSE(folders.ok()) << c.script;
+        EXPECT_TRUE(folders.error().message.contains(S(c.says))) << folders.error().message.toStdString();
+        EXPECT_FALSE(folders.error().message.contains(S("ya29"))) << "the output may be a secret";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Mechanisms, ImapOAuthTest,
+                         ::testing::Values(OAuthCase{"XOAuth2", stores::ImapAuth::XOAuth2, true},
+                                           OAuthCase{"OAuthBearer", stores::ImapAuth::OAuthBearer, true},
+                                           OAuthCase{"XOAuth2WithoutSaslIr", stores::ImapAuth::XOAuth2, false},
+                                           OAuthCase{"OAuthBearerWithoutSaslIr", stores::ImapAuth::OAuthBearer, false}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
