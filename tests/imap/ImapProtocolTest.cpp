@@ -1,6 +1,6 @@
 // Protocol pieces without a server: mailbox names, identifiers, UID sets,
-// the restriction -> UID SEARCH translation, and what is read of fetched
-// header fields.
+// the restriction -> UID SEARCH translation, what is read of fetched header
+// fields, and the pieces of an OAuth2 login.
 #include "platform/mapi/PropTags.h"
 #include "platform/mapi/Restriction.h"
 #include "platform/stores/common/MimeProperties.h"
@@ -8,6 +8,7 @@
 #include "platform/stores/imap/ImapFetcher.h"
 #include "platform/stores/imap/ImapIds.h"
 #include "platform/stores/imap/ModifiedUtf7.h"
+#include "platform/stores/imap/OAuthSasl.h"
 #include "platform/stores/imap/SearchWriter.h"
 
 #include <gtest/gtest.h>
@@ -218,6 +219,37 @@ TEST(LightHeader, WholeRecordAgreesWithTheParsedOne)
         EXPECT_EQ(light.props, parsed.props);
         EXPECT_EQ(light.recipients, parsed.recipients);
     }
+}
+
+}  // namespace
+
+namespace {
+
+// The server's reason for refusing a token decides whether a fresh one is
+// asked for: only "expired or invalid" is.
+TEST(OAuthSasl, RefusalsWorthAFreshToken)
+{
+    const struct {
+        const char* json;
+        const char* status;
+        bool renew;
+    } cases[] = {
+        {R"({"status":"401","schemes":"bearer","scope":"mail"})", "401", true},
+        {R"({"status":401})", "401", true},
+        {R"({"status":"invalid_token","scope":"mail"})", "invalid_token", true},
+        {R"({"status":"insufficient_scope","scope":"mail"})", "insufficient_scope", false},
+        {R"({"status":"400"})", "400", false},
+        {"not json", "", true},
+    };
+    for (const auto& c : cases) {
+        const OAuthSasl::Failure f = OAuthSasl::ReadFailure(QByteArray(c.json).toBase64());
+        EXPECT_EQ(f.status, QString::fromLatin1(c.status)) << c.json;
+        EXPECT_EQ(f.tokenRejected, c.renew) << c.json;
+    }
+    // A user name with the GS2 header's separators is escaped, not split.
+    EXPECT_TRUE(OAuthSasl::InitialResponse(ImapAuth::OAuthBearer, QStringLiteral("a,b=c"), QStringLiteral("t"),
+                                           QStringLiteral("h"), 993)
+                    .startsWith("n,a=a=2Cb=3Dc,\x01host=h\x01port=993\x01"));
 }
 
 }  // namespace
