@@ -124,7 +124,7 @@ bool DovecotServer::WriteConfig(QString* error)
                                         .arg(m_options.oauthIntrospectionUrl)
                                         .toUtf8();
         if (!WriteFile(m_dir.filePath(QStringLiteral("oauth2.conf")), settings, error)) return false;
-        // After the password file, which refuses a token as a password.
+        // For the token mechanisms only: LOGIN and PLAIN stay with the password file.
         oauth = QStringLiteral("passdb {\n  driver = oauth2\n  mechanisms = xoauth2 oauthbearer\n  args = %1/oauth2.conf\n}\n"
                                "auth_failure_delay = 0\n")
                     .arg(root);

@@ -25,7 +25,7 @@ struct DovecotOptions {
     // Non-empty: also offers AUTHENTICATE XOAUTH2 and OAUTHBEARER, whose
     // tokens an oauth2 passdb checks at this introspection URL (a
     // TokenEndpoint). Refusals are answered at once, without the usual delay.
-    QString oauthIntrospectionUrl;
+    QString oauthIntrospectionUrl = {};
 };
 
 class DovecotServer {
