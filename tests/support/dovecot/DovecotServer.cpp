@@ -124,7 +124,9 @@ bool DovecotServer::WriteConfig(QString* error)
                                         .arg(m_options.oauthIntrospectionUrl)
                                         .toUtf8();
         if (!WriteFile(m_dir.filePath(QStringLiteral("oauth2.conf")), settings, error)) return false;
-        // For the token mechanisms only: LOGIN and PLAIN stay with the password file.
+        // Token mechanisms only. The password file is asked first (and
+        // refuses a token); Dovecot's growing pause before the login after a
+        // refused one stays: login_trusted_networks does not lift it in 2.3.
         oauth = QStringLiteral("passdb {\n  driver = oauth2\n  mechanisms = xoauth2 oauthbearer\n  args = %1/oauth2.conf\n}\n"
                                "auth_failure_delay = 0\n")
                     .arg(root);
