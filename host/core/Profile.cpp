@@ -131,8 +131,8 @@ Status ReadSecret(const SectionReader& r, stores::ImapSettings& s)
     }
     for (const char* key : {"password", "password_command"})
         if (r.Has(QLatin1String(key)))
-            return r.Fail(QLatin1String(key), QStringLiteral("not used with auth=%1; the token_command gives the access token")
-                                                  .arg(auth));
+            return r.Fail(QLatin1String(key),
+                          QStringLiteral("not used with auth=%1; the token_command gives the access token").arg(auth));
     if (s.tokenCommand.isEmpty())
         return r.Fail(QStringLiteral("token_command"),
                       QStringLiteral("missing; auth=%1 needs a command that prints an access token").arg(auth));

@@ -90,7 +90,8 @@ TEST_P(ImapOAuthRefusalTest, RefusedTokenStopsFurtherLogins)
     auto oauth = OAuthStore(S("echo ya29.stale"));
     auto refused = oauth->Folders();
     ASSERT_FALSE(refused.ok());
-    EXPECT_TRUE(stores::ImapConnection::IsLoginRefused(refused.error())) << refused.error().message.toStdString();
+    EXPECT_TRUE(stores::ImapConnection::IsLoginRefused(refused.error()))
+        << refused.error().message.toStdString();
     const int questions = Endpoint().Questions();
     EXPECT_FALSE(oauth->Folders().ok());
     EXPECT_EQ(Runs(), 2) << "one fresh token, no more";
@@ -118,12 +119,16 @@ TEST_P(ImapOAuthRefusalTest, BrokenTokenCommandIsNamed)
 
 const OAuthCase kXOAuth2{"XOAuth2", stores::ImapAuth::XOAuth2, true};
 const OAuthCase kBearer{"OAuthBearer", stores::ImapAuth::OAuthBearer, true};
-std::string Name(const ::testing::TestParamInfo<OAuthCase>& info) { return info.param.name; }
+std::string Name(const ::testing::TestParamInfo<OAuthCase>& info)
+{
+    return info.param.name;
+}
 
-INSTANTIATE_TEST_SUITE_P(Mechanisms, ImapOAuthTest,
-                         ::testing::Values(kXOAuth2, kBearer, OAuthCase{"XOAuth2NoSaslIr", stores::ImapAuth::XOAuth2, false},
-                                           OAuthCase{"OAuthBearerNoSaslIr", stores::ImapAuth::OAuthBearer, false}),
-                         Name);
+INSTANTIATE_TEST_SUITE_P(
+    Mechanisms, ImapOAuthTest,
+    ::testing::Values(kXOAuth2, kBearer, OAuthCase{"XOAuth2NoSaslIr", stores::ImapAuth::XOAuth2, false},
+                      OAuthCase{"OAuthBearerNoSaslIr", stores::ImapAuth::OAuthBearer, false}),
+    Name);
 INSTANTIATE_TEST_SUITE_P(Mechanisms, ImapOAuthRefusalTest, ::testing::Values(kXOAuth2, kBearer), Name);
 
 }  // namespace

@@ -102,7 +102,8 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
     logging::MemoryLogger deadLog;
     auto deadSettings = Settings(FreeLocalPort());
     deadSettings.reconnectClock = [this] { return now; };
-    stores::ImapIdleWatcher unreachable(deadSettings, std::make_shared<stores::ImapCredentials>(deadSettings), &deadLog);
+    stores::ImapIdleWatcher unreachable(deadSettings, std::make_shared<stores::ImapCredentials>(deadSettings),
+                                        &deadLog);
     unreachable.start();
     QThread::msleep(1500);
     QElapsedTimer timer;

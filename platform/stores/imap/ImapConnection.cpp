@@ -162,7 +162,8 @@ Status ImapConnection::LoginWithPassword(const ImapSettings& settings, const QSt
 Status ImapConnection::Write(const QByteArray& data)
 {
     mailstream* stream = m_session->imap_stream;
-    if (mailstream_write(stream, data.constData(), static_cast<size_t>(data.size())) < 0 || mailstream_flush(stream) == -1)
+    if (mailstream_write(stream, data.constData(), static_cast<size_t>(data.size())) < 0 ||
+        mailstream_flush(stream) == -1)
         return Check(MAILIMAP_ERROR_STREAM, "AUTHENTICATE");
     return Status::success();
 }
@@ -178,8 +179,9 @@ Status ImapConnection::AuthenticateOAuth(const ImapSettings& settings, const QSt
 {
     const QByteArray mechanism = OAuthSasl::Mechanism(settings.auth);
     if (!mailimap_has_authentication(m_session, mechanism.constData()))
-        return Error::permanent(QStringLiteral("IMAP login as %1 at %2 refused: the server does not offer AUTHENTICATE %3")
-                                    .arg(settings.user, settings.host, QString::fromLatin1(mechanism)),
+        return Error::permanent(
+            QStringLiteral("IMAP login as %1 at %2 refused: the server does not offer AUTHENTICATE %3")
+                .arg(settings.user, settings.host, QString::fromLatin1(mechanism)),
                                 kLoginRefused);
     const QByteArray response =
         OAuthSasl::InitialResponse(settings.auth, settings.user, token, settings.host, settings.port).toBase64();

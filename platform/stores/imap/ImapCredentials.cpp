@@ -7,7 +7,8 @@
 namespace mv::stores {
 
 ImapCredentials::ImapCredentials(ImapSettings settings)
-    : m_settings(std::move(settings)), m_account(QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host))
+    : m_settings(std::move(settings)),
+      m_account(QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host))
 {
 }
 
@@ -16,24 +17,28 @@ Result<QString> ImapCredentials::Run() const
     const QString& command = IsToken() ? m_settings.tokenCommand : m_settings.passwordCommand;
     const QString what = IsToken() ? QStringLiteral("token command") : QStringLiteral("password command");
     if (command.isEmpty()) {
-        if (IsToken()) return Error::permanent(QStringLiteral("no token command is set for %1").arg(m_account));
+        if (IsToken())
+            return Error::permanent(QStringLiteral("no token command is set for %1").arg(m_account));
         return m_settings.password;
     }
     QProcess process;
     process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), command});
-    if (!process.waitForFinished(m_settings.timeoutSeconds * 1000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0) {
+    if (!process.waitForFinished(m_settings.timeoutSeconds * 1000) ||
+        process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
         process.kill();
         process.waitForFinished(1000);
         // The command's output may hold the secret: never part of the message.
-        return Error::permanent(QStringLiteral("the %1 for %2 failed (exit code %3)").arg(what, m_account).arg(process.exitCode()));
+        return Error::permanent(QStringLiteral("the %1 for %2 failed (exit code %3)")
+                                    .arg(what, m_account)
+                                    .arg(process.exitCode()));
     }
     const QByteArray out = process.readAllStandardOutput();
     const qsizetype nl = out.indexOf('\n');
     const QString secret = QString::fromUtf8(nl < 0 ? out : out.left(nl)).remove(QLatin1Char('\r'));
     // An empty password may be meant; an empty token never is.
     if (IsToken() && secret.trimmed().isEmpty())
-        return Error::permanent(QStringLiteral("the %1 for %2 printed no token on its first line").arg(what, m_account));
+        return Error::permanent(
+            QStringLiteral("the %1 for %2 printed no token on its first line").arg(what, m_account));
     return IsToken() ? secret.trimmed() : secret;
 }
 

@@ -8,25 +8,26 @@ namespace mv::stores {
 QByteArray OAuthSasl::Mechanism(ImapAuth auth)
 {
     switch (auth) {
-    case ImapAuth::XOAuth2:
-        return QByteArrayLiteral("XOAUTH2");
-    case ImapAuth::OAuthBearer:
-        return QByteArrayLiteral("OAUTHBEARER");
-    case ImapAuth::Password:
-        break;
+        case ImapAuth::XOAuth2:
+            return QByteArrayLiteral("XOAUTH2");
+        case ImapAuth::OAuthBearer:
+            return QByteArrayLiteral("OAUTHBEARER");
+        case ImapAuth::Password:
+            break;
     }
     return {};
 }
 
-QByteArray OAuthSasl::InitialResponse(ImapAuth auth, const QString& user, const QString& token, const QString& host,
-                                      quint16 port)
+QByteArray OAuthSasl::InitialResponse(ImapAuth auth, const QString& user, const QString& token,
+                                      const QString& host, quint16 port)
 {
     const QByteArray bearer = "auth=Bearer " + token.toUtf8() + "\x01\x01";
     if (auth == ImapAuth::XOAuth2) return "user=" + user.toUtf8() + '\x01' + bearer;
     // The GS2 header names the user; ',' and '=' in it are escaped (RFC 5801 4).
     QByteArray name = user.toUtf8();
     name.replace("=", "=3D").replace(",", "=2C");
-    return "n,a=" + name + ",\x01host=" + host.toUtf8() + "\x01port=" + QByteArray::number(port) + '\x01' + bearer;
+    return "n,a=" + name + ",\x01host=" + host.toUtf8() + "\x01port=" + QByteArray::number(port) + '\x01' +
+           bearer;
 }
 
 QByteArray OAuthSasl::FailureAnswer(ImapAuth auth)

@@ -16,8 +16,8 @@ public:
     static QByteArray Mechanism(ImapAuth auth);
     // The client's first message, before base64. It holds the token: never
     // log it.
-    static QByteArray InitialResponse(ImapAuth auth, const QString& user, const QString& token, const QString& host,
-                                      quint16 port);
+    static QByteArray InitialResponse(ImapAuth auth, const QString& user, const QString& token,
+                                      const QString& host, quint16 port);
     // What the client answers to the server's error challenge so that the
     // server sends its tagged NO: an empty message (XOAUTH2) or a lone
     // 0x01 (RFC 7628 3.2.3), before base64.
@@ -25,7 +25,7 @@ public:
 
     // The server's error challenge, a base64 JSON object.
     struct Failure {
-        QString status;         // "401", "invalid_token", ...; empty when unreadable
+        QString status;             // "401", "invalid_token", ...; empty when unreadable
         bool tokenRejected = true;  // the token expired or is invalid: a new one may do
     };
     static Failure ReadFailure(const QByteArray& base64);

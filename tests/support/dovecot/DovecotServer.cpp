@@ -127,8 +127,8 @@ bool DovecotServer::WriteConfig(QString* error)
         // Token mechanisms only. The password file is asked first (and
         // refuses a token); Dovecot's growing pause before the login after a
         // refused one stays: login_trusted_networks does not lift it in 2.3.
-        oauth = QStringLiteral("passdb {\n  driver = oauth2\n  mechanisms = xoauth2 oauthbearer\n  args = %1/oauth2.conf\n}\n"
-                               "auth_failure_delay = 0\n")
+        oauth = QStringLiteral("passdb {\n  driver = oauth2\n  mechanisms = xoauth2 oauthbearer\n"
+                               "  args = %1/oauth2.conf\n}\nauth_failure_delay = 0\n")
                     .arg(root);
         mechanisms += QStringLiteral(" xoauth2 oauthbearer");
     }

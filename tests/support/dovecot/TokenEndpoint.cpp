@@ -28,7 +28,10 @@ bool TokenEndpoint::Start()
     return m_port != 0;
 }
 
-QString TokenEndpoint::Url() const { return QStringLiteral("http://127.0.0.1:%1/introspect").arg(m_port); }
+QString TokenEndpoint::Url() const
+{
+    return QStringLiteral("http://127.0.0.1:%1/introspect").arg(m_port);
+}
 
 void TokenEndpoint::SetValid(const QByteArray& token)
 {
@@ -44,11 +47,14 @@ void TokenEndpoint::ExpireOnce(const QByteArray& token)
 
 QByteArray TokenEndpoint::Answer(const QByteArray& body)
 {
-    const QByteArray token = QUrlQuery(QString::fromLatin1(body)).queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded).toUtf8();
+    const QByteArray token = QUrlQuery(QString::fromLatin1(body))
+                                 .queryItemValue(QStringLiteral("token"), QUrl::FullyDecoded)
+                                 .toUtf8();
     ++m_questions;
     std::lock_guard lock(m_mutex);
     const bool active = m_valid.contains(token) && !m_expireOnce.remove(token);
-    return active ? QByteArrayLiteral(R"({"active":true,"username":"test"})") : QByteArrayLiteral(R"({"active":false})");
+    return active ? QByteArrayLiteral(R"({"active":true,"username":"test"})")
+                  : QByteArrayLiteral(R"({"active":false})");
 }
 
 // One request per connection ("Connection: close"), read with blocking
@@ -65,14 +71,16 @@ void TokenEndpoint::Serve(QTcpServer& server)
             request += socket->readAll();
             if (headerEnd < 0 && (headerEnd = request.indexOf("\r\n\r\n")) >= 0) {
                 for (const QByteArray& line : request.left(headerEnd).split('\n'))
-                    if (line.toLower().startsWith("content-length:")) length = line.mid(15).trimmed().toLongLong();
+                    if (line.toLower().startsWith("content-length:"))
+                        length = line.mid(15).trimmed().toLongLong();
             }
             if (headerEnd >= 0 && request.size() >= headerEnd + 4 + length) break;
         }
         if (headerEnd < 0) continue;
         const QByteArray json = Answer(request.mid(headerEnd + 4, length));
-        socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
-                      QByteArray::number(json.size()) + "\r\n\r\n" + json);
+        socket->write(
+            "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nConnection: close\r\nContent-Length: " +
+            QByteArray::number(json.size()) + "\r\n\r\n" + json);
         socket->waitForBytesWritten(2000);
         socket->disconnectFromHost();
         if (socket->state() != QAbstractSocket::UnconnectedState) socket->waitForDisconnected(1000);
