@@ -23,7 +23,7 @@ using stores::TlsMode;
 // reporting (a misspelt "pasword_command" must not silently do nothing).
 const QStringList kMaildirKeys = {"type", "path", "address"};
 const QStringList kImapKeys = {"type", "host", "port", "tls", "user", "password", "password_command",
-                               "pinned_certificate", "address", "timeout"};
+                               "pinned_certificate", "address", "timeout", "auth", "token_command"};
 
 const struct {
     const char* name;
@@ -33,6 +33,15 @@ const struct {
     {"implicit", TlsMode::Implicit, 993},
     {"starttls", TlsMode::StartTls, 143},
     {"none", TlsMode::None, 143},
+};
+
+const struct {
+    const char* name;
+    stores::ImapAuth auth;
+} kAuthModes[] = {
+    {"plain", stores::ImapAuth::Password},
+    {"xoauth2", stores::ImapAuth::XOAuth2},
+    {"oauthbearer", stores::ImapAuth::OAuthBearer},
 };
 
 class SectionReader {
@@ -92,6 +101,44 @@ Result<StoreProfile> ReadMaildir(const SectionReader& r, const QString& file)
     return store;
 }
 
+// How the account logs in: a password, or an OAuth2 token that only a
+// command can give (tokens expire within the hour). A key of the other way
+// is refused rather than ignored, so nobody believes it is used.
+Status ReadSecret(const SectionReader& r, stores::ImapSettings& s)
+{
+    const QString auth = r.Value(QStringLiteral("auth")).toLower();
+    bool known = auth.isEmpty();
+    for (const auto& m : kAuthModes) {
+        if (auth == QLatin1String(m.name)) {
+            s.auth = m.auth;
+            known = true;
+        }
+    }
+    if (!known)
+        return r.Fail(QStringLiteral("auth"), QStringLiteral("\"%1\" is not one of plain, xoauth2, oauthbearer")
+                                                  .arg(r.Value(QStringLiteral("auth"))));
+    s.passwordCommand = r.Value(QStringLiteral("password_command"));
+    s.password = r.Value(QStringLiteral("password"));
+    s.tokenCommand = r.Value(QStringLiteral("token_command"));
+    if (s.auth == stores::ImapAuth::Password) {
+        if (!s.tokenCommand.isEmpty())
+            return r.Fail(QStringLiteral("token_command"),
+                          QStringLiteral("only used with auth=xoauth2 or auth=oauthbearer"));
+        if (s.passwordCommand.isEmpty() && s.password.isEmpty())
+            return r.Fail(QStringLiteral("password_command"),
+                          QStringLiteral("missing; give password_command (or password) for this store"));
+        return Status::success();
+    }
+    for (const char* key : {"password", "password_command"})
+        if (r.Has(QLatin1String(key)))
+            return r.Fail(QLatin1String(key),
+                          QStringLiteral("not used with auth=%1; the token_command gives the access token").arg(auth));
+    if (s.tokenCommand.isEmpty())
+        return r.Fail(QStringLiteral("token_command"),
+                      QStringLiteral("missing; auth=%1 needs a command that prints an access token").arg(auth));
+    return Status::success();
+}
+
 Result<StoreProfile> ReadImap(const SectionReader& r)
 {
     StoreProfile store;
@@ -137,11 +184,7 @@ Result<StoreProfile> ReadImap(const SectionReader& r)
                                                          .arg(r.Value(QStringLiteral("timeout"))));
         s.timeoutSeconds = seconds;
     }
-    s.passwordCommand = r.Value(QStringLiteral("password_command"));
-    s.password = r.Value(QStringLiteral("password"));
-    if (s.passwordCommand.isEmpty() && s.password.isEmpty())
-        return r.Fail(QStringLiteral("password_command"),
-                      QStringLiteral("missing; give password_command (or password) for this store"));
+    if (Status secret = ReadSecret(r, s); !secret) return secret.error();
     s.pinnedCertificate = r.Value(QStringLiteral("pinned_certificate"));
     store.address = s.ownAddress = r.Value(QStringLiteral("address"));
     return store;

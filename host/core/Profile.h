@@ -12,6 +12,13 @@
 //   pinned_certificate=/path/server.pem    ; or a SHA-256 fingerprint
 //   address=me@example.org      ; optional: the account's own address
 //
+//   [Hosted]                    ; a service that wants OAuth2 instead of a password
+//   type=imap
+//   host=imap.example.com
+//   user=me@example.com
+//   auth=xoauth2                ; plain (default) | xoauth2 | oauthbearer
+//   token_command=oauth-helper --account me   ; first line: a fresh access token
+//
 //   [Local]
 //   type=maildir
 //   path=~/Mail                 ; "~/" is the home folder

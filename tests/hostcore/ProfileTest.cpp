@@ -99,6 +99,12 @@ TEST_F(ProfileTest, MistakesAndReadablePasswordsAreRefused)
         {"password, owner read-only", imap + "password=p\n", P::ReadOwner, nullptr},
         {"password command, world-readable", imap + "password_command=pass w\n", own | P::ReadOther, nullptr},
         {"empty password, world-readable", imap + "password=\npassword_command=pass w\n", own | P::ReadOther, nullptr},
+        {"unknown auth", imap + "password=p\nauth=cram-md5\n", own, "[W] auth|cram-md5"},
+        {"oauth without token command", imap + "auth=xoauth2\n", own, "[W] token_command|missing"},
+        {"oauth with a password command", imap + "auth=oauthbearer\ntoken_command=t\npassword_command=p\n", own,
+         "[W] password_command|not used"},
+        {"token command with a password login", imap + "password=p\ntoken_command=t\n", own, "[W] token_command|auth="},
+        {"plain login named", imap + "auth=plain\npassword=p\n", own, nullptr},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
@@ -116,6 +122,11 @@ TEST_F(ProfileTest, MistakesAndReadablePasswordsAreRefused)
             EXPECT_TRUE(message.endsWith(QStringLiteral("chmod 600 ") + path)) << message.toStdString();
         }
     }
+
+    auto oauth = Profile::Load(Write(imap + "auth=OAuthBearer\ntoken_command=\"oauth-token, work\"\n"));
+    ASSERT_TRUE(oauth.ok()) << oauth.error().message.toStdString();
+    EXPECT_EQ(oauth->stores[0].imap.auth, stores::ImapAuth::OAuthBearer);
+    EXPECT_EQ(oauth->stores[0].imap.tokenCommand, QStringLiteral("oauth-token, work"));
 
     const QString missing = dir.path() + "/none/profile.ini";
     auto none = Profile::Load(missing);

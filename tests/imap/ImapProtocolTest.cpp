@@ -1,6 +1,6 @@
 // Protocol pieces without a server: mailbox names, identifiers, UID sets,
-// the restriction -> UID SEARCH translation, and what is read of fetched
-// header fields.
+// the restriction -> UID SEARCH translation, what is read of fetched header
+// fields, and the pieces of an OAuth2 login.
 #include "platform/mapi/PropTags.h"
 #include "platform/mapi/Restriction.h"
 #include "platform/stores/common/MimeProperties.h"
@@ -9,6 +9,7 @@
 #include "platform/stores/imap/ImapIds.h"
 #include "platform/stores/common/ModifiedUtf7.h"
 #include "platform/stores/common/SpecialFolderNames.h"
+#include "platform/stores/imap/OAuthSasl.h"
 #include "platform/stores/imap/SearchWriter.h"
 
 #include <gtest/gtest.h>
@@ -236,6 +237,27 @@ TEST(LightHeader, WholeRecordAgreesWithTheParsedOne)
         EXPECT_EQ(light.props, parsed.props);
         EXPECT_EQ(light.recipients, parsed.recipients);
     }
+}
+
+// Only a token the server calls expired or invalid is worth a fresh one.
+TEST(OAuthSasl, RefusalsWorthAFreshToken)
+{
+    const struct {
+        const char* json;
+        const char* status;
+        bool renew;
+    } cases[] = {{R"({"status":"401","schemes":"bearer"})", "401", true}, {R"({"status":401})", "401", true},
+                 {R"({"status":"invalid_token"})", "invalid_token", true},
+                 {R"({"status":"insufficient_scope"})", "insufficient_scope", false}, {"not json", "", true}};
+    for (const auto& c : cases) {
+        const OAuthSasl::Failure f = OAuthSasl::ReadFailure(QByteArray(c.json).toBase64());
+        EXPECT_EQ(f.status, QString::fromLatin1(c.status)) << c.json;
+        EXPECT_EQ(f.tokenRejected, c.renew) << c.json;
+    }
+    // The GS2 header's separators in a user name are escaped, not split on.
+    EXPECT_TRUE(OAuthSasl::InitialResponse(ImapAuth::OAuthBearer, QStringLiteral("a,b=c"), QStringLiteral("t"),
+                                           QStringLiteral("h"), 993)
+                    .startsWith("n,a=a=2Cb=3Dc,\x01host=h\x01port=993\x01"));
 }
 
 }  // namespace

@@ -92,7 +92,8 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
 {
     auto settings = Settings();
     settings.reconnectClock = [this] { return now; };
-    stores::ImapIdleWatcher refused(settings, S("wrong"), &log);
+    settings.password = S("wrong");
+    stores::ImapIdleWatcher refused(settings, std::make_shared<stores::ImapCredentials>(settings), &log);
     refused.start();
     EXPECT_TRUE(refused.wait(10000)) << "the watcher kept trying";
     ASSERT_EQ(log.texts().size(), 1);
@@ -101,7 +102,8 @@ TEST_F(ImapReconnectTest, WatcherLogsOnceAndStopsAfterARefusedLogin)
     logging::MemoryLogger deadLog;
     auto deadSettings = Settings(FreeLocalPort());
     deadSettings.reconnectClock = [this] { return now; };
-    stores::ImapIdleWatcher unreachable(deadSettings, S("secret"), &deadLog);
+    stores::ImapIdleWatcher unreachable(deadSettings, std::make_shared<stores::ImapCredentials>(deadSettings),
+                                        &deadLog);
     unreachable.start();
     QThread::msleep(1500);
     QElapsedTimer timer;

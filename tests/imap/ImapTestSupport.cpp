@@ -80,7 +80,8 @@ public:
 DovecotServer* SharedDovecot(const DovecotOptions& options, QString* error)
 {
     std::unique_ptr<DovecotServer>& shared =
-        Servers::All()[options.hideCapabilities.join(QLatin1Char(' ')) + (options.tls ? "+tls" : "")];
+        Servers::All()[options.hideCapabilities.join(QLatin1Char(' ')) + (options.tls ? "+tls" : "") +
+                       options.oauthIntrospectionUrl];
     if (!shared || !shared->IsRunning()) {
         shared = std::make_unique<DovecotServer>(options);
         if (!shared->Start(error)) shared.reset();

@@ -1,5 +1,6 @@
 #include "ImapConnection.h"
 
+#include "OAuthSasl.h"
 #include "TlsVerifier.h"
 
 #include <libetpan/libetpan.h>
@@ -9,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include <signal.h>
 
@@ -118,14 +120,29 @@ Status ImapConnection::Check(int r, const char* what)
 
 Status ImapConnection::Login(const ImapSettings& settings, const QString& password)
 {
-    const QByteArray user = settings.user.toUtf8();
-    const QByteArray pass = password.toUtf8();
     if (!m_session->imap_connection_info || !m_session->imap_connection_info->imap_capability) {
         mailimap_capability_data* caps = nullptr;
         ++m_commands;
         if (Status s = Check(mailimap_capability(m_session, &caps), "CAPABILITY"); !s) return s;
         mailimap_capability_data_free(caps);
     }
+    if (settings.auth != ImapAuth::Password) {
+        if (Status s = AuthenticateOAuth(settings, password); !s) return s;
+    } else if (Status s = LoginWithPassword(settings, password); !s) {
+        return s;
+    }
+    // Capabilities change with authentication (MOVE, UIDPLUS, WITHIN ...).
+    mailimap_capability_data* caps = nullptr;
+    ++m_commands;
+    if (Status s = Check(mailimap_capability(m_session, &caps), "CAPABILITY"); !s) return s;
+    mailimap_capability_data_free(caps);
+    return Status::success();
+}
+
+Status ImapConnection::LoginWithPassword(const ImapSettings& settings, const QString& password)
+{
+    const QByteArray user = settings.user.toUtf8();
+    const QByteArray pass = password.toUtf8();
     int r;
     ++m_commands;
     if (settings.preferAuthenticate || Has("LOGINDISABLED"))
@@ -139,12 +156,75 @@ Status ImapConnection::Login(const ImapSettings& settings, const QString& passwo
         return Error::permanent(QStringLiteral("IMAP login as %1 at %2 refused: %3").arg(settings.user, settings.host, server),
                                 kLoginRefused);
     }
-    // Capabilities change with authentication (MOVE, UIDPLUS, WITHIN ...).
-    mailimap_capability_data* caps = nullptr;
-    ++m_commands;
-    if (Status s = Check(mailimap_capability(m_session, &caps), "CAPABILITY"); !s) return s;
-    mailimap_capability_data_free(caps);
     return Status::success();
+}
+
+Status ImapConnection::Write(const QByteArray& data)
+{
+    mailstream* stream = m_session->imap_stream;
+    if (mailstream_write(stream, data.constData(), static_cast<size_t>(data.size())) < 0 ||
+        mailstream_flush(stream) == -1)
+        return Check(MAILIMAP_ERROR_STREAM, "AUTHENTICATE");
+    return Status::success();
+}
+
+Result<QByteArray> ImapConnection::ReadLine()
+{
+    const char* line = mailimap_read_line(m_session);
+    if (!line) return Check(MAILIMAP_ERROR_STREAM, "AUTHENTICATE").error();
+    return QByteArray(line);
+}
+
+Status ImapConnection::AuthenticateOAuth(const ImapSettings& settings, const QString& token)
+{
+    const QByteArray mechanism = OAuthSasl::Mechanism(settings.auth);
+    if (!mailimap_has_authentication(m_session, mechanism.constData()))
+        return Error::permanent(
+            QStringLiteral("IMAP login as %1 at %2 refused: the server does not offer AUTHENTICATE %3")
+                .arg(settings.user, settings.host, QString::fromLatin1(mechanism)),
+                                kLoginRefused);
+    const QByteArray response =
+        OAuthSasl::InitialResponse(settings.auth, settings.user, token, settings.host, settings.port).toBase64();
+    // The initial response saves a round trip where the server allows it (RFC 4959).
+    const bool initial = Has("SASL-IR");
+    ++m_commands;
+    // Kept out of libetpan's logger: the lines carry the token.
+    mailstream_set_privacy(m_session->imap_stream, 0);
+    Status sent = Check(mailimap_send_current_tag(m_session), "AUTHENTICATE");
+    if (sent) sent = Write("AUTHENTICATE " + mechanism + (initial ? ' ' + response : QByteArray()) + "\r\n");
+    Result<QByteArray> line = sent ? ReadLine() : Result<QByteArray>(sent.error());
+    if (line && !initial && line->startsWith('+')) {
+        sent = Write(response + "\r\n");
+        line = sent ? ReadLine() : Result<QByteArray>(sent.error());
+    }
+    // A challenge now is the server's reason for refusing, which it sends
+    // before the tagged NO once the client has answered it.
+    std::optional<OAuthSasl::Failure> failure;
+    if (line && line->startsWith('+')) {
+        failure = OAuthSasl::ReadFailure(line->mid(1));
+        sent = Write(OAuthSasl::FailureAnswer(settings.auth).toBase64() + "\r\n");
+        line = sent ? ReadLine() : Result<QByteArray>(sent.error());
+    }
+    mailstream_set_privacy(m_session->imap_stream, 1);
+    if (!line) return line.error();
+
+    mailimap_response* answer = nullptr;
+    if (Status s = Check(mailimap_parse_response(m_session, &answer), "AUTHENTICATE"); !s) return s;
+    const mailimap_response_done* done = answer->rsp_resp_done;
+    const bool tagged = done && done->rsp_type == MAILIMAP_RESP_DONE_TYPE_TAGGED && done->rsp_data.rsp_tagged;
+    const int state = tagged ? done->rsp_data.rsp_tagged->rsp_cond_state->rsp_type : -1;
+    mailimap_response_free(answer);
+    if (!tagged) return Check(MAILIMAP_ERROR_STREAM, "AUTHENTICATE");
+    if (state == MAILIMAP_RESP_COND_STATE_OK) {
+        m_session->imap_state = MAILIMAP_STATE_AUTHENTICATED;
+        return Status::success();
+    }
+    QString reason = m_session->imap_response ? QString::fromUtf8(m_session->imap_response) : QString();
+    if (failure && !failure->status.isEmpty()) reason += QStringLiteral(" (status %1)").arg(failure->status);
+    const bool renewable = !failure || failure->tokenRejected;
+    return Error::permanent(QStringLiteral("IMAP login as %1 at %2 with an OAuth2 token (%3) refused: %4")
+                                .arg(settings.user, settings.host, QString::fromLatin1(mechanism), reason),
+                            renewable ? kTokenRejected : kLoginRefused);
 }
 
 Result<std::unique_ptr<ImapConnection>> ImapConnection::Open(const ImapSettings& settings, const QString& password)

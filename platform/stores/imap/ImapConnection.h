@@ -26,7 +26,8 @@ public:
     ImapConnection& operator=(const ImapConnection&) = delete;
 
     // Connects as the settings say (TLS verified before the password is
-    // sent), logs in and reads the capabilities.
+    // sent), logs in and reads the capabilities. `password` is the access
+    // token when settings.auth is an OAuth2 mechanism.
     static Result<std::unique_ptr<ImapConnection>> Open(const ImapSettings& settings, const QString& password);
     // The same over a stream the caller made (tests run a scripted server
     // on a socketpair). Takes the stream.
@@ -36,6 +37,11 @@ public:
     // Error::code of a refused login (LOGIN or AUTHENTICATE answered NO).
     static constexpr int kLoginRefused = -1001;
     static bool IsLoginRefused(const Error& error) { return error.code == kLoginRefused; }
+    // Error::code (Permanent) of an OAuth2 login whose access token the
+    // server called expired or invalid: a fresh token may be let in, so the
+    // owner asks for one (ImapCredentials::Open) before calling it refused.
+    static constexpr int kTokenRejected = -1002;
+    static bool IsTokenRejected(const Error& error) { return error.code == kTokenRejected; }
 
     mailimap* session() const { return m_session; }
     bool Has(const char* capability) const;
@@ -85,6 +91,13 @@ public:
 private:
     explicit ImapConnection(mailimap* session) : m_session(session) {}
     Status Login(const ImapSettings& settings, const QString& password);
+    Status LoginWithPassword(const ImapSettings& settings, const QString& password);
+    // AUTHENTICATE XOAUTH2 / OAUTHBEARER, written by hand: libetpan's own
+    // XOAUTH2 call knows neither OAUTHBEARER nor the continuation form, and
+    // drops the server's reason for a refusal.
+    Status AuthenticateOAuth(const ImapSettings& settings, const QString& token);
+    Status Write(const QByteArray& data);
+    Result<QByteArray> ReadLine();
 
     mailimap* m_session = nullptr;
     bool m_broken = false;

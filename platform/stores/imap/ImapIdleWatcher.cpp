@@ -15,8 +15,9 @@ constexpr int kPollMs = 200;                 // how quickly Stop() is noticed
 constexpr int kReIdleMs = 25 * 60 * 1000;
 }  // namespace
 
-ImapIdleWatcher::ImapIdleWatcher(ImapSettings settings, QString password, logging::Logger* log, QObject* parent)
-    : QThread(parent), m_settings(std::move(settings)), m_password(std::move(password)),
+ImapIdleWatcher::ImapIdleWatcher(ImapSettings settings, std::shared_ptr<ImapCredentials> credentials,
+                                 logging::Logger* log, QObject* parent)
+    : QThread(parent), m_settings(std::move(settings)), m_credentials(std::move(credentials)),
       m_reconnect(QStringLiteral("IMAP %1@%2 (new-mail watcher)").arg(m_settings.user, m_settings.host),
                   m_settings.reconnectClock)
 {
@@ -44,7 +45,8 @@ void ImapIdleWatcher::run()
         const qint64 pause = m_reconnect.PauseMs();
         if (pause < 0) break;  // login refused: logged, no more tries
         if (pause > 0 && !Pause(static_cast<int>(pause))) break;
-        auto opened = ImapConnection::Open(m_settings, m_password);
+        auto opened =
+            m_credentials->Open([this](const QString& secret) { return ImapConnection::Open(m_settings, secret); });
         Result<quint32> selected = opened ? (*opened)->Select("INBOX") : Result<quint32>(opened.error());
         if (!selected) {
             m_reconnect.Failed(selected.error());

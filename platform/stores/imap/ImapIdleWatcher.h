@@ -5,20 +5,24 @@
 // stop after a refused login of ImapReconnect (its own). Stop()
 // returns within a fraction of a second; the destructor calls it.
 
+#include "ImapCredentials.h"
 #include "ImapReconnect.h"
 #include "ImapSettings.h"
 
 #include <QThread>
 
 #include <atomic>
+#include <memory>
 
 namespace mv::stores {
 
 class ImapIdleWatcher : public QThread {
     Q_OBJECT
 public:
-    // `log` is borrowed, may be null, and is written from the watcher's thread.
-    ImapIdleWatcher(ImapSettings settings, QString password, logging::Logger* log = nullptr, QObject* parent = nullptr);
+    // `credentials` is shared with the store; `log` is borrowed, may be
+    // null, and is written from the watcher's thread.
+    ImapIdleWatcher(ImapSettings settings, std::shared_ptr<ImapCredentials> credentials, logging::Logger* log = nullptr,
+                    QObject* parent = nullptr);
     ~ImapIdleWatcher() override;
 
     void Stop();
@@ -34,7 +38,7 @@ private:
     bool Pause(int milliseconds);  // false when asked to stop meanwhile
 
     ImapSettings m_settings;
-    QString m_password;
+    std::shared_ptr<ImapCredentials> m_credentials;
     std::atomic<bool> m_stop{false};
     ImapReconnect m_reconnect;  // used on the watcher's thread only
 };

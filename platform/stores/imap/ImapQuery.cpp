@@ -256,11 +256,10 @@ void ImapQuery::SendAhead()
             ImageFields(&job.restriction, job.columns))
             continue;
         if (!m_lookahead) {
-            auto password = m_session.Password();
-            if (!password) return;
             m_lookahead = std::make_unique<ImapLookahead>(
-                [connector = m_session.connector(), settings = m_session.settings(), password = *password] {
-                    return connector(settings, password);
+                [connector = m_session.connector(), settings = m_session.settings(),
+                 credentials = m_session.credentials()] {
+                    return credentials->Open([&](const QString& secret) { return connector(settings, secret); });
                 },
                 [this](ImapConnection& conn, const LookaheadJob& job) {
                     return Gather(conn, {job.mailbox, job.uidValidity}, &job.restriction, job.columns, job.keys);

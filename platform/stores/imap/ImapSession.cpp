@@ -4,14 +4,12 @@
 
 #include <libetpan/libetpan.h>
 
-#include <QProcess>
-
 namespace mv::stores {
 
 ImapSession::ImapSession(ImapSettings settings, Connector connector)
     : m_settings(std::move(settings)),
       m_reconnect(QStringLiteral("IMAP %1@%2").arg(m_settings.user, m_settings.host), m_settings.reconnectClock),
-      m_connector(std::move(connector))
+      m_connector(std::move(connector)), m_credentials(std::make_shared<ImapCredentials>(m_settings))
 {
 }
 
@@ -23,27 +21,6 @@ void ImapSession::SetLogger(logging::Logger* log)
 
 QString ImapSession::DisplayName() const { return QStringLiteral("%1@%2").arg(m_settings.user, m_settings.host); }
 
-Result<QString> ImapSession::Password()
-{
-    if (m_password) return *m_password;
-    if (m_settings.passwordCommand.isEmpty()) return m_settings.password;
-    QProcess process;
-    process.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), m_settings.passwordCommand});
-    if (!process.waitForFinished(m_settings.timeoutSeconds * 1000) || process.exitStatus() != QProcess::NormalExit ||
-        process.exitCode() != 0) {
-        process.kill();
-        process.waitForFinished(1000);
-        // The command's output may hold the secret: never part of the message.
-        return Error::permanent(QStringLiteral("the password command for %1 failed (exit code %2)")
-                                    .arg(DisplayName())
-                                    .arg(process.exitCode()));
-    }
-    const QByteArray out = process.readAllStandardOutput();
-    const qsizetype nl = out.indexOf('\n');
-    m_password = QString::fromUtf8(nl < 0 ? out : out.left(nl)).remove(QLatin1Char('\r'));
-    return *m_password;
-}
-
 Result<ImapConnection*> ImapSession::Connection()
 {
     if (m_conn && !m_conn->broken()) return m_conn.get();
@@ -54,9 +31,7 @@ Result<ImapConnection*> ImapSession::Connection()
     // A server that failed is left alone for a while, and after a refused
     // login for good: every call fails at once meanwhile.
     if (Status s = m_reconnect.MayTry(); !s) return s.error();
-    auto password = Password();
-    if (!password) return m_reconnect.Failed(password.error());
-    auto opened = m_connector(m_settings, *password);
+    auto opened = m_credentials->Open([this](const QString& secret) { return m_connector(m_settings, secret); });
     if (!opened) return m_reconnect.Failed(opened.error());
     m_reconnect.Succeeded();
     m_conn = std::move(*opened);

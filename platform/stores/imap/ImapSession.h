@@ -10,6 +10,7 @@
 // Not thread-safe; owned by the store's thread.
 
 #include "ImapConnection.h"
+#include "ImapCredentials.h"
 #include "ImapIds.h"
 #include "ImapReconnect.h"
 #include "ImapSettings.h"
@@ -43,9 +44,9 @@ public:
     QString OwnAddress() const;
     QDateTime Now() const;
 
-    // The password, from the settings or once from the password command
-    // (Permanent when the command fails; its output is never in the message).
-    Result<QString> Password();
+    // The password or token, shared with the lookahead and the watcher so a
+    // token renewed by one serves them all.
+    const std::shared_ptr<ImapCredentials>& credentials() const { return m_credentials; }
     // The open connection, or a new one (Temporary while the server is
     // left alone, Permanent after a refused login).
     Result<ImapConnection*> Connection();
@@ -81,7 +82,7 @@ private:
     ImapReconnect m_reconnect;
     Connector m_connector;
     std::unique_ptr<ImapConnection> m_conn;
-    std::optional<QString> m_password;
+    std::shared_ptr<ImapCredentials> m_credentials;
     int m_commandsDone = 0;  // of connections already closed
     int m_generation = 0;
 };

@@ -14,6 +14,13 @@ enum class TlsMode {
     None,      // clear text; only when the profile says so explicitly
 };
 
+// How the login proves who the user is.
+enum class ImapAuth {
+    Password,     // LOGIN (or AUTHENTICATE PLAIN) with the password
+    XOAuth2,      // AUTHENTICATE XOAUTH2 with an OAuth2 access token
+    OAuthBearer,  // AUTHENTICATE OAUTHBEARER (RFC 7628) with an access token
+};
+
 struct ImapSettings {
     QString host;
     quint16 port = 993;
@@ -21,6 +28,10 @@ struct ImapSettings {
     QString user;
     QString password;          // used when passwordCommand is empty
     QString passwordCommand;   // run with /bin/sh -c; the first line of stdout is the password
+    ImapAuth auth = ImapAuth::Password;
+    // OAuth2 only: run as passwordCommand; the first line of stdout is the
+    // access token. Run again once when the server refuses a token.
+    QString tokenCommand;
     // Trust exactly this certificate (self-signed servers): a PEM file path
     // or the SHA-256 fingerprint of the server's certificate in hex (colons
     // allowed). Empty = verify against the system's CAs and the host name.

@@ -118,9 +118,7 @@ Status ImapStore::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, i
 void ImapStore::StartWatching()
 {
     if (m_watcher) return;
-    auto password = m_session.Password();
-    if (!password) return;
-    m_watcher = std::make_unique<ImapIdleWatcher>(m_session.settings(), *password, m_session.logger());
+    m_watcher = std::make_unique<ImapIdleWatcher>(m_session.settings(), m_session.credentials(), m_session.logger());
     connect(m_watcher.get(), &ImapIdleWatcher::Arrived, this,
             [this](quint32 uidValidity) { Q_EMIT MessagesArrived(ImapIds::FolderId("INBOX", uidValidity)); },
             Qt::QueuedConnection);

@@ -22,6 +22,10 @@ struct DovecotOptions {
     // Generates a self-signed certificate for "localhost" / 127.0.0.1 and
     // offers STARTTLS on Port() and implicit TLS on TlsPort().
     bool tls = false;
+    // Non-empty: also offers AUTHENTICATE XOAUTH2 and OAUTHBEARER, whose
+    // tokens an oauth2 passdb checks at this introspection URL (a
+    // TokenEndpoint). Refusals are answered at once, without the usual delay.
+    QString oauthIntrospectionUrl = {};
 };
 
 class DovecotServer {
