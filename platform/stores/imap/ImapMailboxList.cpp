@@ -34,30 +34,15 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
 Result<FolderInfo> ImapMailboxList::Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int,
                                        const QString& specialUse)
 {
-    mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
-    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_MESSAGES);
-    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UNSEEN);
-    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
-    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDNEXT);
-    mailimap_mailbox_data_status* status = nullptr;
-    conn.CountCommand();
-    const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
-    mailimap_status_att_list_free(atts);
-    if (Status s = conn.Check(r, "STATUS"); !s) {
-        if (s.error().kind == ErrorKind::Permanent)
-            return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(mailbox)));
-        return s.error();
-    }
+    auto values = ImapSession::StatusOf(conn, mailbox,
+                                        {MAILIMAP_STATUS_ATT_MESSAGES, MAILIMAP_STATUS_ATT_UNSEEN,
+                                         MAILIMAP_STATUS_ATT_UIDVALIDITY, MAILIMAP_STATUS_ATT_UIDNEXT});
+    if (!values) return values.error();
     FolderInfo info;
-    quint32 uidValidity = 0, uidNext = 0;
-    for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
-        auto* si = static_cast<mailimap_status_info*>(clist_content(it));
-        if (si->st_att == MAILIMAP_STATUS_ATT_MESSAGES) info.total = static_cast<int>(si->st_value);
-        if (si->st_att == MAILIMAP_STATUS_ATT_UNSEEN) info.unread = static_cast<int>(si->st_value);
-        if (si->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = si->st_value;
-        if (si->st_att == MAILIMAP_STATUS_ATT_UIDNEXT) uidNext = si->st_value;
-    }
-    mailimap_mailbox_data_status_free(status);
+    info.total = static_cast<int>((*values)[MAILIMAP_STATUS_ATT_MESSAGES]);
+    info.unread = static_cast<int>((*values)[MAILIMAP_STATUS_ATT_UNSEEN]);
+    const quint32 uidValidity = (*values)[MAILIMAP_STATUS_ATT_UIDVALIDITY];
+    const quint32 uidNext = (*values)[MAILIMAP_STATUS_ATT_UIDNEXT];
     if (uidNext) m_uidNext.insert(ImapIds::FolderKey({mailbox, uidValidity}), uidNext);
     info.entryId = ImapIds::FolderId(mailbox, uidValidity);
     const QString path = ModifiedUtf7::Decode(mailbox);

@@ -39,11 +39,11 @@ Result<ImapConnection*> ImapSession::Connection()
     return m_conn.get();
 }
 
-Result<quint32> ImapSession::UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext)
+Result<std::map<int, quint32>> ImapSession::StatusOf(ImapConnection& conn, const QByteArray& mailbox,
+                                                      std::initializer_list<int> items)
 {
     mailimap_status_att_list* atts = mailimap_status_att_list_new_empty();
-    mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDVALIDITY);
-    if (uidNext) mailimap_status_att_list_add(atts, MAILIMAP_STATUS_ATT_UIDNEXT);
+    for (int item : items) mailimap_status_att_list_add(atts, item);
     mailimap_mailbox_data_status* status = nullptr;
     conn.CountCommand();
     const int r = mailimap_status(conn.session(), mailbox.constData(), atts, &status);
@@ -53,14 +53,22 @@ Result<quint32> ImapSession::UidValidity(ImapConnection& conn, const QByteArray&
             return Error::notFound(QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(mailbox)));
         return s.error();
     }
-    quint32 uidValidity = 0;
+    std::map<int, quint32> values;
     for (clistiter* it = clist_begin(status->st_info_list); it; it = clist_next(it)) {
         auto* info = static_cast<mailimap_status_info*>(clist_content(it));
-        if (info->st_att == MAILIMAP_STATUS_ATT_UIDVALIDITY) uidValidity = info->st_value;
-        if (uidNext && info->st_att == MAILIMAP_STATUS_ATT_UIDNEXT) *uidNext = info->st_value;
+        values[info->st_att] = info->st_value;
     }
     mailimap_mailbox_data_status_free(status);
-    return uidValidity;
+    return values;
+}
+
+Result<quint32> ImapSession::UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext)
+{
+    auto values = uidNext ? StatusOf(conn, mailbox, {MAILIMAP_STATUS_ATT_UIDVALIDITY, MAILIMAP_STATUS_ATT_UIDNEXT})
+                          : StatusOf(conn, mailbox, {MAILIMAP_STATUS_ATT_UIDVALIDITY});
+    if (!values) return values.error();
+    if (uidNext) *uidNext = (*values)[MAILIMAP_STATUS_ATT_UIDNEXT];
+    return (*values)[MAILIMAP_STATUS_ATT_UIDVALIDITY];
 }
 
 Result<quint32> ImapSession::SelectChecked(ImapConnection& conn, const ImapFolderRef& folder)

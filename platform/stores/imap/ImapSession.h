@@ -18,6 +18,8 @@
 #include <QDateTime>
 
 #include <functional>
+#include <initializer_list>
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -72,6 +74,10 @@ public:
 
     // SELECT, NotFound when the folder was recreated under another UIDVALIDITY.
     static Result<quint32> SelectChecked(ImapConnection& conn, const ImapFolderRef& folder);
+    // STATUS with these items (MAILIMAP_STATUS_ATT_*): each item's value,
+    // 0 for one the server left out; NotFound when the mailbox is missing.
+    static Result<std::map<int, quint32>> StatusOf(ImapConnection& conn, const QByteArray& mailbox,
+                                                   std::initializer_list<int> items);
     // STATUS (UIDVALIDITY [UIDNEXT]); NotFound when the mailbox is missing.
     static Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext = nullptr);
 
