@@ -146,7 +146,7 @@ private:
     QLabel* Label1 = nullptr;
     QTreeWidget* ListView1 = nullptr;
     QLabel* lblTotalRules = nullptr;
-    QLabel* lblRuleHealth = nullptr;  // the selected rule's health, beside the specified controls
+    QLabel* lblRuleHealth = nullptr;  // the selected rule's health, under the list
     QHash<int, QString> m_health;     // RuleID -> health in words, read when the list is filled
     QLabel* imgLogo = nullptr;
     QPushButton* btnNew = nullptr;

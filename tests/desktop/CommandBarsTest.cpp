@@ -66,7 +66,7 @@ TEST_F(CommandBarsTest, TheAddInToolbarAndToolsMenuAppearAsWidgetsAndCallTheirCo
     EXPECT_EQ(run->toolButtonStyle(), Qt::ToolButtonTextBesideIcon);
     QMenu* popup = w.Window()->findChild<QMenu*>(u"mnuTools"_s)->findChild<QMenu*>(u"Mailvane"_s);
     ASSERT_NE(popup, nullptr);
-    // The four specified items, then Undo Last Run in a group of its own.
+    // The four rule items, then Undo Last Run in a group of its own.
     QStringList items;
     for (QAction* a : popup->actions()) items << (a->isSeparator() ? u"|"_s : a->text().remove(u'&'));
     EXPECT_EQ(items.join(u','), u"Rules Manager...,Smart Add Rule...,Smart Rule Update...,Run Rules,|,Undo Last Run"_s);

@@ -8,7 +8,7 @@
 #include "platform/stores/imap/ImapFetcher.h"
 #include "platform/stores/imap/ImapIds.h"
 #include "platform/stores/common/ModifiedUtf7.h"
-#include "platform/stores/common/SpecialFolderNames.h"
+#include "platform/stores/common/FolderUseByName.h"
 #include "platform/stores/imap/OAuthSasl.h"
 #include "platform/stores/imap/SearchWriter.h"
 
@@ -48,13 +48,13 @@ TEST(ModifiedUtf7, MalformedShiftsAreKept)
     EXPECT_EQ(ModifiedUtf7::Decode(QStringLiteral("K\u00fcche&AOQ-")), QStringLiteral("K\u00fcche\u00e4")) << "non-ASCII passes";
 }
 
-TEST(SpecialFolderNames, CommonClientNames)
+TEST(FolderUseByName, CommonClientNames)
 {
     const std::pair<const char*, const char*> rows[] = {
         {"Sent Items", "\\Sent"}, {"deleted messages", "\\Trash"}, {"Archives", "\\Archive"},
         {"JUNK E-MAIL", "\\Junk"}, {"Spam", "\\Junk"},             {"Sentinel", ""},
     };
-    for (const auto& [name, use] : rows) EXPECT_EQ(SpecialFolderNames::UseOf(QString::fromLatin1(name)), QString::fromLatin1(use)) << name;
+    for (const auto& [name, use] : rows) EXPECT_EQ(FolderUseByName::UseOf(QString::fromLatin1(name)), QString::fromLatin1(use)) << name;
 }
 
 TEST(ImapIds, RoundTripAndRejectForeignIdentifiers)

@@ -1,7 +1,7 @@
 #include "ImapMailboxList.h"
 
 #include "platform/stores/common/ModifiedUtf7.h"
-#include "platform/stores/common/SpecialFolderNames.h"
+#include "platform/stores/common/FolderUseByName.h"
 
 #include <libetpan/libetpan.h>
 
@@ -26,7 +26,7 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
         }
     const QString leaf = ModifiedUtf7::Decode(delimiter ? mailbox.mid(mailbox.lastIndexOf(delimiter) + 1) : mailbox);
     if (delimiter && mailbox.contains(delimiter)) return {};
-    return SpecialFolderNames::UseOf(leaf);
+    return FolderUseByName::UseOf(leaf);
 }
 
 }  // namespace

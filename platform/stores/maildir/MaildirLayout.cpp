@@ -1,7 +1,7 @@
 #include "MaildirLayout.h"
 
 #include "platform/stores/common/ModifiedUtf7.h"
-#include "platform/stores/common/SpecialFolderNames.h"
+#include "platform/stores/common/FolderUseByName.h"
 
 #include <QDir>
 #include <QFile>
@@ -54,7 +54,7 @@ MaildirLayout MaildirLayout::Detect(const QString& root)
 
 QString MaildirLayout::SpecialUseForName(const QString& decodedName)
 {
-    return SpecialFolderNames::UseOf(decodedName);
+    return FolderUseByName::UseOf(decodedName);
 }
 
 LayoutFolder MaildirLayout::Make(const QString& path) const

@@ -1,4 +1,4 @@
-#include "SpecialFolderNames.h"
+#include "FolderUseByName.h"
 
 namespace mv::stores {
 
@@ -17,7 +17,7 @@ const NamedUse kNamedUses[] = {
 
 }  // namespace
 
-QString SpecialFolderNames::UseOf(const QString& name)
+QString FolderUseByName::UseOf(const QString& name)
 {
     for (const NamedUse& n : kNamedUses)
         if (name.compare(QLatin1String(n.name), Qt::CaseInsensitive) == 0) return QString::fromLatin1(n.use);
