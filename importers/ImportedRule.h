@@ -16,14 +16,15 @@
 namespace mv::importers {
 
 // A folder as the other tool names it: a path ("Lists/Qt", levels joined by
-// "/"), or the identifiers a stored rule holds. Both empty: as a source the
-// Inbox, as a destination none.
+// "/"), or the identifiers a stored rule holds (an empty store identifier
+// means any store, as in a run). Neither: as a source the Inbox, as a
+// destination none.
 struct ForeignFolder {
     QString path;
     QString entryIdHex, storeIdHex;
 
-    bool IsInbox() const { return path.isEmpty() && entryIdHex.isEmpty(); }
-    bool HasIds() const { return !entryIdHex.isEmpty() && !storeIdHex.isEmpty(); }
+    bool HasIds() const { return !entryIdHex.isEmpty(); }
+    bool IsInbox() const { return path.isEmpty() && !HasIds(); }
 };
 
 struct ImportedRule {

@@ -2,6 +2,8 @@
 
 #include "platform/mapi/MapiUtils.h"
 
+#include <QHash>
+
 #include <set>
 
 namespace mv::importers {
@@ -98,12 +100,9 @@ Result<std::pair<QString, QString>> RuleImportWriter::Resolve(const ForeignFolde
         if (id->isEmpty()) return std::pair<QString, QString>();
         return std::pair(Hex(*id), Hex(m_target.StoreId()));
     }
-    // A stored rule's folder: kept when a store of this profile has it.
-    const auto storeId = mapi::MapiUtils::HexToBinary(folder.storeIdHex);
-    const auto entryId = mapi::MapiUtils::HexToBinary(folder.entryIdHex);
-    mapi::MessageStore* store = storeId ? mapi::FindStore(m_stores, *storeId) : nullptr;
-    if (store && entryId && store->Folder(*entryId))
-        return std::pair(folder.entryIdHex, Hex(store->StoreId()));
+    // A stored rule's folder: kept when a run would find it in this profile.
+    if (const auto found = m_stores.GetFolderFromID(folder.entryIdHex, folder.storeIdHex))
+        return std::pair(found->EntryID(), found->StoreID());
     unmapped << QStringLiteral(
                     "the %1 folder (entry %2) is not in this profile's stores: choose it in the rule "
                     "editor")

@@ -13,8 +13,7 @@
 #include "platform/ado/RowsetData.h"
 #include "platform/common/Error.h"
 #include "platform/mapi/MessageStore.h"
-
-#include <QHash>
+#include "platform/outlook/store/StoreNameSpace.h"
 
 #include <vector>
 
@@ -53,7 +52,8 @@ private:
     std::optional<int> AgeWindow(const ImportedRule& rule, QStringList& unmapped) const;
 
     mapi::MessageStore& m_target;
-    std::vector<mapi::MessageStore*> m_stores;
+    // Stored identifiers are looked up as a run looks them up.
+    outlook::StoreNameSpace m_stores;
     std::vector<AgeWindowRow> m_ages;
     bool m_createFolders;
     std::vector<mapi::FolderInfo> m_folders;

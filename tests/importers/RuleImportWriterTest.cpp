@@ -157,12 +157,14 @@ TEST(Writer, KeepsStoredFoldersThisProfileHas)
     const QString storeHex = mapi::MapiUtils::HrGetHexFromBinary(store.StoreId());
     ImportedRules rules;
     rules.rules.resize(1);
-    rules.rules[0].source = Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Sent")), storeHex);
+    // No store named: any store of the profile, as in a run.
+    rules.rules[0].source = Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Sent")), {});
     rules.rules[0].destination =
         Ids(mapi::MapiUtils::HrGetHexFromBinary(store.FolderIdByPath("Trash")), storeHex);
     auto rows = RuleImportWriter(store, {&store}, kAges, false).Rows(rules, schema, 1);
     ASSERT_TRUE(rows);
     EXPECT_EQ(rows->rows[0][0].toString(), rules.rules[0].source.entryIdHex);
+    EXPECT_EQ(rows->rows[0][1].toString(), storeHex);
     EXPECT_EQ(rows->rows[0][2].toString(), rules.rules[0].destination.entryIdHex);
     EXPECT_EQ(rows->rows[0][4].toInt(), -1);
     EXPECT_TRUE(rules.Complete());
