@@ -17,6 +17,7 @@
 #include "platform/ado/RowsetXml.h"
 #include "store/cDB.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 
 namespace mv::host {
@@ -33,13 +34,23 @@ Result<importers::ImportedRules> FromMdb(const QString& path)
     return importers::MdbImporter().FromFile(path);
 }
 
+// The text formats: the file as UTF-8, then the translator.
+template <Result<importers::ImportedRules> (*FromText)(const QString&)>
+Result<importers::ImportedRules> FromTextFile(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return Error::notFound(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
+    return FromText(QString::fromUtf8(file.readAll()));
+}
+
 struct Format {
     const char* name;
     Result<importers::ImportedRules> (*read)(const QString& path);
 };
 const Format kFormats[] = {
-    {"sieve", importers::SieveImporter::FromFile},
-    {"thunderbird", importers::ThunderbirdImporter::FromFile},
+    {"sieve", FromTextFile<importers::SieveImporter::FromScript>},
+    {"thunderbird", FromTextFile<importers::ThunderbirdImporter::FromText>},
     {"mdb", FromMdb},
 };
 

@@ -3,8 +3,6 @@
 #include "CriteriaBuilder.h"
 #include "SieveParser.h"
 
-#include <QFile>
-
 namespace mv::importers {
 
 namespace {
@@ -194,14 +192,6 @@ Result<ImportedRules> SieveImporter::FromScript(const QString& script)
                 << QStringLiteral("%1: \"%2\" outside an if block gives no rule").arg(Where(c.line), c.name);
     }
     return out;
-}
-
-Result<ImportedRules> SieveImporter::FromFile(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return Error::notFound(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-    return FromScript(QString::fromUtf8(file.readAll()));
 }
 
 }  // namespace mv::importers

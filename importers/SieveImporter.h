@@ -17,7 +17,6 @@ public:
     // A Permanent error when the script does not parse; else the rules and
     // what did not map.
     static Result<ImportedRules> FromScript(const QString& script);
-    static Result<ImportedRules> FromFile(const QString& path);
 };
 
 }  // namespace mv::importers

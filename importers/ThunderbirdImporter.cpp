@@ -2,7 +2,6 @@
 
 #include "CriteriaBuilder.h"
 
-#include <QFile>
 #include <QUrl>
 
 namespace mv::importers {
@@ -288,14 +287,6 @@ Result<ImportedRules> ThunderbirdImporter::FromText(const QString& text)
     if (!versionSeen) return Error::permanent(QStringLiteral("not a filter list (no version=\"9\" line)"));
     for (const Filter& f : filters) AddFilter(f, out);
     return out;
-}
-
-Result<ImportedRules> ThunderbirdImporter::FromFile(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return Error::notFound(QStringLiteral("cannot read %1: %2").arg(path, file.errorString()));
-    return FromText(QString::fromUtf8(file.readAll()));
 }
 
 }  // namespace mv::importers

@@ -21,7 +21,6 @@ class ThunderbirdImporter {
 public:
     // A Permanent error when the text is not a filter list at all.
     static Result<ImportedRules> FromText(const QString& text);
-    static Result<ImportedRules> FromFile(const QString& path);
 };
 
 }  // namespace mv::importers
