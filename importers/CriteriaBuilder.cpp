@@ -47,11 +47,6 @@ QString AddressProblem(const TextTest& test)
 
 }  // namespace
 
-const char* CriteriaBuilder::FieldName(TextField field)
-{
-    return Info(field).name;
-}
-
 bool CriteriaBuilder::Refuse(const QString& original, const QString& why)
 {
     m_unmapped << QStringLiteral("%1: %2").arg(original, why);

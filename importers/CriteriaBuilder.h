@@ -41,8 +41,6 @@ public:
     bool AddAny(const std::vector<TextTest>& tests, const QString& original);
     bool SetCode(std::optional<int> engine::RuleRecord::*field, int code, const QString& original);
 
-    static const char* FieldName(TextField field);
-
 private:
     bool Refuse(const QString& original, const QString& why);
 
