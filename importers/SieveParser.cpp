@@ -216,12 +216,9 @@ private:
     SieveCommand Command()
     {
         SieveCommand c;
-        c.line = m_t.line;
-        c.name = Identifier("a command");
-        Arguments(c.arguments, c.tests);
+        static_cast<SieveTest&>(c) = Test("a command");
         if (IsPunct(u'{')) {
             Advance();
-            c.hasBlock = true;
             c.block = Commands(true);
             Expect(u'}', "to close the block");
         } else {
@@ -230,17 +227,12 @@ private:
         return c;
     }
 
-    SieveTest Test()
+    // A name, its arguments, then a test list or one nested test.
+    SieveTest Test(const char* what = "a test")
     {
         SieveTest t;
         t.line = m_t.line;
-        t.name = Identifier("a test");
-        Arguments(t.arguments, t.tests);
-        return t;
-    }
-
-    void Arguments(std::vector<SieveArgument>& arguments, std::vector<SieveTest>& tests)
-    {
+        t.name = Identifier(what);
         while (true) {
             SieveArgument a;
             if (m_t.kind == Token::Kind::String) {
@@ -253,25 +245,26 @@ private:
                 a.tag = m_t.text;
             } else if (IsPunct(u'[')) {
                 a.strings = StringList();
-                arguments.push_back(a);
+                t.arguments.push_back(a);
                 continue;
             } else {
                 break;
             }
             Advance();
-            arguments.push_back(a);
+            t.arguments.push_back(a);
         }
         if (IsPunct(u'(')) {
             Advance();
-            tests.push_back(Test());
+            t.tests.push_back(Test());
             while (IsPunct(u',')) {
                 Advance();
-                tests.push_back(Test());
+                t.tests.push_back(Test());
             }
             Expect(u')', "to close the test list");
         } else if (m_t.kind == Token::Kind::Identifier) {
-            tests.push_back(Test());
+            t.tests.push_back(Test());
         }
+        return t;
     }
 
     QStringList StringList()

@@ -30,13 +30,9 @@ struct SieveTest {
     int line = 0;
 };
 
-struct SieveCommand {
-    QString name;  // lower case
-    std::vector<SieveArgument> arguments;
-    std::vector<SieveTest> tests;
+// A command has a test's parts, then a block or ";" (an empty block).
+struct SieveCommand : SieveTest {
     std::vector<SieveCommand> block;
-    bool hasBlock = false;
-    int line = 0;
 };
 
 class SieveParser {
