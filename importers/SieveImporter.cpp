@@ -3,6 +3,8 @@
 #include "CriteriaBuilder.h"
 #include "SieveParser.h"
 
+#include <span>
+
 namespace mv::importers {
 
 namespace {
@@ -123,7 +125,7 @@ void AddTest(const SieveTest& test, CriteriaBuilder& builder, QStringList& unmap
     }
     const bool anyOf = test.name == QLatin1String("anyof");
     std::vector<TextTest> tests;
-    for (const SieveTest& t : anyOf ? test.tests : std::vector<SieveTest>{test}) {
+    for (const SieveTest& t : anyOf ? std::span(test.tests) : std::span(&test, 1)) {
         QString why;
         std::vector<TextTest> one = TextTests(t, &why);
         if (!why.isEmpty()) {
