@@ -24,7 +24,7 @@ other age rule, so its difference cannot carry over into other rules.
 """
 import datetime, json, sys
 
-from rules import xml_rows
+from rules import lua_config, xml_rows
 
 TODAY = datetime.datetime.now(datetime.timezone.utc).date()
 MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
@@ -134,16 +134,7 @@ RULES = [
 
 
 def lua(port):
-    out = [
-        "options.timeout = 600",
-        "options.subscribe = false",
-        "options.create = false",
-        "local account = IMAP {server = '127.0.0.1', port = %s, username = 'test', password = 'secret'}" % port,
-        "local inbox = account.INBOX",
-    ]
-    for dst, _, _, expr, _ in RULES:
-        out.append("%s:move_messages(account['%s']);" % (expr, dst))
-    return "\n".join(out) + "\n"
+    return lua_config(port, [(expr, dst) for dst, _, _, expr, _ in RULES])
 
 
 def table():

@@ -63,7 +63,9 @@ XML = {
 }
 
 
-def lua(port):
+def lua_config(port, moves):
+    """An imapfilter config for the test account on `port` that moves, in
+    order, what each (expression, destination) of `moves` selects."""
     out = [
         "options.timeout = 600",
         "options.subscribe = false",
@@ -71,10 +73,14 @@ def lua(port):
         "local account = IMAP {server = '127.0.0.1', port = %s, username = 'test', password = 'secret'}" % port,
         "local inbox = account.INBOX",
     ]
-    for dst, kind, value in RULES:
-        expr = LUA[kind].format(v="'%s'" % value, year_start=year_start())
+    for expr, dst in moves:
         out.append("%s:move_messages(account['%s']);" % (expr, dst))
     return "\n".join(out) + "\n"
+
+
+def lua(port):
+    return lua_config(port, [(LUA[kind].format(v="'%s'" % value, year_start=year_start()), dst)
+                             for dst, kind, value in RULES])
 
 
 def xml(folders_text, sample):
