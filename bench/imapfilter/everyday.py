@@ -137,6 +137,15 @@ def lua(port):
     return lua_config(port, [(expr, dst) for dst, _, _, expr, _ in RULES])
 
 
+def xml(folders_text, sample):
+    return xml_rows(folders_text, sample, [(dst, cols) for dst, _, cols, _, _ in RULES])
+
+
+def search():
+    """What the minimal client reads: the SEARCH key of every rule, in order."""
+    return {"rules": [[dst, key] for dst, _, _, _, key in RULES], "age_differs": AGE_DIFFERS}
+
+
 def table():
     rows = ["| Folder | Rule | Mailvane | imapfilter | minimal client (SEARCH) |", "|---|---|---|---|---|"]
     for dst, text, cols, expr, key in RULES:
@@ -150,9 +159,8 @@ if __name__ == "__main__":
     if what == "lua":
         sys.stdout.write(lua(sys.argv[2]))
     elif what == "xml":
-        rows = [(dst, cols) for dst, _, cols, _, _ in RULES]
-        sys.stdout.write(xml_rows(open(sys.argv[2]).read(), open(sys.argv[3]).read(), rows))
+        sys.stdout.write(xml(open(sys.argv[2]).read(), open(sys.argv[3]).read()))
     elif what == "search":
-        json.dump({"rules": [[dst, key] for dst, _, _, _, key in RULES], "age_differs": AGE_DIFFERS}, sys.stdout)
+        json.dump(search(), sys.stdout)
     else:
         sys.stdout.write(table())
