@@ -24,7 +24,7 @@ other age rule, so its difference cannot carry over into other rules.
 """
 import datetime, json, sys
 
-from rules import xml_rows
+from rules import lua_config, xml_rows
 
 TODAY = datetime.datetime.now(datetime.timezone.utc).date()
 MONTHS = ("Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec")
@@ -134,16 +134,16 @@ RULES = [
 
 
 def lua(port):
-    out = [
-        "options.timeout = 600",
-        "options.subscribe = false",
-        "options.create = false",
-        "local account = IMAP {server = '127.0.0.1', port = %s, username = 'test', password = 'secret'}" % port,
-        "local inbox = account.INBOX",
-    ]
-    for dst, _, _, expr, _ in RULES:
-        out.append("%s:move_messages(account['%s']);" % (expr, dst))
-    return "\n".join(out) + "\n"
+    return lua_config(port, [(expr, dst) for dst, _, _, expr, _ in RULES])
+
+
+def xml(folders_text, sample):
+    return xml_rows(folders_text, sample, [(dst, cols) for dst, _, cols, _, _ in RULES])
+
+
+def search():
+    """What the minimal client reads: the SEARCH key of every rule, in order."""
+    return {"rules": [[dst, key] for dst, _, _, _, key in RULES], "age_differs": AGE_DIFFERS}
 
 
 def table():
@@ -159,9 +159,8 @@ if __name__ == "__main__":
     if what == "lua":
         sys.stdout.write(lua(sys.argv[2]))
     elif what == "xml":
-        rows = [(dst, cols) for dst, _, cols, _, _ in RULES]
-        sys.stdout.write(xml_rows(open(sys.argv[2]).read(), open(sys.argv[3]).read(), rows))
+        sys.stdout.write(xml(open(sys.argv[2]).read(), open(sys.argv[3]).read()))
     elif what == "search":
-        json.dump({"rules": [[dst, key] for dst, _, _, _, key in RULES], "age_differs": AGE_DIFFERS}, sys.stdout)
+        json.dump(search(), sys.stdout)
     else:
         sys.stdout.write(table())

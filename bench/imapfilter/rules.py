@@ -5,8 +5,10 @@ usage: rules.py lua PORT > config.lua
        rules.py xml FOLDERS_OUTPUT SAMPLE_XML > rules.xml
 FOLDERS_OUTPUT is what `mailvane folders` printed (identifiers by path).
 """
-import datetime, re, sys
-from xml.sax.saxutils import quoteattr
+import datetime, os, sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "common"))
+from rulerows import xml_rows  # noqa: E402
 
 # (destination, kind, value): every kind is one criterion both programs have.
 RULES = [
@@ -61,7 +63,9 @@ XML = {
 }
 
 
-def lua(port):
+def lua_config(port, moves):
+    """An imapfilter config for the test account on `port` that moves, in
+    order, what each (expression, destination) of `moves` selects."""
     out = [
         "options.timeout = 600",
         "options.subscribe = false",
@@ -69,10 +73,14 @@ def lua(port):
         "local account = IMAP {server = '127.0.0.1', port = %s, username = 'test', password = 'secret'}" % port,
         "local inbox = account.INBOX",
     ]
-    for dst, kind, value in RULES:
-        expr = LUA[kind].format(v="'%s'" % value, year_start=year_start())
+    for expr, dst in moves:
         out.append("%s:move_messages(account['%s']);" % (expr, dst))
     return "\n".join(out) + "\n"
+
+
+def lua(port):
+    return lua_config(port, [(LUA[kind].format(v="'%s'" % value, year_start=year_start()), dst)
+                             for dst, kind, value in RULES])
 
 
 def xml(folders_text, sample):
@@ -80,30 +88,6 @@ def xml(folders_text, sample):
     for dst, kind, value in RULES:
         rows.append((dst, {k: v.format(v=value) for k, v in XML[kind].items()}))
     return xml_rows(folders_text, sample, rows)
-
-
-def xml_rows(folders_text, sample, rows):
-    """Rule rows for `mailvane import`: rows are (destination, {column: value})
-    over a rule that tests nothing; the source is the INBOX."""
-    ids, store = {}, ""
-    for line in folders_text.splitlines():
-        m = re.match(r"^  ([0-9A-F]+)  (\S+)", line)
-        if m:
-            ids[m.group(2)] = m.group(1)
-        m = re.search(r"store ([0-9A-F]+)$", line)
-        if m:
-            store = m.group(1)
-    head = sample[: sample.index("<rs:data>")]
-    out = []
-    for n, (dst, values) in enumerate(rows, 1):
-        cols = {"FromAddress": "", "ToAddress": "", "CcAddress": "", "Subject": "", "Message": "",
-                "Importance": "3", "Status": "2", "FlagStatus": "0", "MsgAgeID": "13", "LastVerb": "0"}
-        cols.update(values)
-        attrs = {"RuleID": str(n), "RuleName": dst, "SortID": str(n), "Active": "-1",
-                 "SrcEntryID": ids.get("INBOX", ids.get("Inbox")), "SrcStoreID": store, "DstEntryID": ids[dst], "DstStoreID": store}
-        attrs.update(cols)
-        out.append("\t<z:row " + " ".join("%s=%s" % (k, quoteattr(v)) for k, v in attrs.items()) + "/>")
-    return head + "<rs:data>\n" + "\n".join(out) + "\n</rs:data>\n</xml>\n"
 
 
 if __name__ == "__main__":

@@ -192,10 +192,9 @@ def mv_setup(p):
     env, cmd = mv_env(p)
     folders = subprocess.run(cmd + ["folders"], env=env, check=True, capture_output=True, text=True).stdout
     sample = open(os.path.join(ROOT, "resources/rules/sample-rules.xml")).read()
-    rows = [(dst, cols) for dst, _, cols, _, _ in everyday.RULES]
     xml = os.path.join(work, "rules-%d.xml" % p)
     with open(xml, "w") as f:
-        f.write(everyday.xml_rows(folders, sample, rows))
+        f.write(everyday.xml(folders, sample))
     subprocess.run(cmd + ["import", xml], env=env, check=True, capture_output=True)
     shutil.rmtree(home + ".pristine", ignore_errors=True)
     shutil.copytree(home, home + ".pristine", symlinks=True)
@@ -274,7 +273,7 @@ def main():
                 f.write(everyday.lua(p))
         os.makedirs(os.path.join(work, "ifhome/.imapfilter"), exist_ok=True)
         with open(os.path.join(work, "minimal.json"), "w") as f:
-            json.dump({"rules": [[d, k] for d, _, _, _, k in everyday.RULES]}, f)
+            json.dump(everyday.search(), f)
 
         for r in range(rounds):
             order = programs if r % 2 == 0 else list(reversed(programs))

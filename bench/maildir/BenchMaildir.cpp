@@ -294,6 +294,15 @@ int main(int argc, char** argv)
     options.indexPath = index;
     options.watch = false;
 
+    // A phase in a process of its own, with the same corpus and rule set.
+    auto run = [&](const char* name) {
+        std::fflush(stdout);
+        QStringList args{QStringLiteral("--count"), QString::number(count), QStringLiteral("--keep"), base,
+                         QStringLiteral("--phase"), QLatin1String(name)};
+        if (g_everyday) args << QStringLiteral("--rules") << QStringLiteral("everyday");
+        return QProcess::execute(QCoreApplication::applicationFilePath(), args);
+    };
+
     if (phase == QLatin1String("generate")) {
         QElapsedTimer t;
         t.start();
@@ -323,10 +332,7 @@ int main(int argc, char** argv)
         for (int i = 0; i < 3; ++i) {
             QElapsedTimer t;
             t.start();
-            std::fflush(stdout);
-            QStringList args{QStringLiteral("--keep"), base, QStringLiteral("--phase"), QStringLiteral("again-child")};
-            if (g_everyday) args << QStringLiteral("--rules") << QStringLiteral("everyday");
-            if (QProcess::execute(QCoreApplication::applicationFilePath(), args) != 0) return 1;
+            if (run("again-child") != 0) return 1;
             std::printf("one-off process %d: %.0f ms wall\n", i + 1, t.nsecsElapsed() / 1e6);
         }
         return 0;
@@ -336,13 +342,6 @@ int main(int argc, char** argv)
         return 0;
     }
 
-    auto run = [&](const char* name) {
-        std::fflush(stdout);
-        QStringList args{QStringLiteral("--count"), QString::number(count), QStringLiteral("--keep"), base,
-                         QStringLiteral("--phase"), QLatin1String(name)};
-        if (g_everyday) args << QStringLiteral("--rules") << QStringLiteral("everyday");
-        return QProcess::execute(QCoreApplication::applicationFilePath(), args);
-    };
     if ((!QDir(root + "/cur").exists() || QDir(root + "/cur").isEmpty()) && run("generate") != 0) return 1;
     for (const char* suffix : {"", "-wal", "-shm"}) QFile::remove(index + suffix);
     // Directory times must be older than the store's trust margin, as they

@@ -13,8 +13,10 @@ Where the two cannot say the same thing, the notmuch query is the nearest:
 - Mailvane's sender criterion is a substring test of the address or name,
   notmuch's a term match; on this corpus they pick the same messages.
 """
-import re, sys
-from xml.sax.saxutils import quoteattr
+import os, sys
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "common"))
+from rulerows import xml_rows  # noqa: E402
 
 A = ["anna.berg@example.com", "carl.dahl@example.org", "erik.falk@example.net", "frida@corp.example",
      "gustav.lund@mail.test", "hanna@example.com", "jm@example.org", "asa.l@example.net",
@@ -49,29 +51,6 @@ RULES = [
 ]
 
 
-def xml(folders_text, sample):
-    ids, store = {}, ""
-    for line in folders_text.splitlines():
-        m = re.match(r"^  ([0-9A-F]+)  (\S+)", line)
-        if m:
-            ids[m.group(2)] = m.group(1)
-        m = re.search(r"store ([0-9A-F]+)$", line)
-        if m:
-            store = m.group(1)
-    head = sample[: sample.index("<rs:data>")]
-    rows = []
-    for n, (dst, columns, _) in enumerate(RULES, 1):
-        cols = {"FromAddress": "", "ToAddress": "", "CcAddress": "", "Subject": "", "Message": "",
-                "Importance": "3", "Status": "2", "FlagStatus": "0", "MsgAgeID": "13", "LastVerb": "0"}
-        cols.update(columns)
-        attrs = {"RuleID": str(n), "RuleName": dst, "SortID": str(n), "Active": "-1",
-                 "SrcEntryID": ids.get("INBOX", ids.get("Inbox")), "SrcStoreID": store, "DstEntryID": ids[dst],
-                 "DstStoreID": store}
-        attrs.update(cols)
-        rows.append("\t<z:row " + " ".join("%s=%s" % (k, quoteattr(v)) for k, v in attrs.items()) + "/>")
-    return head + "<rs:data>\n" + "\n".join(rows) + "\n</rs:data>\n</xml>\n"
-
-
 def afew():
     # MailMover takes the rules of a folder in order; a message goes to the
     # first whose query it matches, as Mailvane's run order moves it.
@@ -82,4 +61,5 @@ def afew():
 if sys.argv[1] == "afew":
     sys.stdout.write(afew())
 else:
-    sys.stdout.write(xml(open(sys.argv[2]).read(), open(sys.argv[3]).read()))
+    rows = [(dst, columns) for dst, columns, _ in RULES]
+    sys.stdout.write(xml_rows(open(sys.argv[2]).read(), open(sys.argv[3]).read(), rows))
