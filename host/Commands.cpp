@@ -26,12 +26,12 @@
 
 namespace mv::host {
 
-namespace {
-
 void Err(const QString& text)
 {
     std::fprintf(stderr, "mailvane: %s\n", text.toLocal8Bit().constData());
 }
+
+namespace {
 
 int RunRules(CommandContext& ctx)
 {

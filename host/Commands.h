@@ -49,6 +49,8 @@ int RunImport(CommandContext& ctx);
 int RunDemo(CommandContext& ctx);
 int PrepareDemo(const QStringList& args);
 // Shared printers.
+// "mailvane: TEXT" on standard error.
+void Err(const QString& text);
 void PrintLine(std::FILE* out, const QString& line);
 // Prints what each rule moved and a summary; returns the run's exit code.
 int PrintRunReport(std::FILE* out, const engine::RunReport& report);

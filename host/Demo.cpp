@@ -32,11 +32,6 @@ namespace {
 constexpr std::uint64_t kDemoSeed = 20261122;
 constexpr int kDemoMessages = 400;
 
-void Err(const QString& text)
-{
-    std::fprintf(stderr, "mailvane: %s\n", text.toLocal8Bit().constData());
-}
-
 QString EmbeddedRoot()
 {
     return os::DataDir() + QStringLiteral("/Mail");

@@ -24,11 +24,6 @@ namespace mv::host {
 
 namespace {
 
-void Err(const QString& text)
-{
-    std::fprintf(stderr, "mailvane: %s\n", text.toLocal8Bit().constData());
-}
-
 Result<importers::ImportedRules> FromMdb(const QString& path)
 {
     return importers::MdbImporter().FromFile(path);
