@@ -76,16 +76,17 @@ QByteArray FillPlaceholders(const QByteArray& xml, mapi::MessageStore& store)
     static const QRegularExpression kFolder(QStringLiteral("@FOLDER:([^@']+)@"));
     QHash<QString, QString> ids;
     for (auto it = kFolder.globalMatch(text); it.hasNext();) ids.insert(it.next().captured(1), QString());
+    // The folder list is read once; what is created here is added to it.
+    auto folders = store.Folders();
+    if (!folders) {
+        Err(folders.error().message);
+        return {};
+    }
     for (auto it = ids.begin(); it != ids.end(); ++it) {
         QByteArray parent;
         QString path;
         for (const QString& level : it.key().split(QLatin1Char('/'))) {
             path = path.isEmpty() ? level : path + QLatin1Char('/') + level;
-            auto folders = store.Folders();
-            if (!folders) {
-                Err(folders.error().message);
-                return {};
-            }
             QByteArray found;
             for (const mapi::FolderInfo& f : *folders)
                 if (f.path.compare(path, Qt::CaseInsensitive) == 0) found = f.entryId;
@@ -96,6 +97,10 @@ QByteArray FillPlaceholders(const QByteArray& xml, mapi::MessageStore& store)
                     return {};
                 }
                 found = *made;
+                mapi::FolderInfo created;
+                created.path = path;
+                created.entryId = found;
+                folders->push_back(created);
             }
             parent = found;
         }
