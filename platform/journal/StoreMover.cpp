@@ -154,8 +154,14 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
         return out;
     };
     auto finish = [&]() {
+        // An undo whose completed flag could not be set again stays
+        // Intended, as after a kill: the next recovery sets it, then settles.
+        if (Status s = Reflag(dst, rows); !s) {
+            out.status = s;
+            for (MoveRow& r : rows)
+                if (NeedsReflag(r)) r.state = MoveState::Intended;
+        }
         for (size_t i = 0; i < n; ++i) out.states[i] = rows[i].state;
-        if (Status s = Reflag(dst, rows); !s) out.status = s;
         if (Status s = m_journal.Finish(rows); !s) out.status = s;  // the rows stay Intended: Recover settles them
         return out;
     };
@@ -348,12 +354,16 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
     return firstError;
 }
 
+bool StoreMover::NeedsReflag(const MoveRow& r)
+{
+    return r.kind == MoveKind::Undo && r.flagCleared && r.state == MoveState::Moved && !r.dstId.isEmpty();
+}
+
 Status StoreMover::Reflag(MessageStore& dst, const std::vector<MoveRow>& rows)
 {
     std::vector<QByteArray> ids;
     for (const MoveRow& r : rows)
-        if (r.kind == MoveKind::Undo && r.flagCleared && r.state == MoveState::Moved && !r.dstId.isEmpty())
-            ids.push_back(r.dstId);
+        if (NeedsReflag(r)) ids.push_back(r.dstId);
     return ids.empty() ? Status::success() : dst.SetFlagStatusMany(ids, 1);
 }
 
