@@ -527,7 +527,6 @@ UndoOutcome RuleRunner::UndoRun(qint64 run)
     journal::MoveJournal& moves = (*mover)->Journal();
     auto lock = moves.LockRuns(m_options.lockWait);
     if (!lock) {
-        out.busy = lock.error().kind == ErrorKind::Temporary;
         out.error = QStringLiteral("Nothing was taken back: ") + lock.error().message;
         return out;
     }
@@ -544,7 +543,6 @@ UndoOutcome RuleRunner::UndoRun(qint64 run)
         out.error = QStringLiteral("Nothing was taken back: ") + id.error().message;
         return out;
     }
-    out.undoRun = *id;
     journal::RunUndo undo(**mover);
     out.report = undo.Undo(run, *id);
     if (!out.report.status) out.error = out.report.status.error().message;
