@@ -34,7 +34,6 @@ namespace mv::engine {
 class RuleExecutor;
 class RuleRunner;
 class StatusForm;
-struct RunReport;
 }  // namespace mv::engine
 namespace mv::journal {
 class MoveJournal;
@@ -244,9 +243,6 @@ public:
     // Names the last run and what undoing it moves back, asks, and takes it
     // back; a box says what could not be taken back. `run` 0: the last run.
     void UndoLastRun(qint64 run = 0);
-    // Shows what a run on demand moved; default: the summary window when
-    // widgets can be shown. Tests put their own.
-    void SetRunSummaryHook(std::function<void(const engine::RunReport&)> hook) { m_runSummary = std::move(hook); }
 
     // --- application events ---
     void objOutlook_NewMail();
@@ -352,7 +348,6 @@ private:
     QPointer<office::CommandBarControl> m_menuPopup;
     QPointer<office::CommandBarControl> m_menuUndo;
     QPointer<QDialog> m_summaryWindow;  // the last run summary, while open
-    std::function<void(const engine::RunReport&)> m_runSummary;
     QPointer<office::CommandBarControl> m_menuItems[4];
 };
 

@@ -101,15 +101,10 @@ void OutAddIn::RunAllRulesOnDemand()
     runner->SetNextOrigin(engine::origin::kOnDemand);
     const engine::RunReport report = runner->RunAllRules();
     if (report.journalRun == 0 || report.TotalMoved() == 0) return;
-    if (m_runSummary)
-        m_runSummary(report);
-    else
-    {
-        // One summary at a time; its Undo calls back into this add-in, so the
-        // add-in closes it before it goes.
-        delete m_summaryWindow.data();
-        m_summaryWindow = ShowRunSummary(report, [this, run = report.journalRun] { UndoLastRun(run); });
-    }
+    // One summary at a time; its Undo calls back into this add-in, so the
+    // add-in closes it before it goes.
+    delete m_summaryWindow.data();
+    m_summaryWindow = ShowRunSummary(report, [this, run = report.journalRun] { UndoLastRun(run); });
 }
 
 void OutAddIn::UndoLastRun(qint64 run)

@@ -1,5 +1,6 @@
 #include "frmMain.h"
 
+#include "engine/RuleRunner.h"
 #include "platform/os/ErrorReport.h"
 
 #include <limits>
@@ -52,7 +53,7 @@ void frmMain::tmrCron_Timer()
             tmrCron.stop();
             tmrCron.setInterval(0);
             m_minuteCount = 0;
-            m_target.SetRunOrigin(m_minuteTotal == kCycleTicks ? QStringLiteral("hourly") : QStringLiteral("start-up"));
+            m_target.SetRunOrigin(m_minuteTotal == kCycleTicks ? engine::origin::kHourly : engine::origin::kStartUp);
             m_target.RunAllRules();
             m_target.UpdateSettings();
             tmrCron.setInterval(kCronInterval);

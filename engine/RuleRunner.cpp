@@ -473,6 +473,30 @@ QStringList UndoOutcome::Lines() const
     return lines;
 }
 
+namespace {
+
+// The run an undo takes back: `run`, or the newest that moved something
+// and is not an undo when 0. An error in words when there is none or it is
+// itself an undo.
+Result<qint64> RunToUndo(journal::MoveJournal& moves, qint64 run)
+{
+    if (run == 0) {
+        auto last = moves.LastUndoableRun();
+        if (!last) return last.error();
+        if (*last == 0) return Error::notFound(QStringLiteral("no run has moved anything that could be taken back"));
+        run = *last;
+    }
+    auto row = moves.RunOf(run);
+    if (!row) return row.error();
+    if (!*row) return Error::notFound(QStringLiteral("there is no run %1 in the history (see mailvane history)").arg(run));
+    if ((*row)->trigger == kUndoTrigger)
+        return Error::permanent(
+            QStringLiteral("run %1 is itself an undo (of run %2); run the rules again instead").arg(run).arg((*row)->undoes));
+    return run;
+}
+
+}  // namespace
+
 UndoOutcome RuleRunner::PlanUndo(qint64 run)
 {
     UndoOutcome out;
@@ -481,33 +505,13 @@ UndoOutcome RuleRunner::PlanUndo(qint64 run)
         out.error = mover.error().message;
         return out;
     }
-    journal::MoveJournal& moves = (*mover)->Journal();
-    if (run == 0) {
-        auto last = moves.LastUndoableRun();
-        if (!last) {
-            out.error = last.error().message;
-            return out;
-        }
-        if (*last == 0) {
-            out.error = QStringLiteral("no run has moved anything that could be taken back");
-            return out;
-        }
-        run = *last;
-    }
-    auto row = moves.RunOf(run);
-    if (!row || !*row) {
-        out.error = row ? QStringLiteral("there is no run %1 in the history (see mailvane history)").arg(run)
-                        : row.error().message;
-        return out;
-    }
-    if ((*row)->trigger == kUndoTrigger) {
-        out.error = QStringLiteral("run %1 is itself an undo (of run %2); run the rules again instead")
-                        .arg(run)
-                        .arg((*row)->undoes);
+    auto chosen = RunToUndo((*mover)->Journal(), run);
+    if (!chosen) {
+        out.error = chosen.error().message;
         return out;
     }
     journal::RunUndo undo(**mover);
-    out.report = undo.Plan(run);
+    out.report = undo.Plan(*chosen);
     if (!out.report.status) out.error = out.report.status.error().message;
     return out;
 }
@@ -523,24 +527,22 @@ UndoOutcome RuleRunner::UndoRun(qint64 run)
     journal::MoveJournal& moves = (*mover)->Journal();
     auto lock = moves.LockRuns(m_options.lockWait);
     if (!lock) {
-        out.busy = lock.error().kind == ErrorKind::Temporary;
         out.error = QStringLiteral("Nothing was taken back: ") + lock.error().message;
         return out;
     }
     if (Status s = (*mover)->Recover(); !s && m_log) m_log->Write(4, kUndoTrigger, s.error().message);
     // Chosen after the recovery, which may have settled the run's last rows.
-    UndoOutcome plan = PlanUndo(run);
-    if (!plan.error.isEmpty() && !plan.report.run) {
-        plan.error = QStringLiteral("Nothing was taken back: ") + plan.error;
-        return plan;
+    auto chosen = RunToUndo(moves, run);
+    if (!chosen) {
+        out.error = QStringLiteral("Nothing was taken back: ") + chosen.error().message;
+        return out;
     }
-    run = plan.report.run;
+    run = *chosen;
     auto id = moves.BeginRun(kUndoTrigger, QString(), run);
     if (!id) {
         out.error = QStringLiteral("Nothing was taken back: ") + id.error().message;
         return out;
     }
-    out.undoRun = *id;
     journal::RunUndo undo(**mover);
     out.report = undo.Undo(run, *id);
     if (!out.report.status) out.error = out.report.status.error().message;

@@ -157,9 +157,7 @@ QString HealthWords(const std::optional<journal::RuleHealth>& health);
 // The end of RuleRunner::UndoRun.
 struct UndoOutcome {
     journal::RunUndo::Report report;  // report.run: the run taken back (0 when none was found)
-    qint64 undoRun = 0;               // the undo's own run in the journal; 0 when it did not start
     QString error;                    // why nothing (or not everything) could be done; empty when all went
-    bool busy = false;                // another process held the run lock
     // One line per message not taken back (subject, sender: why), then a summary.
     QStringList Lines() const;
 };

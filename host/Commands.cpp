@@ -296,19 +296,27 @@ int ListRules(CommandContext& ctx)
     return kExitOk;
 }
 
-// "Store name: Folder/Path" for a stored folder identity.
+// "Store name: Folder/Path" for a folder's binary identity.
+QString FolderWords(CommandContext& ctx, const QByteArray& store, const QByteArray& folderId)
+{
+    mapi::MessageStore* s = mapi::FindStore(ctx.runtime.Stores().Stores(), store);
+    if (!s) return QStringLiteral("(a store that is not in this profile)");
+    const auto folder = s->Folder(folderId);
+    if (!folder) return s->DisplayName() + QStringLiteral(": (folder not found: ") + folder.error().message + u')';
+    return s->DisplayName() + QStringLiteral(": ") + folder->path;
+}
+
+// The same for a rule's stored (hexadecimal) folder identity.
 QString FolderWords(CommandContext& ctx, const QVariant& entry, const QVariant& store)
 {
     const QString entryHex = entry.toString(), storeHex = store.toString();
     if (entryHex.isEmpty() || storeHex.isEmpty()) return QStringLiteral("(not set)");
     const auto storeId = mapi::MapiUtils::HexToBinary(storeHex);
+    const auto id = mapi::MapiUtils::HexToBinary(entryHex);
+    if (storeId && id) return FolderWords(ctx, *storeId, *id);
     mapi::MessageStore* s = storeId ? mapi::FindStore(ctx.runtime.Stores().Stores(), *storeId) : nullptr;
     if (!s) return QStringLiteral("(a store that is not in this profile)");
-    const auto id = mapi::MapiUtils::HexToBinary(entryHex);
-    if (!id) return s->DisplayName() + QStringLiteral(": (the folder identifier is not hexadecimal)");
-    const auto folder = s->Folder(*id);
-    if (!folder) return s->DisplayName() + QStringLiteral(": (folder not found: ") + folder.error().message + u')';
-    return s->DisplayName() + QStringLiteral(": ") + folder->path;
+    return s->DisplayName() + QStringLiteral(": (the folder identifier is not hexadecimal)");
 }
 
 int ShowRule(CommandContext& ctx, int ruleId)
@@ -532,13 +540,7 @@ public:
     {
         const QByteArray key = store.toHex() + '/' + folder.toHex();
         if (auto it = m_names.find(key); it != m_names.end()) return *it;
-        mapi::MessageStore* s = mapi::FindStore(m_ctx.runtime.Stores().Stores(), store);
-        QString name;
-        if (!s) name = QStringLiteral("(a store that is not in this profile)");
-        else if (auto f = s->Folder(folder)) name = s->DisplayName() + QStringLiteral(": ") + f->path;
-        else name = s->DisplayName() + QStringLiteral(": (a folder that is gone)");
-        m_names.insert(key, name);
-        return name;
+        return *m_names.insert(key, FolderWords(m_ctx, store, folder));
     }
 
 private:
@@ -599,19 +601,24 @@ int RunHistory(CommandContext& ctx)
     }
     if (runs->empty()) PrintLine(ctx.out, QStringLiteral("No runs yet."));
     for (const journal::RunRow& run : *runs) {
-        auto rules = (*moves)->RulesOfRun(run.run);
-        if (!rules) {
-            Err(rules.error().message);
-            return kExitRunFailed;
-        }
         QString summary;
         if (run.trigger == engine::kUndoTrigger) {
+            // An undo run has no rule rows: its moved rows are counted.
             auto rows = (*moves)->RowsOfRun(run.run);
-            const auto back = rows ? std::count_if(rows->begin(), rows->end(), [](const journal::MoveRow& r) {
+            if (!rows) {
+                Err(rows.error().message);
+                return kExitRunFailed;
+            }
+            const auto back = std::count_if(rows->begin(), rows->end(), [](const journal::MoveRow& r) {
                 return r.state == journal::MoveState::Moved;
-            }) : 0;
+            });
             summary = QStringLiteral("%1 moved back").arg(back);
         } else {
+            auto rules = (*moves)->RulesOfRun(run.run);
+            if (!rules) {
+                Err(rules.error().message);
+                return kExitRunFailed;
+            }
             int total = 0;
             QStringList parts;
             for (const journal::RuleRunRow& r : *rules) {

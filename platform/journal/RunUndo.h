@@ -11,8 +11,8 @@
 // run moves nothing. A completed flag the run cleared is set again.
 //
 // What cannot be taken back is reported per message, never guessed at:
-// moved on since (by a later run, or by another program), deleted, a folder
-// gone, a store not open.
+// moved on since (by a later run), deleted (or moved by another program),
+// a folder gone, a store not open.
 //
 // The caller holds the run lock, has run Recover and opened the undo run
 // in the journal (BeginRun with `undoes`); RuleRunner::UndoRun does that.

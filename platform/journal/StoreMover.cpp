@@ -154,8 +154,21 @@ StoreMover::Outcome StoreMover::MoveOnce(const Context& ctx, MessageStore& src, 
         return out;
     };
     auto finish = [&]() {
+        // An undo that arrived gets its completed flag back before its row
+        // is settled; when that fails the row stays Intended, as after a
+        // kill, and the next recovery sets the flag.
+        std::vector<QByteArray> reflag;
+        std::vector<size_t> reflagAt;
+        for (size_t i = 0; i < n; ++i)
+            if (rows[i].kind == MoveKind::Undo && rows[i].flagCleared && rows[i].state == MoveState::Moved) {
+                reflag.push_back(rows[i].dstId);
+                reflagAt.push_back(i);
+            }
+        if (Status s = reflag.empty() ? Status::success() : dst.SetFlagStatusMany(reflag, 1); !s) {
+            out.status = s;
+            for (size_t i : reflagAt) rows[i].state = MoveState::Intended;
+        }
         for (size_t i = 0; i < n; ++i) out.states[i] = rows[i].state;
-        if (Status s = Reflag(dst, rows); !s) out.status = s;
         if (Status s = m_journal.Finish(rows); !s) out.status = s;  // the rows stay Intended: Recover settles them
         return out;
     };
@@ -316,16 +329,14 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
     attempt(reflagIds, [&](const std::vector<QByteArray>& ids) { return src->SetFlagStatusMany(ids, 1); });
     // An undo that arrived gets its completed flag back before its row is
     // settled; a failure leaves the row for the next recovery.
-    std::vector<MoveRow> arrived;
+    std::vector<QByteArray> arrived;
     std::vector<size_t> arrivedAt;
     for (size_t k = 0; k < open.size(); ++k)
         if (to[k] == MoveState::Moved && rows[open[k]].kind == MoveKind::Undo && rows[open[k]].flagCleared) {
-            arrived.push_back(rows[open[k]]);
-            arrived.back().state = MoveState::Moved;
-            arrived.back().dstId = copies[k];
+            arrived.push_back(copies[k]);
             arrivedAt.push_back(k);
         }
-    if (Status s = Reflag(*dst, arrived); !s) {
+    if (Status s = arrived.empty() ? Status::success() : dst->SetFlagStatusMany(arrived, 1); !s) {
         if (firstError) firstError = s;
         for (size_t k : arrivedAt) to[k] = MoveState::Intended;
     }
@@ -346,15 +357,6 @@ Status StoreMover::Settle(std::vector<MoveRow>& rows, MoveState stayed, const QS
         return s;
     }
     return firstError;
-}
-
-Status StoreMover::Reflag(MessageStore& dst, const std::vector<MoveRow>& rows)
-{
-    std::vector<QByteArray> ids;
-    for (const MoveRow& r : rows)
-        if (r.kind == MoveKind::Undo && r.flagCleared && r.state == MoveState::Moved && !r.dstId.isEmpty())
-            ids.push_back(r.dstId);
-    return ids.empty() ? Status::success() : dst.SetFlagStatusMany(ids, 1);
 }
 
 Status StoreMover::Recover()

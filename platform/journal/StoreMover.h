@@ -107,9 +107,6 @@ private:
     // the source with no copy (RolledBack after a dead process, Failed after
     // an error of this one).
     Status Settle(std::vector<MoveRow>& rows, MoveState stayed, const QString& note);
-    // Sets the completed flag again on the undo rows among `rows` that
-    // arrived in `dst` and are to have it.
-    static Status Reflag(mapi::MessageStore& dst, const std::vector<MoveRow>& rows);
     bool Stop(Step step) const { return m_stop && m_stop(step); }
 
     MoveJournal& m_journal;

@@ -7,7 +7,7 @@ using namespace mv::journal;
 namespace {
 
 using Fate = RunUndo::Fate;
-using stores::MemoryStore;
+using test::MemoryStore;
 
 class UndoFixture : public test::MoverTest {
 protected:
@@ -86,16 +86,17 @@ TEST_P(UndoTest, ReportsWhatMovedOnOrWasDeletedAndTakesBackTheRest)
     EXPECT_EQ(dst.SubjectsIn(other), QStringList{"m0"});
 }
 
-// A kill at each step of the move back, then recovery and a second undo:
-// every message back exactly once.
+// A kill at each step of the move back, or (no step) flags that cannot be set
+// again; then recovery and a second undo: every message back once, flagged.
 class UndoKillTest : public UndoFixture,
-                     public ::testing::WithParamInterface<std::tuple<StoreMover::Step, bool /*cross*/>> {};
+                     public ::testing::WithParamInterface<std::tuple<std::optional<StoreMover::Step>, bool>> {};
 
 TEST_P(UndoKillTest, KilledUndoThenRecoveryAndUndoAgainEndsWithEveryMessageBackOnce)
 {
     const auto [step, cross] = GetParam();
     const qint64 run = MoveBatch(cross);
-    m_mover->SetInterruption([step = step](StoreMover::Step at) { return at == step; });
+    if (step) m_mover->SetInterruption([step = *step](StoreMover::Step at) { return at == step; });
+    else m_a.FailNext(MemoryStore::Call::SetFlagStatusMany, 1, Error::temporary(QStringLiteral("flags refused")));
     EXPECT_FALSE(Undo(run).status.ok());
     Reopen();  // the next process
     ASSERT_TRUE(m_mover->Recover().ok());
@@ -108,9 +109,9 @@ TEST_P(UndoKillTest, KilledUndoThenRecoveryAndUndoAgainEndsWithEveryMessageBackO
 INSTANTIATE_TEST_SUITE_P(Stores, UndoTest, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "AcrossStores" : "WithinAStore"; });
 INSTANTIATE_TEST_SUITE_P(Steps, UndoKillTest,
-                         ::testing::Combine(::testing::Values(StoreMover::Step::Intended,
-                                                              StoreMover::Step::FlagsCleared, StoreMover::Step::Copied,
-                                                              StoreMover::Step::Removed),
+                         ::testing::Combine(::testing::Values<std::optional<StoreMover::Step>>(
+                                                StoreMover::Step::Intended, StoreMover::Step::FlagsCleared,
+                                                StoreMover::Step::Copied, StoreMover::Step::Removed, std::nullopt),
                                             ::testing::Bool()));
 
 }  // namespace
