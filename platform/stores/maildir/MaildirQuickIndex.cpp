@@ -3,23 +3,9 @@
 #include "platform/mapi/RestrictionOrder.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QHash>
 
-#include <sys/stat.h>
-
 namespace mv::stores::maildir {
-
-namespace {
-
-qint64 MtimeNs(const QString& path)
-{
-    struct stat st{};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return -1;
-    return qint64(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-}
-
-}  // namespace
 
 BodyTerms BodyTerms::Of(const mapi::Restriction& root)
 {
@@ -40,13 +26,6 @@ quint64 BodyTerms::KeyOf(const mapi::Restriction& node) const
     for (const auto& [n, key] : m_keys)
         if (n == &node) return key;
     return MessageIndexFile::BodyTermKey(node);
-}
-
-QByteArray MaildirQuickIndex::ValidityNow(const QString& dir)
-{
-    const qint64 times[3] = {MtimeNs(dir + QLatin1String("/cur")), MtimeNs(dir + QLatin1String("/new")),
-                             MtimeNs(dir + QLatin1String("/dovecot-keywords"))};
-    return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
 }
 
 QByteArray MaildirQuickIndex::AuxOf(const QString& relName, const QString& unique)
@@ -86,7 +65,7 @@ MessageIndexFile* MaildirQuickIndex::Current(const QString& folderPath, const QS
     MessageIndexFile* file = Any(folderPath);
     if (!file || m_changed.count(folderPath)) return nullptr;
     const QByteArray validity = file->validity();
-    if (validity.isEmpty() || validity != ValidityNow(dir)) return nullptr;
+    if (validity.isEmpty() || validity != MaildirFolderState::ValidityNow(dir)) return nullptr;
     return file;
 }
 

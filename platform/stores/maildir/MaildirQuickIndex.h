@@ -73,7 +73,6 @@ public:
     // returned after trying every folder; the files are only a cache.
     Status Flush(const std::function<const MaildirFolderState*(const QString& folderPath)>& state);
 
-    static QByteArray ValidityNow(const QString& dir);
     // Record::aux is the file's name relative to the folder with the unique
     // name left out (a NUL in its place): "cur/\0:2,S". Few folders have
     // more than a handful of those, so the pool keeps each once.

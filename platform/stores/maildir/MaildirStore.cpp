@@ -98,20 +98,13 @@ Status MaildirStore::FlushIndex()
     // which on a file system with fine times is a wait of at most 0.1 s.
     for (const auto& [path, state] : m_folders) {
         if (!state->loaded() || !m_quick->changed(path)) continue;
-        if (state->trustedValidity() == MaildirQuickIndex::ValidityNow(state->dir())) continue;
-        qint64 waitNs = 0;
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
-        const qint64 nowNs = qint64(now.tv_sec) * 1000000000LL + now.tv_nsec;
-        for (const char* sub : {"/cur", "/new"}) {
-            struct stat st{};
-            if (::stat(QFile::encodeName(state->dir() + QLatin1String(sub)).constData(), &st) != 0) continue;
-            const qint64 mtime = qint64(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-            waitNs = std::max(waitNs, mtime + MaildirFolderState::TrustMarginNs(mtime) - nowNs + 1000000);
-        }
+        const QByteArray now = MaildirFolderState::ValidityNow(state->dir());
+        if (state->trustedValidity() == now) continue;
+        const qint64 waitNs = MaildirFolderState::NsUntilTrusted(now);
         if (waitNs > 250000000LL) continue;  // a coarse file system: the next process scans
-        if (waitNs > 0) {
-            const timespec pause{0, long(waitNs)};
+        if (waitNs >= 0) {
+            // A millisecond more: the times must be older than the margin, not equal to it.
+            const timespec pause{0, long(waitNs + 1000000)};
             ::nanosleep(&pause, nullptr);
         }
         (void)ScannedFolder(path);
