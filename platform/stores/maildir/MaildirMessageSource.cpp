@@ -88,7 +88,7 @@ std::optional<bool> MaildirMessageSource::KnownAnswer(const mapi::Restriction& n
 void MaildirMessageSource::LearnAnswer(const mapi::Restriction& node, bool answer) const
 {
     if (!m_terms || !m_learned || !m_body || !*m_body) return;
-    m_learned->push_back({Key(), m_terms->KeyOf(node), answer});
+    m_learned->push_back({Key(), m_message.file.size, m_message.file.mtimeNs, m_terms->KeyOf(node), answer});
 }
 
 namespace {

@@ -7,6 +7,17 @@
 
 namespace mv::stores::maildir {
 
+namespace {
+
+// Whether `file` holds the message `a` was read of, under the same identity.
+bool Holds(const MessageIndexFile& file, const LearnedAnswer& a)
+{
+    const MessageIndexFile::RecordView r = file.find(a.key);
+    return !r.isNull() && r.size() == a.size && r.stamp() == a.stamp;
+}
+
+}  // namespace
+
 BodyTerms BodyTerms::Of(const mapi::Restriction& root)
 {
     BodyTerms terms;
@@ -72,11 +83,14 @@ MessageIndexFile* MaildirQuickIndex::Current(const QString& folderPath, const QS
 void MaildirQuickIndex::Learn(const QString& folderPath, std::vector<LearnedAnswer> answers)
 {
     if (answers.empty()) return;
-    if (MessageIndexFile* file = Any(folderPath)) {
-        for (const LearnedAnswer& a : answers) file->RememberBody(a.key, a.term, a.answer);
+    MessageIndexFile* file = Any(folderPath);
+    for (LearnedAnswer& a : answers) {
+        // The file keeps the answers of the messages it holds as they were
+        // read; the others (new, or changed since) wait for the folder's
+        // records at Flush.
+        if (file && Holds(*file, a)) file->RememberBody(a.key, a.term, a.answer);
+        else m_learned[folderPath].push_back(std::move(a));
     }
-    auto& kept = m_learned[folderPath];
-    kept.insert(kept.end(), std::make_move_iterator(answers.begin()), std::make_move_iterator(answers.end()));
 }
 
 MessageIndexFile::Record MaildirQuickIndex::RecordOf(const CachedMessage& message)
@@ -108,8 +122,9 @@ MessageIndexFile::Record MaildirQuickIndex::RecordOf(const CachedMessage& messag
 Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(const QString&)>& stateOf)
 {
     Status result = Status::success();
+    // Every folder changed, or with answers its file keeps or waits for.
     std::map<QString, bool> folders = m_changed;
-    for (const auto& [path, answers] : m_learned) folders.emplace(path, false);
+    for (const auto& [path, file] : m_files) folders.emplace(path, false);
     for (const auto& [path, changed] : folders) {
         MessageIndexFile* file = Any(path);
         if (!file) continue;
@@ -117,15 +132,16 @@ Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(co
         if (state && state->loaded()) {
             // Written record by record: a folder of 100,000 messages would
             // otherwise be held a second time while the file is written.
-            QHash<QByteArray, std::vector<quint64>> learned;
+            QHash<QByteArray, std::vector<const LearnedAnswer*>> learned;
             if (auto it = m_learned.find(path); it != m_learned.end()) {
-                for (const LearnedAnswer& a : it->second)
-                    learned[a.key].push_back((a.term & ~quint64(1)) | (a.answer ? 1 : 0));
+                for (const LearnedAnswer& a : it->second) learned[a.key].push_back(&a);
             }
             const auto& messages = state->ordered();
             const Status s = file->Rewrite(state->trustedValidity(), qsizetype(messages.size()), [&](qsizetype i) {
                 MessageIndexFile::Record r = RecordOf(*messages[size_t(i)]);
-                r.bodyAnswers = learned.value(r.key);
+                for (const LearnedAnswer* a : learned.value(r.key))
+                    if (a->size == r.size && a->stamp == r.stamp)
+                        r.bodyAnswers.push_back((a->term & ~quint64(1)) | (a->answer ? 1 : 0));
                 return r;
             });
             if (s.ok()) continue;
@@ -135,11 +151,12 @@ Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(co
             for (const CachedMessage* m : messages) records.push_back(RecordOf(*m));
             file->Replace(std::move(records));
             file->SetValidity(state->trustedValidity());
+            if (auto it = m_learned.find(path); it != m_learned.end()) {
+                for (const LearnedAnswer& a : it->second)
+                    if (Holds(*file, a)) file->RememberBody(a.key, a.term, a.answer);
+            }
         } else if (changed) {
             file->SetValidity({});  // changed, but no state to write from: not to be trusted
-        }
-        if (auto it = m_learned.find(path); it != m_learned.end()) {
-            for (const LearnedAnswer& a : it->second) file->RememberBody(a.key, a.term, a.answer);
         }
         if (Status s = file->Commit(); !s && result.ok()) result = s;
     }
