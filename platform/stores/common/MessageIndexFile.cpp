@@ -472,20 +472,6 @@ std::vector<quint64> MessageIndexFile::AnswersOf(const RecordView& record) const
     return out;
 }
 
-void MessageIndexFile::Replace(std::vector<Record> records)
-{
-    for (Record& r : records) {
-        const RecordView old = find(r.key);
-        r.bodyAnswers.clear();
-        if (!old.isNull() && old.size() == r.size && old.stamp() == r.stamp) r.bodyAnswers = AnswersOf(old);
-    }
-    Clear();
-    for (Record& r : records) {
-        QByteArray key = r.key;
-        m_pending[key] = std::move(r);
-    }
-}
-
 void MessageIndexFile::Put(Record record)
 {
     const RecordView old = find(record.key);

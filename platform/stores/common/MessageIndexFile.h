@@ -129,10 +129,6 @@ public:
     // answers are kept when size and stamp are the old ones.
     void Put(Record record);
     void Remove(QByteArrayView key);
-    // Replaces every record at once (a store that rebuilt the folder's list):
-    // as Clear and Put of each, but each key keeps its body answers when
-    // size and stamp are the old ones.
-    void Replace(std::vector<Record> records);
     // Remembers a body term's answer for the record with `key`; ignored
     // when there is no such record.
     void RememberBody(QByteArrayView key, quint64 termKey, bool answer);

@@ -5,6 +5,8 @@
 #include <QCryptographicHash>
 #include <QHash>
 
+#include <algorithm>
+
 namespace mv::stores::maildir {
 
 namespace {
@@ -136,25 +138,27 @@ Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(co
             if (auto it = m_learned.find(path); it != m_learned.end()) {
                 for (const LearnedAnswer& a : it->second) learned[a.key].push_back(&a);
             }
-            const auto& messages = state->ordered();
-            const Status s = file->Rewrite(state->trustedValidity(), qsizetype(messages.size()), [&](qsizetype i) {
-                MessageIndexFile::Record r = RecordOf(*messages[size_t(i)]);
-                for (const LearnedAnswer* a : learned.value(r.key))
-                    if (a->size == r.size && a->stamp == r.stamp)
-                        r.bodyAnswers.push_back((a->term & ~quint64(1)) | (a->answer ? 1 : 0));
-                return r;
-            });
-            if (s.ok()) continue;
-            // Names whose UTF-8 order is not the folder's: the slower way.
-            std::vector<MessageIndexFile::Record> records;
-            records.reserve(messages.size());
-            for (const CachedMessage* m : messages) records.push_back(RecordOf(*m));
-            file->Replace(std::move(records));
-            file->SetValidity(state->trustedValidity());
-            if (auto it = m_learned.find(path); it != m_learned.end()) {
-                for (const LearnedAnswer& a : it->second)
-                    if (Holds(*file, a)) file->RememberBody(a.key, a.term, a.answer);
+            auto write = [&](const std::vector<const CachedMessage*>& messages) {
+                return file->Rewrite(state->trustedValidity(), qsizetype(messages.size()), [&](qsizetype i) {
+                    MessageIndexFile::Record r = RecordOf(*messages[size_t(i)]);
+                    for (const LearnedAnswer* a : learned.value(r.key))
+                        if (a->size == r.size && a->stamp == r.stamp)
+                            r.bodyAnswers.push_back((a->term & ~quint64(1)) | (a->answer ? 1 : 0));
+                    return r;
+                });
+            };
+            Status s = write(state->ordered());
+            if (!s && s.error().kind == ErrorKind::Permanent) {
+                // Keys out of order: names beyond the BMP sort otherwise in
+                // UTF-16 (the folder's order) than in UTF-8 (the file's).
+                std::vector<const CachedMessage*> sorted = state->ordered();
+                std::sort(sorted.begin(), sorted.end(), [](const CachedMessage* a, const CachedMessage* b) {
+                    return a->file.unique.toUtf8() < b->file.unique.toUtf8();
+                });
+                s = write(sorted);
             }
+            if (!s && result.ok()) result = s;
+            continue;  // written, or the old file left as it was
         } else if (changed) {
             file->SetValidity({});  // changed, but no state to write from: not to be trusted
         }
