@@ -540,7 +540,8 @@ public:
     }
     quint32 Bytes(QByteArrayView bytes)
     {
-        auto it = m_pooled.constFind(bytes.toByteArray());
+        // Looked up without a copy; only a string new to the pool is copied.
+        auto it = m_pooled.constFind(QByteArray::fromRawData(bytes.data(), bytes.size()));
         if (it != m_pooled.constEnd()) return *it;
         const quint32 ref = quint32(pool.size());
         const quint32 len = quint32(bytes.size());
@@ -613,17 +614,15 @@ public:
         d.propBegin = propCount;
         d.propCount = Props(r.props);
         // Rows' properties follow the record's own.
-        std::vector<DiskRow> rowList;
+        d.rowBegin = rowCount;
         for (const auto& row : r.recipients) {
-            if (rowList.size() == 0xFFFF) break;
+            if (d.rowCount == 0xFFFF) break;
             DiskRow dr{propCount, 0};
             dr.propCount = Props(row);
-            rowList.push_back(dr);
+            rows.append(reinterpret_cast<const char*>(&dr), sizeof dr);
+            ++d.rowCount;
         }
-        d.rowBegin = rowCount;
-        d.rowCount = quint16(rowList.size());
-        rows.append(reinterpret_cast<const char*>(rowList.data()), qsizetype(rowList.size() * sizeof(DiskRow)));
-        rowCount += quint32(rowList.size());
+        rowCount += d.rowCount;
         d.answerBegin = answerCount;
         d.answerCount = quint16(std::min<size_t>(r.bodyAnswers.size(), 0xFFFF));
         answers.append(reinterpret_cast<const char*>(r.bodyAnswers.data()), qsizetype(d.answerCount) * 8);
