@@ -159,13 +159,9 @@ struct MessageIndexFile::Layout {
     {
         MessageIndexFile::Props out;
         out.reserve(count);
-        for (quint32 i = begin; i < begin + count; ++i) {
-            QVariant v = Value(props[i]);
-            // Owning copies: the record outlives the mapping.
-            if (v.typeId() == QMetaType::QString) v = QVariant(QString(v.toString().constData(), v.toString().size()));
-            else if (v.typeId() == QMetaType::QByteArray) v = QVariant(QByteArray(v.toByteArray().constData(), v.toByteArray().size()));
-            out.emplace_back(tags[props[i].tagSlot], std::move(v));
-        }
+        // Owning copies: the record outlives the mapping.
+        for (quint32 i = begin; i < begin + count; ++i)
+            out.emplace_back(tags[props[i].tagSlot], MessageIndexFile::Detached(Value(props[i])));
         return out;
     }
 };
@@ -505,6 +501,19 @@ void MessageIndexFile::RememberBody(QByteArrayView keyView, quint64 termKey, boo
     if (it != m_pending.end() && it->second) it->second->bodyAnswers.push_back(entry);
     else m_pendingAnswers[key].push_back(entry);
     m_dirty = true;
+}
+
+QVariant MessageIndexFile::Detached(const QVariant& value)
+{
+    if (value.typeId() == QMetaType::QString) {
+        const QString& s = *static_cast<const QString*>(value.constData());
+        return QVariant(QString(s.constData(), s.size()));
+    }
+    if (value.typeId() == QMetaType::QByteArray) {
+        const QByteArray& b = *static_cast<const QByteArray*>(value.constData());
+        return QVariant(QByteArray(b.constData(), b.size()));
+    }
+    return value;
 }
 
 quint64 MessageIndexFile::BodyTermKey(const mapi::Restriction& content)

@@ -153,6 +153,10 @@ public:
     // process; case is folded first when the level ignores case.
     static quint64 BodyTermKey(const mapi::Restriction& content);
 
+    // An owning copy of a value a view read in place (a string or bytes over
+    // the file's memory); other values are returned as they are.
+    static QVariant Detached(const QVariant& value);
+
     // Size of the loaded file in bytes (for the benchmarks and tests).
     qint64 fileSize() const { return m_size; }
 
