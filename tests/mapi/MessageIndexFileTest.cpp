@@ -173,9 +173,8 @@ TEST_F(MessageIndexFileTest, RemoveClearAndRewrite)
     EXPECT_EQ(index->count(), 4);
     ASSERT_TRUE(index->Commit().ok());
     EXPECT_TRUE(index->find("m2").isNull());
-    // m5 changed: its answers go.
-    ASSERT_TRUE(index->Rewrite("v1", 3, [](qsizetype i) { return Message(4 + int(i), i == 1 ? 999 : 100); }).ok());
-    index->RememberBody("m5", term, false);
+    ASSERT_TRUE(index->Rewrite("v", 3, [](auto i) { return Message(4 + int(i), i == 1 ? 9 : 100); }).ok());
+    index->RememberBody("m5", term, false);  // m5's size changed: only this answer is its own
     ASSERT_TRUE(index->Commit().ok());
     auto reopened = MessageIndexFile::Open(Path()).value();
     ASSERT_EQ(reopened->count(), 3);
