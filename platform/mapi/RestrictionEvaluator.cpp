@@ -1,5 +1,7 @@
 #include "RestrictionEvaluator.h"
 
+#include "RestrictionOrder.h"
+
 #include <QDateTime>
 
 #include <algorithm>
@@ -200,7 +202,7 @@ bool RestrictionEvaluator::Matches(const Restriction& r, const PropertySource& m
         return FindProp(message, r.propTag, scratch) != nullptr;
     }
     case RES_CONTENT: {
-        const bool body = PropIdOf(r.propTag) == PropIdOf(PR_BODY);
+        const bool body = RestrictionOrder::ReadsBody(r.propTag);
         if (body) {
             if (const std::optional<bool> known = message.KnownAnswer(r)) return *known;
         }

@@ -1,7 +1,6 @@
 #include "RestrictionOrder.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace mv::mapi {
 
@@ -42,21 +41,24 @@ RestrictionOrder::Cost RestrictionOrder::CostOf(const Restriction& r)
     return Cheap;
 }
 
+namespace {
+
+void SortCheapFirst(Restriction& r)
+{
+    for (Restriction& child : r.children()) SortCheapFirst(child);
+    // list::sort is stable: terms of equal cost keep their written order.
+    if (r.kind == RES_AND || r.kind == RES_OR || r.kind == RES_SUBRESTRICTION)
+        r.children().sort([](const Restriction& a, const Restriction& b) {
+            return RestrictionOrder::CostOf(a) < RestrictionOrder::CostOf(b);
+        });
+}
+
+}  // namespace
+
 Restriction RestrictionOrder::CheapFirst(const Restriction& r)
 {
     Restriction out = r;
-    out.children().clear();
-    std::vector<std::pair<Cost, Restriction>> children;
-    children.reserve(r.children().size());
-    for (const Restriction& child : r.children()) {
-        Restriction reordered = CheapFirst(child);
-        const Cost cost = CostOf(reordered);
-        children.emplace_back(cost, std::move(reordered));
-    }
-    if (r.kind == RES_AND || r.kind == RES_OR || r.kind == RES_SUBRESTRICTION)
-        std::stable_sort(children.begin(), children.end(),
-                         [](const auto& a, const auto& b) { return a.first < b.first; });
-    for (auto& [cost, child] : children) out.AddChild(std::move(child));
+    SortCheapFirst(out);
     return out;
 }
 

@@ -164,7 +164,7 @@ TEST_F(MessageIndexFileTest, BodyAnswersLastAsLongAsSizeAndStamp)
     }
 }
 
-TEST_F(MessageIndexFileTest, RemoveClearAndReplace)
+TEST_F(MessageIndexFileTest, RemoveClearAndRewrite)
 {
     const quint64 term = 42;
     auto index = Written(5);
@@ -173,8 +173,8 @@ TEST_F(MessageIndexFileTest, RemoveClearAndReplace)
     EXPECT_EQ(index->count(), 4);
     ASSERT_TRUE(index->Commit().ok());
     EXPECT_TRUE(index->find("m2").isNull());
-    index->Replace({Message(4), Message(5, 999), Message(6)});  // m5 changed: its answers go
-    index->RememberBody("m5", term, false);
+    ASSERT_TRUE(index->Rewrite("v", 3, [](auto i) { return Message(4 + int(i), i == 1 ? 9 : 100); }).ok());
+    index->RememberBody("m5", term, false);  // m5's size changed: only this answer is its own
     ASSERT_TRUE(index->Commit().ok());
     auto reopened = MessageIndexFile::Open(Path()).value();
     ASSERT_EQ(reopened->count(), 3);

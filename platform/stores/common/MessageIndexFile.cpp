@@ -159,13 +159,9 @@ struct MessageIndexFile::Layout {
     {
         MessageIndexFile::Props out;
         out.reserve(count);
-        for (quint32 i = begin; i < begin + count; ++i) {
-            QVariant v = Value(props[i]);
-            // Owning copies: the record outlives the mapping.
-            if (v.typeId() == QMetaType::QString) v = QVariant(QString(v.toString().constData(), v.toString().size()));
-            else if (v.typeId() == QMetaType::QByteArray) v = QVariant(QByteArray(v.toByteArray().constData(), v.toByteArray().size()));
-            out.emplace_back(tags[props[i].tagSlot], std::move(v));
-        }
+        // Owning copies: the record outlives the mapping.
+        for (quint32 i = begin; i < begin + count; ++i)
+            out.emplace_back(tags[props[i].tagSlot], MessageIndexFile::Detached(Value(props[i])));
         return out;
     }
 };
@@ -472,20 +468,6 @@ std::vector<quint64> MessageIndexFile::AnswersOf(const RecordView& record) const
     return out;
 }
 
-void MessageIndexFile::Replace(std::vector<Record> records)
-{
-    for (Record& r : records) {
-        const RecordView old = find(r.key);
-        r.bodyAnswers.clear();
-        if (!old.isNull() && old.size() == r.size && old.stamp() == r.stamp) r.bodyAnswers = AnswersOf(old);
-    }
-    Clear();
-    for (Record& r : records) {
-        QByteArray key = r.key;
-        m_pending[key] = std::move(r);
-    }
-}
-
 void MessageIndexFile::Put(Record record)
 {
     const RecordView old = find(record.key);
@@ -521,6 +503,19 @@ void MessageIndexFile::RememberBody(QByteArrayView keyView, quint64 termKey, boo
     m_dirty = true;
 }
 
+QVariant MessageIndexFile::Detached(const QVariant& value)
+{
+    if (value.typeId() == QMetaType::QString) {
+        const QString& s = *static_cast<const QString*>(value.constData());
+        return QVariant(QString(s.constData(), s.size()));
+    }
+    if (value.typeId() == QMetaType::QByteArray) {
+        const QByteArray& b = *static_cast<const QByteArray*>(value.constData());
+        return QVariant(QByteArray(b.constData(), b.size()));
+    }
+    return value;
+}
+
 quint64 MessageIndexFile::BodyTermKey(const mapi::Restriction& content)
 {
     const bool foldCase = content.fuzzyLevel & (mapi::FL_IGNORECASE | mapi::FL_LOOSE);
@@ -554,7 +549,8 @@ public:
     }
     quint32 Bytes(QByteArrayView bytes)
     {
-        auto it = m_pooled.constFind(bytes.toByteArray());
+        // Looked up without a copy; only a string new to the pool is copied.
+        auto it = m_pooled.constFind(QByteArray::fromRawData(bytes.data(), bytes.size()));
         if (it != m_pooled.constEnd()) return *it;
         const quint32 ref = quint32(pool.size());
         const quint32 len = quint32(bytes.size());
@@ -627,17 +623,15 @@ public:
         d.propBegin = propCount;
         d.propCount = Props(r.props);
         // Rows' properties follow the record's own.
-        std::vector<DiskRow> rowList;
+        d.rowBegin = rowCount;
         for (const auto& row : r.recipients) {
-            if (rowList.size() == 0xFFFF) break;
+            if (d.rowCount == 0xFFFF) break;
             DiskRow dr{propCount, 0};
             dr.propCount = Props(row);
-            rowList.push_back(dr);
+            rows.append(reinterpret_cast<const char*>(&dr), sizeof dr);
+            ++d.rowCount;
         }
-        d.rowBegin = rowCount;
-        d.rowCount = quint16(rowList.size());
-        rows.append(reinterpret_cast<const char*>(rowList.data()), qsizetype(rowList.size() * sizeof(DiskRow)));
-        rowCount += quint32(rowList.size());
+        rowCount += d.rowCount;
         d.answerBegin = answerCount;
         d.answerCount = quint16(std::min<size_t>(r.bodyAnswers.size(), 0xFFFF));
         answers.append(reinterpret_cast<const char*>(r.bodyAnswers.data()), qsizetype(d.answerCount) * 8);

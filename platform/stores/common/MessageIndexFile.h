@@ -129,10 +129,6 @@ public:
     // answers are kept when size and stamp are the old ones.
     void Put(Record record);
     void Remove(QByteArrayView key);
-    // Replaces every record at once (a store that rebuilt the folder's list):
-    // as Clear and Put of each, but each key keeps its body answers when
-    // size and stamp are the old ones.
-    void Replace(std::vector<Record> records);
     // Remembers a body term's answer for the record with `key`; ignored
     // when there is no such record.
     void RememberBody(QByteArrayView key, quint64 termKey, bool answer);
@@ -156,6 +152,10 @@ public:
     // term with the same tag and fuzzy level gives the same key in every
     // process; case is folded first when the level ignores case.
     static quint64 BodyTermKey(const mapi::Restriction& content);
+
+    // An owning copy of a value a view read in place (a string or bytes over
+    // the file's memory); other values are returned as they are.
+    static QVariant Detached(const QVariant& value);
 
     // Size of the loaded file in bytes (for the benchmarks and tests).
     qint64 fileSize() const { return m_size; }

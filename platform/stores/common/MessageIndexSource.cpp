@@ -12,7 +12,7 @@ public:
     {
         QVariant scratch;
         const QVariant* v = Find(tag, scratch);
-        return v ? std::optional<QVariant>(*v) : std::nullopt;
+        return v ? std::optional<QVariant>(MessageIndexFile::Detached(*v)) : std::nullopt;
     }
     std::vector<mapi::PropertyMap> SubRows(mapi::PropTag) const override { return {}; }
     const QVariant* Find(mapi::PropTag tag, QVariant& scratch) const override
@@ -34,15 +34,7 @@ std::optional<QVariant> MessageIndexSource::Get(mapi::PropTag tag) const
     const QVariant* v = m_record.Find(tag, scratch);
     if (!v) return std::nullopt;
     // A string over the index's memory would not outlive the mapping.
-    if (v->typeId() == QMetaType::QString) {
-        const QString& s = *static_cast<const QString*>(v->constData());
-        return QVariant(QString(s.constData(), s.size()));
-    }
-    if (v->typeId() == QMetaType::QByteArray) {
-        const QByteArray& b = *static_cast<const QByteArray*>(v->constData());
-        return QVariant(QByteArray(b.constData(), b.size()));
-    }
-    return *v;
+    return MessageIndexFile::Detached(*v);
 }
 
 const QVariant* MessageIndexSource::Find(mapi::PropTag tag, QVariant& scratch) const

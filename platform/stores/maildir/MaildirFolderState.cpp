@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <thread>
 
@@ -100,14 +101,26 @@ void ParseAll(ParseJob* jobs, size_t count, const QString& dir, const HeaderPars
     for (std::thread& t : pool) t.join();
 }
 
-}  // namespace
-
-qint64 MaildirFolderState::TrustMarginNs(qint64 mtimeNs)
+// Directory times newer than this, relative to a scan, are not trusted:
+// a change in the same clock tick as the scan would otherwise be missed.
+// Whole seconds (no nanoseconds) mean a coarse file system: two seconds
+// covers FAT's. Finer ones stamp from a clock that ticks in milliseconds.
+qint64 TrustMarginNs(qint64 mtimeNs)
 {
-    // Whole seconds (no nanoseconds) mean a coarse file system: two seconds
-    // covers FAT's. Finer ones stamp from a clock that ticks in milliseconds.
     return mtimeNs % kNsPerSec == 0 ? 2 * kNsPerSec : kNsPerSec / 10;
 }
+
+// cur/, new/ and dovecot-keywords times as the quick index stores them.
+struct DirTimes {
+    qint64 cur, fresh, keywords;
+};
+
+QByteArray ValidityOf(const DirTimes& t)
+{
+    return QByteArray(reinterpret_cast<const char*>(&t), sizeof t);
+}
+
+}  // namespace
 
 void MaildirFolderState::Derive(CachedMessage& m)
 {
@@ -184,8 +197,25 @@ Status MaildirFolderState::LoadKeywords()
 QByteArray MaildirFolderState::trustedValidity() const
 {
     if (!m_loaded || m_curMtime == 0) return {};
-    const qint64 times[3] = {m_curMtime, m_newMtime, m_keywordsMtime};
-    return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
+    return ValidityOf({m_curMtime, m_newMtime, m_keywordsMtime});
+}
+
+QByteArray MaildirFolderState::ValidityNow(const QString& dir)
+{
+    return ValidityOf({DirMtime(dir + QLatin1String("/cur")), DirMtime(dir + QLatin1String("/new")),
+                       DirMtime(dir + QLatin1String("/dovecot-keywords"))});
+}
+
+qint64 MaildirFolderState::NsUntilTrusted(const QByteArray& validity)
+{
+    DirTimes t{};
+    if (validity.size() != sizeof t) return 0;
+    std::memcpy(&t, validity.constData(), sizeof t);
+    const qint64 now = NowNs();
+    qint64 wait = -1;
+    for (const qint64 mtime : {t.cur, t.fresh})
+        if (mtime >= 0) wait = std::max(wait, mtime + TrustMarginNs(mtime) - now);
+    return wait;
 }
 
 const std::vector<const CachedMessage*>& MaildirFolderState::ordered() const

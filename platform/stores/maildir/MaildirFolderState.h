@@ -62,9 +62,11 @@ public:
     // The directory times of the last scan as MaildirQuickIndex keeps them,
     // or empty when they were too recent to trust (or no scan happened).
     QByteArray trustedValidity() const;
-    // Directory times newer than this, relative to a scan, are not trusted:
-    // a change in the same clock tick as the scan would otherwise be missed.
-    static qint64 TrustMarginNs(qint64 mtimeNs);
+    // The times of `dir` as they are now, in trustedValidity's form.
+    static QByteArray ValidityNow(const QString& dir);
+    // How long until a scan may trust the directory times of `validity`
+    // (as ValidityNow gives them); negative: a scan now would.
+    static qint64 NsUntilTrusted(const QByteArray& validity);
 
     // Brings the folder's messages up to date with the directories: loads
     // the index rows once, lists cur/ and new/ (readdir), parses only new or

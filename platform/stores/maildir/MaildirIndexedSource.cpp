@@ -71,7 +71,8 @@ void MaildirIndexedSource::LearnAnswer(const mapi::Restriction& node, bool answe
     // Only answers from a body that was read: an unreadable file may be
     // readable next time.
     if (!m_context.terms || !m_context.learned || !m_body || !*m_body) return;
-    m_context.learned->push_back({record().key().toByteArray(), m_context.terms->KeyOf(node), answer});
+    m_context.learned->push_back(
+        {record().key().toByteArray(), record().size(), record().stamp(), m_context.terms->KeyOf(node), answer});
 }
 
 }  // namespace mv::stores::maildir

@@ -52,11 +52,6 @@ MaildirLayout MaildirLayout::Detect(const QString& root)
     return {root, plainChild ? Kind::FileSystem : Kind::MaildirPlusPlus};
 }
 
-QString MaildirLayout::SpecialUseForName(const QString& decodedName)
-{
-    return FolderUseByName::UseOf(decodedName);
-}
-
 LayoutFolder MaildirLayout::Make(const QString& path) const
 {
     LayoutFolder f;
@@ -79,7 +74,7 @@ LayoutFolder MaildirLayout::Make(const QString& path) const
             f.name = f.displayPath = QStringLiteral("Inbox");
             f.specialUse = QStringLiteral("\\Inbox");
         } else {
-            f.specialUse = SpecialUseForName(f.name);
+            f.specialUse = FolderUseByName::UseOf(f.name);
         }
         return f;
     }

@@ -54,7 +54,6 @@ public:
     // The folder whose special use is `use` ("\\Sent"), if any.
     std::optional<QString> FindSpecial(const QString& use) const;
 
-    static QString SpecialUseForName(const QString& decodedName);
     static bool IsMaildir(const QString& dir);
 
 private:

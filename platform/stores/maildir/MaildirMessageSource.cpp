@@ -65,18 +65,30 @@ const QVariant* MaildirMessageSource::Find(mapi::PropTag tag, QVariant& scratch)
     }
 }
 
+const QByteArray& MaildirMessageSource::Key() const
+{
+    if (m_key.isNull()) m_key = m_message.file.unique.toUtf8();
+    return m_key;
+}
+
 std::optional<bool> MaildirMessageSource::KnownAnswer(const mapi::Restriction& node) const
 {
     if (!m_terms || !m_known) return std::nullopt;
-    const MessageIndexFile::RecordView r = m_known->find(m_message.file.unique.toUtf8());
-    if (r.isNull() || r.size() != m_message.file.size || r.stamp() != m_message.file.mtimeNs) return std::nullopt;
-    return r.BodyAnswer(m_terms->KeyOf(node));
+    // Looked up once per message, however many body terms the rule has.
+    if (!m_knownRecord) {
+        m_knownRecord = m_known->find(Key());
+        const MessageIndexFile::RecordView& r = *m_knownRecord;
+        if (!r.isNull() && (r.size() != m_message.file.size || r.stamp() != m_message.file.mtimeNs))
+            m_knownRecord = MessageIndexFile::RecordView();
+    }
+    if (m_knownRecord->isNull()) return std::nullopt;
+    return m_knownRecord->BodyAnswer(m_terms->KeyOf(node));
 }
 
 void MaildirMessageSource::LearnAnswer(const mapi::Restriction& node, bool answer) const
 {
     if (!m_terms || !m_learned || !m_body || !*m_body) return;
-    m_learned->push_back({m_message.file.unique.toUtf8(), m_terms->KeyOf(node), answer});
+    m_learned->push_back({Key(), m_message.file.size, m_message.file.mtimeNs, m_terms->KeyOf(node), answer});
 }
 
 namespace {

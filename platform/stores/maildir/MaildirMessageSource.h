@@ -45,6 +45,8 @@ public:
 private:
     // A property the index or the file name holds, without a copy.
     const QVariant* Held(mapi::PropTag tag) const;
+    // The unique name as the quick index keys it.
+    const QByteArray& Key() const;
 
     const CachedMessage& m_message;
     const MaildirFolderState& m_folder;
@@ -53,6 +55,10 @@ private:
     const BodyTerms* m_terms = nullptr;
     const MessageIndexFile* m_known = nullptr;
     std::vector<LearnedAnswer>* m_learned = nullptr;
+    mutable QByteArray m_key;
+    // The message's record in `m_known` (null when absent or of another
+    // size or mtime), once a body term asked.
+    mutable std::optional<MessageIndexFile::RecordView> m_knownRecord;
     mutable std::optional<std::optional<QVariant>> m_body;  // outer: read yet; inner: present
 };
 

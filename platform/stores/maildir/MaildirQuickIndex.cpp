@@ -3,20 +3,19 @@
 #include "platform/mapi/RestrictionOrder.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QHash>
 
-#include <sys/stat.h>
+#include <algorithm>
 
 namespace mv::stores::maildir {
 
 namespace {
 
-qint64 MtimeNs(const QString& path)
+// Whether `file` holds the message `a` was read of, under the same identity.
+bool Holds(const MessageIndexFile& file, const LearnedAnswer& a)
 {
-    struct stat st{};
-    if (::stat(QFile::encodeName(path).constData(), &st) != 0) return -1;
-    return qint64(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+    const MessageIndexFile::RecordView r = file.find(a.key);
+    return !r.isNull() && r.size() == a.size && r.stamp() == a.stamp;
 }
 
 }  // namespace
@@ -40,13 +39,6 @@ quint64 BodyTerms::KeyOf(const mapi::Restriction& node) const
     for (const auto& [n, key] : m_keys)
         if (n == &node) return key;
     return MessageIndexFile::BodyTermKey(node);
-}
-
-QByteArray MaildirQuickIndex::ValidityNow(const QString& dir)
-{
-    const qint64 times[3] = {MtimeNs(dir + QLatin1String("/cur")), MtimeNs(dir + QLatin1String("/new")),
-                             MtimeNs(dir + QLatin1String("/dovecot-keywords"))};
-    return QByteArray(reinterpret_cast<const char*>(times), sizeof times);
 }
 
 QByteArray MaildirQuickIndex::AuxOf(const QString& relName, const QString& unique)
@@ -86,18 +78,21 @@ MessageIndexFile* MaildirQuickIndex::Current(const QString& folderPath, const QS
     MessageIndexFile* file = Any(folderPath);
     if (!file || m_changed.count(folderPath)) return nullptr;
     const QByteArray validity = file->validity();
-    if (validity.isEmpty() || validity != ValidityNow(dir)) return nullptr;
+    if (validity.isEmpty() || validity != MaildirFolderState::ValidityNow(dir)) return nullptr;
     return file;
 }
 
 void MaildirQuickIndex::Learn(const QString& folderPath, std::vector<LearnedAnswer> answers)
 {
     if (answers.empty()) return;
-    if (MessageIndexFile* file = Any(folderPath)) {
-        for (const LearnedAnswer& a : answers) file->RememberBody(a.key, a.term, a.answer);
+    MessageIndexFile* file = Any(folderPath);
+    for (LearnedAnswer& a : answers) {
+        // The file keeps the answers of the messages it holds as they were
+        // read; the others (new, or changed since) wait for the folder's
+        // records at Flush.
+        if (file && Holds(*file, a)) file->RememberBody(a.key, a.term, a.answer);
+        else m_learned[folderPath].push_back(std::move(a));
     }
-    auto& kept = m_learned[folderPath];
-    kept.insert(kept.end(), std::make_move_iterator(answers.begin()), std::make_move_iterator(answers.end()));
 }
 
 MessageIndexFile::Record MaildirQuickIndex::RecordOf(const CachedMessage& message)
@@ -129,8 +124,9 @@ MessageIndexFile::Record MaildirQuickIndex::RecordOf(const CachedMessage& messag
 Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(const QString&)>& stateOf)
 {
     Status result = Status::success();
+    // Every folder changed, or with answers its file keeps or waits for.
     std::map<QString, bool> folders = m_changed;
-    for (const auto& [path, answers] : m_learned) folders.emplace(path, false);
+    for (const auto& [path, file] : m_files) folders.emplace(path, false);
     for (const auto& [path, changed] : folders) {
         MessageIndexFile* file = Any(path);
         if (!file) continue;
@@ -138,29 +134,33 @@ Status MaildirQuickIndex::Flush(const std::function<const MaildirFolderState*(co
         if (state && state->loaded()) {
             // Written record by record: a folder of 100,000 messages would
             // otherwise be held a second time while the file is written.
-            QHash<QByteArray, std::vector<quint64>> learned;
+            QHash<QByteArray, std::vector<const LearnedAnswer*>> learned;
             if (auto it = m_learned.find(path); it != m_learned.end()) {
-                for (const LearnedAnswer& a : it->second)
-                    learned[a.key].push_back((a.term & ~quint64(1)) | (a.answer ? 1 : 0));
+                for (const LearnedAnswer& a : it->second) learned[a.key].push_back(&a);
             }
-            const auto& messages = state->ordered();
-            const Status s = file->Rewrite(state->trustedValidity(), qsizetype(messages.size()), [&](qsizetype i) {
-                MessageIndexFile::Record r = RecordOf(*messages[size_t(i)]);
-                r.bodyAnswers = learned.value(r.key);
-                return r;
-            });
-            if (s.ok()) continue;
-            // Names whose UTF-8 order is not the folder's: the slower way.
-            std::vector<MessageIndexFile::Record> records;
-            records.reserve(messages.size());
-            for (const CachedMessage* m : messages) records.push_back(RecordOf(*m));
-            file->Replace(std::move(records));
-            file->SetValidity(state->trustedValidity());
+            auto write = [&](const std::vector<const CachedMessage*>& messages) {
+                return file->Rewrite(state->trustedValidity(), qsizetype(messages.size()), [&](qsizetype i) {
+                    MessageIndexFile::Record r = RecordOf(*messages[size_t(i)]);
+                    for (const LearnedAnswer* a : learned.value(r.key))
+                        if (a->size == r.size && a->stamp == r.stamp)
+                            r.bodyAnswers.push_back((a->term & ~quint64(1)) | (a->answer ? 1 : 0));
+                    return r;
+                });
+            };
+            Status s = write(state->ordered());
+            if (!s && s.error().kind == ErrorKind::Permanent) {
+                // Keys out of order: names beyond the BMP sort otherwise in
+                // UTF-16 (the folder's order) than in UTF-8 (the file's).
+                std::vector<const CachedMessage*> sorted = state->ordered();
+                std::sort(sorted.begin(), sorted.end(), [](const CachedMessage* a, const CachedMessage* b) {
+                    return a->file.unique.toUtf8() < b->file.unique.toUtf8();
+                });
+                s = write(sorted);
+            }
+            if (!s && result.ok()) result = s;
+            continue;  // written, or the old file left as it was
         } else if (changed) {
             file->SetValidity({});  // changed, but no state to write from: not to be trusted
-        }
-        if (auto it = m_learned.find(path); it != m_learned.end()) {
-            for (const LearnedAnswer& a : it->second) file->RememberBody(a.key, a.term, a.answer);
         }
         if (Status s = file->Commit(); !s && result.ok()) result = s;
     }

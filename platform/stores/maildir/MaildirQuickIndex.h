@@ -43,6 +43,8 @@ private:
 
 struct LearnedAnswer {
     QByteArray key;  // unique name, UTF-8
+    qint64 size;     // with key and stamp, the message the body was read of
+    qint64 stamp;
     quint64 term;
     bool answer;
 };
@@ -61,7 +63,8 @@ public:
     // The folder's file whatever its validity (for body answers), or nullptr.
     MessageIndexFile* Any(const QString& folderPath);
 
-    // Answers found by a query, kept until Flush.
+    // Answers found by a query: kept by the folder's file when it has the
+    // message, else until Flush writes the folder's records.
     void Learn(const QString& folderPath, std::vector<LearnedAnswer> answers);
     // The folder's state changed (scan, move, rename): its file is written
     // again from it at Flush.
@@ -73,7 +76,6 @@ public:
     // returned after trying every folder; the files are only a cache.
     Status Flush(const std::function<const MaildirFolderState*(const QString& folderPath)>& state);
 
-    static QByteArray ValidityNow(const QString& dir);
     // Record::aux is the file's name relative to the folder with the unique
     // name left out (a NUL in its place): "cur/\0:2,S". Few folders have
     // more than a handful of those, so the pool keeps each once.
@@ -87,7 +89,7 @@ private:
     QString m_directory;
     std::map<QString, std::unique_ptr<MessageIndexFile>> m_files;  // null: cannot be opened
     std::map<QString, bool> m_changed;
-    std::map<QString, std::vector<LearnedAnswer>> m_learned;
+    std::map<QString, std::vector<LearnedAnswer>> m_learned;  // of messages the file lacked
 };
 
 }  // namespace mv::stores::maildir

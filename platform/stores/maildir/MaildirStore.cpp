@@ -38,6 +38,24 @@ constexpr int kCollisionRetries = 8;
 constexpr size_t kParallelQueryMinimum = 4096;
 constexpr size_t kMaxQueryThreads = 4;
 
+// Runs work(slot, begin, end) over [0, count): split over up to
+// kMaxQueryThreads threads when `parallel` and the count is large, since
+// evaluation is CPU-bound and the sources are read-only. `slot` (below
+// kMaxQueryThreads) picks a thread's own outputs.
+template <class Work>
+void SplitOverCores(size_t count, bool parallel, const Work& work)
+{
+    const size_t threads = !parallel || count < kParallelQueryMinimum
+        ? 1
+        : std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxQueryThreads);
+    const size_t chunk = (count + threads - 1) / threads;
+    std::vector<std::thread> pool;
+    for (size_t t = 1; t < threads; ++t)
+        pool.emplace_back([&work, t, chunk, count] { work(t, std::min(t * chunk, count), std::min((t + 1) * chunk, count)); });
+    work(0, 0, std::min(chunk, count));
+    for (std::thread& th : pool) th.join();
+}
+
 using MaildirFiles::ErrnoError;
 using MaildirFiles::RenameNoReplace;
 using MaildirFiles::SyncDir;
@@ -98,20 +116,13 @@ Status MaildirStore::FlushIndex()
     // which on a file system with fine times is a wait of at most 0.1 s.
     for (const auto& [path, state] : m_folders) {
         if (!state->loaded() || !m_quick->changed(path)) continue;
-        if (state->trustedValidity() == MaildirQuickIndex::ValidityNow(state->dir())) continue;
-        qint64 waitNs = 0;
-        timespec now{};
-        clock_gettime(CLOCK_REALTIME, &now);
-        const qint64 nowNs = qint64(now.tv_sec) * 1000000000LL + now.tv_nsec;
-        for (const char* sub : {"/cur", "/new"}) {
-            struct stat st{};
-            if (::stat(QFile::encodeName(state->dir() + QLatin1String(sub)).constData(), &st) != 0) continue;
-            const qint64 mtime = qint64(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-            waitNs = std::max(waitNs, mtime + MaildirFolderState::TrustMarginNs(mtime) - nowNs + 1000000);
-        }
+        const QByteArray now = MaildirFolderState::ValidityNow(state->dir());
+        if (state->trustedValidity() == now) continue;
+        const qint64 waitNs = MaildirFolderState::NsUntilTrusted(now);
         if (waitNs > 250000000LL) continue;  // a coarse file system: the next process scans
-        if (waitNs > 0) {
-            const timespec pause{0, long(waitNs)};
+        if (waitNs >= 0) {
+            // A millisecond more: the times must be older than the margin, not equal to it.
+            const timespec pause{0, long(waitNs + 1000000)};
             ::nanosleep(&pause, nullptr);
         }
         (void)ScannedFolder(path);
@@ -230,8 +241,7 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
         if (!message->flags().deleted) candidates.push_back(message);
     const MessageIndexFile* known = terms.empty() ? nullptr : m_quick->Any(*path);
 
-    // Evaluation is CPU-bound and the sources are read-only, so large
-    // folders are split over the cores; rows are assembled in order after.
+    // Rows are assembled in order after the evaluation.
     std::vector<char> matched(candidates.size(), restriction ? 0 : 1);
     std::atomic<int> bodyReads{0};
     std::vector<std::vector<LearnedAnswer>> learned(kMaxQueryThreads);
@@ -254,15 +264,7 @@ Result<std::vector<mapi::Row>> MaildirStore::Query(const QByteArray& folderId, c
             }
             bodyReads += reads;
         };
-        const size_t threads = candidates.size() < kParallelQueryMinimum
-            ? 1
-            : std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxQueryThreads);
-        const size_t chunk = (candidates.size() + threads - 1) / threads;
-        std::vector<std::thread> pool;
-        for (size_t t = 1; t < threads; ++t)
-            pool.emplace_back(work, t, std::min(t * chunk, candidates.size()), std::min((t + 1) * chunk, candidates.size()));
-        work(0, 0, std::min(chunk, candidates.size()));
-        for (std::thread& th : pool) th.join();
+        SplitOverCores(candidates.size(), true, work);
     }
     m_lastBodyReads = bodyReads;
     for (auto& answers : learned) m_quick->Learn(*path, std::move(answers));
@@ -305,15 +307,7 @@ std::optional<std::vector<mapi::Row>> MaildirStore::QuickQuery(const QString& fo
         }
         bodyReads += reads;
     };
-    const size_t threads = count < kParallelQueryMinimum || !restriction
-        ? 1
-        : std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMaxQueryThreads);
-    const size_t chunk = (count + threads - 1) / threads;
-    std::vector<std::thread> pool;
-    for (size_t t = 1; t < threads; ++t)
-        pool.emplace_back(work, t, std::min(t * chunk, count), std::min((t + 1) * chunk, count));
-    work(0, 0, std::min(chunk, count));
-    for (std::thread& th : pool) th.join();
+    SplitOverCores(count, restriction != nullptr, work);
 
     m_lastScan = {};
     m_lastScan.skipped = true;
