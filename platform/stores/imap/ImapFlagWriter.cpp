@@ -71,7 +71,6 @@ Status ImapFlagWriter::SetFlagStatusMany(const std::vector<QByteArray>& messageI
             // Messages wanting the same change share one STORE.
             QMap<QByteArray, std::vector<quint32>> stores;
             for (const FetchedMessage& m : current) {
-                if (known) m_query.Queried(folder, m.uid)->flags = FlagMapping::WithFlagStatus(m.flags, flagStatus);
                 if (m.flags.deleted) continue;
                 for (const QByteArray& change : FlagChanges(m.flags, flagStatus)) stores[change].push_back(m.uid);
             }
@@ -79,6 +78,11 @@ Status ImapFlagWriter::SetFlagStatusMany(const std::vector<QByteArray>& messageI
                 if (Status s = conn.Custom("UID STORE " + ImapFetcher::UidSet(it.value()) + ' ' + it.key());
                     !s)
                     return s.error();
+            // Only once stored: a retry after a drop must still see the
+            // flags as they were, or it would find nothing left to store.
+            if (known)
+                for (const FetchedMessage& m : current)
+                    m_query.Queried(folder, m.uid)->flags = FlagMapping::WithFlagStatus(m.flags, flagStatus);
             return true;
         });
         if (!done) return done.error();
