@@ -108,14 +108,9 @@ std::vector<QByteArray> ImapQuery::UidBatches(const std::vector<quint32>& uids)
 Result<std::vector<FetchedMessage>> ImapQuery::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
                                                             const FetchNeeds& needs) const
 {
-    std::vector<FetchedMessage> out;
-    out.reserve(uids.size());
-    const QByteArray fields = needs.FieldList();
-    for (const QByteArray& set : UidBatches(uids)) {
-        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
-        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
-    }
-    if (!needs.structure()) return out;
+    auto fetched = FetchFields(conn, uids, needs.FieldList());
+    if (!fetched || !needs.structure()) return fetched;
+    std::vector<FetchedMessage>& out = *fetched;
     // The structure only of messages whose Content-Type leaves the class
     // open: most mail is told from that field, and parsing a structure
     // costs more than the field.
@@ -130,6 +125,18 @@ Result<std::vector<FetchedMessage>> ImapQuery::FetchHeaders(ImapConnection& conn
     if (!classes) return classes.error();
     for (auto it = classes->cbegin(); it != classes->cend(); ++it)
         if (const auto at = open.constFind(it.key()); at != open.constEnd()) out[*at].messageClass = it.value();
+    return fetched;
+}
+
+Result<std::vector<FetchedMessage>> ImapQuery::FetchFields(ImapConnection& conn, const std::vector<quint32>& uids,
+                                                           const QByteArray& fields)
+{
+    std::vector<FetchedMessage> out;
+    out.reserve(uids.size());
+    for (const QByteArray& set : UidBatches(uids)) {
+        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
+        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
+    }
     return out;
 }
 
@@ -328,15 +335,7 @@ void ImapQuery::SetMirrorFolder(const QString& folder)
     const QByteArray fields = ImapMirror::Fields().join(' ');
     m_mirror = std::make_unique<ImapMirror>(
         folder, m_storeId, [this](const FetchedMessage& m) { return BuildRecord(m, {}, true); },
-        [fields](ImapConnection& conn, const std::vector<quint32>& uids) -> Result<std::vector<FetchedMessage>> {
-            std::vector<FetchedMessage> out;
-            out.reserve(uids.size());
-            for (const QByteArray& set : UidBatches(uids)) {
-                if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
-                for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
-            }
-            return out;
-        });
+        [fields](ImapConnection& conn, const std::vector<quint32>& uids) { return FetchFields(conn, uids, fields); });
 }
 
 Result<std::optional<GatheredRows>> ImapQuery::FromMirror(ImapConnection& conn, const ImapFolderRef& folder,
