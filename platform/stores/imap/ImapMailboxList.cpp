@@ -24,9 +24,9 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
             for (const char* use : kSpecialUses)
                 if (ext.compare(use, Qt::CaseInsensitive) == 0) return QString::fromLatin1(use);
         }
-    const QString leaf = ModifiedUtf7::Decode(delimiter ? mailbox.mid(mailbox.lastIndexOf(delimiter) + 1) : mailbox);
+    // Only a top-level folder's name tells its use.
     if (delimiter && mailbox.contains(delimiter)) return {};
-    return FolderUseByName::UseOf(leaf);
+    return FolderUseByName::UseOf(ModifiedUtf7::Decode(mailbox));
 }
 
 }  // namespace
