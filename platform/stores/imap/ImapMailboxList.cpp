@@ -31,8 +31,8 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
 
 }  // namespace
 
-Result<FolderInfo> ImapMailboxList::Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int,
-                                       const QString& specialUse)
+Result<FolderInfo> ImapMailboxList::Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter,
+                                             const QString& specialUse)
 {
     auto values = ImapSession::StatusOf(conn, mailbox,
                                         {MAILIMAP_STATUS_ATT_MESSAGES, MAILIMAP_STATUS_ATT_UNSEEN,
@@ -86,7 +86,7 @@ Result<std::vector<FolderInfo>> ImapMailboxList::Folders()
         std::vector<FolderInfo> out;
         for (const Entry& e : entries) {
             if (!e.selectable) continue;
-            auto info = Describe(conn, e.name, e.delimiter, 0, e.use);
+            auto info = Describe(conn, e.name, e.delimiter, e.use);
             if (!info) {
                 if (info.error().kind == ErrorKind::NotFound) continue;  // deleted meanwhile
                 return info.error();
@@ -111,7 +111,7 @@ Result<FolderInfo> ImapMailboxList::Folder(const QByteArray& folderId)
             return Error::notFound(
                 QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
         const ListEntry entry = *it;
-        auto info = Describe(conn, ref->mailbox, entry.delimiter, 0, entry.specialUse);
+        auto info = Describe(conn, ref->mailbox, entry.delimiter, entry.specialUse);
         if (!info && info.error().kind == ErrorKind::NotFound) m_list.reset();  // the list is out of date
         if (info && info->entryId != folderId)
             return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));

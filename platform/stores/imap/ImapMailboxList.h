@@ -38,7 +38,7 @@ private:
         QString specialUse;
         bool selectable = true;
     };
-    Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int flagsType,
+    Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter,
                                       const QString& specialUse);
     // LIST "" "*" into m_list.
     Status ReadList(ImapConnection& conn);
