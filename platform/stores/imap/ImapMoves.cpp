@@ -132,10 +132,9 @@ Result<std::vector<QByteArray>> ImapMoves::Locate(const QByteArray& folderId, co
     });
 }
 
-Result<std::vector<QByteArray>> ImapMoves::MoveUids(const std::vector<QByteArray>& messageIds,
-                                                    const QByteArray& destFolderId, std::vector<bool>& gone)
+Result<std::vector<QByteArray>> ImapMoves::MoveMany(const std::vector<QByteArray>& messageIds,
+                                                    const QByteArray& destFolderId)
 {
-    gone.assign(messageIds.size(), false);
     if (messageIds.empty()) return std::vector<QByteArray>{};
     const auto dest = ImapIds::ParseFolder(destFolderId);
     if (!dest) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
@@ -190,23 +189,14 @@ Result<std::vector<QByteArray>> ImapMoves::MoveUids(const std::vector<QByteArray
             out = std::move(*found);
         }
     }
-    for (size_t i = 0; i < out.size(); ++i) gone[i] = out[i].isEmpty();
     return out;
-}
-
-Result<std::vector<QByteArray>> ImapMoves::MoveMany(const std::vector<QByteArray>& messageIds,
-                                                    const QByteArray& destFolderId)
-{
-    std::vector<bool> gone;
-    return MoveUids(messageIds, destFolderId, gone);
 }
 
 Result<QByteArray> ImapMoves::Move(const QByteArray& messageId, const QByteArray& destFolderId)
 {
-    std::vector<bool> gone;
-    auto moved = MoveUids({messageId}, destFolderId, gone);
+    auto moved = MoveMany({messageId}, destFolderId);
     if (!moved) return moved.error();
-    if (gone.front()) {
+    if (moved->front().isEmpty()) {
         const auto ref = ImapIds::ParseMessage(messageId);
         return Error::notFound(QStringLiteral("the message is no longer in %1; nothing was moved")
                                    .arg(ModifiedUtf7::Decode(ref->folder.mailbox)));
