@@ -100,13 +100,10 @@ Result<QByteArray> ImapMoves::ArrivalMark(const QByteArray& folderId)
     // and a message without Message-ID could then be taken for a copy of
     // another with the same size and date.
     return m_session.Retrying<QByteArray>([&](ImapConnection& conn) -> Result<QByteArray> {
-        quint32 uidNext = 0;
-        auto uv = ImapSession::UidValidity(conn, ref->mailbox, &uidNext);
-        if (!uv) return uv.error();
-        if (*uv != ref->uidValidity)
-            return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
-        m_list.SawUidNext(*ref, uidNext);
-        return ImapMover::Mark(*uv, uidNext);
+        auto uidNext = ImapSession::UidNextChecked(conn, *ref);
+        if (!uidNext) return uidNext.error();
+        m_list.SawUidNext(*ref, *uidNext);
+        return ImapMover::Mark(ref->uidValidity, *uidNext);
     });
 }
 
@@ -213,11 +210,8 @@ Result<std::vector<QByteArray>> ImapMoves::AppendMany(const QByteArray& folderId
     auto conn = m_session.Connection();
     if (!conn) return conn.error();
     ImapConnection& c = **conn;
-    quint32 uidNext = 0;
-    auto uv = ImapSession::UidValidity(c, ref->mailbox, &uidNext);
-    if (!uv) return uv.error();
-    if (*uv != ref->uidValidity)
-        return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
+    auto uidNext = ImapSession::UidNextChecked(c, *ref);
+    if (!uidNext) return uidNext.error();
     ImapMover mover(c, m_session.logger(), m_session.settings().host);
     std::vector<quint32> uids;
     std::vector<Fingerprint> unnamed(messages.size());  // of those the server gave no UID
@@ -238,7 +232,7 @@ Result<std::vector<QByteArray>> ImapMoves::AppendMany(const QByteArray& folderId
     }
     if (anyUnnamed) {
         if (auto sel = ImapSession::SelectChecked(c, *ref); !sel) return sel.error();
-        auto found = mover.Locate(uidNext, unnamed);
+        auto found = mover.Locate(*uidNext, unnamed);
         if (!found) return found.error();
         for (size_t i = 0; i < uids.size(); ++i)
             if (!uids[i]) uids[i] = (*found)[i];
