@@ -400,8 +400,14 @@ Result<bool> ImapQuery::Refresh(ImapConnection& conn, const ImapFolderRef& folde
     // again. (A FETCH, not SEARCH MODSEQ, whose answer libetpan cannot
     // read.) The image is then as of the highest mod-sequence named: a
     // message changed after the server's answer has a higher one.
-    if (Status s = conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(image.modSeq()) + ')'); !s)
+    // Once QRESYNC is on (the lookahead's check turns it on), expunges are
+    // told as VANISHED and no longer lower the count used below.
+    const bool qresync = conn.qresync();
+    if (Status s = conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(image.modSeq()) +
+                               (qresync ? " VANISHED)" : ")"));
+        !s)
         return s.error();
+    for (quint32 uid : qresync ? conn.Vanished() : std::vector<quint32>{}) image.Erase(uid);
     std::vector<quint32> changed;
     quint64 modSeq = image.modSeq();
     for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
@@ -414,10 +420,11 @@ Result<bool> ImapQuery::Refresh(ImapConnection& conn, const ImapFolderRef& folde
     for (quint32 uid : changed) image.Erase(uid);  // one expunged meanwhile does not come back
     if (Status s = PutInImage(conn, folder, changed, image); !s) return s.error();
     image.setModSeq(modSeq);
-    // An expunge leaves no mod-sequence to find. The server reports every
-    // expunge to the session before answering a UID FETCH, so the count
-    // tells that one went (this store's own moves are taken out as made).
-    if (image.size() != conn.Exists()) {
+    // Without VANISHED an expunge leaves no mod-sequence to find. The server
+    // reports every expunge to the session before answering a UID FETCH, so
+    // the count tells that one went (this store's own moves are taken out
+    // as made).
+    if (!qresync && image.size() != conn.Exists()) {
         if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
         std::vector<quint32> present = conn.SearchResult();
         std::sort(present.begin(), present.end());
