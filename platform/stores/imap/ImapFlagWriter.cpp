@@ -41,9 +41,7 @@ Status ImapFlagWriter::SetFlagStatusMany(const std::vector<QByteArray>& messageI
     for (const QByteArray& id : messageIds) {
         const auto ref = ImapIds::ParseMessage(id);
         if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
-        auto it = std::find_if(byFolder.begin(), byFolder.end(), [&](const auto& f) {
-            return f.first.mailbox == ref->folder.mailbox && f.first.uidValidity == ref->folder.uidValidity;
-        });
+        auto it = std::find_if(byFolder.begin(), byFolder.end(), [&](const auto& f) { return f.first == ref->folder; });
         if (it == byFolder.end()) it = byFolder.insert(byFolder.end(), {ref->folder, {}});
         it->second.push_back(ref->uid);
     }

@@ -15,8 +15,7 @@ Result<ImapMoves::Batch> ImapMoves::OneFolder(const std::vector<QByteArray>& mes
     for (const QByteArray& id : messageIds) {
         const auto ref = ImapIds::ParseMessage(id);
         if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
-        if (!batch.uids.empty() &&
-            (batch.folder.mailbox != ref->folder.mailbox || batch.folder.uidValidity != ref->folder.uidValidity))
+        if (!batch.uids.empty() && batch.folder != ref->folder)
             return Error::permanent(QStringLiteral("the messages of one call must be of one folder"));
         batch.folder = ref->folder;
         batch.uids.push_back(ref->uid);
@@ -138,7 +137,7 @@ Result<std::vector<QByteArray>> ImapMoves::MoveMany(const std::vector<QByteArray
     auto batch = OneFolder(messageIds);
     if (!batch) return batch.error();
     const ImapFolderRef& source = batch->folder;
-    if (source.mailbox == dest->mailbox && source.uidValidity == dest->uidValidity) return messageIds;
+    if (source == *dest) return messageIds;
 
     // A move is never sent twice: after a drop nobody knows what the server
     // did, and the journal's recovery finds out from the folders.
