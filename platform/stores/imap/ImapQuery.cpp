@@ -309,10 +309,9 @@ Result<std::optional<GatheredRows>> ImapQuery::FromImage(ImapConnection& conn, c
         for (const QByteArray& f : fields + QByteArrayList{"Content-Type", "Message-ID"})
             if (!read.contains(f)) read << f;
         auto image = std::make_unique<ImapFolderImage>(state->highestModSeq, std::move(read));
-        if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
-        std::vector<quint32> uids = conn.SearchResult();
-        std::sort(uids.begin(), uids.end());
-        if (Status s = PutInImage(conn, folder, uids, *image); !s) return s.error();
+        auto uids = conn.AllUids();
+        if (!uids) return uids.error();
+        if (Status s = PutInImage(conn, folder, *uids, *image); !s) return s.error();
         it = m_images.emplace(key, std::move(image)).first;
     }
     m_imageIdle.start();
@@ -425,10 +424,9 @@ Result<bool> ImapQuery::Refresh(ImapConnection& conn, const ImapFolderRef& folde
     // the count tells that one went (this store's own moves are taken out
     // as made).
     if (!qresync && image.size() != conn.Exists()) {
-        if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
-        std::vector<quint32> present = conn.SearchResult();
-        std::sort(present.begin(), present.end());
-        image.KeepOnly(present);
+        auto present = conn.AllUids();
+        if (!present) return present.error();
+        image.KeepOnly(*present);
     }
     return true;
 }
