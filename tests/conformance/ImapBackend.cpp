@@ -13,23 +13,20 @@ namespace {
 // Checks every query the cases ask against the folder image or the mirror,
 // comparing the answer (with the rule engine's columns, which both serve)
 // with the one a store without either gives; a difference fails the case.
-// Image: told of the query three times first, as a run of many rules on one
-// folder tells it; the image is kept up to date across the cases' moves and
-// flag changes, which go through this store. Mirror: a second store keeps
-// one and brings it up to date with what this store and the case changed
-// meanwhile, as another process would (a new process per query would pass
-// Dovecot's ten connections per user; tests/imap's ImapMirrorTest does
-// that). The case itself then gets the usual answer.
+// Image: this store's, told of the query three times first, as a run of
+// many rules on one folder tells it, and kept up to date across the cases'
+// moves and flag changes, which go through this store. Mirror: a second
+// store's, brought up to date with what this store and the case changed
+// meanwhile, as another process would (tests/imap's ImapMirrorTest starts
+// a new one per check). The case itself then gets the usual answer.
 enum class Checked { None, Image, Mirror };
 
 class CheckingStore final : public stores::ImapStore {
 public:
-    // The image is checked against a second store; the mirror against
-    // this one, which has none (Dovecot allows ten connections per user).
     CheckingStore(const stores::ImapSettings& settings, Checked checked)
-        : ImapStore(settings), m_settings(settings), m_checked(checked),
-          m_plain(checked == Checked::Image ? std::make_unique<stores::ImapStore>(settings) : nullptr)
+        : ImapStore(settings), m_checked(checked), m_other(std::make_unique<stores::ImapStore>(settings))
     {
+        if (checked == Checked::Mirror) m_other->SetMirrorFolder(m_mirrorDir.path());
     }
     Result<std::vector<mapi::Row>> Query(const QByteArray& folderId, const mapi::Restriction* restriction,
                                          const std::vector<mapi::PropTag>& columns) override
@@ -37,22 +34,16 @@ public:
         static const std::vector<mapi::PropTag> kEngineColumns = {
             mapi::PR_ENTRYID, mapi::PR_STORE_ENTRYID, mapi::PR_MESSAGE_CLASS, mapi::PR_SUBJECT,
             mapi::PR_MESSAGE_DELIVERY_TIME, mapi::PR_FLAG_STATUS};
+        const bool image = m_checked == Checked::Image;
         if (restriction) {
-            Result<std::vector<mapi::Row>> checked = Error::permanent(QStringLiteral("not asked"));
-            if (m_checked == Checked::Image) {
+            if (image)
                 for (int i = 0; i < 3; ++i) Anticipate(folderId, *restriction, kEngineColumns);
-                checked = ImapStore::Query(folderId, restriction, kEngineColumns);
-            } else {
-                if (!m_mirrored) {
-                    m_mirrored = std::make_unique<stores::ImapStore>(m_settings);
-                    m_mirrored->SetMirrorFolder(m_mirrorDir.path());
-                }
-                checked = m_mirrored->Query(folderId, restriction, kEngineColumns);
-            }
+            auto checked = image ? ImapStore::Query(folderId, restriction, kEngineColumns)
+                                 : m_other->Query(folderId, restriction, kEngineColumns);
             auto plain = Plain(folderId, restriction, kEngineColumns);
             if (checked.ok() != plain.ok() || (checked.ok() && *checked != *plain))
                 return Error::permanent(QStringLiteral("the folder %1 answers otherwise: %2 rows, not %3 (%4)")
-                                            .arg(m_checked == Checked::Image ? QStringLiteral("image") : QStringLiteral("mirror"))
+                                            .arg(image ? QStringLiteral("image") : QStringLiteral("mirror"))
                                             .arg(checked ? int(checked->size()) : -1)
                                             .arg(plain ? int(plain->size()) : -1)
                                             .arg(checked ? QString() : checked.error().message));
@@ -61,17 +52,17 @@ public:
     }
 
 private:
+    // The answer of the store without an image or a mirror.
     Result<std::vector<mapi::Row>> Plain(const QByteArray& folderId, const mapi::Restriction* restriction,
                                          const std::vector<mapi::PropTag>& columns)
     {
-        return m_plain ? m_plain->Query(folderId, restriction, columns) : ImapStore::Query(folderId, restriction, columns);
+        return m_checked == Checked::Image ? m_other->Query(folderId, restriction, columns)
+                                           : ImapStore::Query(folderId, restriction, columns);
     }
 
-    stores::ImapSettings m_settings;
     Checked m_checked;
     QTemporaryDir m_mirrorDir;
-    std::unique_ptr<stores::ImapStore> m_plain;
-    std::unique_ptr<stores::ImapStore> m_mirrored;
+    std::unique_ptr<stores::ImapStore> m_other;  // without an image; with the mirror
 };
 
 // One private Dovecot serves the whole run, reached over plain IMAP on

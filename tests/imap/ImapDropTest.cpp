@@ -53,13 +53,17 @@ TEST_P(ImapDropTest, DroppedQueryIsRetriedAndMoveToldByProbeAndLocate)
     auto rows = proxied->Query(inbox, &odd, {PR_ENTRYID, PR_SUBJECT});
     ASSERT_TRUE(rows.ok()) << rows.error().message.toStdString();
     ASSERT_EQ(rows->size(), 3u);
+    std::vector<QByteArray> ids;
+    for (const Row& r : *rows) ids.push_back(r[0].toByteArray());
     if (GetParam().query) {
         EXPECT_EQ(proxy->cuts(), 1);
         EXPECT_EQ(proxy->Sent(GetParam().trigger), 2) << "retried once, on a new connection";
+        // So is a flag change, from the flags the query read.
+        proxy->CutOn("UID STORE", 0);
+        ASSERT_TRUE(proxied->SetFlagStatusMany(ids, 2).ok());
+        EXPECT_EQ(proxy->Sent("UID STORE"), 2) << "stored again on the new connection";
         return;
     }
-    std::vector<QByteArray> ids;
-    for (const Row& r : *rows) ids.push_back(r[0].toByteArray());
     const int before = proxied->CommandsSent();
     auto prints = proxied->Fingerprints(ids);
     EXPECT_EQ(proxied->CommandsSent(), before) << "known from the query";

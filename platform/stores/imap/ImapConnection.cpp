@@ -7,6 +7,7 @@
 
 #include <QList>
 
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -357,6 +358,14 @@ std::vector<quint32> ImapConnection::SearchResult() const
     if (!m_session->imap_response_info || !m_session->imap_response_info->rsp_search_result) return uids;
     for (clistiter* it = clist_begin(m_session->imap_response_info->rsp_search_result); it; it = clist_next(it))
         uids.push_back(*static_cast<uint32_t*>(clist_content(it)));
+    return uids;
+}
+
+Result<std::vector<quint32>> ImapConnection::AllUids()
+{
+    if (Status s = Custom("UID SEARCH ALL"); !s) return s.error();
+    std::vector<quint32> uids = SearchResult();
+    std::sort(uids.begin(), uids.end());
     return uids;
 }
 

@@ -76,6 +76,8 @@ public:
     // refused; an error only when the connection failed.
     Result<bool> EnableQresync();
     bool qresync() const { return m_qresync; }
+    // UID SEARCH ALL: every UID of the selected mailbox, sorted.
+    Result<std::vector<quint32>> AllUids();
     // The UIDs of the VANISHED answers of the last command.
     std::vector<quint32> Vanished() const;
 

@@ -11,6 +11,27 @@ namespace mv::stores {
 
 using namespace mv::mapi;
 
+namespace {
+
+// The UID STORE arguments that take `now` to the flag status: only the
+// difference, so other clients' flags stay as they are.
+QByteArrayList FlagChanges(const MessageFlags& now, int flagStatus)
+{
+    const MessageFlags wanted = FlagMapping::WithFlagStatus(now, flagStatus);
+    QByteArrayList add, remove;
+    if (wanted.flagged != now.flagged) (wanted.flagged ? add : remove) << "\\Flagged";
+    for (const QString& k : wanted.keywords)
+        if (!now.keywords.contains(k, Qt::CaseInsensitive)) add << k.toUtf8();
+    for (const QString& k : now.keywords)
+        if (!wanted.keywords.contains(k, Qt::CaseInsensitive)) remove << k.toUtf8();
+    QByteArrayList changes;
+    if (!add.isEmpty()) changes << "+FLAGS.SILENT (" + add.join(' ') + ')';
+    if (!remove.isEmpty()) changes << "-FLAGS.SILENT (" + remove.join(' ') + ')';
+    return changes;
+}
+
+}  // namespace
+
 Status ImapFlagWriter::SetFlagStatusMany(const std::vector<QByteArray>& messageIds, int flagStatus)
 {
     if (flagStatus < 0 || flagStatus > 2)
@@ -20,9 +41,7 @@ Status ImapFlagWriter::SetFlagStatusMany(const std::vector<QByteArray>& messageI
     for (const QByteArray& id : messageIds) {
         const auto ref = ImapIds::ParseMessage(id);
         if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
-        auto it = std::find_if(byFolder.begin(), byFolder.end(), [&](const auto& f) {
-            return f.first.mailbox == ref->folder.mailbox && f.first.uidValidity == ref->folder.uidValidity;
-        });
+        auto it = std::find_if(byFolder.begin(), byFolder.end(), [&](const auto& f) { return f.first == ref->folder; });
         if (it == byFolder.end()) it = byFolder.insert(byFolder.end(), {ref->folder, {}});
         it->second.push_back(ref->uid);
     }
@@ -47,26 +66,21 @@ Status ImapFlagWriter::SetFlagStatusMany(const std::vector<QByteArray>& messageI
                     return s.error();
                 current = ImapFetcher::Parse(conn.session());
             }
-            // Messages wanting the same change share one STORE; only the
-            // difference is stored, so other clients' flags stay.
+            // Messages wanting the same change share one STORE.
             QMap<QByteArray, std::vector<quint32>> stores;
             for (const FetchedMessage& m : current) {
-                if (known) m_query.Queried(folder, m.uid)->flags = FlagMapping::WithFlagStatus(m.flags, flagStatus);
                 if (m.flags.deleted) continue;
-                const MessageFlags wanted = FlagMapping::WithFlagStatus(m.flags, flagStatus);
-                QByteArrayList add, remove;
-                if (wanted.flagged != m.flags.flagged) (wanted.flagged ? add : remove) << "\\Flagged";
-                for (const QString& k : wanted.keywords)
-                    if (!m.flags.keywords.contains(k, Qt::CaseInsensitive)) add << k.toUtf8();
-                for (const QString& k : m.flags.keywords)
-                    if (!wanted.keywords.contains(k, Qt::CaseInsensitive)) remove << k.toUtf8();
-                if (!add.isEmpty()) stores["+FLAGS.SILENT (" + add.join(' ') + ')'].push_back(m.uid);
-                if (!remove.isEmpty()) stores["-FLAGS.SILENT (" + remove.join(' ') + ')'].push_back(m.uid);
+                for (const QByteArray& change : FlagChanges(m.flags, flagStatus)) stores[change].push_back(m.uid);
             }
             for (auto it = stores.constBegin(); it != stores.constEnd(); ++it)
                 if (Status s = conn.Custom("UID STORE " + ImapFetcher::UidSet(it.value()) + ' ' + it.key());
                     !s)
                     return s.error();
+            // Only once stored: a retry after a drop must still see the
+            // flags as they were, or it would find nothing left to store.
+            if (known)
+                for (const FetchedMessage& m : current)
+                    m_query.Queried(folder, m.uid)->flags = FlagMapping::WithFlagStatus(m.flags, flagStatus);
             return true;
         });
         if (!done) return done.error();
@@ -86,19 +100,8 @@ Status ImapFlagWriter::SetFlagStatus(const QByteArray& messageId, int flagStatus
         const auto fetched = ImapFetcher::Parse(conn.session());
         if (fetched.empty() || fetched.front().flags.deleted)
             return Error::notFound(QStringLiteral("the message is no longer there"));
-        // Store only the difference, so other clients' flags stay as they are.
-        const MessageFlags now = fetched.front().flags;
-        const MessageFlags wanted = FlagMapping::WithFlagStatus(now, flagStatus);
-        QByteArrayList add, remove;
-        if (wanted.flagged != now.flagged) (wanted.flagged ? add : remove) << "\\Flagged";
-        for (const QString& k : wanted.keywords)
-            if (!now.keywords.contains(k, Qt::CaseInsensitive)) add << k.toUtf8();
-        for (const QString& k : now.keywords)
-            if (!wanted.keywords.contains(k, Qt::CaseInsensitive)) remove << k.toUtf8();
-        if (!add.isEmpty())
-            if (Status s = conn.Custom("UID STORE " + uid + " +FLAGS.SILENT (" + add.join(' ') + ')'); !s) return s.error();
-        if (!remove.isEmpty())
-            if (Status s = conn.Custom("UID STORE " + uid + " -FLAGS.SILENT (" + remove.join(' ') + ')'); !s) return s.error();
+        for (const QByteArray& change : FlagChanges(fetched.front().flags, flagStatus))
+            if (Status s = conn.Custom("UID STORE " + uid + ' ' + change); !s) return s.error();
         return true;
     });
     if (!done) return done.error();

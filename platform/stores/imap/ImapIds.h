@@ -17,6 +17,7 @@ namespace mv::stores {
 struct ImapFolderRef {
     QByteArray mailbox;
     quint32 uidValidity = 0;
+    bool operator==(const ImapFolderRef&) const = default;
 };
 
 struct ImapMessageRef {

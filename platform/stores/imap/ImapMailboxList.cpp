@@ -24,15 +24,15 @@ QString SpecialUseOf(const QByteArray& mailbox, const mailimap_mbx_list_flags* f
             for (const char* use : kSpecialUses)
                 if (ext.compare(use, Qt::CaseInsensitive) == 0) return QString::fromLatin1(use);
         }
-    const QString leaf = ModifiedUtf7::Decode(delimiter ? mailbox.mid(mailbox.lastIndexOf(delimiter) + 1) : mailbox);
+    // Only a top-level folder's name tells its use.
     if (delimiter && mailbox.contains(delimiter)) return {};
-    return FolderUseByName::UseOf(leaf);
+    return FolderUseByName::UseOf(ModifiedUtf7::Decode(mailbox));
 }
 
 }  // namespace
 
-Result<FolderInfo> ImapMailboxList::Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int,
-                                       const QString& specialUse)
+Result<FolderInfo> ImapMailboxList::Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter,
+                                             const QString& specialUse)
 {
     auto values = ImapSession::StatusOf(conn, mailbox,
                                         {MAILIMAP_STATUS_ATT_MESSAGES, MAILIMAP_STATUS_ATT_UNSEEN,
@@ -63,30 +63,12 @@ Result<FolderInfo> ImapMailboxList::Describe(ImapConnection& conn, const QByteAr
 Result<std::vector<FolderInfo>> ImapMailboxList::Folders()
 {
     return m_session.Retrying<std::vector<FolderInfo>>([this](ImapConnection& conn) -> Result<std::vector<FolderInfo>> {
-        clist* list = nullptr;
-        conn.CountCommand();
-        if (Status s = conn.Check(mailimap_list(conn.session(), "", "*", &list), "LIST"); !s) return s.error();
-        struct Entry { QByteArray name; char delimiter; bool selectable; QString use; };
-        std::vector<Entry> entries;
-        for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
-            auto* mb = static_cast<mailimap_mailbox_list*>(clist_content(it));
-            const bool noselect = mb->mb_flag && mb->mb_flag->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
-                                  mb->mb_flag->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT;
-            bool nonexistent = false;
-            if (mb->mb_flag && mb->mb_flag->mbf_oflags)
-                for (clistiter* o = clist_begin(mb->mb_flag->mbf_oflags); o; o = clist_next(o)) {
-                    auto* of = static_cast<mailimap_mbx_list_oflag*>(clist_content(o));
-                    if (of->of_flag_ext && (qstricmp(of->of_flag_ext, "NonExistent") == 0 || qstricmp(of->of_flag_ext, "Noselect") == 0))
-                        nonexistent = true;
-                }
-            entries.push_back({QByteArray(mb->mb_name), mb->mb_delimiter, !noselect && !nonexistent,
-                               SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter)});
-        }
-        mailimap_list_result_free(list);
+        auto entries = ReadList(conn);
+        if (!entries) return entries.error();
         std::vector<FolderInfo> out;
-        for (const Entry& e : entries) {
+        for (const ListEntry& e : *entries) {
             if (!e.selectable) continue;
-            auto info = Describe(conn, e.name, e.delimiter, 0, e.use);
+            auto info = Describe(conn, e.name, e.delimiter, e.specialUse);
             if (!info) {
                 if (info.error().kind == ErrorKind::NotFound) continue;  // deleted meanwhile
                 return info.error();
@@ -105,13 +87,13 @@ Result<FolderInfo> ImapMailboxList::Folder(const QByteArray& folderId)
         if (m_listGeneration != m_session.generation()) m_list.reset();
         // A mailbox missing from the list read earlier may be new: read again.
         if (!m_list || !m_list->contains(ref->mailbox))
-            if (Status s = ReadList(conn); !s) return s.error();
+            if (auto entries = ReadList(conn); !entries) return entries.error();
         const auto it = m_list->constFind(ref->mailbox);
         if (it == m_list->constEnd())
             return Error::notFound(
                 QStringLiteral("IMAP folder %1 does not exist").arg(ModifiedUtf7::Decode(ref->mailbox)));
         const ListEntry entry = *it;
-        auto info = Describe(conn, ref->mailbox, entry.delimiter, 0, entry.specialUse);
+        auto info = Describe(conn, ref->mailbox, entry.delimiter, entry.specialUse);
         if (!info && info.error().kind == ErrorKind::NotFound) m_list.reset();  // the list is out of date
         if (info && info->entryId != folderId)
             return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
@@ -119,23 +101,31 @@ Result<FolderInfo> ImapMailboxList::Folder(const QByteArray& folderId)
     });
 }
 
-Status ImapMailboxList::ReadList(ImapConnection& conn)
+Result<std::vector<ImapMailboxList::ListEntry>> ImapMailboxList::ReadList(ImapConnection& conn)
 {
     clist* list = nullptr;
     conn.CountCommand();
-    if (Status s = conn.Check(mailimap_list(conn.session(), "", "*", &list), "LIST"); !s) return s;
-    QHash<QByteArray, ListEntry> entries;
+    if (Status s = conn.Check(mailimap_list(conn.session(), "", "*", &list), "LIST"); !s) return s.error();
+    std::vector<ListEntry> entries;
     for (clistiter* it = clist_begin(list); it; it = clist_next(it)) {
         auto* mb = static_cast<mailimap_mailbox_list*>(clist_content(it));
-        ListEntry e;
-        e.delimiter = mb->mb_delimiter;
-        e.specialUse = SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter);
-        entries.insert(QByteArray(mb->mb_name), e);
+        bool selectable = !(mb->mb_flag && mb->mb_flag->mbf_type == MAILIMAP_MBX_LIST_FLAGS_SFLAG &&
+                            mb->mb_flag->mbf_sflag == MAILIMAP_MBX_LIST_SFLAG_NOSELECT);
+        if (mb->mb_flag && mb->mb_flag->mbf_oflags)
+            for (clistiter* o = clist_begin(mb->mb_flag->mbf_oflags); o; o = clist_next(o)) {
+                auto* of = static_cast<mailimap_mbx_list_oflag*>(clist_content(o));
+                if (of->of_flag_ext && (qstricmp(of->of_flag_ext, "NonExistent") == 0 || qstricmp(of->of_flag_ext, "Noselect") == 0))
+                    selectable = false;
+            }
+        entries.push_back({QByteArray(mb->mb_name), mb->mb_delimiter,
+                           SpecialUseOf(mb->mb_name, mb->mb_flag, mb->mb_delimiter), selectable});
     }
     mailimap_list_result_free(list);
-    m_list = std::move(entries);
+    QHash<QByteArray, ListEntry> byName;
+    for (const ListEntry& e : entries) byName.insert(e.name, e);
+    m_list = std::move(byName);
     m_listGeneration = m_session.generation();
-    return Status::success();
+    return entries;
 }
 
 Result<QByteArray> ImapMailboxList::FolderIdOf(const QByteArray& mailbox)

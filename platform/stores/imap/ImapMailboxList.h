@@ -34,14 +34,15 @@ public:
 
 private:
     struct ListEntry {
+        QByteArray name;
         char delimiter = 0;
         QString specialUse;
         bool selectable = true;
     };
-    Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter, int flagsType,
+    Result<mapi::FolderInfo> Describe(ImapConnection& conn, const QByteArray& mailbox, char delimiter,
                                       const QString& specialUse);
-    // LIST "" "*" into m_list.
-    Status ReadList(ImapConnection& conn);
+    // LIST "" "*", in the server's order; also kept in m_list.
+    Result<std::vector<ListEntry>> ReadList(ImapConnection& conn);
 
     ImapSession& m_session;
     std::optional<QHash<QByteArray, ListEntry>> m_list;

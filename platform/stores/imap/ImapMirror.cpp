@@ -199,10 +199,9 @@ Status ImapMirror::Rebuild(ImapConnection& conn, const ImapFolderRef& folder, Me
     auto state = conn.ReadModState(folder.mailbox);
     if (!state) return state.error();
     if (state->highestModSeq == 0) return Status::success();  // no validity: no mirror
-    if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s;
-    std::vector<quint32> uids = conn.SearchResult();
-    std::sort(uids.begin(), uids.end());
-    if (Status s = PutFetched(conn, uids, file); !s) return s;
+    auto uids = conn.AllUids();
+    if (!uids) return uids.error();
+    if (Status s = PutFetched(conn, *uids, file); !s) return s;
     file.SetValidity(Validity(folder.uidValidity, state->highestModSeq));
     return Status::success();
 }
@@ -254,13 +253,12 @@ Result<bool> ImapMirror::Sync(ImapConnection& conn, const ImapFolderRef& folder)
         // Without VANISHED an expunge leaves no trace but the count (the
         // server reports every expunge before answering the FETCH).
         if (!*qresync && quint32(file.count()) != conn.Exists()) {
-            if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
-            std::vector<quint32> present = conn.SearchResult();
-            std::sort(present.begin(), present.end());
+            auto present = conn.AllUids();
+            if (!present) return present.error();
             std::vector<QByteArray> gone;
             for (qsizetype i = 0; i < file.count(); ++i) {
                 const quint32 uid = UidOf(file.at(i).key());
-                if (!std::binary_search(present.begin(), present.end(), uid)) gone.push_back(KeyOf(uid));
+                if (!std::binary_search(present->begin(), present->end(), uid)) gone.push_back(KeyOf(uid));
             }
             for (const QByteArray& key : gone) file.Remove(key);
         }

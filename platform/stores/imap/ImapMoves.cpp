@@ -15,8 +15,7 @@ Result<ImapMoves::Batch> ImapMoves::OneFolder(const std::vector<QByteArray>& mes
     for (const QByteArray& id : messageIds) {
         const auto ref = ImapIds::ParseMessage(id);
         if (!ref) return Error::notFound(QStringLiteral("not an IMAP message identifier"));
-        if (!batch.uids.empty() &&
-            (batch.folder.mailbox != ref->folder.mailbox || batch.folder.uidValidity != ref->folder.uidValidity))
+        if (!batch.uids.empty() && batch.folder != ref->folder)
             return Error::permanent(QStringLiteral("the messages of one call must be of one folder"));
         batch.folder = ref->folder;
         batch.uids.push_back(ref->uid);
@@ -100,13 +99,10 @@ Result<QByteArray> ImapMoves::ArrivalMark(const QByteArray& folderId)
     // and a message without Message-ID could then be taken for a copy of
     // another with the same size and date.
     return m_session.Retrying<QByteArray>([&](ImapConnection& conn) -> Result<QByteArray> {
-        quint32 uidNext = 0;
-        auto uv = ImapSession::UidValidity(conn, ref->mailbox, &uidNext);
-        if (!uv) return uv.error();
-        if (*uv != ref->uidValidity)
-            return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
-        m_list.SawUidNext(*ref, uidNext);
-        return ImapMover::Mark(*uv, uidNext);
+        auto uidNext = ImapSession::UidNextChecked(conn, *ref);
+        if (!uidNext) return uidNext.error();
+        m_list.SawUidNext(*ref, *uidNext);
+        return ImapMover::Mark(ref->uidValidity, *uidNext);
     });
 }
 
@@ -132,17 +128,16 @@ Result<std::vector<QByteArray>> ImapMoves::Locate(const QByteArray& folderId, co
     });
 }
 
-Result<std::vector<QByteArray>> ImapMoves::MoveUids(const std::vector<QByteArray>& messageIds,
-                                                    const QByteArray& destFolderId, std::vector<bool>& gone)
+Result<std::vector<QByteArray>> ImapMoves::MoveMany(const std::vector<QByteArray>& messageIds,
+                                                    const QByteArray& destFolderId)
 {
-    gone.assign(messageIds.size(), false);
     if (messageIds.empty()) return std::vector<QByteArray>{};
     const auto dest = ImapIds::ParseFolder(destFolderId);
     if (!dest) return Error::notFound(QStringLiteral("not an IMAP folder identifier"));
     auto batch = OneFolder(messageIds);
     if (!batch) return batch.error();
     const ImapFolderRef& source = batch->folder;
-    if (source.mailbox == dest->mailbox && source.uidValidity == dest->uidValidity) return messageIds;
+    if (source == *dest) return messageIds;
 
     // A move is never sent twice: after a drop nobody knows what the server
     // did, and the journal's recovery finds out from the folders.
@@ -190,23 +185,14 @@ Result<std::vector<QByteArray>> ImapMoves::MoveUids(const std::vector<QByteArray
             out = std::move(*found);
         }
     }
-    for (size_t i = 0; i < out.size(); ++i) gone[i] = out[i].isEmpty();
     return out;
-}
-
-Result<std::vector<QByteArray>> ImapMoves::MoveMany(const std::vector<QByteArray>& messageIds,
-                                                    const QByteArray& destFolderId)
-{
-    std::vector<bool> gone;
-    return MoveUids(messageIds, destFolderId, gone);
 }
 
 Result<QByteArray> ImapMoves::Move(const QByteArray& messageId, const QByteArray& destFolderId)
 {
-    std::vector<bool> gone;
-    auto moved = MoveUids({messageId}, destFolderId, gone);
+    auto moved = MoveMany({messageId}, destFolderId);
     if (!moved) return moved.error();
-    if (gone.front()) {
+    if (moved->front().isEmpty()) {
         const auto ref = ImapIds::ParseMessage(messageId);
         return Error::notFound(QStringLiteral("the message is no longer in %1; nothing was moved")
                                    .arg(ModifiedUtf7::Decode(ref->folder.mailbox)));
@@ -223,11 +209,8 @@ Result<std::vector<QByteArray>> ImapMoves::AppendMany(const QByteArray& folderId
     auto conn = m_session.Connection();
     if (!conn) return conn.error();
     ImapConnection& c = **conn;
-    quint32 uidNext = 0;
-    auto uv = ImapSession::UidValidity(c, ref->mailbox, &uidNext);
-    if (!uv) return uv.error();
-    if (*uv != ref->uidValidity)
-        return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(ref->mailbox)));
+    auto uidNext = ImapSession::UidNextChecked(c, *ref);
+    if (!uidNext) return uidNext.error();
     ImapMover mover(c, m_session.logger(), m_session.settings().host);
     std::vector<quint32> uids;
     std::vector<Fingerprint> unnamed(messages.size());  // of those the server gave no UID
@@ -248,7 +231,7 @@ Result<std::vector<QByteArray>> ImapMoves::AppendMany(const QByteArray& folderId
     }
     if (anyUnnamed) {
         if (auto sel = ImapSession::SelectChecked(c, *ref); !sel) return sel.error();
-        auto found = mover.Locate(uidNext, unnamed);
+        auto found = mover.Locate(*uidNext, unnamed);
         if (!found) return found.error();
         for (size_t i = 0; i < uids.size(); ++i)
             if (!uids[i]) uids[i] = (*found)[i];

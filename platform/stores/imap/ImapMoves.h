@@ -69,9 +69,6 @@ private:
     template <class T>
     Result<T> InFolder(const std::vector<QByteArray>& messageIds, T whenGone,
                        const std::function<Result<T>(ImapMover&, const Batch&)>& call);
-    // Moves; `gone[i]` is set for a message that was no longer in the source.
-    Result<std::vector<QByteArray>> MoveUids(const std::vector<QByteArray>& messageIds,
-                                             const QByteArray& destFolderId, std::vector<bool>& gone);
 
     ImapSession& m_session;
     ImapMailboxList& m_list;

@@ -108,14 +108,9 @@ std::vector<QByteArray> ImapQuery::UidBatches(const std::vector<quint32>& uids)
 Result<std::vector<FetchedMessage>> ImapQuery::FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
                                                             const FetchNeeds& needs) const
 {
-    std::vector<FetchedMessage> out;
-    out.reserve(uids.size());
-    const QByteArray fields = needs.FieldList();
-    for (const QByteArray& set : UidBatches(uids)) {
-        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
-        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
-    }
-    if (!needs.structure()) return out;
+    auto fetched = FetchFields(conn, uids, needs.FieldList());
+    if (!fetched || !needs.structure()) return fetched;
+    std::vector<FetchedMessage>& out = *fetched;
     // The structure only of messages whose Content-Type leaves the class
     // open: most mail is told from that field, and parsing a structure
     // costs more than the field.
@@ -130,6 +125,18 @@ Result<std::vector<FetchedMessage>> ImapQuery::FetchHeaders(ImapConnection& conn
     if (!classes) return classes.error();
     for (auto it = classes->cbegin(); it != classes->cend(); ++it)
         if (const auto at = open.constFind(it.key()); at != open.constEnd()) out[*at].messageClass = it.value();
+    return fetched;
+}
+
+Result<std::vector<FetchedMessage>> ImapQuery::FetchFields(ImapConnection& conn, const std::vector<quint32>& uids,
+                                                           const QByteArray& fields)
+{
+    std::vector<FetchedMessage> out;
+    out.reserve(uids.size());
+    for (const QByteArray& set : UidBatches(uids)) {
+        if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
+        for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
+    }
     return out;
 }
 
@@ -302,10 +309,9 @@ Result<std::optional<GatheredRows>> ImapQuery::FromImage(ImapConnection& conn, c
         for (const QByteArray& f : fields + QByteArrayList{"Content-Type", "Message-ID"})
             if (!read.contains(f)) read << f;
         auto image = std::make_unique<ImapFolderImage>(state->highestModSeq, std::move(read));
-        if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
-        std::vector<quint32> uids = conn.SearchResult();
-        std::sort(uids.begin(), uids.end());
-        if (Status s = PutInImage(conn, folder, uids, *image); !s) return s.error();
+        auto uids = conn.AllUids();
+        if (!uids) return uids.error();
+        if (Status s = PutInImage(conn, folder, *uids, *image); !s) return s.error();
         it = m_images.emplace(key, std::move(image)).first;
     }
     m_imageIdle.start();
@@ -328,15 +334,7 @@ void ImapQuery::SetMirrorFolder(const QString& folder)
     const QByteArray fields = ImapMirror::Fields().join(' ');
     m_mirror = std::make_unique<ImapMirror>(
         folder, m_storeId, [this](const FetchedMessage& m) { return BuildRecord(m, {}, true); },
-        [fields](ImapConnection& conn, const std::vector<quint32>& uids) -> Result<std::vector<FetchedMessage>> {
-            std::vector<FetchedMessage> out;
-            out.reserve(uids.size());
-            for (const QByteArray& set : UidBatches(uids)) {
-                if (Status s = conn.Custom(ImapFetcher::HeaderFetch(set, fields)); !s) return s.error();
-                for (FetchedMessage& m : ImapFetcher::Parse(conn.session())) out.push_back(std::move(m));
-            }
-            return out;
-        });
+        [fields](ImapConnection& conn, const std::vector<quint32>& uids) { return FetchFields(conn, uids, fields); });
 }
 
 Result<std::optional<GatheredRows>> ImapQuery::FromMirror(ImapConnection& conn, const ImapFolderRef& folder,
@@ -401,8 +399,14 @@ Result<bool> ImapQuery::Refresh(ImapConnection& conn, const ImapFolderRef& folde
     // again. (A FETCH, not SEARCH MODSEQ, whose answer libetpan cannot
     // read.) The image is then as of the highest mod-sequence named: a
     // message changed after the server's answer has a higher one.
-    if (Status s = conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(image.modSeq()) + ')'); !s)
+    // Once QRESYNC is on (the lookahead's check turns it on), expunges are
+    // told as VANISHED and no longer lower the count used below.
+    const bool qresync = conn.qresync();
+    if (Status s = conn.Custom("UID FETCH 1:* (UID) (CHANGEDSINCE " + QByteArray::number(image.modSeq()) +
+                               (qresync ? " VANISHED)" : ")"));
+        !s)
         return s.error();
+    for (quint32 uid : qresync ? conn.Vanished() : std::vector<quint32>{}) image.Erase(uid);
     std::vector<quint32> changed;
     quint64 modSeq = image.modSeq();
     for (const FetchedMessage& m : ImapFetcher::Parse(conn.session())) {
@@ -415,14 +419,14 @@ Result<bool> ImapQuery::Refresh(ImapConnection& conn, const ImapFolderRef& folde
     for (quint32 uid : changed) image.Erase(uid);  // one expunged meanwhile does not come back
     if (Status s = PutInImage(conn, folder, changed, image); !s) return s.error();
     image.setModSeq(modSeq);
-    // An expunge leaves no mod-sequence to find. The server reports every
-    // expunge to the session before answering a UID FETCH, so the count
-    // tells that one went (this store's own moves are taken out as made).
-    if (image.size() != conn.Exists()) {
-        if (Status s = conn.Custom("UID SEARCH ALL"); !s) return s.error();
-        std::vector<quint32> present = conn.SearchResult();
-        std::sort(present.begin(), present.end());
-        image.KeepOnly(present);
+    // Without VANISHED an expunge leaves no mod-sequence to find. The server
+    // reports every expunge to the session before answering a UID FETCH, so
+    // the count tells that one went (this store's own moves are taken out
+    // as made).
+    if (!qresync && image.size() != conn.Exists()) {
+        auto present = conn.AllUids();
+        if (!present) return present.error();
+        image.KeepOnly(*present);
     }
     return true;
 }

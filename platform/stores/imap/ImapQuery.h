@@ -71,6 +71,9 @@ public:
     static std::vector<QByteArray> UidBatches(const std::vector<quint32>& uids);
 
 private:
+    // Flags, date, size and these header fields of the UIDs, in batches.
+    static Result<std::vector<FetchedMessage>> FetchFields(ImapConnection& conn, const std::vector<quint32>& uids,
+                                                           const QByteArray& fields);
     Result<std::vector<FetchedMessage>> FetchHeaders(ImapConnection& conn, const std::vector<quint32>& uids,
                                                      const FetchNeeds& needs) const;
     // The class of each of these messages from its structure (and the text

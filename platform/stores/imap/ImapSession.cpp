@@ -62,13 +62,20 @@ Result<std::map<int, quint32>> ImapSession::StatusOf(ImapConnection& conn, const
     return values;
 }
 
-Result<quint32> ImapSession::UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext)
+Result<quint32> ImapSession::UidValidity(ImapConnection& conn, const QByteArray& mailbox)
 {
-    auto values = uidNext ? StatusOf(conn, mailbox, {MAILIMAP_STATUS_ATT_UIDVALIDITY, MAILIMAP_STATUS_ATT_UIDNEXT})
-                          : StatusOf(conn, mailbox, {MAILIMAP_STATUS_ATT_UIDVALIDITY});
+    auto values = StatusOf(conn, mailbox, {MAILIMAP_STATUS_ATT_UIDVALIDITY});
     if (!values) return values.error();
-    if (uidNext) *uidNext = (*values)[MAILIMAP_STATUS_ATT_UIDNEXT];
     return (*values)[MAILIMAP_STATUS_ATT_UIDVALIDITY];
+}
+
+Result<quint32> ImapSession::UidNextChecked(ImapConnection& conn, const ImapFolderRef& folder)
+{
+    auto values = StatusOf(conn, folder.mailbox, {MAILIMAP_STATUS_ATT_UIDVALIDITY, MAILIMAP_STATUS_ATT_UIDNEXT});
+    if (!values) return values.error();
+    if ((*values)[MAILIMAP_STATUS_ATT_UIDVALIDITY] != folder.uidValidity)
+        return Error::notFound(QStringLiteral("IMAP folder %1 was recreated").arg(ModifiedUtf7::Decode(folder.mailbox)));
+    return (*values)[MAILIMAP_STATUS_ATT_UIDNEXT];
 }
 
 Result<quint32> ImapSession::SelectChecked(ImapConnection& conn, const ImapFolderRef& folder)

@@ -78,8 +78,11 @@ public:
     // 0 for one the server left out; NotFound when the mailbox is missing.
     static Result<std::map<int, quint32>> StatusOf(ImapConnection& conn, const QByteArray& mailbox,
                                                    std::initializer_list<int> items);
-    // STATUS (UIDVALIDITY [UIDNEXT]); NotFound when the mailbox is missing.
-    static Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox, quint32* uidNext = nullptr);
+    // STATUS (UIDVALIDITY); NotFound when the mailbox is missing.
+    static Result<quint32> UidValidity(ImapConnection& conn, const QByteArray& mailbox);
+    // STATUS (UIDVALIDITY UIDNEXT): the UIDNEXT; NotFound when the folder
+    // is missing or was recreated under another UIDVALIDITY.
+    static Result<quint32> UidNextChecked(ImapConnection& conn, const ImapFolderRef& folder);
 
 private:
     ImapSettings m_settings;
